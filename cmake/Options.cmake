@@ -1,0 +1,49 @@
+# Flags, once for every target: warnings, hardening, sanitizers, and what keeps the binary small.
+
+option(VELK_BUILD_TESTS "Build the tests (needs GoogleTest)" ON)
+option(VELK_WERROR "Treat warnings as errors (CI does)" OFF)
+set(VELK_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+add_library(velk_options INTERFACE)
+target_compile_options(velk_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -Wnon-virtual-dtor>)
+if(VELK_WERROR)
+  target_compile_options(velk_options INTERFACE -Werror)
+endif()
+target_link_libraries(velk_options INTERFACE m)
+
+if(VELK_SANITIZE)
+  target_compile_options(velk_options INTERFACE
+    -fsanitize=${VELK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(velk_options INTERFACE -fsanitize=${VELK_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_options(velk_options INTERFACE
+    -ffunction-sections -fdata-sections -fstack-protector-strong -fPIE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-asynchronous-unwind-tables>)
+  target_compile_definitions(velk_options INTERFACE _FORTIFY_SOURCE=2)
+  target_link_options(velk_options INTERFACE
+    -Wl,--gc-sections -Wl,--as-needed -Wl,-z,relro -Wl,-z,now -Wl,--build-id=none)
+endif()
+
+# An executable for the device. Outside sanitizer builds it carries its own few run-time functions
+# (runtime/) and is linked as a C program, so that no C++ run-time library is needed or dragged in.
+function(velk_add_executable name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE velk_options)
+  if(NOT VELK_SANITIZE)
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/runtime/Runtime.cpp)
+    set_target_properties(${name} PROPERTIES LINKER_LANGUAGE C)
+  endif()
+  if(CMAKE_BUILD_TYPE STREQUAL "Release")
+    target_link_options(${name} PRIVATE -pie -s)
+  endif()
+endfunction()

@@ -1,0 +1,18 @@
+// Threads and clock layer: local time of day as text, for the console and the stored lines.
+#pragma once
+
+namespace Velk {
+
+// Any thread may call. The broken-down local time is kept per thread and second, so a line costs no time
+// zone work and no system call; a changed zone file shows from the next second on (where the C library
+// reads it again on tzset(3)).
+class TimeStamp {
+ public:
+  static constexpr unsigned kLength = 14;
+
+  // Writes "[HH:MM:SS.mmm]", kLength characters without a NUL, of the wall clock now. Returns the position
+  // after them.
+  static char* Put(char* out);
+};
+
+}  // namespace Velk

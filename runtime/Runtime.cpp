@@ -1,0 +1,69 @@
+// The few functions that a C++ compiler expects from its run-time library, so that the device's binaries
+// need none. Linked into executables only: a program that embeds common/ keeps its own run-time.
+#include <pthread.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+namespace {
+
+[[noreturn]] void EndProcess(const char* why, size_t length) {
+  // Nothing is left to do about a failing write here.
+  if (write(STDERR_FILENO, why, length) < 0) _exit(1);
+  _exit(1);
+}
+
+template <size_t N>
+[[noreturn]] void EndProcess(const char (&why)[N]) {
+  EndProcess(why, N - 1);
+}
+
+pthread_mutex_t s_guardMutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t s_guardDone = PTHREAD_COND_INITIALIZER;
+
+// Guard object of a function-local static. The ABI fixes byte 0: non-zero once the object is built (the
+// compiler's inline check reads it); byte 1 is ours: being built by some thread.
+struct Guard {
+  unsigned char built;
+  unsigned char building;
+};
+
+}  // namespace
+
+// No memory: end this process. The supervisor starts the next child with a fresh heap.
+void* operator new(size_t size) {
+  void* block = malloc(size != 0 ? size : 1);
+  if (block == nullptr) EndProcess("syslog: out of memory\n");
+  return block;
+}
+
+void* operator new[](size_t size) { return operator new(size); }
+void operator delete(void* block) noexcept { free(block); }
+void operator delete[](void* block) noexcept { free(block); }
+void operator delete(void* block, size_t) noexcept { free(block); }
+void operator delete[](void* block, size_t) noexcept { free(block); }
+
+extern "C" {
+
+[[noreturn]] void __cxa_pure_virtual() { EndProcess("syslog: pure virtual call\n"); }
+
+int __cxa_guard_acquire(Guard* guard) {
+  if (__atomic_load_n(&guard->built, __ATOMIC_ACQUIRE) != 0) return 0;
+  pthread_mutex_lock(&s_guardMutex);
+  while (guard->building != 0) pthread_cond_wait(&s_guardDone, &s_guardMutex);
+  const int mustBuild = guard->built == 0;
+  if (mustBuild != 0) guard->building = 1;
+  pthread_mutex_unlock(&s_guardMutex);
+  return mustBuild;
+}
+
+void __cxa_guard_release(Guard* guard) {
+  pthread_mutex_lock(&s_guardMutex);
+  __atomic_store_n(&guard->built, static_cast<unsigned char>(1), __ATOMIC_RELEASE);
+  guard->building = 0;
+  pthread_cond_broadcast(&s_guardDone);
+  pthread_mutex_unlock(&s_guardMutex);
+}
+
+}  // extern "C"
