@@ -1,0 +1,129 @@
+#include "common/UdpSocket3.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+bool UdpSocket3::Open() {
+  Close();
+  m_socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  return m_socket >= 0;
+}
+
+void UdpSocket3::Close() {
+  if (m_socket < 0) return;
+  close(m_socket);  // the descriptor is gone whatever close says
+  m_socket = -1;
+}
+
+bool UdpSocket3::Bind(unsigned short port, unsigned long ip) {
+  // 224.0.0.0 itself passes: only the addresses above it are known to be no interface of this machine.
+  constexpr unsigned long kHighestBindable = 0xE0000000;
+  if (m_socket < 0 || ip > kHighestBindable) return false;
+  InetAddress2 address(static_cast<long>(ip), port);
+  return BindAddress(address);
+}
+
+namespace {
+
+template <typename T>
+bool SetOption(int socket, int level, int option, const T& value) {
+  return setsockopt(socket, level, option, &value, sizeof value) == 0;
+}
+
+}  // namespace
+
+bool UdpSocket3::BindAddress(InetAddress2& addr) {
+  // A restarted child gets its port at once, even while the one before it is still being torn down.
+  if (!SetOption(m_socket, SOL_SOCKET, SO_REUSEADDR, 1)) return false;
+  return bind(m_socket, reinterpret_cast<const sockaddr*>(&addr.Native()), sizeof(sockaddr_in)) == 0;
+}
+
+int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
+  if (len < 0) return -1;
+  auto* sender = from != nullptr ? reinterpret_cast<sockaddr*>(&from->Native()) : nullptr;
+  socklen_t senderSize = sizeof(sockaddr_in);
+  return static_cast<int>(recvfrom(m_socket, buf, static_cast<size_t>(len), 0, sender, &senderSize));
+}
+
+int UdpSocket3::Write(const void* buf, long len, const InetAddress2* to) {
+  if (len < 0 || to == nullptr) return -1;
+  const auto* receiver = reinterpret_cast<const sockaddr*>(&to->Native());
+  return static_cast<int>(sendto(m_socket, buf, static_cast<size_t>(len), 0, receiver, sizeof(sockaddr_in)));
+}
+
+namespace {
+
+int WaitFor(int socket, bool forRead, unsigned long ms) {
+  // An fd_set has no room for higher descriptors; FD_SET would write past its end.
+  if (socket < 0 || socket >= FD_SETSIZE) {
+    errno = EBADF;
+    return -1;
+  }
+  fd_set watched;
+  FD_ZERO(&watched);
+  FD_SET(socket, &watched);
+  timeval limit{};
+  limit.tv_sec = static_cast<time_t>(ms / 1000);
+  limit.tv_usec = static_cast<suseconds_t>(ms % 1000 * 1000);
+  const int ready = select(socket + 1, forRead ? &watched : nullptr, forRead ? nullptr : &watched, nullptr,
+                           ms == UdpSocket3::kForever ? nullptr : &limit);
+  return ready > 0 ? 1 : ready;
+}
+
+}  // namespace
+
+int UdpSocket3::WaitForRead(unsigned long ms) {
+  return WaitFor(m_socket, true, ms);
+}
+
+int UdpSocket3::WaitForWrite(unsigned long ms) {
+  return WaitFor(m_socket, false, ms);
+}
+
+namespace {
+
+in_addr ToNetwork(unsigned long ip) {
+  return in_addr{htonl(static_cast<uint32_t>(ip))};
+}
+
+bool SetMembership(int socket, int option, long group, long iface) {
+  ip_mreq request{};
+  request.imr_multiaddr = ToNetwork(static_cast<unsigned long>(group));
+  request.imr_interface = ToNetwork(static_cast<unsigned long>(iface));
+  return SetOption(socket, IPPROTO_IP, option, request);
+}
+
+}  // namespace
+
+bool UdpSocket3::AddMulticastMembership(long group, long iface) {
+  return SetMembership(m_socket, IP_ADD_MEMBERSHIP, group, iface);
+}
+
+bool UdpSocket3::DropMulticastMembership(long group, long iface) {
+  return SetMembership(m_socket, IP_DROP_MEMBERSHIP, group, iface);
+}
+
+bool UdpSocket3::SetMulticastLoopback(bool on) {
+  return SetOption(m_socket, IPPROTO_IP, IP_MULTICAST_LOOP, static_cast<unsigned char>(on ? 1 : 0));
+}
+
+bool UdpSocket3::SetMulticastInterface(unsigned long iface) {
+  return SetOption(m_socket, IPPROTO_IP, IP_MULTICAST_IF, ToNetwork(iface));
+}
+
+bool UdpSocket3::ClearMulticastInterface() {
+  return SetMulticastInterface(INADDR_ANY);
+}
+
+bool UdpSocket3::SetMulticastTTL(unsigned char ttl) {
+  return SetOption(m_socket, IPPROTO_IP, IP_MULTICAST_TTL, ttl);
+}
+
+bool UdpSocket3::SetTTL(unsigned char ttl) {
+  return SetOption(m_socket, IPPROTO_IP, IP_TTL, ttl);
+}

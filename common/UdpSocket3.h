@@ -1,0 +1,47 @@
+// Logging and configuration layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
+#pragma once
+
+#include "common/InetAddress2.h"
+
+// Owns one socket descriptor, see udp(7) and ip(7). One thread may read while others write; opening and
+// closing needs the object to oneself. A bool result is the success of the system call behind it. IP
+// addresses are in host byte order.
+class UdpSocket3 {
+ public:
+  static constexpr unsigned long kForever = 0xFFFFFFFF;
+
+  UdpSocket3() = default;
+  UdpSocket3(const UdpSocket3&) = delete;
+  UdpSocket3& operator=(const UdpSocket3&) = delete;
+  virtual ~UdpSocket3() { Close(); }
+
+  // Closes an open descriptor first. The new one is not inherited across exec.
+  bool Open();
+  void Close();
+
+  // ip 0: all interfaces. False without a system call when the socket is closed or ip is above 224.0.0.0.
+  bool Bind(unsigned short port, unsigned long ip);
+  // The same without the range check, e.g. for a multicast group.
+  bool BindAddress(InetAddress2& addr);
+
+  // Blocks for one datagram and notes its sender in from. Returns its bytes, cut to len, or -1.
+  int Read(void* buf, long len, InetAddress2* from);
+  // Sends one datagram. Returns the bytes sent or -1.
+  int Write(const void* buf, long len, const InetAddress2* to);
+
+  // 1: ready, 0: ms milliseconds went by, -1: error (a signal counts as one). kForever: no limit.
+  int WaitForRead(unsigned long ms);
+  int WaitForWrite(unsigned long ms);
+
+  bool AddMulticastMembership(long group, long iface);
+  bool DropMulticastMembership(long group, long iface);
+  bool SetMulticastLoopback(bool on);
+  bool SetMulticastInterface(unsigned long iface);
+  // Back to the interface that the routing table gives.
+  bool ClearMulticastInterface();
+  bool SetMulticastTTL(unsigned char ttl);
+  bool SetTTL(unsigned char ttl);
+
+ private:
+  int m_socket = -1;  // -1: closed
+};
