@@ -1,0 +1,301 @@
+#include "common/SimpleString.h"
+
+#include <ctype.h>
+#include <limits.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+
+#include "common/TextOps.h"
+
+namespace Velk {
+namespace {
+
+unsigned LengthOf(const char* s, unsigned n) {
+  return n != 0 ? n : static_cast<unsigned>(strlen(s));
+}
+
+int UpperByte(char c) {
+  return toupper(static_cast<unsigned char>(c));
+}
+
+}  // namespace
+
+// Never freed; its length and text never change, its growth step is the last copied string's.
+SimpleString::StringData SimpleString::m_empty = {0, 0, 0, {0}};
+
+SimpleString::StringData* SimpleString::StringData::Create(unsigned capacity) {
+  TextOps::CheckLength(capacity);
+  char* block = new char[sizeof(StringData) + capacity];
+  StringData* data = reinterpret_cast<StringData*>(block);
+  data->m_length = 0;
+  data->m_capacity = capacity;
+  data->m_growBy = 0;
+  data->m_text[0] = '\0';
+  return data;
+}
+
+void SimpleString::StringData::Destroy(StringData* data) {
+  delete[] reinterpret_cast<char*>(data);
+}
+
+SimpleString::SimpleString() : SimpleString(0U, kDefaultGrowBy) {}
+
+SimpleString::SimpleString(const char* s) : m_text(m_empty.m_text) {
+  if (s == nullptr) return;
+  const unsigned length = LengthOf(s, 0);
+  StringData* data = StringData::Create(length);
+  data->m_growBy = kDefaultGrowBy;
+  m_text = data->m_text;
+  AppendBytes(s, length);
+}
+
+SimpleString::SimpleString(const char* s, unsigned n) : m_text(m_empty.m_text) {
+  if (s == nullptr || n == 0) return;
+  StringData* data = StringData::Create(n);
+  data->m_growBy = kDefaultGrowBy;
+  m_text = data->m_text;
+  AppendBytes(s, n);
+}
+
+SimpleString::SimpleString(unsigned capacity, unsigned growBy) {
+  StringData* data = StringData::Create(capacity);
+  data->m_growBy = growBy;
+  m_text = data->m_text;
+}
+
+SimpleString::SimpleString(const SimpleString& other) : m_text(m_empty.m_text) {
+  // The step goes by way of the shared block: the first growth takes it from there. Strings of other
+  // threads do the same at any time; whichever step is found then is as good.
+  const uint32_t growBy = __atomic_load_n(&other.Data()->m_growBy, __ATOMIC_RELAXED);
+  __atomic_store_n(&m_empty.m_growBy, growBy, __ATOMIC_RELAXED);
+  Append(other);
+}
+
+SimpleString::~SimpleString() {
+  Release(Data());
+}
+
+void SimpleString::Empty() {
+  if (!IsEmpty()) SetLength(0);
+}
+
+void SimpleString::SetGrowBy(unsigned n) {
+  if (!IsEmpty()) {
+    Data()->m_growBy = n;
+    return;
+  }
+  // A block the empty string owned is left behind, not freed: callers set the step once, on a new string,
+  // and a pointer they got from it before stays good.
+  StringData* data = StringData::Create(0);
+  data->m_growBy = n;
+  m_text = data->m_text;
+}
+
+void SimpleString::GrowStringBy(unsigned n) {
+  Release(Grow(n));
+}
+
+SimpleString& SimpleString::Append(char c) {
+  AppendBytes(&c, 1);
+  return *this;
+}
+
+SimpleString& SimpleString::Append2(char c, unsigned n) {
+  // A hint of 0 would leave no room for c itself.
+  if (Length() >= Capacity()) Release(Grow(n != 0 ? n : 1));
+  return Append(c);
+}
+
+SimpleString& SimpleString::Append(const char* s, unsigned n) {
+  if (s != nullptr && s[0] != '\0') AppendBytes(s, LengthOf(s, n));
+  return *this;
+}
+
+SimpleString& SimpleString::Append(const SimpleString& s) {
+  if (!s.IsEmpty() && s.m_text[0] != '\0') AppendBytes(s.m_text, s.Length());
+  return *this;
+}
+
+SimpleString& SimpleString::AppendNum(unsigned long v) {
+  char digits[TextOps::kMaxDigits];
+  AppendBytes(digits, TextOps::PutNum(digits, v));
+  return *this;
+}
+
+SimpleString& SimpleString::Set(char c) {
+  Empty();
+  return Append(c);
+}
+
+SimpleString& SimpleString::Set(const char* s, unsigned n) {
+  if (s == m_text) return *this;
+  Empty();
+  return Append(s, n);
+}
+
+SimpleString& SimpleString::Set(const SimpleString& s) {
+  if (s.m_text == m_text) return *this;
+  Empty();
+  return Append(s);
+}
+
+void SimpleString::Format(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  FormatV(fmt, args);
+  va_end(args);
+}
+
+void SimpleString::FormatV(const char* fmt, va_list args) {
+  if (fmt == nullptr) fmt = "";
+  va_list measure;
+  va_copy(measure, args);
+  const int needed = vsnprintf(nullptr, 0, fmt, measure);
+  va_end(measure);
+  if (needed >= 0 && static_cast<unsigned>(needed) >= Capacity()) {
+    Release(Grow(static_cast<unsigned>(needed) - Capacity()));
+  }
+  if (IsShared()) return;  // could not be measured, and no room for any of it
+  const int written = vsnprintf(m_text, Capacity() + 1, fmt, args);
+  const size_t length = written >= 0 ? static_cast<size_t>(written) : strnlen(m_text, Capacity());
+  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
+}
+
+char* SimpleString::GetBuffer(unsigned n) {
+  if (Capacity() <= n) Release(Grow(n - Capacity()));
+  return m_text;
+}
+
+void SimpleString::ReleaseBuffer(int n) {
+  const size_t length = n >= 0 ? static_cast<size_t>(n) : strnlen(m_text, Capacity());
+  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
+}
+
+int SimpleString::Find(char c) const {
+  return TextOps::Find(m_text, c);
+}
+
+int SimpleString::FindRev(char c) const {
+  return TextOps::FindRev(m_text, c);
+}
+
+SimpleString SimpleString::Mid(int start) const {
+  return Mid(start, INT_MAX);
+}
+
+SimpleString SimpleString::Mid(int start, int count) const {
+  const TextOps::Range range = TextOps::Clip(Length(), start, count);
+  return SimpleString(m_text + range.start, range.length);
+}
+
+SimpleString SimpleString::Left(int count) const {
+  return Mid(0, count);
+}
+
+SimpleString SimpleString::Right(int count) const {
+  const int length = static_cast<int>(Length());
+  return Mid(count < length && count > 0 ? length - count : 0, count);
+}
+
+void SimpleString::MakeUpper() {
+  TextOps::MakeUpper(m_text, Length());
+}
+
+void SimpleString::MakeLower() {
+  TextOps::MakeLower(m_text, Length());
+}
+
+void SimpleString::MakeReverse() {
+  TextOps::MakeReverse(m_text, Length());
+}
+
+void SimpleString::TrimRight() {
+  SetLength(TextOps::TrimmedLength(m_text, Length()));
+}
+
+void SimpleString::TrimLeft() {
+  const unsigned blanks = TextOps::LeadingBlanks(m_text, Length());
+  if (blanks == 0) return;
+  memmove(m_text, m_text + blanks, Length() - blanks);
+  SetLength(Length() - blanks);
+}
+
+void SimpleString::Trim() {
+  TrimRight();
+  TrimLeft();
+}
+
+bool SimpleString::operator==(const char* s) const {
+  if (s == m_text) return true;
+  return s != nullptr && strcmp(m_text, s) == 0;
+}
+
+bool SimpleString::EqNoCase(const char* s) const {
+  if (s == m_text) return true;
+  return s != nullptr && strcasecmp(m_text, s) == 0;
+}
+
+bool SimpleString::operator<(const SimpleString& s) const {
+  if (s.m_text == m_text) return false;
+  if (IsEmpty() || s.IsEmpty()) return !s.IsEmpty();
+  return strcmp(m_text, s.m_text) < 0;
+}
+
+// Names of calls and arguments are told by their first letters: a prefix must count as equal.
+int SimpleString::cmpni(const char* a, const char* b) {
+  if (a == b) return 0;
+  if (a == nullptr) return -1;
+  if (b == nullptr) return 1;
+  for (; *a != '\0' && *b != '\0'; ++a, ++b) {
+    const int difference = UpperByte(*a) - UpperByte(*b);
+    if (difference != 0) return difference;
+  }
+  return 0;
+}
+
+SimpleString::StringData* SimpleString::Data() const {
+  return reinterpret_cast<StringData*>(m_text - offsetof(StringData, m_text));
+}
+
+void SimpleString::Release(StringData* data) {
+  if (data != &m_empty) StringData::Destroy(data);
+}
+
+// Moves the text to a new block, larger by shortfall rounded up to whole growth steps, and returns the old
+// block, which the caller releases once it needs no byte of it any more.
+SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
+  StringData* old = Data();
+  const uint32_t growBy = __atomic_load_n(&old->m_growBy, __ATOMIC_RELAXED);
+  const uint32_t step = growBy != 0 ? growBy : kDefaultGrowBy;
+  // A shortfall of 0 wraps round to a block of the same capacity; GetBuffer() and Format() rely on it.
+  const uint32_t extra = step * ((shortfall - 1) / step + 1);
+  const uint32_t capacity = old->m_capacity + extra;
+  const bool wrapped = extra < shortfall || capacity < extra;
+  StringData* data = StringData::Create(wrapped ? UINT32_MAX : capacity);
+  data->m_growBy = growBy;
+  data->m_length = old->m_length;
+  memcpy(data->m_text, old->m_text, old->m_length + 1);
+  m_text = data->m_text;
+  return old;
+}
+
+// s may lie within this string's text.
+void SimpleString::AppendBytes(const char* s, unsigned n) {
+  const unsigned length = Length();
+  const unsigned room = Capacity() - length;
+  StringData* old = n > room ? Grow(n - room) : nullptr;
+  memmove(m_text + length, s, n);
+  SetLength(length + n);
+  if (old != nullptr) Release(old);
+}
+
+// The shared block is other strings' too and stays as it is, which is empty.
+void SimpleString::SetLength(unsigned length) {
+  if (IsShared()) return;
+  Data()->m_length = length;
+  m_text[length] = '\0';
+}
+
+}  // namespace Velk

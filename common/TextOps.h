@@ -1,0 +1,45 @@
+// Foundation layer: what both string classes do to their characters.
+#pragma once
+
+namespace Velk {
+
+// Works on bare characters; lengths are in bytes, nothing here needs or writes a NUL unless it says so.
+// Upper and lower case go by the C library.
+class TextOps {
+ public:
+  // Longest text that a string holds: positions are ints.
+  static constexpr unsigned kMaxLength = 0x7FFFFFFF;
+  // Most digits of an unsigned long.
+  static constexpr unsigned kMaxDigits = 20;
+
+  struct Range {
+    unsigned start;
+    unsigned length;
+  };
+
+  // The part of a text of the given length that starts at start (negative: 0) and is at most count long;
+  // of length 0 when start is beyond the end or count is not positive.
+  static Range Clip(unsigned length, int start, int count);
+
+  static void MakeUpper(char* text, unsigned length);
+  static void MakeLower(char* text, unsigned length);
+  static void MakeReverse(char* text, unsigned length);
+
+  // Length without the blanks at the end. Blanks are space, tab, line feed and carriage return; a vertical
+  // tab or form feed is text.
+  static unsigned TrimmedLength(const char* text, unsigned length);
+  // How many blanks the text starts with.
+  static unsigned LeadingBlanks(const char* text, unsigned length);
+
+  // Index of the first or last c in a NUL-terminated text, or -1.
+  static int Find(const char* text, char c);
+  static int FindRev(const char* text, char c);
+
+  // Writes value in decimal without a NUL and returns how many digits it took; out holds kMaxDigits.
+  static unsigned PutNum(char* out, unsigned long value);
+
+  // Ends the process, as a failed allocation does, when length is beyond kMaxLength.
+  static void CheckLength(unsigned long length);
+};
+
+}  // namespace Velk
