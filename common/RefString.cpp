@@ -1,0 +1,272 @@
+#include "common/RefString.h"
+
+#include <limits.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+
+#include "common/Interlocked.h"
+#include "common/TextOps.h"
+
+namespace Velk {
+namespace {
+
+bool IsAbsent(const char* s) {
+  return s == nullptr || s[0] == '\0';
+}
+
+}  // namespace
+
+// Never written: strings of all threads point at it.
+RefString::EmptyData RefString::s_emptyData = {{1, 0, 0, 0}, {0}};
+
+RefString::RefStringData* RefString::RefStringData::CreateInstance(unsigned long len, unsigned long growBy) {
+  // A block without room is never counted nor freed and one is like the other, so all are this one.
+  if (len == 0 && growBy == 0) return &s_emptyData.m_header;
+  TextOps::CheckLength(len);
+  TextOps::CheckLength(growBy);
+  unsigned long size = len + 1;
+  // Always beyond size: queued texts of just a step's length leave room for what is appended next.
+  if (growBy != 0) size = (size / growBy + 1) * growBy;
+  TextOps::CheckLength(size);
+  RefStringData* data = reinterpret_cast<RefStringData*>(new char[sizeof(RefStringData) + size]);
+  data->m_refCount = 1;
+  data->m_length = 0;
+  data->m_capacity = static_cast<uint32_t>(size - 1);
+  data->m_growBy = static_cast<uint32_t>(growBy);
+  data->Text()[0] = '\0';
+  return data;
+}
+
+char* RefString::RefStringData::Clone(unsigned long minLen) {
+  RefStringData* data = CreateInstance(minLen > m_length ? minLen : m_length, m_growBy);
+  if (m_length == 0) return data->Text();
+  data->m_length = m_length;
+  memcpy(data->Text(), Text(), m_length + 1);
+  return data->Text();
+}
+
+void RefString::RefStringData::AddRef() {
+  if (m_capacity != 0) InterlockedIncrement(&m_refCount);
+}
+
+void RefString::RefStringData::RelRef() {
+  if (m_capacity != 0 && InterlockedDecrement(&m_refCount) <= 0) delete[] reinterpret_cast<char*>(this);
+}
+
+RefString::RefString(unsigned long len, unsigned long growBy)
+    : m_text(RefStringData::CreateInstance(len, growBy)->Text()) {}
+
+RefString::RefString(const char* s) : RefString(s, s != nullptr ? static_cast<unsigned>(strlen(s)) : 0) {}
+
+RefString::RefString(const char* s, unsigned n) : RefString(static_cast<unsigned long>(n), 0UL) {
+  if (s == nullptr || n == 0) return;
+  memcpy(m_text, s, n);
+  SetLength(n);
+}
+
+RefString::RefString(const RefString& other) : m_text(other.m_text) {
+  Data()->AddRef();
+}
+
+RefString& RefString::Set(const RefString& other) {
+  if (other.m_text == m_text) return *this;
+  other.Data()->AddRef();
+  MoveTo(other.m_text);
+  return *this;
+}
+
+void RefString::Empty() {
+  if (IsUnshared()) {
+    SetLength(0);
+  } else {
+    MoveTo(s_emptyData.m_header.Text());
+  }
+}
+
+char* RefString::GetBuffer(unsigned long n) {
+  // The length counts, not the capacity: a caller that asks for more than there is to edit gets a block of
+  // its own step's size.
+  if (!IsUnshared() || Length() < n) MoveTo(Data()->Clone(n));
+  return m_text;
+}
+
+void RefString::ReleaseBuffer(int n) {
+  const size_t length = n >= 0 ? static_cast<size_t>(n) : strnlen(m_text, Length());
+  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
+}
+
+RefString& RefString::Append(const char* s, unsigned n) {
+  if (s != nullptr) AppendBytes(s, n != 0 ? n : static_cast<unsigned>(strlen(s)));
+  return *this;
+}
+
+RefString& RefString::Append(char c) {
+  AppendBytes(&c, 1);
+  return *this;
+}
+
+RefString& RefString::Append(const RefString& s) {
+  AppendBytes(s.m_text, s.Length());
+  return *this;
+}
+
+RefString& RefString::AppendNum(unsigned long v) {
+  char digits[TextOps::kMaxDigits];
+  AppendBytes(digits, TextOps::PutNum(digits, v));
+  return *this;
+}
+
+void RefString::Format(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  FormatV(fmt, args);
+  va_end(args);
+}
+
+void RefString::FormatV(const char* fmt, va_list args) {
+  if (fmt == nullptr) fmt = "";
+  va_list measure;
+  va_copy(measure, args);
+  const int needed = vsnprintf(nullptr, 0, fmt, measure);
+  va_end(measure);
+  GetBuffer(needed > 0 ? static_cast<unsigned long>(needed) : 0);
+  if (Capacity() == 0) return;  // nothing to print, and no room for any of it
+  const int written = vsnprintf(m_text, Capacity() + 1, fmt, args);
+  const size_t length = written >= 0 ? static_cast<size_t>(written) : strnlen(m_text, Capacity());
+  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
+}
+
+RefString RefString::Mid(int start) const {
+  return Mid(start, INT_MAX);
+}
+
+RefString RefString::Mid(int start, int count) const {
+  const TextOps::Range range = TextOps::Clip(Length(), start, count);
+  return RefString(m_text + range.start, range.length);
+}
+
+RefString RefString::Left(int count) const {
+  return Mid(0, count);
+}
+
+RefString RefString::Right(int count) const {
+  const int length = static_cast<int>(Length());
+  return Mid(count < length && count > 0 ? length - count : 0, count);
+}
+
+void RefString::MakeUpper() {
+  MakePrivate();
+  TextOps::MakeUpper(m_text, Length());
+}
+
+void RefString::MakeLower() {
+  MakePrivate();
+  TextOps::MakeLower(m_text, Length());
+}
+
+void RefString::MakeReverse() {
+  MakePrivate();
+  TextOps::MakeReverse(m_text, Length());
+}
+
+void RefString::TrimRight() {
+  const unsigned length = TextOps::TrimmedLength(m_text, Length());
+  if (length == Length()) return;
+  MakePrivate();
+  SetLength(length);
+}
+
+void RefString::TrimLeft() {
+  const unsigned blanks = TextOps::LeadingBlanks(m_text, Length());
+  if (blanks == 0) return;
+  MakePrivate();
+  memmove(m_text, m_text + blanks, Length() - blanks);
+  SetLength(Length() - blanks);
+}
+
+void RefString::Trim() {
+  TrimRight();
+  TrimLeft();
+}
+
+int RefString::Find(char c) const {
+  return TextOps::Find(m_text, c);
+}
+
+int RefString::FindRev(char c) const {
+  return TextOps::FindRev(m_text, c);
+}
+
+bool RefString::operator==(const char* s) const {
+  if (s == m_text) return true;
+  if (IsEmpty() || IsAbsent(s)) return IsEmpty() && IsAbsent(s);
+  return strcmp(m_text, s) == 0;
+}
+
+bool RefString::EqNoCase(const char* s) const {
+  if (s == m_text) return true;
+  if (IsEmpty() || IsAbsent(s)) return IsEmpty() && IsAbsent(s);
+  return strcasecmp(m_text, s) == 0;
+}
+
+bool RefString::operator<(const char* s) const {
+  if (s == m_text || IsAbsent(s)) return false;
+  return IsEmpty() || strcmp(m_text, s) < 0;
+}
+
+bool RefString::operator>(const char* s) const {
+  if (s == m_text || IsEmpty()) return false;
+  return IsAbsent(s) || strcmp(m_text, s) > 0;
+}
+
+RefString::operator unsigned long() const {
+  uint32_t hash = 0;
+  for (unsigned i = 0; i < Length(); ++i) {
+    const uint8_t mixed = static_cast<uint8_t>((hash >> 24) ^ static_cast<uint8_t>(m_text[i]));
+    // The sign of the mixed byte fills the upper bits; hashes that others hold were made this way.
+    const int32_t extended = static_cast<int8_t>(mixed);
+    hash = (hash << 8) | static_cast<uint32_t>(extended);
+  }
+  return hash;
+}
+
+// Acquire: whoever finds itself the last holder writes after all that the others read.
+bool RefString::IsUnshared() const {
+  return __atomic_load_n(&Data()->m_refCount, __ATOMIC_ACQUIRE) < 2;
+}
+
+// Lets go of the present block and takes over the caller's reference to another.
+void RefString::MoveTo(char* text) {
+  Data()->RelRef();
+  m_text = text;
+}
+
+void RefString::MakePrivate() {
+  if (!IsUnshared()) MoveTo(Data()->Clone(0));
+}
+
+// s may lie within this string's text, so the old block lives until the bytes are copied.
+void RefString::AppendBytes(const char* s, unsigned n) {
+  if (n == 0) return;
+  const unsigned length = Length();
+  RefStringData* old = nullptr;
+  if (!IsUnshared() || n > Capacity() - length) {
+    TextOps::CheckLength(n);
+    old = Data();
+    m_text = old->Clone(static_cast<unsigned long>(length) + n);
+  }
+  memmove(m_text + length, s, n);
+  SetLength(length + n);
+  if (old != nullptr) old->RelRef();
+}
+
+// A block without room is shared by all empty strings and stays as it is, which is empty.
+void RefString::SetLength(unsigned length) {
+  RefStringData* data = Data();
+  if (data->m_capacity == 0) return;
+  data->m_length = length;
+  m_text[length] = '\0';
+}
+
+}  // namespace Velk
