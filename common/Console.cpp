@@ -1,0 +1,144 @@
+#include "common/Console.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <poll.h>
+#include <pthread.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace Velk {
+namespace {
+
+thread_local bool t_neverWaits = false;
+
+// Held while writing, so possibly for long: threads that never wait only try it. The second one guards the
+// kept bytes, is held for a copy only, and is taken with or without the first.
+pthread_mutex_t s_writing = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t s_keeping = PTHREAD_MUTEX_INITIALIZER;
+
+char s_kept[Console::kKeptBytes];
+std::atomic<size_t> s_keptSize{0};
+
+// True when a write of up to PIPE_BUF bytes does not block.
+bool IsWritable() {
+  pollfd out{STDOUT_FILENO, POLLOUT, 0};
+  return poll(&out, 1, 0) != 0;  // an error or a hang-up does not block either
+}
+
+void WaitUntilWritable() {
+  pollfd out{STDOUT_FILENO, POLLOUT, 0};
+  poll(&out, 1, -1);
+}
+
+// Skips what a short write took. Returns the number of pieces left.
+int Advance(iovec*& pieces, int count, size_t written) {
+  while (count > 0 && written >= pieces->iov_len) {
+    written -= pieces->iov_len;
+    ++pieces;
+    --count;
+  }
+  if (count > 0) {
+    pieces->iov_base = static_cast<char*>(pieces->iov_base) + written;
+    pieces->iov_len -= written;
+  }
+  return count;
+}
+
+void WriteAll(iovec* pieces, int count) {
+  while (count > 0) {
+    const ssize_t written = writev(STDOUT_FILENO, pieces, count);
+    if (written > 0) {
+      count = Advance(pieces, count, static_cast<size_t>(written));
+    } else if (written < 0 && errno == EAGAIN) {
+      WaitUntilWritable();  // somebody made the descriptor non-blocking
+    } else if (written == 0 || errno != EINTR) {
+      return;
+    }
+  }
+}
+
+size_t TakeKept(char* out, size_t most) {
+  pthread_mutex_lock(&s_keeping);
+  const size_t size = s_keptSize.load(std::memory_order_relaxed);
+  const size_t taken = size < most ? size : most;
+  memcpy(out, s_kept, taken);
+  memmove(s_kept, s_kept + taken, size - taken);
+  s_keptSize.store(size - taken, std::memory_order_relaxed);
+  pthread_mutex_unlock(&s_keeping);
+  return taken;
+}
+
+void Keep(const iovec* pieces, int count) {
+  size_t length = 0;
+  for (int i = 0; i < count; ++i) length += pieces[i].iov_len;
+  pthread_mutex_lock(&s_keeping);
+  size_t at = s_keptSize.load(std::memory_order_relaxed);
+  if (length <= Console::kKeptBytes - at) {
+    for (int i = 0; i < count; ++i) {
+      memcpy(s_kept + at, pieces[i].iov_base, pieces[i].iov_len);
+      at += pieces[i].iov_len;
+    }
+    s_keptSize.store(at, std::memory_order_relaxed);
+  }
+  pthread_mutex_unlock(&s_keeping);
+}
+
+// Out of line: its buffer must not weigh on the stack of an ordinary line. False: it would have had to wait.
+__attribute__((noinline)) bool FlushKept(bool mayWait) {
+  char chunk[PIPE_BUF];
+  while (s_keptSize.load(std::memory_order_relaxed) != 0) {
+    if (!mayWait && !IsWritable()) return false;
+    iovec piece{chunk, TakeKept(chunk, sizeof chunk)};
+    WriteAll(&piece, 1);
+  }
+  return true;
+}
+
+void WriteWaiting(iovec* pieces, int count) {
+  pthread_mutex_lock(&s_writing);
+  FlushKept(true);
+  WriteAll(pieces, count);
+  FlushKept(true);  // what other threads kept while this one waited
+  pthread_mutex_unlock(&s_writing);
+}
+
+void WriteOrKeep(iovec* pieces, int count) {
+  if (pthread_mutex_trylock(&s_writing) != 0) {
+    Keep(pieces, count);
+    return;
+  }
+  if (FlushKept(false) && IsWritable()) {
+    WriteAll(pieces, count);
+  } else {
+    Keep(pieces, count);
+  }
+  pthread_mutex_unlock(&s_writing);
+}
+
+}  // namespace
+
+void Console::WriteLine(const iovec* pieces, int count) {
+  if (count > kMaxPieces) return;
+  iovec own[kMaxPieces];  // short writes change the pieces
+  memcpy(own, pieces, static_cast<size_t>(count) * sizeof own[0]);
+  if (t_neverWaits) {
+    WriteOrKeep(own, count);
+  } else {
+    WriteWaiting(own, count);
+  }
+}
+
+void Console::NeverWaitOnThisThread() {
+  t_neverWaits = true;
+}
+
+void Console::ForgetKept() {
+  pthread_mutex_lock(&s_keeping);
+  s_keptSize.store(0, std::memory_order_relaxed);
+  pthread_mutex_unlock(&s_keeping);
+}
+
+}  // namespace Velk

@@ -1,0 +1,146 @@
+#include "common/LogPrinter.h"
+
+#include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "common/Console.h"
+#include "common/ThreadId.h"
+#include "common/TimeStamp.h"
+
+namespace {
+
+// One more than the formatter is told about: the size that other programs' readers of these lines count on is
+// 2,046 characters, not 2,047.
+constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
+
+// Only errors are in capitals, so that a reader's eye and a plain grep find them.
+const char* LevelWord(ELogMessageType type) {
+  switch (static_cast<int>(type)) {
+    case Trace:
+      return "Trace";
+    case Info:
+      return "Info";
+    case Warning:
+      return "Warning";
+    case Error:
+      return "ERROR";
+    default:
+      return nullptr;
+  }
+}
+
+const char* OrEmpty(const char* text) {
+  return text != nullptr ? text : "";
+}
+
+bool IsEmpty(const char* text) {
+  return text == nullptr || *text == '\0';
+}
+
+// Only the backslash separates: the names come from build machines that write paths so.
+const char* AfterLastBackslash(const char* file) {
+  const char* last = strrchr(file, '\\');
+  return last != nullptr ? last + 1 : file;
+}
+
+iovec Piece(const char* text, size_t length) {
+  return {const_cast<char*>(text), length};
+}
+iovec Piece(const char* text) {
+  return Piece(text, strlen(text));
+}
+
+// Writes "[#%4ld] ". Returns the end.
+char* PutThreadId(char* out, long id) {
+  char digits[3 * sizeof id];
+  int count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + id % 10);
+    id /= 10;
+  } while (id != 0);
+  *out++ = '[';
+  *out++ = '#';
+  for (int pad = count; pad < 4; ++pad) *out++ = ' ';
+  while (count > 0) *out++ = digits[--count];
+  *out++ = ']';
+  *out++ = ' ';
+  return out;
+}
+
+}  // namespace
+
+LogPrinter* LogPrinter::Instance() {
+  static LogPrinter instance(nullptr);
+  return &instance;
+}
+
+LogPrinter::LogPrinter(IDailyLog2* sink) : m_sink(sink) {
+  pthread_mutex_init(&m_mutex, nullptr);
+}
+
+LogPrinter::~LogPrinter() {
+  pthread_mutex_destroy(&m_mutex);
+}
+
+void LogPrinter::Log(ELogMessageType type, const char* module, const char* format, ...) {
+  if (type == Trace && !m_traceEnabled.load(std::memory_order_relaxed)) return;
+  if (IsEmpty(module)) module = m_appName.Str();
+
+  char message[kBufferSize];
+  va_list args;
+  va_start(args, format);
+  if (vsnprintf(message, kBufferSize - 1, OrEmpty(format), args) < 0) message[0] = '\0';
+  va_end(args);
+
+  pthread_mutex_lock(&m_mutex);
+  if (m_remoteQueue != nullptr) SendRemote(type, module, message);
+  pthread_mutex_unlock(&m_mutex);
+
+  if (m_sink != nullptr) m_sink->Log(type, module, message);
+  const char* level = LevelWord(type);
+  if (level != nullptr) PrintToConsole(level, module, message);
+}
+
+void LogPrinter::PrintToConsole(const char* level, const char* module, const char* text) {
+  if (!m_consoleEnabled.load(std::memory_order_relaxed)) return;
+  char prefix[Velk::TimeStamp::kLength + 5 + 3 * sizeof(long)];
+  char* prefixEnd = PutThreadId(Velk::TimeStamp::Put(prefix), Velk::ThreadId());
+
+  iovec pieces[Velk::Console::kMaxPieces];
+  int count = 0;
+  pieces[count++] = Piece(prefix, static_cast<size_t>(prefixEnd - prefix));
+  if (!IsEmpty(module)) {
+    pieces[count++] = Piece(module);
+    pieces[count++] = Piece(".", 1);
+  }
+  pieces[count++] = Piece(level);
+  pieces[count++] = Piece(": ", 2);
+  pieces[count++] = Piece(text);
+  Velk::Console::WriteLine(pieces, count);
+}
+
+void LogPrinter::LogDebugBegin(const char* file, unsigned int line) {
+  pthread_mutex_lock(&m_mutex);
+  m_debugFile = AfterLastBackslash(OrEmpty(file));
+  m_debugLine = line;
+}
+
+void LogPrinter::LogDebugEnd(const char* format, ...) {
+  char message[kBufferSize];
+  // The constant stands where a thread number once stood; readers of these lines still split at it.
+  int length = snprintf(message, sizeof message, "%s(%u): %u: ", m_debugFile, m_debugLine, UINT_MAX);
+  if (length >= static_cast<int>(sizeof message)) length = static_cast<int>(sizeof message) - 1;
+  va_list args;
+  va_start(args, format);
+  vsnprintf(message + length, sizeof message - static_cast<size_t>(length), OrEmpty(format), args);
+  va_end(args);
+  pthread_mutex_unlock(&m_mutex);
+
+  if (m_sink == nullptr) {
+    fprintf(stderr, "Info: %s", message);
+  } else {
+    m_sink->Log(Info, nullptr, message);
+  }
+}

@@ -1,0 +1,73 @@
+// Logging layer: the process-wide front through which every message goes.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+
+#include "common/IDailyLog2.h"
+#include "common/SimpleString.h"
+
+namespace Velk {
+class GDQUdpBase;
+}
+
+// Formats a message once and hands it to up to three outlets, in this order: a remote peer, a sink, standard
+// output. Any thread may log. Sink, application name and flags are set at start-up, before other threads log.
+// Nothing is allocated but the remote call's texts, and no outlet's failure is reported.
+class LogPrinter {
+ public:
+  // Longest message kept, in characters; the rest is cut off.
+  static constexpr unsigned kMaxMessage = 2046;
+
+  // The one instance, built on first use.
+  static LogPrinter* Instance();
+
+  // A printer of its own, with no remote queue; sink may be null and is not owned.
+  explicit LogPrinter(IDailyLog2* sink);
+  ~LogPrinter();
+  LogPrinter(const LogPrinter&) = delete;
+  LogPrinter& operator=(const LogPrinter&) = delete;
+
+  // Logs one message; format carries its own "\n". A null or empty module stands for the application name.
+  // Trace messages are dropped while the trace flag is off. Types outside ELogMessageType still reach the
+  // remote peer and the sink, but not the console.
+  void Log(ELogMessageType type, const char* module, const char* format, ...)
+      __attribute__((format(printf, 4, 5)));
+
+  // Writes one console line "[HH:MM:SS.mmm][# tid] module.level: text" (without "module." when that is null
+  // or empty), unless the console is off. The thread id is the kernel's, padded to four places.
+  void PrintToConsole(const char* level, const char* module, const char* text);
+
+  // A pair that always goes together and never nests: Begin keeps the printer locked until End, so on the
+  // same thread no Log with a remote queue may come between. End hands "file(line): 4294967295: message" to
+  // the sink as Info, or to standard error where there is no sink. Neither console nor remote peer see it.
+  void LogDebugBegin(const char* file, unsigned int line);
+  void LogDebugEnd(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+  // Sends every later message to queue too, as the call "logmsg" (type, module, message). The queue is not
+  // owned and must stay alive; there is no way back. The notice "UDP remote logging enabled" goes out before.
+  void SetLogToGDQUdp(Velk::GDQUdpBase* queue);
+
+  IDailyLog2* m_sink;  // not owned; null: console only. Must outlive every Log
+
+ private:
+  // In a source of its own, because it alone needs the transport layer. The mutex is held.
+  void SendRemote(ELogMessageType type, const char* module, const char* message);
+
+  pthread_mutex_t m_mutex;  // the remote step, and the debug pair
+
+ public:
+  Velk::SimpleString m_appName;
+
+ private:
+  const char* m_debugFile = nullptr;  // not owned
+  unsigned int m_debugLine = 0;
+
+ public:
+  std::atomic<bool> m_consoleEnabled{true};
+  std::atomic<bool> m_traceEnabled{false};
+
+ private:
+  Velk::GDQUdpBase* m_remoteQueue = nullptr;  // not owned; guarded by m_mutex
+};
