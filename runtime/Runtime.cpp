@@ -38,15 +38,27 @@ void* operator new(size_t size) {
   return block;
 }
 
-void* operator new[](size_t size) { return operator new(size); }
-void operator delete(void* block) noexcept { free(block); }
-void operator delete[](void* block) noexcept { free(block); }
-void operator delete(void* block, size_t) noexcept { free(block); }
-void operator delete[](void* block, size_t) noexcept { free(block); }
+void* operator new[](size_t size) {
+  return operator new(size);
+}
+void operator delete(void* block) noexcept {
+  free(block);
+}
+void operator delete[](void* block) noexcept {
+  free(block);
+}
+void operator delete(void* block, size_t) noexcept {
+  free(block);
+}
+void operator delete[](void* block, size_t) noexcept {
+  free(block);
+}
 
 extern "C" {
 
-[[noreturn]] void __cxa_pure_virtual() { EndProcess("syslog: pure virtual call\n"); }
+[[noreturn]] void __cxa_pure_virtual() {
+  EndProcess("syslog: pure virtual call\n");
+}
 
 int __cxa_guard_acquire(Guard* guard) {
   if (__atomic_load_n(&guard->built, __ATOMIC_ACQUIRE) != 0) return 0;

@@ -1,0 +1,24 @@
+#!/bin/sh
+# Makes sure that Debian packages are there: tools/install.sh PACKAGE...
+# Installs what is missing when run as root, else says what to install and fails.
+set -eu
+
+missing=
+for package in "$@"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing="$missing $package"
+done
+[ -n "$missing" ] || exit 0
+
+if ! command -v apt-get >/dev/null; then
+  echo "This needs Debian's packages (or your system's equivalents):$missing" >&2
+  exit 1
+fi
+if [ "$(id -u)" -ne 0 ]; then
+  echo "Missing packages. Install them with:  sudo apt-get install$missing" >&2
+  exit 1
+fi
+echo "Installing Debian packages:$missing"
+export DEBIAN_FRONTEND=noninteractive
+# shellcheck disable=SC2086  # a list of words
+apt-get install -y -qq --no-install-recommends $missing >/dev/null 2>&1 ||
+  { apt-get update -qq && apt-get install -y -qq --no-install-recommends $missing >/dev/null; }
