@@ -1,0 +1,118 @@
+#include "common/RefString.h"
+
+#include <gtest/gtest.h>
+#include <limits.h>
+
+#include <thread>
+
+#include "tests/unit/StringModel.h"
+
+using Velk::RefString;
+
+TEST(RefString, AgreesWithAPlainString) {
+  StringModel<RefString>().Run(20000);
+}
+
+TEST(RefString, CapacityIsRoundedBeyondTheLength) {
+  struct {
+    unsigned long length;
+    unsigned long growBy;
+    unsigned capacity;
+    unsigned capacityFor20;  // of the private block that takes 20 characters
+  } const rows[] = {{31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},
+                    {256, 256, 511, 255}, {0, 1, 1, 21},    {0, 0, 0, 20}};
+  for (const auto& row : rows) {
+    RefString text(row.length, row.growBy);
+    EXPECT_EQ(row.capacity, text.Capacity()) << row.length << " by " << row.growBy;
+    EXPECT_TRUE(text.IsEmpty());
+    const RefString other(text);
+    text.Append("12345678901234567890");
+    EXPECT_EQ(row.capacityFor20, text.Capacity()) << row.length << " by " << row.growBy;
+  }
+}
+
+TEST(RefString, SharesUntilChanged) {
+  RefString text("abc");
+  const char* block = text.Str();
+  {
+    RefString copy(text);
+    EXPECT_EQ(block, copy.Str());
+    copy.Append('d');
+    EXPECT_STREQ("abcd", copy.Str());
+    EXPECT_EQ(block, text.Str());
+    // Alone again: written in place.
+    EXPECT_EQ(block, text.GetBuffer(3));
+    text.ReleaseBuffer(3);
+    copy.Set(text);
+    copy.Empty();
+    EXPECT_STREQ("", copy.Str());
+  }
+  EXPECT_STREQ("abc", text.Str());
+  EXPECT_EQ(block, text.GetBuffer(3));
+  text.Empty();
+  EXPECT_EQ(block, text.Str());  // kept, being unshared
+  EXPECT_EQ(RefString().Str(), RefString("").Str());
+}
+
+TEST(RefString, GetBufferGoesByLengthNotCapacity) {
+  RefString text(100, 0);
+  text.Append("abc");
+  const char* block = text.Str();
+  EXPECT_NE(block, text.GetBuffer(5));
+  EXPECT_EQ(5u, text.Capacity());
+  EXPECT_STREQ("abc", text.Str());
+  text.GetBuffer(3)[1] = '\0';
+  text.ReleaseBuffer(-1);
+  EXPECT_EQ(1u, text.Length());
+  text.ReleaseBuffer(INT_MAX);
+  EXPECT_EQ(5u, text.Length());
+}
+
+TEST(RefString, NullAndEmptyAreTheSame) {
+  const char* const null = nullptr;
+  const RefString empty;
+  const RefString text("a");
+  EXPECT_TRUE(empty == null && empty == "" && empty.EqNoCase(null));
+  EXPECT_FALSE(text == null || text == "" || text.EqNoCase(null));
+  EXPECT_TRUE(text.EqNoCase("A"));
+  EXPECT_TRUE(empty < "a" && text > null && text > "");
+  EXPECT_FALSE(empty < null || empty < "" || empty > "" || text < "" || empty > "a");
+  EXPECT_STREQ("", RefString(null).Str());
+  EXPECT_STREQ("", RefString(null, 5).Str());
+  EXPECT_EQ(5u, RefString(null, 5).Capacity());
+}
+
+TEST(RefString, HashIsTheSameOnEveryMachine) {
+  struct {
+    const char* text;
+    unsigned long hash;
+  } const rows[] = {
+      {"", 0},
+      {"a", 0x61},
+      {"abcd", 0x61626364},
+      {"\x80", 0xFFFFFF80},
+      {"abcde", 0x62636404},
+      {"\x80"
+       "a",
+       0xFFFFFF9E},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(row.hash, static_cast<unsigned long>(RefString(row.text))) << row.text;
+}
+
+TEST(RefString, CopiesMayLiveInDifferentThreads) {
+  for (int i = 0; i < 500; ++i) {
+    RefString first("shared");
+    const auto change = [](RefString text) {
+      RefString copy(text);
+      copy.Append("!");
+      text.Empty();
+      text.Append("own");
+      EXPECT_STREQ("shared!", copy.Str());
+    };
+    std::thread other(change, first);
+    first.MakeUpper();  // in place if the other thread has let go already
+    EXPECT_STREQ("SHARED", first.Str());
+    other.join();
+  }
+}

@@ -1,0 +1,147 @@
+// Runs one of our string classes beside std::string: what both classes do must agree after every step.
+#pragma once
+
+#include <ctype.h>
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+template <class String>
+class StringModel {
+ public:
+  void Run(unsigned steps) {
+    for (unsigned step = 0; step < steps && !::testing::Test::HasFailure(); ++step) {
+      const unsigned operation = Pick(14);
+      SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(operation));
+      Change(operation);
+      CheckText();
+      CheckParts();
+      // A copy taken earlier must not follow the changes.
+      ASSERT_EQ(m_copyModel, m_copy.Str());
+      if (Pick(8) == 0) {
+        String fresh(m_text);
+        (Pick(2) == 0 ? m_copy : fresh).Set(m_text);
+        if (Pick(2) == 0) m_copy = fresh;
+        m_copyModel = m_copy.Str();
+      }
+      if (m_model.size() > 500) Change(0);
+    }
+  }
+
+ private:
+  unsigned Pick(unsigned below) { return static_cast<unsigned>(m_random() % below); }
+  int PickAround(size_t length) { return static_cast<int>(Pick(static_cast<unsigned>(length) + 9)) - 4; }
+
+  std::string PickText() {
+    static const char kAlphabet[] = "abXYz09  \t\r\n\v\f'\x80\xff";
+    std::string text(Pick(40), ' ');
+    for (char& c : text) c = kAlphabet[Pick(sizeof(kAlphabet) - 1)];
+    return text;
+  }
+
+  void Change(unsigned operation) {
+    const std::string text = PickText();
+    switch (operation) {
+      case 0:
+        m_text.Empty();
+        m_model.clear();
+        break;
+      case 1:
+        m_text.Append(text.c_str());
+        m_model += text;
+        break;
+      case 2: {
+        const unsigned n = Pick(static_cast<unsigned>(text.size()) + 1);
+        m_text.Append(text.c_str(), n);
+        m_model += n != 0 ? text.substr(0, n) : text;
+        break;
+      }
+      case 3:
+        m_text.Append('c').Append(m_copy);
+        m_model += 'c' + m_copyModel;
+        break;
+      case 4: {
+        const unsigned long value = Pick(3) == 0 ? ~0ul : Pick(1000);
+        m_text.AppendNum(value);
+        m_model += std::to_string(value);
+        break;
+      }
+      case 5:
+        m_text.Format("%s-%d", text.c_str(), 7);
+        m_model = text + "-7";
+        break;
+      case 6: {  // from the own text
+        const unsigned start = Pick(static_cast<unsigned>(m_model.size()) + 1);
+        m_text.Append(m_text.Str() + start);
+        m_model += m_model.substr(start);
+        break;
+      }
+      case 7:
+        m_text.Append(m_text);
+        m_model += m_model;
+        break;
+      case 8:
+        m_text.TrimLeft();
+        m_model.erase(0, std::min(m_model.find_first_not_of(" \t\r\n"), m_model.size()));
+        break;
+      case 9:
+        m_text.TrimRight();
+        m_model.erase(m_model.find_last_not_of(" \t\r\n") + 1);
+        break;
+      case 10: {
+        const unsigned n = Pick(80);
+        memset(m_text.GetBuffer(n), 'w', n);
+        m_text.ReleaseBuffer(static_cast<int>(n));
+        m_model.assign(n, 'w');
+        break;
+      }
+      case 11:
+        m_text.MakeReverse();
+        std::reverse(m_model.begin(), m_model.end());
+        break;
+      case 12:
+        m_text.MakeUpper();
+        for (char& c : m_model) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+        break;
+      default:
+        m_text.MakeLower();
+        for (char& c : m_model) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+        break;
+    }
+  }
+
+  void CheckText() {
+    ASSERT_EQ(m_model, m_text.Str());
+    ASSERT_EQ(m_model.size(), m_text.Length());
+    ASSERT_LE(m_text.Length(), m_text.Capacity());
+    EXPECT_EQ(static_cast<int>(m_model.find('c')), m_text.Find('c'));
+    EXPECT_EQ(static_cast<int>(m_model.rfind('\xff')), m_text.FindRev('\xff'));
+    EXPECT_TRUE(m_text == m_model.c_str());
+    EXPECT_EQ(m_model == m_copyModel, m_text == m_copy);
+    EXPECT_EQ(m_model < m_copyModel, m_text < m_copy);
+    EXPECT_EQ(m_model > m_copyModel, m_text > m_copy);
+  }
+
+  void CheckParts() {
+    const int length = static_cast<int>(m_model.size());
+    const int start = PickAround(m_model.size());
+    const int count = PickAround(m_model.size());
+    const std::string rest = m_model.substr(static_cast<size_t>(std::min(std::max(start, 0), length)));
+    const size_t taken = static_cast<size_t>(std::max(count, 0));
+    EXPECT_EQ(rest, m_text.Mid(start).Str());
+    EXPECT_EQ(rest.substr(0, taken), m_text.Mid(start, count).Str());
+    EXPECT_EQ(m_model.substr(0, taken), m_text.Left(count).Str());
+    EXPECT_EQ(m_model.substr(m_model.size() - std::min(taken, m_model.size())), m_text.Right(count).Str());
+    EXPECT_EQ(m_text.Mid(start).Length(), m_text.Mid(start).Capacity());
+  }
+
+  std::mt19937 m_random{20240229};
+  String m_text{"start"};
+  String m_copy{""};
+  std::string m_model = "start";
+  std::string m_copyModel;
+};
