@@ -1,0 +1,73 @@
+#include "common/ArgsBuilder2.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "common/IGenericDispatchObj.h"
+
+namespace Velk {
+
+ArgsBuilder2::ArgsBuilder2(const char* name, IGenericDispatchObjBase* target)
+    : m_name(name), m_args(256, 256), m_target(target) {}
+
+ArgsBuilder2& ArgsBuilder2::operator<<(double value) {
+  // The largest double has 309 digits before the point.
+  char text[1 + 1 + 309 + 1 + 6 + 1];
+  snprintf(text, sizeof text, " %lf", value);
+  m_args.Append(text);
+  return *this;
+}
+
+ArgsBuilder2& ArgsBuilder2::operator<<(int value) {
+  return *this << static_cast<long long>(value);
+}
+
+namespace {
+
+constexpr unsigned kMaxDigits = 20;  // of a 64-bit number
+
+void AppendDigits(RefString& text, unsigned long long value) {
+  char digits[kMaxDigits];
+  unsigned start = kMaxDigits;
+  do {
+    digits[--start] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  text.Append(digits + start, kMaxDigits - start);
+}
+
+}  // namespace
+
+ArgsBuilder2& ArgsBuilder2::operator<<(long long value) {
+  const auto bits = static_cast<unsigned long long>(value);
+  if (value >= 0) return *this << bits;
+  m_args.Append(" -");
+  AppendDigits(m_args, 0 - bits);
+  return *this;
+}
+
+ArgsBuilder2& ArgsBuilder2::operator<<(unsigned long long value) {
+  m_args.Append(' ');
+  AppendDigits(m_args, value);
+  return *this;
+}
+
+ArgsBuilder2& ArgsBuilder2::operator<<(const char* text) {
+  if (text == nullptr) text = "";
+  // No blank before a first text, unlike numbers: peers compare what the log printer sends.
+  m_args.Append(m_args.IsEmpty() ? "`" : " `");
+  while (*text != '\0') {
+    const auto plain = static_cast<unsigned>(strcspn(text, "~`"));
+    if (plain != 0) m_args.Append(text, plain);
+    text += plain;
+    if (*text != '\0') m_args.Append('~').Append(*text++);
+  }
+  m_args.Append('`');
+  return *this;
+}
+
+void ArgsBuilder2::CallObj() {
+  m_target->Call(m_name.Str(), m_args.Str());
+}
+
+}  // namespace Velk
