@@ -51,7 +51,7 @@ void PutLittleEndian(unsigned char* out, uint32_t word) {
 
 void Transform(uint32_t state[4], const unsigned char* block) {
   uint32_t words[16];
-  for (unsigned i = 0; i < 16; ++i) words[i] = GetLittleEndian(block + 4 * i);
+  for (size_t i = 0; i < 16; ++i) words[i] = GetLittleEndian(block + 4 * i);
   uint32_t a = state[0];
   uint32_t b = state[1];
   uint32_t c = state[2];
@@ -103,7 +103,7 @@ void MD5Final(unsigned char* digest, MD5_CTX* context) {
   const unsigned used = context->count[0] / 8 % kBlockSize;
   MD5Update(context, kPadding, (used < kLengthOffset ? kLengthOffset : kLengthOffset + kBlockSize) - used);
   MD5Update(context, bits, sizeof(bits));
-  for (unsigned i = 0; i < 4; ++i) PutLittleEndian(digest + 4 * i, context->state[i]);
+  for (size_t i = 0; i < 4; ++i) PutLittleEndian(digest + 4 * i, context->state[i]);
   // The buffer may still hold part of a password.
   memset(context, 0, sizeof(*context));
 }

@@ -51,7 +51,8 @@ void RefString::RefStringData::AddRef() {
 }
 
 void RefString::RefStringData::RelRef() {
-  if (m_capacity != 0 && InterlockedDecrement(&m_refCount) <= 0) delete[] reinterpret_cast<char*>(this);
+  if (m_capacity == 0 || InterlockedDecrement(&m_refCount) > 0) return;
+  delete[] reinterpret_cast<char*>(this);  // NOLINT(clang-analyzer-cplusplus.NewDelete): not s_emptyData
 }
 
 RefString::RefString(unsigned long len, unsigned long growBy)
@@ -223,10 +224,10 @@ bool RefString::operator>(const char* s) const {
 RefString::operator unsigned long() const {
   uint32_t hash = 0;
   for (unsigned i = 0; i < Length(); ++i) {
-    const uint8_t mixed = static_cast<uint8_t>((hash >> 24) ^ static_cast<uint8_t>(m_text[i]));
+    const uint32_t mixed = (hash >> 24) ^ static_cast<unsigned char>(m_text[i]);
     // The sign of the mixed byte fills the upper bits; hashes that others hold were made this way.
-    const int32_t extended = static_cast<int8_t>(mixed);
-    hash = (hash << 8) | static_cast<uint32_t>(extended);
+    const uint32_t extended = (mixed ^ 0x80) - 0x80;
+    hash = (hash << 8) | extended;
   }
   return hash;
 }

@@ -42,7 +42,10 @@ class RefString {
   // Shares the text.
   RefString(const RefString& other);
   ~RefString() { Data()->RelRef(); }
-  RefString& operator=(const RefString& other) { return Set(other); }
+  RefString& operator=(const RefString& other) {
+    if (this != &other) Set(other);
+    return *this;
+  }
 
   // Valid until the string changes or ends; never null.
   const char* Str() const { return m_text; }

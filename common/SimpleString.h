@@ -36,7 +36,10 @@ class SimpleString {
   // The copy inherits the growth step.
   SimpleString(const SimpleString& other);
   ~SimpleString();
-  SimpleString& operator=(const SimpleString& other) { return Set(other); }
+  SimpleString& operator=(const SimpleString& other) {
+    if (this != &other) Set(other);
+    return *this;
+  }
 
   // Valid until the string changes or ends; never null.
   const char* Str() const { return m_text; }
