@@ -1,0 +1,147 @@
+#include "common/StrDict3.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+#include "common/SimpleListDL.h"
+
+namespace {
+
+constexpr unsigned kAll = 65535;
+
+using Dict = StrDict3<int>;
+
+// Hands out nodes one by one and counts those that are out.
+class CountingAllocator : public Dict::IAllocator {
+ public:
+  Dict::Node* Get() override {
+    ++m_out;
+    return new Dict::Node;
+  }
+  void Release(Dict::Node* node) override {
+    --m_out;
+    m_released += static_cast<char>(node->m_char);
+    delete node;
+  }
+
+  int m_out = 0;
+  std::string m_released;  // the characters, in order
+};
+
+std::string Lower(std::string text) {
+  for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+  return text;
+}
+
+}  // namespace
+
+TEST(StrDict3, AgreesWithAMap) {
+  for (const bool caseSensitive : {true, false}) {
+    std::mt19937 random(7);
+    Dict dict(caseSensitive);
+    std::map<std::string, int> model;
+    for (int step = 1; step <= 20000; ++step) {
+      static const char kAlphabet[] = "aAbB_[\x80\xff";
+      std::string key(random() % 6, ' ');
+      for (char& c : key) c = kAlphabet[random() % (sizeof(kAlphabet) - 1)];
+      const std::string folded = caseSensitive ? key : Lower(key);
+      const auto found = model.find(folded);
+      ASSERT_EQ(found != model.end() ? found->second : 0, dict.Get(key.c_str())) << key;
+      if (random() % 4 == 0) {
+        ASSERT_EQ(!key.empty(), dict.Set0(kAll, key.c_str(), step));
+        if (!key.empty()) model[folded] = step;
+      }
+      if (random() % 1000 == 0) {
+        dict.Clear();
+        model.clear();
+      }
+    }
+  }
+}
+
+TEST(StrDict3, KeepsPrefixesApart) {
+  Dict dict;
+  EXPECT_FALSE(dict.Set0(kAll, nullptr, 1));
+  EXPECT_FALSE(dict.Set0(kAll, "", 1));
+  EXPECT_EQ(0, dict.Get(nullptr));
+  EXPECT_TRUE(dict.Set0(kAll, "abc", 1));
+  EXPECT_EQ(0, dict.Get("ab"));
+  EXPECT_EQ(0, dict.Get("abcd"));
+  EXPECT_TRUE(dict.Set0(kAll, "ab", 2));
+  EXPECT_EQ(1, dict.Get("abc"));
+  EXPECT_EQ(2, dict.Get("ab"));
+  EXPECT_TRUE(dict.Set0(1, "xyz", 3));
+  EXPECT_EQ(3, dict.Get("x"));
+}
+
+TEST(StrDict3, FoldsToUpperWhenTold) {
+  Dict dict(false, true);
+  dict.Set0(kAll, "a_z", 1);  // '_' lies between the upper and the lower letters
+  EXPECT_EQ(1, dict.Get("A_Z"));
+  EXPECT_EQ(0, dict.Get("a\x7fz"));
+}
+
+TEST(StrDict3, ReleasesChildrenBeforeSiblingsInSignedOrder) {
+  CountingAllocator nodes;
+  {
+    Dict dict(true, false, &nodes);
+    for (const char* key : {"c", "az", "ax", "b", "\xff", "axy"}) dict.Set0(kAll, key, 1);
+    EXPECT_EQ(7, nodes.m_out);
+  }
+  EXPECT_EQ(0, nodes.m_out);
+  EXPECT_EQ(
+      "\xff"
+      "axyzbc",
+      nodes.m_released);
+}
+
+TEST(StrDict3, PoolGrowsByBlocksAndReusesNodes) {
+  StrDict3<bool>::Allocator<16u> pool;
+  StrDict3<bool> dict(true, false, &pool);
+  dict.Set0(kAll, "abcdefghijklmnop", true);
+  EXPECT_EQ(16u, pool.Total());
+  dict.Set0(kAll, "abcdefghijklmnopq", true);
+  EXPECT_EQ(32u, pool.Total());
+  dict.Clear();
+  EXPECT_EQ(0u, pool.Used());
+  dict.Set0(kAll, std::string(32, 'x').c_str(), true);
+  EXPECT_EQ(32u, pool.Total());
+}
+
+TEST(StrDict3, IgnoresWhatFollowsTheLongestKey) {
+  Dict dict;
+  const std::string longest(Dict::kMaxKeyLength, 'k');
+  dict.Set0(kAll, (longest + "tail").c_str(), 1);
+  EXPECT_EQ(1, dict.Get(longest.c_str()));
+  EXPECT_EQ(1, dict.Get((longest + "other").c_str()));
+}
+
+TEST(SimpleListDL, KeepsOrderWhileNodesLeave) {
+  SimpleListDL<int> list;
+  const auto text = [&list] {
+    std::string all;
+    const SimpleListDL<int>::Node* last = nullptr;
+    for (const auto* node = list.Head(); node != nullptr; node = node->m_next) {
+      EXPECT_EQ(last, node->m_prev);
+      last = node;
+      all += std::to_string(node->m_value);
+    }
+    EXPECT_EQ(all.size(), list.Count());
+    return all;
+  };
+  for (int i = 1; i <= 4; ++i) list.Append(i);
+  EXPECT_EQ("1234", text());
+  list.Remove(list.Head()->m_next);
+  EXPECT_EQ("134", text());
+  list.Remove(list.Head()->m_next->m_next);
+  list.Append(5);
+  EXPECT_EQ("135", text());
+  list.Remove(list.Head());
+  EXPECT_EQ("35", text());
+  while (list.Count() > 0) list.Remove(list.Head());
+  list.Append(6);
+  EXPECT_EQ("6", text());
+}
