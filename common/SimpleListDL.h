@@ -16,7 +16,11 @@ class SimpleListDL {
   SimpleListDL(const SimpleListDL&) = delete;
   SimpleListDL& operator=(const SimpleListDL&) = delete;
   ~SimpleListDL() {
-    while (m_head != nullptr) Remove(m_head);
+    for (Node* node = m_head; node != nullptr;) {
+      Node* next = node->m_next;
+      delete node;
+      node = next;
+    }
   }
 
   // The oldest node, or null; walk on with m_next.
