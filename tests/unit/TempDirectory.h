@@ -1,0 +1,36 @@
+// A directory of its own for a test, removed with everything in it.
+#pragma once
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <system_error>
+
+struct TempDirectory {
+  TempDirectory() {
+    char name[] = "/tmp/velk-test-XXXXXX";
+    path = mkdtemp(name);
+  }
+  ~TempDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  TempDirectory(const TempDirectory&) = delete;
+  TempDirectory& operator=(const TempDirectory&) = delete;
+
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(path + "/" + name, std::ios::binary) << text;
+  }
+  // Empty when there is no such file.
+  std::string Read(const std::string& name) const {
+    std::ostringstream text;
+    std::ifstream file(path + "/" + name, std::ios::binary);
+    if (file) text << file.rdbuf();
+    return text.str();
+  }
+
+  std::string path;
+};

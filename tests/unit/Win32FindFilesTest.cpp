@@ -1,0 +1,82 @@
+#include "common/Win32FindFiles.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+#include <string>
+
+#include "TempDirectory.h"
+
+namespace {
+
+struct Seen {
+  std::set<std::string> entries;  // "name" or "name/", and the path behind a blank
+  unsigned stopAfter = 1000;
+};
+
+bool Note(const char* name, char* fullPath, bool isDirectory, void* context) {
+  Seen* seen = static_cast<Seen*>(context);
+  seen->entries.insert(std::string(name) + (isDirectory ? "/ " : " ") + fullPath);
+  return seen->entries.size() < seen->stopAfter;
+}
+
+}  // namespace
+
+TEST(Win32FindFiles, ReportsFilesAndDirectoriesOnly) {
+  const TempDirectory dir;
+  dir.Write("a.log", "");
+  dir.Write("b.txt", "");
+  ASSERT_EQ(0, mkdir((dir.path + "/C.LOG").c_str(), 0777));
+  dir.Write("C.LOG/inner.log", "");
+  ASSERT_EQ(0, symlink("a.log", (dir.path + "/link.log").c_str()));
+  ASSERT_EQ(0, symlink("nowhere", (dir.path + "/dangling.log").c_str()));
+  ASSERT_EQ(0, mkfifo((dir.path + "/pipe.log").c_str(), 0600));
+  const std::string prefix = dir.path + "//";  // the caller's slash and the walk's own
+
+  Seen all;
+  EXPECT_TRUE(Win32FindFiles::EnumAll((dir.path + "/").c_str(), Note, &all));
+  const std::set<std::string> everything = {"./ " + prefix + ".",         "../ " + prefix + "..",
+                                            "a.log " + prefix + "a.log",  "b.txt " + prefix + "b.txt",
+                                            "C.LOG/ " + prefix + "C.LOG", "link.log " + prefix + "link.log"};
+  EXPECT_EQ(everything, all.entries);
+
+  Seen logs;
+  EXPECT_TRUE(Win32FindFiles::EnumFiles((dir.path + "/").c_str(), "*.log", Note, &logs));
+  const std::set<std::string> matching = {"a.log " + prefix + "a.log", "C.LOG/ " + prefix + "C.LOG",
+                                          "link.log " + prefix + "link.log"};
+  EXPECT_EQ(matching, logs.entries);
+}
+
+TEST(Win32FindFiles, StopsWhenTheCallbackSaysSo) {
+  const TempDirectory dir;
+  Seen seen;
+  seen.stopAfter = 1;
+  EXPECT_FALSE(Win32FindFiles::EnumAll(dir.path.c_str(), Note, &seen));
+  EXPECT_EQ(1u, seen.entries.size());
+}
+
+TEST(Win32FindFiles, RefusesWhatItCannotOpen) {
+  const TempDirectory dir;
+  dir.Write("file", "");
+  Seen seen;
+  EXPECT_FALSE(Win32FindFiles::EnumAll(nullptr, Note, &seen));
+  EXPECT_FALSE(Win32FindFiles::EnumAll((dir.path + "/none").c_str(), Note, &seen));
+  EXPECT_FALSE(Win32FindFiles::EnumAll((dir.path + "/file").c_str(), Note, &seen));
+  EXPECT_FALSE(Win32FindFiles::EnumAll(std::string(5000, '/').c_str(), Note, &seen));
+  EXPECT_TRUE(seen.entries.empty());
+}
+
+TEST(Win32FindFiles, SkipsPathsThatDoNotFit) {
+  const TempDirectory dir;
+  const std::string longName(200, 'n');
+  dir.Write("x", "");
+  dir.Write(longName, "");
+  // Slashes lengthen the path without changing what it names.
+  std::string directory = dir.path;
+  directory.resize(Win32FindFiles::kMaxPath - 4, '/');
+  Seen seen;
+  EXPECT_TRUE(Win32FindFiles::EnumAll(directory.c_str(), Note, &seen));
+  EXPECT_EQ(3u, seen.entries.size());  // ".", ".." and "x"
+}
