@@ -1,0 +1,208 @@
+#include "common/CDailyEventLog.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "common/Win32FindFiles.h"
+
+namespace {
+
+constexpr char kStdout[] = "stdout";
+constexpr unsigned kDateLength = 10;  // "YYYY-MM-DD"
+
+bool IsEmpty(const char* text) {
+  return text == nullptr || text[0] == '\0';
+}
+
+// A name under construction: what does not fit makes it bad, and nothing is cut.
+class NameBuilder {
+ public:
+  void Append(const char* text) {
+    if (text == nullptr) return;
+    const size_t length = strlen(text);
+    m_fits = m_fits && length < sizeof m_text - m_length;
+    if (!m_fits) return;
+    memcpy(m_text + m_length, text, length + 1);
+    m_length += length;
+  }
+  bool Fits() const { return m_fits; }
+  const char* Text() const { return m_text; }
+  size_t Length() const { return m_length; }
+
+ private:
+  char m_text[CDailyEventLog::kPathSize] = "";
+  size_t m_length = 0;
+  bool m_fits = true;
+};
+
+// Makes one directory unless it is there.
+bool MakeDirectory(const char* path) {
+  struct stat info;
+  if (stat(path, &info) != 0) return mkdir(path, 0777) == 0;
+  if (S_ISDIR(info.st_mode)) return true;
+  errno = ENOTDIR;
+  return false;
+}
+
+time_t NextMidnight(tm day) {
+  // By the calendar, not by 86,400 seconds: a day on which the clock is changed is longer or shorter.
+  ++day.tm_mday;
+  day.tm_hour = day.tm_min = day.tm_sec = 0;
+  day.tm_isdst = -1;
+  return mktime(&day);
+}
+
+bool EnumLogFiles(const char* name, char* fullPath, bool isDirectory, void* context) {
+  if (isDirectory) return true;
+  // The record itself goes on as the context: callbacks look for their own in its second word.
+  return static_cast<CDailyEventLog::EnumContext*>(context)->callback(name, fullPath, context);
+}
+
+}  // namespace
+
+CDailyEventLog::CDailyEventLog() : m_path(new char[kPathSize]) {
+  m_path[0] = '\0';
+}
+
+CDailyEventLog::~CDailyEventLog() {
+  Close();
+  delete[] m_path;
+  delete[] m_pattern;
+  delete[] m_directory;
+}
+
+bool CDailyEventLog::Open(const char* baseName, const char* extension, const char* directory,
+                          unsigned long daysToKeep) {
+  Close();
+  // Should this fail, opening the file fails too.
+  if (directory != nullptr) MakeDirectories(directory);
+  if (baseName != nullptr && strcmp(baseName, kStdout) == 0) {
+    memcpy(m_path, kStdout, sizeof kStdout);
+    m_nextRollover = 0;
+    return OpenTodaysFile();
+  }
+  m_daysToKeep = daysToKeep != 0 ? daysToKeep : 1;
+  return SetNames(baseName, extension, directory) && OpenTodaysFile();
+}
+
+bool CDailyEventLog::SetNames(const char* baseName, const char* extension, const char* directory) {
+  char workingDirectory[kPathSize];
+  if (directory == nullptr) directory = getcwd(workingDirectory, sizeof workingDirectory);
+  if (IsEmpty(directory)) return false;
+  if (IsEmpty(extension)) extension = ".log";
+  const char* const dot = extension[0] == '.' ? "" : ".";
+
+  NameBuilder path;
+  path.Append(directory);
+  if (directory[strlen(directory) - 1] != '/') path.Append("/");
+  const NameBuilder logDirectory = path;
+  path.Append(baseName);
+  const size_t dateAt = path.Length();
+  path.Append("YYYY-MM-DD");
+  path.Append(dot);
+  path.Append(extension);
+  if (!path.Fits()) return false;
+
+  // Shorter than the path, so it fits.
+  NameBuilder pattern;
+  pattern.Append(baseName);
+  pattern.Append("*");
+  pattern.Append(dot);
+  pattern.Append(extension);
+
+  memcpy(m_path, path.Text(), path.Length() + 1);
+  m_dateAt = m_path + dateAt;
+  StrAlloc(m_directory, logDirectory.Text());
+  StrAlloc(m_pattern, pattern.Text());
+  return true;
+}
+
+bool CDailyEventLog::OpenTodaysFile() {
+  Close();
+  if (strcmp(m_path, kStdout) == 0) {
+    m_file = stdout;
+    return true;
+  }
+  if (m_dateAt == nullptr) return false;
+  const time_t now = time(nullptr);
+  tm today{};
+  tzset();
+  if (localtime_r(&now, &today) == nullptr) return false;
+  char date[40];
+  snprintf(date, sizeof date, "%4.4d-%2.2d-%2.2d", today.tm_year + 1900, today.tm_mon + 1, today.tm_mday);
+  memcpy(m_dateAt, date, kDateLength);
+
+  // Non-blocking, so that a pipe somebody put in its place fails or loses texts instead of stopping the log.
+  const int fd = open(m_path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+  if (fd < 0) return false;
+  struct stat info;
+  m_file = fstat(fd, &info) == 0 ? fdopen(fd, "a") : nullptr;
+  if (m_file == nullptr) {
+    close(fd);
+    return false;
+  }
+  m_currentSize = static_cast<unsigned long>(info.st_size);
+  m_nextRollover = NextMidnight(today);
+  return true;
+}
+
+void CDailyEventLog::Print(const char* text) {
+  if (m_file == nullptr || text == nullptr) return;
+  if (m_nextRollover != 0 && time(nullptr) >= m_nextRollover && !OpenTodaysFile()) return;
+  const unsigned long length = strlen(text);
+  if (m_spaceLimit != 0 && (length >= m_spaceLimit || m_currentSize >= m_spaceLimit - length)) {
+    if (m_limitReached) return;
+    fprintf(m_file, "\nWARNING: File size limit of %lu bytes reached! Logging stopped until next day.\n\n",
+            m_spaceLimit);
+    fflush(m_file);
+    m_limitReached = true;
+    m_currentSize = m_spaceLimit;
+    return;
+  }
+  m_currentSize += length;
+  fputs(text, m_file);
+  fflush(m_file);
+}
+
+void CDailyEventLog::Close() {
+  if (m_file != nullptr && m_file != stdout) fclose(m_file);
+  m_file = nullptr;
+  m_currentSize = 0;
+  m_limitReached = false;
+}
+
+bool CDailyEventLog::EnumerateLogs(EnumCallback callback, void* context) {
+  EnumContext record{callback, context};
+  return Win32FindFiles::EnumFiles(m_directory, m_pattern, EnumLogFiles, &record);
+}
+
+bool CDailyEventLog::MakeDirectories(const char* path) {
+  char* const prefix = Strdup(path);
+  if (prefix == nullptr) return false;
+  bool made = true;
+  for (char* slash = strchr(prefix, '/'); made && slash != nullptr; slash = strchr(slash + 1, '/')) {
+    // The root and what stands between two slashes have no name.
+    if (slash == prefix || slash[-1] == '/') continue;
+    *slash = '\0';
+    made = MakeDirectory(prefix);
+    *slash = '/';
+  }
+  made = made && MakeDirectory(prefix);
+  delete[] prefix;
+  return made;
+}
+
+char* CDailyEventLog::Strdup(const char* text) {
+  if (text == nullptr) return nullptr;
+  const size_t size = strlen(text) + 1;
+  return static_cast<char*>(memcpy(new char[size], text, size));
+}
+
+void CDailyEventLog::StrAlloc(char*& target, const char* text) {
+  char* const copy = Strdup(text);
+  delete[] target;
+  target = copy;
+}
