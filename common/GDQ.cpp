@@ -1,0 +1,289 @@
+#include "common/GDQ.h"
+
+#include <time.h>
+
+#include "common/IGenericDispatchTarget.h"
+#include "common/ScopedLock.h"
+#include "common/Timer64x.h"
+
+namespace Velk {
+
+void GDQ::NodeList::InsertAfter(Node* after, Node* node) {
+  Node* before = after != nullptr ? after->m_next : m_head;
+  node->m_prev = after;
+  node->m_next = before;
+  (after != nullptr ? after->m_next : m_head) = node;
+  (before != nullptr ? before->m_prev : m_tail) = node;
+  ++m_count;
+}
+
+void GDQ::NodeList::Unlink(Node* node) {
+  (node->m_prev != nullptr ? node->m_prev->m_next : m_head) = node->m_next;
+  (node->m_next != nullptr ? node->m_next->m_prev : m_tail) = node->m_prev;
+  node->m_prev = node->m_next = nullptr;
+  --m_count;
+}
+
+void GDQ::NodeList::DeleteAll() {
+  while (m_head != nullptr) {
+    Node* node = m_head;
+    Unlink(node);
+    delete node;
+  }
+}
+
+// The place is the one that a walk from the head would find, but peers decide how many posts are pending, and
+// each of their posts must cost the same. All plain posts stand in front, so the last of them is where the
+// next goes; a timer is mostly due after those that are armed, so it is walked to from the tail.
+void GDQ::MessageList::AddOrdered(Node* node) {
+  if (node->m_dueMs == 0) {
+    m_nodes.InsertAfter(m_lastPost, node);
+    m_lastPost = node;
+    return;
+  }
+  Node* after = m_nodes.m_tail;
+  while (after != nullptr && after->m_dueMs > node->m_dueMs) after = after->m_prev;
+  m_nodes.InsertAfter(after, node);
+}
+
+void GDQ::MessageList::Unlink(Node* node) {
+  // What stands before a plain post is one too.
+  if (node == m_lastPost) m_lastPost = node->m_prev;
+  m_nodes.Unlink(node);
+}
+
+GDQ::Node* GDQ::MessageList::Remove(unsigned int timerId, IGenericDispatchTarget* target) {
+  Node* node = m_nodes.m_head;
+  while (node != nullptr && (node->m_timerId != timerId || node->m_target != target)) node = node->m_next;
+  if (node != nullptr) Unlink(node);
+  return node;
+}
+
+GDQ::Node* GDQ::MessageList::RemoveByTarget(IGenericDispatchTarget* target) {
+  Node* node = m_nodes.m_head;
+  while (node != nullptr && node->m_target != target) node = node->m_next;
+  if (node != nullptr) Unlink(node);
+  return node;
+}
+
+void GDQ::MessageList::DeleteAll() {
+  m_lastPost = nullptr;
+  m_nodes.DeleteAll();
+}
+
+GDQ::GDQ(int first, int second, const char* threadName, bool autoDelete)
+    : AppThread2(first, second, threadName, autoDelete) {
+  pthread_mutex_init(&m_listMutex, nullptr);
+  pthread_mutex_init(&m_wakeMutex, nullptr);
+  pthread_cond_init(&m_wakeCondition, nullptr);
+}
+
+GDQ::~GDQ() {
+  {
+    const ScopedLock lock(m_listMutex);
+    m_messages.DeleteAll();
+    m_free.DeleteAll();
+  }
+  pthread_mutex_destroy(&m_listMutex);
+  // The wake mutex and condition are left as they are: the service ends with its thread still asleep on them,
+  // and pthread_cond_destroy(3) would wait for it.
+}
+
+bool GDQ::Run() {
+  {
+    const ScopedLock lock(m_wakeMutex);
+    m_keepSignalled = false;
+  }
+  return AppThread2::Run();
+}
+
+void GDQ::Stop() {
+  {
+    // A thread that sleeps until the next post would not see that it is to end. A single signal could come
+    // before that and be used up, so it is kept up; Run() takes it back, as the object may be gone after
+    // this.
+    const ScopedLock lock(m_wakeMutex);
+    m_keepSignalled = true;
+    WakeLocked();
+  }
+  AppThread2::Stop();
+}
+
+void GDQ::Post(IGenericDispatchTarget* target, const char* name, const char* args) {
+  Enqueue(0, 0, 0, target, name, args);
+}
+
+void GDQ::PostTimer(unsigned int timerId, unsigned long periodMs, IGenericDispatchTarget* target,
+                    const char* name, const char* args) {
+  const auto period = static_cast<uint32_t>(periodMs);
+  Enqueue(Timer64x::GetMsecCount64() + period, period, timerId, target, name, args);
+}
+
+void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericDispatchTarget* target,
+                  const char* name, const char* args) {
+  {
+    const ScopedLock lock(m_listMutex);
+    Node* node = TakeSpareLocked();
+    node->m_dueMs = dueMs;
+    node->m_periodMs = periodMs;
+    node->m_timerId = timerId;
+    node->m_target = target;
+    // Emptied and appended to, which keeps the buffers.
+    node->m_name.Empty();
+    node->m_name.Append(name);
+    node->m_args.Empty();
+    node->m_args.Append(args);
+    m_messages.AddOrdered(node);
+  }
+  const ScopedLock lock(m_wakeMutex);
+  WakeLocked();
+}
+
+GDQ::Node* GDQ::TakeSpareLocked() {
+  Node* node = m_free.m_head;
+  if (node == nullptr) return new Node;
+  m_free.Unlink(node);
+  return node;
+}
+
+void GDQ::WakeLocked() {
+  m_signalled = true;
+  pthread_cond_signal(&m_wakeCondition);
+}
+
+void GDQ::CancelTimer(unsigned int timerId, IGenericDispatchTarget* target) {
+  const ScopedLock lock(m_listMutex);
+  Node* node = m_messages.Remove(timerId, target);
+  if (node != nullptr) RecycleLocked(node);
+}
+
+void GDQ::CancelAllMessages(IGenericDispatchTarget* target) {
+  const ScopedLock lock(m_listMutex);
+  while (Node* node = m_messages.RemoveByTarget(target)) RecycleLocked(node);
+}
+
+namespace {
+
+constexpr unsigned kMaxArgs = 32;
+constexpr uint32_t kNothingDue = 0xFFFFFFFF;  // wait value: until the next post
+
+}  // namespace
+
+void GDQ::Driver() {
+  ArgsParser parser(kMaxArgs);
+  uint32_t waitMs = 0;
+  while (IsRunning()) {
+    WaitForPost(waitMs);
+    DeliverDue(parser, waitMs);
+  }
+}
+
+namespace {
+
+timespec DeadlineIn(uint32_t waitMs) {
+  constexpr long kSecond = 1000000000;
+  timespec deadline{};
+  clock_gettime(CLOCK_REALTIME, &deadline);
+  deadline.tv_sec += static_cast<time_t>(waitMs / 1000);
+  deadline.tv_nsec += static_cast<long>(waitMs % 1000) * 1000000;
+  if (deadline.tv_nsec >= kSecond) {
+    deadline.tv_nsec -= kSecond;
+    ++deadline.tv_sec;
+  }
+  return deadline;
+}
+
+}  // namespace
+
+// Sleeps until there was a post, or at most waitMs milliseconds. A wake-up without a post starts the wait
+// anew, which may make it longer; what is due is decided by the message clock alone.
+void GDQ::WaitForPost(uint32_t waitMs) {
+  const ScopedLock lock(m_wakeMutex);
+  int result = 0;
+  while (!m_signalled && result == 0) {
+    if (waitMs == kNothingDue) {
+      result = pthread_cond_wait(&m_wakeCondition, &m_wakeMutex);
+    } else {
+      const timespec deadline = DeadlineIn(waitMs);
+      result = pthread_cond_timedwait(&m_wakeCondition, &m_wakeMutex, &deadline);
+    }
+  }
+  if (!m_keepSignalled) m_signalled = false;
+}
+
+// A message in the thread's hands, to be used without any lock.
+struct GDQ::Delivery {
+  Node* m_oneShot = nullptr;  // owned until it is recycled; null for a periodic message
+  IGenericDispatchTarget* m_target = nullptr;
+  const char* m_name = nullptr;
+  const char* m_args = nullptr;
+  // A periodic message is back in the list while it is dispatched. If it is cancelled then, perhaps by its
+  // own handler, the next post refills its node; a reference to the texts makes that post write into buffers
+  // of its own and leaves these to the handler and the error reporter.
+  RefString m_heldName;
+  RefString m_heldArgs;
+};
+
+// Delivers one message after the other until none is due, and sets waitMs to the time until one will be.
+void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
+  while (IsRunning()) {
+    Delivery delivery;
+    if (!TakeDue(delivery, waitMs)) return;
+    const bool parsed = Deliver(delivery, parser);
+    if (delivery.m_oneShot != nullptr) Recycle(delivery.m_oneShot);
+    // Deliberately with the wait as it was: what is due behind a message that does not parse is looked at
+    // when that wait ends or with the next post, so that a peer's garbage gets one look per post and no more.
+    if (!parsed) return;
+  }
+}
+
+bool GDQ::TakeDue(Delivery& delivery, uint32_t& waitMs) {
+  const ScopedLock lock(m_listMutex);
+  Node* node = m_messages.Head();
+  if (node == nullptr) {
+    waitMs = kNothingDue;
+    return false;
+  }
+  const uint64_t now = Timer64x::GetMsecCount64();
+  // Only once the clock has passed it, so that no message comes early by a part of a millisecond.
+  if (node->m_dueMs >= now) {
+    waitMs = static_cast<uint32_t>(node->m_dueMs - now);
+    return false;
+  }
+  m_messages.Unlink(node);
+  delivery.m_target = node->m_target;
+  delivery.m_name = node->m_name.Str();
+  delivery.m_args = node->m_args.Str();
+  if (node->m_periodMs == 0) {
+    delivery.m_oneShot = node;
+    return true;
+  }
+  delivery.m_heldName.Set(node->m_name);
+  delivery.m_heldArgs.Set(node->m_args);
+  // From now, not from when it was due: a thread that was held up does not catch up on what it missed.
+  node->m_dueMs = now + node->m_periodMs;
+  m_messages.AddOrdered(node);
+  return true;
+}
+
+// False: the arguments do not parse, which is reported. A periodic message stays armed all the same and is
+// reported again each time.
+bool GDQ::Deliver(const Delivery& delivery, ArgsParser& parser) {
+  IGenericDispatchTarget* target = delivery.m_target;
+  const char* name = delivery.m_name;
+  const char* args = delivery.m_args;
+  if (!parser.ParseArgs(args)) {
+    if (m_errorReporter != nullptr) m_errorReporter->OnParseError(target, name, args);
+    return false;
+  }
+  const bool done = target != nullptr && target->Dispatch(name, parser.GetArgs());
+  if (!done && m_errorReporter != nullptr) m_errorReporter->OnDispatchError(target, name, args);
+  return true;
+}
+
+void GDQ::Recycle(Node* node) {
+  const ScopedLock lock(m_listMutex);
+  RecycleLocked(node);
+}
+
+}  // namespace Velk
