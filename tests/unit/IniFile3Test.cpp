@@ -1,0 +1,239 @@
+#include "common/IniFile3.h"
+
+#include <float.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+class IniFile3Test : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NE(nullptr, mkdtemp(m_dir)); }
+  void TearDown() override { EXPECT_EQ(0, system(("rm -r " + std::string(m_dir)).c_str())); }
+
+  std::string Path(const std::string& name) const { return std::string(m_dir) + "/" + name; }
+
+  std::string Write(const std::string& text) const {
+    std::ofstream(Path("a.ini"), std::ios::binary) << text;
+    return Path("a.ini");
+  }
+
+  std::string ReadAll(const std::string& path) const {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+
+  char m_dir[32] = "/tmp/inifile.XXXXXX";
+};
+
+// All content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
+std::string Dump(const IniFile3& ini) {
+  struct Context {
+    const IniFile3* ini;
+    std::string text;
+  } context{&ini, {}};
+  ini.EnumSections(
+      [](const char* name, void* user) {
+        auto* to = static_cast<Context*>(user);
+        to->text += std::string("[") + (name != nullptr ? name : "-") + "]";
+        return to->ini->EnumValues(
+            name,
+            [](const char*, const char* key, const char* value, void* out) {
+              static_cast<Context*>(out)->text += std::string("{") + key + "|" + (value ? value : "-") + "}";
+              return true;
+            },
+            user);
+      },
+      &context);
+  return context.text;
+}
+
+TEST_F(IniFile3Test, LoadsLinesAsListed) {
+  const std::string longValue(2000, 'v');
+  struct {
+    std::string text;
+    std::string content;
+  } const rows[] = {
+      {"", ""},
+      {"[A]\nk=v\n", "[A]{k|v}"},
+      {"[A]\nk=v", "[A]{k|v}"},
+      {" \t[A] x\n  key =  value  \n", "[A]{key |value  }"},
+      {"[A]\nk=v\r\n", "[A]{k|v\r}"},
+      {"[A]\n# k=v\n  #k=v\nk=a#b\n;c=d\n", "[A]{k|a#b}{;c|d}"},
+      {"k=v\n[A]\n=v\nnothing\n\nk=\n", "[-]{k|v}[A]{|v}{k|}"},
+      {"[]\nk=v\n[[]]\n", "[[]]{k|v}[[]"},
+      {"[A]\n[B\nk=v\n", "[A]{k|v}"},
+      {"[A]\na=1\nb=2\n[B]\n[a]\nA=3\nc=4\n", "[A]{a|3}{b|2}{c|4}[B]"},
+      {"[A]\nk=\" a\\\"b\\\\ \" rest\n", "[A]{k| a\"b\\ }"},
+      {"[A]\nk=\"a\nl=\"a\\\"\nm=\"\"\n", "[A]{m|}"},
+      {"[A]\nk=a\\\\b\\c\\\"\nl=a\\\nm=a\\", "[A]{k|a\\bc\"}{l|a\n}{m|a\\}"},
+      {std::string("[A]\nk=a\0b\nl=c\n", 14), "[A]{k|a}{l|c}"},
+      {"[A]\nk=" + longValue + "=w\n",
+       "[A]{k|" + longValue.substr(0, 1021) + "}{" + longValue.substr(1021) + "|w}"},
+  };
+  for (const auto& row : rows) {
+    IniFile3 ini;
+    EXPECT_NE(0, ini.Load(Write(row.text).c_str()));
+    EXPECT_EQ(row.content, Dump(ini)) << row.text;
+  }
+}
+
+TEST_F(IniFile3Test, SavesLinesAsListed) {
+  IniFile3 ini;
+  ini.SetString("", "k", "plain\"");
+  ini.SetString("A", "with space", "a \"b\\");
+  ini.SetString("A", "bare", "C:\\x");
+  ini.SetString("A", "null", nullptr);
+  ini.SetString(nullptr, "first", "");
+  ini.SetString("A", nullptr, "no key");
+  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // a part of the value it replaces
+  const std::string path = Path("out.ini");
+  EXPECT_NE(0, ini.Save(path.c_str()));
+  EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n", ReadAll(path));
+}
+
+// A plain list of lists beside the real thing: random sets, saved and loaded now and then.
+TEST_F(IniFile3Test, ComesBackFromItsFileAsItWas) {
+  std::mt19937 random(20240102);
+  const auto text = [&random](const char* alphabet, unsigned longest) {
+    std::string result;
+    for (auto n = random() % (longest + 1); n > 0; --n) result += alphabet[random() % strlen(alphabet)];
+    return result;
+  };
+  using Values = std::vector<std::pair<std::string, std::string>>;
+  std::vector<std::pair<std::string, Values>> model;
+  const auto find = [](auto& list, const std::string& name) -> auto& {
+    for (auto& item : list) {
+      if (strcasecmp(item.first.c_str(), name.c_str()) == 0) return item.second;
+    }
+    list.emplace_back(name, typename std::decay_t<decltype(list)>::value_type::second_type());
+    return list.back().second;
+  };
+  IniFile3 ini;
+  const std::string path = Path("model.ini");
+  for (int step = 0; step < 5000; ++step) {
+    const std::string section = text("aA# =", 2);
+    const std::string key = "k" + text("aA #]\"\\", 2);
+    std::string value = text("ab \"\\#=[]", 6);
+    if (value[0] == '"' && value.find(' ') == std::string::npos) value += ' ';
+    ini.SetString(section.c_str(), key.c_str(), value.c_str());
+    find(find(model, section.empty() ? "[]" : section), key) = value;
+    if (step % 100 != 0) continue;
+    ASSERT_NE(0, ini.Save(path.c_str()));
+    ASSERT_NE(0, ini.Load(path.c_str()));
+    std::string expected;
+    for (const auto& [name, values] : model) {
+      expected += "[" + name + "]";
+      for (const auto& [k, v] : values) expected += "{" + k + "|" + v + "}";
+    }
+    ASSERT_EQ(expected, Dump(ini)) << "step " << step;
+  }
+}
+
+TEST_F(IniFile3Test, ReadsAndWritesTypes) {
+  IniFile3 ini;
+  for (const char* yes : {"T", "true", "Y", "yes", "1x"}) {
+    ini.SetString("s", "k", yes);
+    EXPECT_TRUE(ini.GetBool("S", "K", false)) << yes;
+  }
+  for (const char* no : {"", "on", "0", " true"}) {
+    ini.SetString("s", "k", no);
+    EXPECT_FALSE(ini.GetBool("s", "k", true)) << no;
+  }
+  for (const char* section : {"s", "none"}) {
+    EXPECT_TRUE(ini.GetBool(section, "none", true));
+    EXPECT_EQ(7, ini.GetInt(section, "none", 7));
+    EXPECT_EQ(0.5, ini.GetDouble(section, "none", 0.5));
+    EXPECT_EQ(-3.0f, ini.GetDb(section, "none", -3.0f));
+    EXPECT_STREQ("def", ini.GetString(section, "none", "def"));
+  }
+  ini.SetInt("s", "k", -2147483647 - 1);
+  EXPECT_EQ(-2147483647 - 1, ini.GetInt("s", "k", 0));
+  ini.SetString("s", "k", " 99999999999999999999");
+  EXPECT_EQ(2147483647, ini.GetInt("s", "k", 0));
+  for (const double value : {0.25, -1e15, DBL_MAX}) {
+    ini.SetDouble("s", "k", value);
+    EXPECT_EQ(value, ini.GetDouble("s", "k", 0));
+  }
+  ini.SetDouble("s", "k", -9e-10);
+  EXPECT_STREQ("0.000000", ini.GetString("s", "k", ""));
+  ini.SetBool("s", "k", true);
+  EXPECT_STREQ("true", ini.GetString("s", "k", ""));
+  ini.SetDb("s", "k", 0.1f);
+  EXPECT_STREQ("-20.000000", ini.GetString("s", "k", ""));
+  EXPECT_NEAR(0.1, ini.GetDb("s", "k", 0), 1e-6);
+  ini.SetString("s", "k", nullptr);
+  EXPECT_EQ(1.0f, ini.GetDb("s", "k", 5));  // present, but null
+  EXPECT_EQ(5, ini.GetInt("s", "k", 5));
+  EXPECT_EQ(-100, IniFile3::Float2Db(0));
+  EXPECT_DOUBLE_EQ(1e-5, IniFile3::Db2Float(-100));
+
+  char buf[4] = "old";
+  ini.SetString("s", "k", "abcdef");
+  EXPECT_EQ(nullptr, ini.GetString("s", "k", buf, 0, "def"));
+  EXPECT_STREQ("def", ini.GetString("s", "none", buf, sizeof buf, "def"));
+  EXPECT_STREQ("old", buf);
+  EXPECT_EQ(buf, ini.GetString("s", "k", buf, sizeof buf, "def"));
+  EXPECT_STREQ("abc", buf);
+}
+
+TEST_F(IniFile3Test, StopsEnumeratingAtTheFirstFalse) {
+  IniFile3 ini;
+  ini.Load(Write("[A]\na=1\nb=2\n[B]\nc=3\n").c_str());
+  int calls = 0;
+  const auto untilB = [](const char*, const char* key, const char*, void* user) {
+    ++*static_cast<int*>(user);
+    return key[0] != 'b';
+  };
+  EXPECT_FALSE(ini.EnumAllValues(untilB, &calls));
+  EXPECT_EQ(2, calls);
+  EXPECT_TRUE(ini.EnumValues("B", untilB, &calls));
+  EXPECT_TRUE(ini.EnumValues("none", untilB, &calls));
+  EXPECT_EQ(3, calls);
+}
+
+TEST_F(IniFile3Test, RefusesWhatItCannotLoad) {
+  ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
+  std::ofstream(Path("huge")) << "[A]\nk=v\n";
+  ASSERT_EQ(0, truncate(Path("huge").c_str(), IniFile3::kMaxFileSize + 1));
+  for (const std::string& path : {std::string(m_dir), Path("fifo"), std::string("/dev/zero"), Path("huge"),
+                                  Path("none/a.ini"), Path(std::string(300, 'p')), std::string()}) {
+    IniFile3 ini;
+    ini.SetString("A", "k", "old");
+    EXPECT_EQ(0, ini.Load(path.c_str())) << path;
+    EXPECT_EQ("", Dump(ini)) << path;
+    EXPECT_EQ(0, ini.Save(nullptr)) << path;
+  }
+  IniFile3 ini;
+  EXPECT_EQ(0, ini.Load(nullptr));
+  EXPECT_EQ(0, ini.Save(Path(std::string(300, 'p')).c_str()));
+  EXPECT_EQ(0, ini.Load(Path("new.ini").c_str()));  // a missing file is where a new one starts
+  ini.SetInt("A", "k", 1);
+  EXPECT_NE(0, ini.Save(nullptr));
+  EXPECT_EQ("[A]\nk=1\n", ReadAll(Path("new.ini")));
+}
+
+TEST_F(IniFile3Test, SavesThroughALinkAndKeepsIt) {
+  Write("[A]\nk=1\n");
+  ASSERT_EQ(0, symlink("a.ini", Path("link.ini").c_str()));
+  IniFile3 ini;
+  ASSERT_NE(0, ini.Load(Path("link.ini").c_str()));
+  ini.SetInt("A", "k", 2);
+  EXPECT_NE(0, ini.Save(nullptr));
+  struct stat status {};
+  EXPECT_EQ(0, lstat(Path("link.ini").c_str(), &status));
+  EXPECT_TRUE(S_ISLNK(status.st_mode));
+  EXPECT_EQ("[A]\nk=2\n", ReadAll(Path("a.ini")));
+}
+
+}  // namespace
