@@ -1,0 +1,157 @@
+#include "common/AppData.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "common/LogPrinter.h"
+
+namespace {
+
+AppData* const data = AppData::GetInstance();
+
+// Appends its user's letter to what was called and agrees; "no" as a value is refused.
+std::string s_calls;
+
+bool OnVar(const char*, const char* value, void* user) {
+  s_calls += static_cast<const char*>(user);
+  return std::string("no") != value;
+}
+
+void OnDlg(const char* dialog, AppData::EDlgAction action, bool flag, void* user) {
+  s_calls += static_cast<const char*>(user) + std::string(dialog) + (action == AppData::eEnter ? "<" : ">") +
+             (flag ? "1 " : "0 ");
+}
+
+void* Letter(const char* letter) {
+  return const_cast<char*>(letter);
+}
+
+// Counts what reaches the log.
+class Sink final : public IDailyLog2 {
+ public:
+  Sink() { LogPrinter::Instance()->m_sink = this; }
+  ~Sink() override { LogPrinter::Instance()->m_sink = nullptr; }
+  bool EnableSyslog(const char*, unsigned short) override { return false; }
+  void DisableSyslog() override {}
+  void Log(ELogMessageType, const char*, const char* text) override { m_text += text; }
+  void SyncLog() override {}
+  void AddErrorNotify(ILogErrorNotify*) override {}
+  void RemoveErrorNotify(ILogErrorNotify*) override {}
+  const char* GetLogPath() override { return nullptr; }
+  bool EnumerateLogs(bool (*)(const char*, const char*, void*), void*) override { return true; }
+
+  std::string m_text;
+};
+
+TEST(AppData, FlagsWhatChangedUntilSaved) {
+  char path[] = "/tmp/appdata.XXXXXX";
+  close(mkstemp(path));
+  std::ofstream(path) << "[Data]\nremotelog_type=SysLog server\n";
+  ASSERT_NE(0, data->Load(path));
+  EXPECT_STREQ("SysLog server", data->GetVar("remotelog_type", ""));
+
+  data->SetVar("remotelog_type", "SysLog server");
+  EXPECT_FALSE(data->IsVarChanged("remotelog_type"));
+  data->SetVar("absent", "");  // absent reads as empty, so this is no change
+  EXPECT_FALSE(data->IsVarChanged("absent"));
+  data->SetVar("RemoteLog_Type", "none");
+  EXPECT_STREQ("none", data->GetVar("remotelog_type", ""));
+  EXPECT_TRUE(data->IsVarChanged("RemoteLog_Type"));
+  EXPECT_FALSE(data->IsVarChanged("remotelog_type"));  // flags know one spelling
+  data->SetVarChanged("other", true);
+
+  data->Save();
+  EXPECT_FALSE(data->IsVarChanged("RemoteLog_Type"));
+  EXPECT_FALSE(data->IsVarChanged("other"));
+  ASSERT_NE(0, data->Load(path));
+  EXPECT_STREQ("none", data->GetVar("remotelog_type", ""));
+  unlink(path);
+}
+
+TEST(AppData, IgnoresNullAndEmptyNames) {
+  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
+    data->SetVar(name, "x");
+    data->SetVarChanged(name, true);
+    EXPECT_STREQ("def", data->GetVar(name, "def"));
+    EXPECT_FALSE(data->IsVarChanged(name));
+    data->SubscribeVarChanges(name, OnVar, Letter("a"));
+    EXPECT_TRUE(data->OnVarChanged(name, "no"));
+    data->UnsubscribeVarChanges(name, OnVar);
+  }
+  EXPECT_EQ("", s_calls);
+  data->SetVar("null", nullptr);
+  EXPECT_STREQ("def", data->GetVar("null", "def"));
+}
+
+TEST(AppData, AsksSubscribersInOrderAndAcceptsAVeto) {
+  Sink sink;
+  s_calls.clear();
+  data->SubscribeVarChanges("asked", OnVar, Letter("a"));
+  data->SubscribeVarChanges("asked", OnVar, Letter("b"));
+  EXPECT_EQ("AppData::SubscribeVarChanges(asked): Create list!\n", sink.m_text);
+  sink.m_text.clear();
+
+  EXPECT_FALSE(data->OnVarChanged("asked", "no"));
+  EXPECT_EQ("a", s_calls);
+  EXPECT_STREQ("def", data->GetVar("asked", "def"));
+  EXPECT_FALSE(data->IsVarChanged("asked"));
+  EXPECT_EQ("", sink.m_text);
+
+  EXPECT_TRUE(data->OnVarChanged("asked", "yes"));
+  EXPECT_EQ("aab", s_calls);
+  EXPECT_STREQ("yes", data->GetVar("asked", ""));
+  EXPECT_TRUE(data->IsVarChanged("asked"));
+  EXPECT_EQ("OnVarChanged: SetVar: asked='yes'\n", sink.m_text);
+
+  data->UnsubscribeVarChanges("asked", OnVar);
+  EXPECT_TRUE(data->OnVarChanged("asked", "no"));
+  EXPECT_EQ("aab", s_calls);
+}
+
+TEST(AppData, TellsAnyDialogSubscribersTrueAlways) {
+  s_calls.clear();
+  data->SubscribeAnyDlgChanges(OnDlg, Letter("any:"));
+  data->SubscribeDlgChanges("d", OnDlg, Letter("one:"));
+  data->OnEnterDialog("d");
+  data->OnExitDialog("d", false);
+  data->OnExitDialog("e", false);
+  EXPECT_EQ("one:d<1 any:d<1 one:d>0 any:d>1 any:e>1 ", s_calls);
+  data->UnsubscribeDlgChanges("d", OnDlg);
+  data->UnsubscribeAnyDlgChanges(OnDlg);
+  data->OnEnterDialog("d");
+  EXPECT_EQ("one:d<1 any:d<1 one:d>0 any:d>1 any:e>1 ", s_calls);
+}
+
+// Leaves, and takes along its own second subscription and the one that would be asked next.
+bool LeaveAll(const char* name, const char*, void*) {
+  s_calls += "l";
+  data->UnsubscribeVarChanges(name, LeaveAll);
+  data->UnsubscribeVarChanges(name, OnVar);
+  return true;
+}
+
+bool Nest(const char* name, const char* value, void* user) {
+  s_calls += "n";
+  if (user == nullptr) return true;
+  data->UnsubscribeVarChanges(name, Nest);
+  return data->OnVarChanged(name, value);  // its subscribers leave under the outer walk
+}
+
+TEST(AppData, SurvivesSubscribersThatLeaveWhileAsked) {
+  s_calls.clear();
+  data->SubscribeVarChanges("left", Nest, Letter("nest"));
+  data->SubscribeVarChanges("left", LeaveAll, nullptr);
+  data->SubscribeVarChanges("left", LeaveAll, nullptr);
+  data->SubscribeVarChanges("left", OnVar, Letter("a"));
+  data->SubscribeVarChanges("left", Nest, nullptr);
+  EXPECT_TRUE(data->OnVarChanged("left", "x"));
+  EXPECT_EQ("nl", s_calls);
+  EXPECT_TRUE(data->OnVarChanged("left", "y"));
+  EXPECT_EQ("nl", s_calls);
+}
+
+}  // namespace
