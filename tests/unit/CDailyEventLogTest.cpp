@@ -1,0 +1,215 @@
+#include "common/CDailyEventLog.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <set>
+#include <string>
+
+#include "TempDirectory.h"
+
+namespace {
+
+time_t s_now = 0;  // 0: the real time
+
+}  // namespace
+
+// Stands before the C library's for the whole test program, so that a day passes when a test says so.
+extern "C" time_t time(time_t* out) noexcept {
+  timespec real{};
+  clock_gettime(CLOCK_REALTIME, &real);
+  const time_t now = s_now != 0 ? s_now : real.tv_sec;
+  if (out != nullptr) *out = now;
+  return now;
+}
+
+namespace {
+
+void SetZone(const char* zone) {
+  if (zone != nullptr) {
+    setenv("TZ", zone, 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
+}
+
+// Berlin's rules, written out so that no zone files are needed.
+constexpr char kZone[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+// 2024-01-02 12:00:00 in kZone.
+constexpr time_t kNoon = 1704193200;
+constexpr time_t kDay = 86400;
+
+class CDailyEventLogTest : public testing::Test {
+ protected:
+  CDailyEventLogTest() {
+    SetZone(kZone);
+    s_now = kNoon;
+  }
+  ~CDailyEventLogTest() override {
+    s_now = 0;
+    SetZone(nullptr);
+  }
+
+  TempDirectory m_dir;
+  CDailyEventLog m_log;
+};
+
+bool Collect(const char* name, const char* fullPath, void* context) {
+  auto* names =
+      static_cast<std::set<std::string>*>(static_cast<CDailyEventLog::EnumContext*>(context)->context);
+  names->insert(name);
+  return access(fullPath, F_OK) == 0;
+}
+
+}  // namespace
+
+TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
+  struct {
+    const char* base;
+    const char* extension;
+    const char* file;
+    const char* listed;
+    const char* notListed;
+  } const rows[] = {
+      {"event", nullptr, "event2024-01-02.log", "EVENT-old.LOG", "vent2024-01-02.log"},
+      {nullptr, "", "2024-01-02.log", "x.log", "x.txt"},
+      {"e", "txt", "e2024-01-02.txt", "e1.txt", "e1.log"},
+      {"e", ".txt", "e2024-01-02.txt", "e1.txt", "e1txt"},
+  };
+  for (const auto& row : rows) {
+    const TempDirectory dir;
+    dir.Write(row.listed, "");
+    dir.Write(row.notListed, "");
+    mkdir((dir.path + "/e-directory.log").c_str(), 0777);
+    mkdir((dir.path + "/e-directory.txt").c_str(), 0777);
+    const bool withSlash = row.base != nullptr;
+    ASSERT_TRUE(m_log.Open(row.base, row.extension, (dir.path + (withSlash ? "/" : "")).c_str(), 0));
+    EXPECT_EQ(dir.path + "/", m_log.GetLogPath());
+    m_log.Print("text\n");
+    EXPECT_EQ("text\n", dir.Read(row.file));
+    std::set<std::string> names;
+    EXPECT_TRUE(m_log.EnumerateLogs(Collect, &names));
+    EXPECT_EQ((std::set<std::string>{row.file, row.listed}), names);
+  }
+}
+
+TEST_F(CDailyEventLogTest, MakesMissingDirectories) {
+  const std::string deep = m_dir.path + "//x/y/";
+  EXPECT_TRUE(m_log.Open(nullptr, nullptr, deep.c_str(), 0));
+  EXPECT_EQ(0, access((m_dir.path + "/x/y/2024-01-02.log").c_str(), F_OK));
+
+  m_dir.Write("file", "");
+  EXPECT_FALSE(CDailyEventLog::MakeDirectories((m_dir.path + "/file/z").c_str()));
+  EXPECT_EQ(ENOTDIR, errno);
+  EXPECT_FALSE(m_log.Open(nullptr, nullptr, (m_dir.path + "/file/z").c_str(), 0));
+  EXPECT_FALSE(CDailyEventLog::MakeDirectories(nullptr));
+}
+
+TEST_F(CDailyEventLogTest, RefusesNamesThatDoNotFit) {
+  const std::string tail = "2024-01-02.log";
+  const size_t room = CDailyEventLog::kPathSize - 1 - (m_dir.path + "/" + tail).size();
+  const std::string fits(room, 'f');
+  ASSERT_TRUE(m_log.Open(fits.c_str(), nullptr, m_dir.path.c_str(), 0));
+  m_log.Print("1");
+  EXPECT_FALSE(m_log.Open((fits + "f").c_str(), nullptr, m_dir.path.c_str(), 0));
+  EXPECT_FALSE(m_log.Open(nullptr, std::string(5000, 'x').c_str(), m_dir.path.c_str(), 0));
+  EXPECT_FALSE(m_log.Open("base", nullptr, "", 0));
+  EXPECT_FALSE(m_log.IsOpen());
+  m_log.Print("dropped");
+  EXPECT_TRUE(m_log.OpenTodaysFile());  // the earlier naming
+  m_log.Print("2");
+  EXPECT_EQ("12", m_dir.Read(fits + tail));
+}
+
+TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
+  const std::string today = "2024-01-02.log";
+  m_dir.Write(today, std::string(50, '.'));
+  ASSERT_TRUE(m_log.Open(nullptr, nullptr, m_dir.path.c_str(), 1));
+  m_log.LimitSpaceUsedBytes(100);
+  m_log.Print("123456789\n");  // 60 bytes
+  const std::string before = m_dir.Read(today);
+  m_log.Print(std::string(40, 'x').c_str());  // would be exactly 100
+  m_log.Print("y");
+  EXPECT_EQ(before + "\nWARNING: File size limit of 100 bytes reached! Logging stopped until next day.\n\n",
+            m_dir.Read(today));
+
+  s_now += kDay;
+  m_log.Print(std::string(99, 'z').c_str());
+  EXPECT_EQ(std::string(99, 'z'), m_dir.Read("2024-01-03.log"));
+}
+
+TEST_F(CDailyEventLogTest, MovesOnAtLocalMidnight) {
+  struct {
+    const char* what;
+    time_t opened;
+    time_t midnight;
+    const char* today;
+    const char* tomorrow;
+  } const rows[] = {
+      {"noon", kNoon, kNoon + kDay / 2, "2024-01-02.log", "2024-01-03.log"},
+      {"last second of the year", 1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},
+      {"late before a day of 23 hours", 1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},
+      {"early on a day of 25 hours", 1729981800, 1730070000, "2024-10-27.log", "2024-10-28.log"},
+  };
+  for (const auto& row : rows) {
+    const TempDirectory dir;
+    s_now = row.opened;
+    ASSERT_TRUE(m_log.Open(nullptr, nullptr, dir.path.c_str(), 1)) << row.what;
+    s_now = row.midnight - 1;
+    m_log.Print("last");
+    s_now = row.midnight;
+    m_log.Print("first");
+    EXPECT_EQ("last", dir.Read(row.today)) << row.what;
+    EXPECT_EQ("first", dir.Read(row.tomorrow)) << row.what;
+  }
+}
+
+TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
+  m_log.Print("before Open");
+  EXPECT_FALSE(m_log.OpenTodaysFile());
+  EXPECT_FALSE(m_log.EnumerateLogs(Collect, nullptr));
+
+  // Nothing of this stops or blocks the caller: a directory, a full device or a pipe without a reader there.
+  ASSERT_EQ(0, mkdir((m_dir.path + "/d2024-01-02.log").c_str(), 0777));
+  EXPECT_FALSE(m_log.Open("d", nullptr, m_dir.path.c_str(), 1));
+  ASSERT_EQ(0, mkfifo((m_dir.path + "/p2024-01-02.log").c_str(), 0600));
+  EXPECT_FALSE(m_log.Open("p", nullptr, m_dir.path.c_str(), 1));
+  ASSERT_EQ(0, symlink("/dev/full", (m_dir.path + "/f2024-01-02.log").c_str()));
+  EXPECT_TRUE(m_log.Open("f", nullptr, m_dir.path.c_str(), 1));
+  for (int i = 0; i < 1000; ++i) m_log.Print("0123456789\n");
+
+  // The directory goes away over night.
+  const std::string gone = m_dir.path + "/gone";
+  ASSERT_TRUE(m_log.Open(nullptr, nullptr, gone.c_str(), 1));
+  std::filesystem::remove_all(gone);
+  s_now += kDay;
+  m_log.Print("lost");
+  EXPECT_FALSE(m_log.IsOpen());
+  ASSERT_EQ(0, mkdir(gone.c_str(), 0777));
+  m_log.Print("lost too");
+  EXPECT_TRUE(m_log.OpenTodaysFile());
+  m_log.Print("kept");
+  EXPECT_EQ("kept", m_dir.Read("gone/2024-01-03.log"));
+}
+
+TEST_F(CDailyEventLogTest, WritesToStandardOutput) {
+  testing::internal::CaptureStdout();
+  {
+    CDailyEventLog log;
+    ASSERT_TRUE(log.Open("stdout", nullptr, nullptr, 1));
+    log.Print("one ");
+    s_now += 2 * kDay;
+    log.Print("two ");
+    log.Close();
+    log.Print("lost ");
+    ASSERT_TRUE(log.OpenTodaysFile());
+    log.Print("three ");
+  }
+  puts("four");  // still open
+  EXPECT_EQ("one two three four\n", testing::internal::GetCapturedStdout());
+}
