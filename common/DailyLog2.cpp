@@ -21,12 +21,8 @@ constexpr char kWarningWord[] = "Warning: ";
 constexpr char kErrorWord[] = "Error: ";
 
 constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with the blank behind it
-constexpr unsigned kMaxHeader = 126;
+constexpr unsigned kMaxHeader = 126;       // a longer module name pushes its type word out
 constexpr unsigned kMaxText = 0x7FFFFFFF;  // keeps every length an unsigned; nobody logs that much
-
-unsigned Smaller(size_t a, unsigned b) {
-  return a < b ? static_cast<unsigned>(a) : b;
-}
 
 // Copies as much of text as fits in front of end. Returns the position after it. Null counts as empty.
 char* Put(char* at, const char* end, const char* text) {
@@ -81,7 +77,8 @@ void PrepareDirectory(const char* syncPath) {
 }  // namespace
 
 unsigned DailyLog2::MessageChunk::AddData(const char* data, unsigned length) {
-  const unsigned added = Smaller(length, kChunkSize - m_used);
+  const unsigned room = kChunkSize - m_used;
+  const unsigned added = length < room ? length : room;
   memcpy(m_data + m_used, data, added);
   m_used += added;
   return added;
