@@ -1,8 +1,8 @@
 // Logging layer: what the log printer needs of a log store. Interfaces only.
 #pragma once
 
-// Type of a log message; the numbers travel in "LogMsg" calls.
-enum ELogMessageType { Trace = 0, Info = 1, Warning = 2, Error = 3 };
+// Type of a log message; the numbers travel in "LogMsg" calls, where a peer may send any int.
+enum ELogMessageType : int { Trace = 0, Info = 1, Warning = 2, Error = 3 };
 
 // A store of log messages: the sink behind LogPrinter. Implementations lock for themselves, so any
 // thread may call.
