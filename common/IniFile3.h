@@ -21,7 +21,7 @@ class IniFile3 {
   static constexpr unsigned kLineSize = 1024;
   // Larger files are not loaded: adding a key walks all keys before it, and a file made to be slow must not
   // keep the service from starting.
-  static constexpr unsigned kMaxFileSize = 64 * 1024;
+  static constexpr long kMaxFileSize = 64L * 1024;
 
   // Owns a copy of one text, or null.
   class StrValue {
