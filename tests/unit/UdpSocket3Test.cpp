@@ -1,0 +1,145 @@
+#include "common/UdpSocket3.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr unsigned long kLoopback = INADDR_LOOPBACK;
+
+int CountDescriptors() {
+  int count = 0;
+  DIR* dir = opendir("/proc/self/fd");
+  while (readdir(dir) != nullptr) ++count;
+  closedir(dir);
+  return count;
+}
+
+int NextDescriptor() {
+  const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  close(fd);
+  return fd;
+}
+
+// A socket on a loopback port that the kernel chose; its address is learned from a datagram it sends.
+InetAddress2 BindSomewhere(UdpSocket3& socket) {
+  const int fd = NextDescriptor();
+  EXPECT_TRUE(socket.Open() && socket.Bind(0, kLoopback));
+  InetAddress2 address(0, 0);
+  socklen_t size = sizeof(sockaddr_in);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address.Native()), &size);
+  return address;
+}
+
+}  // namespace
+
+TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
+  UdpSocket3 a, b;
+  const InetAddress2 addressA = BindSomewhere(a);
+  const InetAddress2 addressB = BindSomewhere(b);
+  EXPECT_EQ(0, b.WaitForRead(0));
+  EXPECT_EQ(0, b.WaitForRead(2));
+  EXPECT_EQ(1, a.WaitForWrite(UdpSocket3::kForever));
+  EXPECT_EQ(5, a.Write("hello", 5, &addressB));
+  EXPECT_EQ(1, b.WaitForRead(UdpSocket3::kForever));
+
+  char text[8] = {};
+  InetAddress2 from(0, 0);
+  EXPECT_EQ(4, b.Read(text, 4, &from));  // cut, and nothing written behind it
+  EXPECT_STREQ("hell", text);
+  EXPECT_EQ(addressA.GetIP(), from.GetIP());
+  EXPECT_EQ(addressA.GetPort(), from.GetPort());
+
+  EXPECT_EQ(-1, a.Write("x", -1, &addressB));
+  EXPECT_EQ(-1, b.Read(text, -1, &from));
+  EXPECT_EQ(0, a.Write("", 0, &addressB));
+  EXPECT_EQ(0, b.Read(text, sizeof text, nullptr));
+}
+
+TEST(UdpSocket3, RefusesEverythingWhileClosed) {
+  UdpSocket3 socket;
+  InetAddress2 address(static_cast<long>(kLoopback), 9);
+  char byte = 0;
+  EXPECT_FALSE(socket.Bind(0, 0));
+  EXPECT_FALSE(socket.BindAddress(address));
+  EXPECT_EQ(-1, socket.Read(&byte, 1, &address));
+  EXPECT_EQ(-1, socket.Write(&byte, 1, &address));
+  EXPECT_EQ(-1, socket.WaitForRead(UdpSocket3::kForever));
+  EXPECT_EQ(-1, socket.WaitForWrite(0));
+  EXPECT_FALSE(socket.SetTTL(1));
+  EXPECT_FALSE(socket.AddMulticastMembership(0x7FFFFFFF, 0));
+}
+
+TEST(UdpSocket3, BindsUpToTheFirstMulticastAddress) {
+  UdpSocket3 socket;
+  ASSERT_TRUE(socket.Open());
+  EXPECT_FALSE(socket.Bind(0, 0xE0000001));
+  EXPECT_TRUE(socket.Bind(0, 0xE0000000));
+}
+
+TEST(UdpSocket3, OwnsAtMostOneDescriptor) {
+  const int before = CountDescriptors();
+  {
+    UdpSocket3 socket;
+    const int fd = NextDescriptor();
+    ASSERT_TRUE(socket.Open());
+    EXPECT_NE(0, fcntl(fd, F_GETFD) & FD_CLOEXEC);
+    ASSERT_TRUE(socket.Open());
+    EXPECT_EQ(before + 1, CountDescriptors());
+    socket.Close();
+    EXPECT_EQ(before, CountDescriptors());
+    ASSERT_TRUE(socket.Open());
+  }
+  EXPECT_EQ(before, CountDescriptors());
+}
+
+TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit raised{limit.rlim_max, limit.rlim_max};
+  if (limit.rlim_max < FD_SETSIZE + 8) GTEST_SKIP() << "too few descriptors allowed";
+  setrlimit(RLIMIT_NOFILE, &raised);
+  std::vector<int> fillers;
+  do {
+    fillers.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  } while (fillers.back() >= 0 && fillers.back() < FD_SETSIZE);
+  UdpSocket3 socket;
+  EXPECT_TRUE(socket.Open());
+  EXPECT_EQ(-1, socket.WaitForRead(0));
+  EXPECT_EQ(-1, socket.WaitForWrite(0));
+  for (const int fd : fillers) close(fd);
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+TEST(UdpSocket3, JoinsAndLeavesAGroup) {
+  constexpr long kGroup = static_cast<long>(0xEF010203);
+  UdpSocket3 receiver, sender;
+  const InetAddress2 bound = BindSomewhere(sender);
+  InetAddress2 group(kGroup, bound.GetPort());
+  ASSERT_TRUE(receiver.Open());
+  ASSERT_TRUE(receiver.BindAddress(group));
+  ASSERT_TRUE(receiver.AddMulticastMembership(kGroup, static_cast<long>(kLoopback)));
+  ASSERT_TRUE(sender.SetMulticastInterface(kLoopback));
+  ASSERT_TRUE(sender.SetMulticastTTL(0));  // must not leave this machine
+  ASSERT_TRUE(sender.SetMulticastLoopback(true));
+  EXPECT_EQ(1, sender.Write("x", 1, &group));
+  char byte = 0;
+  EXPECT_EQ(1, receiver.WaitForRead(5000));
+  EXPECT_EQ(1, receiver.Read(&byte, 1, nullptr));
+
+  EXPECT_TRUE(sender.SetMulticastLoopback(false));
+  sender.Write("x", 1, &group);
+  EXPECT_EQ(0, receiver.WaitForRead(0));
+  EXPECT_TRUE(receiver.DropMulticastMembership(kGroup, static_cast<long>(kLoopback)));
+  EXPECT_FALSE(receiver.DropMulticastMembership(kGroup, static_cast<long>(kLoopback)));
+  EXPECT_TRUE(sender.ClearMulticastInterface());
+  EXPECT_TRUE(sender.SetTTL(1));
+  EXPECT_FALSE(sender.SetTTL(0));
+}
