@@ -47,9 +47,9 @@ TEST(InetAddress2, ReadsQuadsLikeTheModel) {
   std::mt19937 random(1);
   const std::string alphabet = "0011225.....:ax";
   int valid = 0;
-  for (int i = 0; i < 200000; ++i) {
+  for (int i = 0; i < 50000; ++i) {
     std::string text = i % 2 != 0 ? "" : "1.2";
-    for (unsigned n = random() % 14; n != 0; --n) text += alphabet[random() % alphabet.size()];
+    for (auto n = random() % 14; n != 0; --n) text += alphabet[random() % alphabet.size()];
     unsigned long expected = 0;
     const bool ok = ModelQuad(text, &expected);
     bool error = ok;
@@ -58,7 +58,7 @@ TEST(InetAddress2, ReadsQuadsLikeTheModel) {
     ASSERT_EQ(ok ? expected : 0, ip) << text;
     valid += ok ? 1 : 0;
   }
-  EXPECT_GT(valid, 1000);
+  EXPECT_GT(valid, 250);
   bool error = false;
   EXPECT_EQ(0u, InetAddress2::StringToIP(nullptr, &error));
   EXPECT_TRUE(error);
@@ -98,8 +98,8 @@ TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysAsItWas) {
     EXPECT_EQ(row.result != nullptr ? row.result : "127.0.0.2:99", Text(address)) << row.text;
     const auto lines = log.Take();
     ASSERT_EQ(row.isLookedUp ? 1u : 0u, lines.size()) << row.text;
-    if (row.isLookedUp)
-      EXPECT_EQ(0u, lines[0].find("2:Cannot resolve host name '" + longestLookup + "', error code -"));
+    if (!row.isLookedUp) continue;
+    EXPECT_EQ(0u, lines[0].find("2:Cannot resolve host name '" + longestLookup + "', error code -"));
   }
   InetAddress2 address(1, 1);
   EXPECT_FALSE(address.SetAddressString(nullptr, 514));

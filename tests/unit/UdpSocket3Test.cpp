@@ -121,25 +121,41 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
 TEST(UdpSocket3, JoinsAndLeavesAGroup) {
   constexpr long kGroup = static_cast<long>(0xEF010203);
   UdpSocket3 receiver, sender;
-  const InetAddress2 bound = BindSomewhere(sender);
-  InetAddress2 group(kGroup, bound.GetPort());
+  InetAddress2 group(kGroup, BindSomewhere(sender).GetPort());
   ASSERT_TRUE(receiver.Open());
   ASSERT_TRUE(receiver.BindAddress(group));
   ASSERT_TRUE(receiver.AddMulticastMembership(kGroup, static_cast<long>(kLoopback)));
   ASSERT_TRUE(sender.SetMulticastInterface(kLoopback));
-  ASSERT_TRUE(sender.SetMulticastTTL(0));  // must not leave this machine
-  ASSERT_TRUE(sender.SetMulticastLoopback(true));
   EXPECT_EQ(1, sender.Write("x", 1, &group));
   char byte = 0;
-  EXPECT_EQ(1, receiver.WaitForRead(5000));
+  ASSERT_EQ(1, receiver.WaitForRead(5000));
   EXPECT_EQ(1, receiver.Read(&byte, 1, nullptr));
-
-  EXPECT_TRUE(sender.SetMulticastLoopback(false));
+  EXPECT_TRUE(receiver.DropMulticastMembership(kGroup, static_cast<long>(kLoopback)));
   sender.Write("x", 1, &group);
   EXPECT_EQ(0, receiver.WaitForRead(0));
-  EXPECT_TRUE(receiver.DropMulticastMembership(kGroup, static_cast<long>(kLoopback)));
-  EXPECT_FALSE(receiver.DropMulticastMembership(kGroup, static_cast<long>(kLoopback)));
-  EXPECT_TRUE(sender.ClearMulticastInterface());
-  EXPECT_TRUE(sender.SetTTL(1));
-  EXPECT_FALSE(sender.SetTTL(0));
+}
+
+TEST(UdpSocket3, SetsTheOptionsOfIp) {
+  const int fd = NextDescriptor();
+  UdpSocket3 socket;
+  ASSERT_TRUE(socket.Open());
+  const auto option = [fd](int name) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    getsockopt(fd, IPPROTO_IP, name, &value, &size);
+    return value;
+  };
+  EXPECT_TRUE(socket.SetMulticastLoopback(false));
+  EXPECT_EQ(0, option(IP_MULTICAST_LOOP));
+  EXPECT_TRUE(socket.SetMulticastLoopback(true));
+  EXPECT_EQ(1, option(IP_MULTICAST_LOOP));
+  EXPECT_TRUE(socket.SetMulticastTTL(0));
+  EXPECT_EQ(0, option(IP_MULTICAST_TTL));
+  EXPECT_TRUE(socket.SetTTL(200));
+  EXPECT_EQ(200, option(IP_TTL));
+  EXPECT_FALSE(socket.SetTTL(0));
+  EXPECT_TRUE(socket.SetMulticastInterface(kLoopback));
+  EXPECT_EQ(static_cast<int>(htonl(kLoopback)), option(IP_MULTICAST_IF));
+  EXPECT_TRUE(socket.ClearMulticastInterface());
+  EXPECT_EQ(0, option(IP_MULTICAST_IF));
 }

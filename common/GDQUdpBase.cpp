@@ -1,0 +1,42 @@
+#include "common/GDQUdpBase.h"
+
+#include "common/ScopedLock.h"
+#include "common/SimpleString.h"
+
+namespace Velk {
+
+GDQUdpBase::GDQUdpBase() {
+  pthread_mutex_init(&m_mutex, nullptr);
+}
+
+GDQUdpBase::~GDQUdpBase() {
+  {
+    const ScopedLock lock(m_mutex);  // waits for a delivery under way
+    while (m_listeners.Head() != nullptr) m_listeners.Remove(m_listeners.Head());
+  }
+  pthread_mutex_destroy(&m_mutex);
+}
+
+void GDQUdpBase::AddListener(IGenericDispatchObj* listener) {
+  if (listener == nullptr) return;
+  const ScopedLock lock(m_mutex);
+  for (const auto* node = m_listeners.Head(); node != nullptr; node = node->m_next) {
+    if (node->m_value == listener) return;
+  }
+  m_listeners.Append(listener);
+}
+
+void GDQUdpBase::Deliver(const char* name, const char* args) {
+  const ScopedLock lock(m_mutex);
+  for (const auto* node = m_listeners.Head(); node != nullptr; node = node->m_next) {
+    node->m_value->Call(name, args);
+  }
+}
+
+void GDQUdpBase::Call(const char* name, const char* args) {
+  SimpleString text(256, 256);
+  text.Append(name).Append(' ').Append(args);
+  SendMsg(text.Str());
+}
+
+}  // namespace Velk

@@ -1,0 +1,41 @@
+// Transport layer: dispatch calls as lines of text, whatever carries the lines.
+#pragma once
+
+#include <pthread.h>
+
+#include "common/GDOBase.h"
+#include "common/SimpleListDL.h"
+
+namespace Velk {
+
+// A dispatch object whose calls go to remote peers, and the list of local objects that receive what the
+// peers call. Any thread may call any operation.
+class GDQUdpBase : public GDOBase {
+ public:
+  GDQUdpBase();
+  GDQUdpBase(const GDQUdpBase&) = delete;
+  GDQUdpBase& operator=(const GDQUdpBase&) = delete;
+
+  // Sends "name args" with SendMsg. A call that cannot be sent is lost, as any datagram can be.
+  void Call(const char* name, const char* args) override;
+
+  // Sends one call text to every peer; false when it is too long to be sent.
+  virtual bool SendMsg(const char* text) = 0;
+
+  virtual ~GDQUdpBase();
+
+  // Every later call from a peer is handed to listener too, after those added before it. It is not owned
+  // and must outlive this object. Adding it again does nothing.
+  void AddListener(IGenericDispatchObj* listener);
+
+ protected:
+  // Hands one call to every listener. They are called with the list locked: a listener must not add
+  // another one, and should only post the call and return.
+  void Deliver(const char* name, const char* args);
+
+ private:
+  pthread_mutex_t m_mutex;  // guards m_listeners
+  SimpleListDL<IGenericDispatchObj*> m_listeners;
+};
+
+}  // namespace Velk
