@@ -1,0 +1,376 @@
+#include "common/DailyLog2.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cctype>
+#include <cstring>
+#include <deque>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TempDirectory.h"
+#include "common/LogPrinter.h"
+
+namespace {
+
+constexpr size_t kStamp = 15;  // "[HH:MM:SS.mmm] "
+
+// "[12:34:56.789] " becomes "# ", wherever it stands, so that texts compare.
+std::string WithoutTimes(const std::string& text) {
+  std::string result;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool stamp = text.size() - i >= kStamp && text[i] == '[' && isdigit(text[i + 1]) &&
+                       text[i + 3] == ':' && isdigit(text[i + 5]) && text[i + 6] == ':' &&
+                       isdigit(text[i + 8]) && text[i + 9] == '.' && isdigit(text[i + 12]) &&
+                       text[i + 13] == ']' && text[i + 14] == ' ';
+    if (stamp) i += kStamp - 1;
+    result += stamp ? std::string("# ") : std::string(1, text[i]);
+  }
+  return result;
+}
+
+using Pieces = std::vector<std::vector<std::string>>;  // per message
+
+// Keeps what it was shown last; messageLog, where set, gets a warning during each notification.
+struct Watcher final : IDailyLog2::ILogErrorNotify {
+  void OnLogError(IDailyLog2::ILogDataBlock** messages, unsigned count, unsigned totalBytes) override {
+    ++calls;
+    total = totalBytes;
+    pieces.clear();
+    for (unsigned i = 0; i < count; ++i) {
+      pieces.emplace_back();
+      for (auto* piece = messages[i]; piece != nullptr; piece = piece->GetNext()) {
+        pieces.back().emplace_back(piece->GetDataPtr(), piece->GetDataSize());
+        chunks.insert(piece);
+      }
+    }
+    if (messageLog != nullptr) messageLog->Log(Warning, "nested", "warning\n");
+  }
+
+  int calls = 0;
+  unsigned total = 0;
+  Pieces pieces;
+  std::set<const void*> chunks;  // of all calls
+  IDailyLog2* messageLog = nullptr;
+};
+
+class DailyLog2Test : public testing::Test {
+ protected:
+  DailyLog2Test() { LogPrinter::Instance()->m_consoleEnabled = false; }
+  ~DailyLog2Test() override { LogPrinter::Instance()->m_consoleEnabled = true; }
+
+  std::string Path() const { return m_dir.path + "/synclog"; }
+  std::string Synced(DailyLog2& log) const {
+    log.SyncLog();
+    return m_dir.Read("synclog");
+  }
+
+  TempDirectory m_dir;
+};
+
+}  // namespace
+
+TEST_F(DailyLog2Test, StoresStampHeaderAndText) {
+  DailyLog2 log(10, Path().c_str());
+  log.Log(Trace, "Syslog", "a\n");
+  log.Log(Info, nullptr, "b %s\n");
+  log.Log(Warning, "", "c\n");
+  log.Log(Error, "net", nullptr);
+  log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
+  log.Log(Info, std::string(200, 'm').c_str(), "long module\n");
+  EXPECT_EQ("# Syslog.Trace: a\n# Info: b %s\n# Warning: c\n# net.Error: # " + std::string(113, 'm') +
+                "long module\n",
+            WithoutTimes(Synced(log)));
+}
+
+TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
+  std::mt19937 random(42);
+  for (const unsigned capacity : {1u, 2u, 7u, 500u}) {
+    DailyLog2 log(capacity, Path().c_str());
+    Watcher watcher;
+    log.AddErrorNotify(&watcher);
+    std::deque<std::string> model;
+    for (int i = 0; i < 1500; ++i) {
+      const std::string module(random() % 4 == 0 ? random() % 140 : random() % 10, 'm');
+      const std::string text(random() % 8 == 0 ? random() % 3000 : random() % 300,
+                             static_cast<char>('a' + i % 26));
+      const bool error = random() % 16 == 0;
+      const std::string header =
+          ((module.empty() ? "" : module + ".") + (error ? "Error: " : "Info: ")).substr(0, 113);
+      log.Log(error ? Error : Info, module.c_str(), text.c_str());
+      model.push_back("# " + header + text);
+      if (model.size() > capacity) model.pop_front();
+      if (!error) continue;
+      std::string expected;
+      std::string shown;
+      for (const std::string& line : model) expected += line;
+      for (const auto& message : watcher.pieces) {
+        for (const std::string& piece : message) shown += piece;
+      }
+      ASSERT_EQ(expected, WithoutTimes(shown)) << i;
+      ASSERT_EQ(expected, WithoutTimes(Synced(log))) << i;
+    }
+    // Pieces are used again: never more than the longest messages of one ring took at one time.
+    EXPECT_LE(watcher.chunks.size(), (capacity + 1) * 26u);
+  }
+}
+
+TEST_F(DailyLog2Test, FillsPiecesToTheLastByte) {
+  struct {
+    size_t module;
+    size_t text;
+    std::vector<size_t> pieces;
+    unsigned total;
+  } const rows[] = {
+      // The stamp takes 15 bytes, ".Error: " takes 8.
+      {0, 0, {22}, 22},
+      {5, 99, {127}, 127},
+      {5, 100, {128}, 128},
+      {5, 101, {128, 1}, 129},
+      {5, 300, {128, 128, 72}, 328},
+      {105, 0, {128}, 128},  // a header of 113
+      {105, 1, {128, 1}, 129},
+      {106, 1, {128, 1}, 130},  // of 114: cut to fit, yet counted
+      {200, 128, {128, 128}, 15 + 126 + 128},
+  };
+  DailyLog2 log(1, nullptr);
+  Watcher watcher;
+  log.AddErrorNotify(&watcher);
+  for (const auto& row : rows) {
+    log.Log(Error, std::string(row.module, 'm').c_str(), std::string(row.text, 't').c_str());
+    ASSERT_EQ(1u, watcher.pieces.size());
+    std::vector<size_t> sizes;
+    for (const auto& piece : watcher.pieces[0]) sizes.push_back(piece.size());
+    EXPECT_EQ(row.pieces, sizes) << row.module << " " << row.text;
+    EXPECT_EQ(row.total, watcher.total) << row.module << " " << row.text;
+  }
+  // A ring of one message never needs more than the three pieces of its longest one.
+  EXPECT_LE(watcher.chunks.size(), 3u);
+}
+
+TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
+  DailyLog2 log(3, nullptr);
+  Watcher first;
+  Watcher second;
+  log.Log(Error, nullptr, "nobody watches\n");
+  log.AddErrorNotify(&first);
+  log.AddErrorNotify(&second);
+  log.AddErrorNotify(&first);
+  log.Log(Info, nullptr, "quiet\n");
+  log.Log(Trace, nullptr, "quiet\n");
+  EXPECT_EQ(0, first.calls);
+
+  first.messageLog = &log;
+  log.Log(Warning, nullptr, "loud\n");
+  EXPECT_EQ(2, first.calls);  // added twice; its own warnings tell nobody
+  EXPECT_EQ(1, second.calls);
+  first.messageLog = nullptr;
+  log.Log(Error, nullptr, "louder\n");
+  EXPECT_EQ(4, first.calls);
+  EXPECT_EQ(2, second.calls);
+  EXPECT_EQ("nested.Warning: warning\n", second.pieces[0][0].substr(kStamp));
+
+  log.RemoveErrorNotify(&first);
+  log.RemoveErrorNotify(&second);
+  log.RemoveErrorNotify(&second);  // no longer there
+  log.Log(Error, nullptr, "loudest\n");
+  EXPECT_EQ(5, first.calls);
+  EXPECT_EQ(2, second.calls);
+  log.RemoveErrorNotify(&first);
+  log.Log(Error, nullptr, "nobody is left\n");
+  EXPECT_EQ(5, first.calls);
+  log.AddErrorNotify(&second);  // takes an entry that was given up
+  log.Log(Warning, nullptr, "again\n");
+  EXPECT_EQ(3, second.calls);
+}
+
+TEST_F(DailyLog2Test, KeepsNothingWithoutCapacity) {
+  DailyLog2 log(0, Path().c_str());
+  Watcher watcher;
+  log.AddErrorNotify(&watcher);
+  log.Log(Error, nullptr, "gone\n");
+  EXPECT_EQ(1, watcher.calls);
+  EXPECT_EQ(0u, watcher.total);
+  EXPECT_EQ("", Synced(log));
+}
+
+TEST_F(DailyLog2Test, MakesTheDirectoryOfTheSyncFile) {
+  const std::string deep = m_dir.path + "/a/b";
+  LogPrinter::Instance()->m_consoleEnabled = true;
+  testing::internal::CaptureStdout();
+  for (int i = 0; i < 2; ++i) {
+    DailyLog2 log(5, (deep + "/synclog").c_str());
+    log.Log(Info, nullptr, "x\n");
+    log.SyncLog();
+  }
+  DailyLog2 local(5, "synclog");
+  DailyLog2 none(5, "");
+  none.SyncLog();
+  const std::string said = testing::internal::GetCapturedStdout();
+  EXPECT_NE(std::string::npos, said.find("Info: SyncLog path '" + deep + "' does not exist, creating..\n"));
+  EXPECT_NE(std::string::npos, said.find("Info: Using file path '" + deep + "' for SyncLog\n"));
+  EXPECT_NE(std::string::npos, said.find("Info: Using file path '.' for SyncLog\n"));
+  EXPECT_EQ("# Info: x\n", WithoutTimes(m_dir.Read("a/b/synclog")));
+}
+
+TEST_F(DailyLog2Test, ReplacesOnlyARegularSyncFile) {
+  DailyLog2 log(5, Path().c_str());
+  log.Log(Info, nullptr, "new\n");
+  m_dir.Write("synclog", "an old and longer text\n");
+  chmod(Path().c_str(), 0640);
+  EXPECT_EQ("# Info: new\n", WithoutTimes(Synced(log)));
+  struct stat info {};
+  ASSERT_EQ(0, stat(Path().c_str(), &info));
+  EXPECT_EQ(0640u, info.st_mode & 07777);
+  unlink(Path().c_str());
+
+  m_dir.Write("precious", "precious");
+  ASSERT_EQ(0, symlink("precious", Path().c_str()));
+  log.SyncLog();
+  EXPECT_EQ("precious", m_dir.Read("precious"));
+  unlink(Path().c_str());
+
+  ASSERT_EQ(0, mkfifo(Path().c_str(), 0600));
+  log.SyncLog();  // returns, though nobody reads
+  ASSERT_EQ(0, lstat(Path().c_str(), &info));
+  EXPECT_TRUE(S_ISFIFO(info.st_mode));
+  unlink(Path().c_str());
+
+  ASSERT_EQ(0, mkdir(Path().c_str(), 0777));
+  log.SyncLog();
+  EXPECT_EQ(0, rmdir(Path().c_str()));
+  std::filesystem::remove_all(m_dir.path);
+  log.SyncLog();  // no directory either: nothing to tell, nothing breaks
+}
+
+TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
+  DailyLog2 log(5, nullptr);
+  EXPECT_EQ(nullptr, log.GetLogPath());
+  ASSERT_TRUE(log.Open("day", nullptr, m_dir.path.c_str(), 1, true));
+  testing::internal::CaptureStdout();
+  log.Log(Info, "net", "up\n");
+  EXPECT_EQ("# net.Info: up\n", WithoutTimes(testing::internal::GetCapturedStdout()));
+  EXPECT_EQ(m_dir.path + "/", log.GetLogPath());
+
+  std::string name;
+  const auto note = [](const char* entry, const char*, void* context) {
+    *static_cast<std::string*>(static_cast<CDailyEventLog::EnumContext*>(context)->context) = entry;
+    return true;
+  };
+  EXPECT_TRUE(log.EnumerateLogs(note, &name));
+  EXPECT_EQ("# net.Info: up\n", WithoutTimes(m_dir.Read(name)));
+}
+
+namespace {
+
+// The syslog server of the tests, on an address that no real one uses.
+constexpr char kServer[] = "127.77.0.1";
+constexpr unsigned long kServerIp = 0x7F4D0001;
+
+std::string Receive(UdpSocket3& server, InetAddress2* from = nullptr) {
+  char packet[2000];
+  if (server.WaitForRead(5000) != 1) return "nothing came";
+  const int length = server.Read(packet, sizeof packet, from);
+  return length < 0 ? "error" : std::string(packet, static_cast<size_t>(length));
+}
+
+}  // namespace
+
+TEST_F(DailyLog2Test, ForwardsToTheSyslogServer) {
+  UdpSocket3 server;
+  if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kServerIp))
+    GTEST_SKIP() << "port 514 not permitted";
+  DailyLog2 log(5, nullptr);
+  log.Log(Info, nullptr, "off\n");
+  ASSERT_TRUE(log.EnableSyslog("127.77.0.1:9999", 0));  // that port is not used
+  struct {
+    ELogMessageType type;
+    const char* module;
+    const char* packet;
+  } const rows[] = {
+      {Trace, "Syslog", "<131>Syslog.Trace: x"},
+      {Info, "Syslog", "<134>Syslog.Info: x"},
+      {Warning, nullptr, "<132>Warning: x"},
+      {Error, "", "<131>Error: x"},
+  };
+  for (const auto& row : rows) {
+    log.Log(row.type, row.module, "x");
+    EXPECT_EQ(row.packet, Receive(server));
+  }
+  log.Log(Info, nullptr, std::string(2000, 't').c_str());
+  EXPECT_EQ("<134>Info: " + std::string(1024 - 11, 't'), Receive(server));
+  log.Log(Info, std::string(200, 'm').c_str(), "t");
+  EXPECT_EQ("<134>" + std::string(126, 'm') + "t", Receive(server));
+
+  // What cannot be used leaves it as it was; enabling again moves to the asked source port.
+  EXPECT_FALSE(log.EnableSyslog(nullptr, 0));
+  EXPECT_FALSE(log.EnableSyslog("127.77.0.1:0", 0));
+  log.Log(Info, nullptr, "still on");
+  EXPECT_EQ("<134>Info: still on", Receive(server));
+  ASSERT_TRUE(log.EnableSyslog(kServer, 51477));
+  log.Log(Info, nullptr, "from a port");
+  InetAddress2 from(0, 0);
+  EXPECT_EQ("<134>Info: from a port", Receive(server, &from));
+  EXPECT_EQ(51477, from.GetPort());
+
+  log.DisableSyslog();
+  log.DisableSyslog();
+  log.Log(Info, nullptr, "off again");
+  ASSERT_TRUE(log.EnableSyslog(kServer, 0));
+  log.Log(Info, nullptr, "on again");
+  EXPECT_EQ("<134>Info: on again", Receive(server));
+}
+
+TEST_F(DailyLog2Test, LogsTheFailedLookUpOfItsOwnServer) {
+  DailyLog2 log(5, Path().c_str());
+  LogPrinter::Instance()->m_sink = &log;
+  // No resolver is asked for a name that cannot be one.
+  EXPECT_FALSE(log.EnableSyslog("no..such..host", 0));
+  LogPrinter::Instance()->m_sink = nullptr;
+  EXPECT_NE(std::string::npos,
+            Synced(log).find("Warning: Cannot resolve host name 'no..such..host', error code "));
+}
+
+TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
+  struct Counter final : IDailyLog2::ILogErrorNotify {
+    void OnLogError(IDailyLog2::ILogDataBlock**, unsigned, unsigned) override { ++calls; }
+    std::atomic<int> calls{0};
+  };
+  constexpr unsigned kCapacity = 50;
+  constexpr int kThreads = 3;
+  DailyLog2 log(kCapacity, Path().c_str());
+  Counter always;
+  log.AddErrorNotify(&always);
+  Counter comesAndGoes[kThreads];
+  std::vector<std::thread> threads;
+  for (int id = 0; id < kThreads; ++id) {
+    threads.emplace_back([&log, &comesAndGoes, id] {
+      const std::string text = std::string(200, static_cast<char>('a' + id)) + "\n";
+      for (int i = 0; i < 500; ++i) {
+        log.Log(i % 4 == 0 ? Warning : Info, "t", text.c_str());
+        if (i % 50 == 0) log.SyncLog();
+        if (i % 20 == 0) log.EnableSyslog(kServer, 0);
+        if (i % 20 == 10) log.DisableSyslog();
+        if (i % 8 == 1) log.AddErrorNotify(&comesAndGoes[id]);
+        if (i % 8 == 6) log.RemoveErrorNotify(&comesAndGoes[id]);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_GT(always.calls, 0);
+
+  std::istringstream lines(WithoutTimes(Synced(log)));
+  unsigned count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    const size_t textAt = line.find(": ") + 2;
+    EXPECT_EQ(std::string(200, line.back()), line.substr(textAt));
+  }
+  EXPECT_EQ(kCapacity, count);
+}
