@@ -10,10 +10,6 @@ GDQUdpBase::GDQUdpBase() {
 }
 
 GDQUdpBase::~GDQUdpBase() {
-  {
-    const ScopedLock lock(m_mutex);  // waits for a delivery under way
-    while (m_listeners.Head() != nullptr) m_listeners.Remove(m_listeners.Head());
-  }
   pthread_mutex_destroy(&m_mutex);
 }
 

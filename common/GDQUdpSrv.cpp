@@ -244,6 +244,7 @@ bool GDQUdpSrv::SendMsg(const char* text) {
   const size_t length = strlen(text);
   if (length > kMaxText) return false;
   unsigned char packet[kMaxDatagram];
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the datagram's length ends the text.
   memcpy(packet + kCookieSize, text, length);
   ForEachValid([&](const Peer& peer) {
     SendTo(peer, packet, static_cast<unsigned>(kCookieSize + length));
