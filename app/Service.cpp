@@ -1,1 +1,107 @@
-namespace Velk {}
+#include "app/Service.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <string.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include "app/ErrReporter.h"
+#include "app/MonitorChild.h"
+#include "app/RemoteMessages.h"
+#include "app/RemoteSyslog.h"
+#include "common/AppData.h"
+#include "common/Console.h"
+#include "common/DailyLog2.h"
+#include "common/GDQ.h"
+#include "common/GDQUdpSrv.h"
+#include "common/LogPrinter.h"
+
+namespace {
+
+// Whatever the service was started with must not end it: a closed standard descriptor would be given to the
+// next file or socket, which the console's lines would then go to; a reader that left or a file size limit
+// would be a deadly signal.
+void MakeProcessRobust() {
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
+  for (int fd = open("/dev/null", O_RDWR); fd >= 0; fd = dup(fd)) {
+    if (fd > STDERR_FILENO) {
+      close(fd);
+      break;
+    }
+  }
+  // The supervisor must restart, and the receive loop must receive, while nobody reads the console.
+  Velk::Console::NeverWaitOnThisThread();
+}
+
+void LoadConfiguration(const char* path) {
+  if (AppData::GetInstance()->Load(path)) return;
+  LogPrinter::Instance()->Log(Warning, nullptr, "Was not able to load conf options!\n");
+}
+
+void EnableConfiguredSyslog(DailyLog2& dailyLog) {
+  const char* const type = AppData::GetInstance()->GetVar(kRemoteLogType, "");
+  if (type == nullptr || strcmp(type, kSyslogServerType) != 0) return;
+  const char* const address = AppData::GetInstance()->GetVar(kRemoteLogAddress, "");
+  if (address == nullptr) {
+    LogPrinter::Instance()->Log(Error, nullptr, "Cannot load syslog server address!\n");
+    return;
+  }
+  UseSyslogServer(&dailyLog, address);
+}
+
+void SelectTrace(int argc, char** argv) {
+  LogPrinter* const log = LogPrinter::Instance();
+  const bool debug = argc == 2 && strcasecmp(argv[1], "debug") == 0;
+  log->Log(
+      Info, nullptr,
+      debug ? "Debug mode selected, logging also TRACE messages!\n" : "TRACE messages will not be logged!\n");
+  log->m_traceEnabled = debug;
+}
+
+int Serve(const ServiceValues& values, RemoteMessages& messages) {
+  Velk::GDQUdpSrv server;
+  server.AddListener(&messages);
+  if (!server.Open(values.password, values.port)) {
+    LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
+    return 1;
+  }
+  server.ReceiveTask();
+  server.Close();
+  LogPrinter::Instance()->Log(Info, nullptr, "Exiting syslog main...\n");
+  return 0;
+}
+
+// The child's life. The queue's thread is not stopped before the queue goes: the process ends at once.
+int RunChild(const ServiceValues& values) {
+  LogPrinter::Instance()->Log(Info, nullptr, "Continuing...\n");
+  ErrReporter reporter;
+  Velk::GDQ queue(0, 0, "AppThread2", false);
+  queue.m_errorReporter = &reporter;
+  RemoteMessages messages;
+  messages.AttachQueue(&queue);
+  if (!queue.Run()) {
+    LogPrinter::Instance()->Log(Error, nullptr, "Unable to open queue!\n");
+    return 1;
+  }
+  return Serve(values, messages);
+}
+
+}  // namespace
+
+int RunService(const ServiceValues& values, int argc, char** argv) {
+  MakeProcessRobust();
+  LogPrinter* const log = LogPrinter::Instance();
+  log->m_appName.Set("Syslog", 0);
+  LoadConfiguration(values.configPath);
+  DailyLog2 dailyLog(values.ringCapacity, values.syncPath);
+  EnableConfiguredSyslog(dailyLog);
+  log->m_sink = &dailyLog;
+  SelectTrace(argc, argv);
+  if (!MonitorChild()) {
+    log->Log(Info, nullptr, "Exiting application...\n");
+    return 1;
+  }
+  return RunChild(values);
+}

@@ -1,1 +1,5 @@
-int main() { return 0; }
+#include "app/Service.h"
+
+int main(int argc, char** argv) {
+  return RunService(ServiceValues{}, argc, argv);
+}

@@ -1,0 +1,29 @@
+#include "app/ErrReporter.h"
+
+#include <stdint.h>
+
+#include "common/LogPrinter.h"
+
+namespace {
+
+// %x as the lines have always had it: the low 32 bits of the target's address.
+unsigned Address(const void* target) {
+  return static_cast<unsigned>(reinterpret_cast<uintptr_t>(target));
+}
+
+}  // namespace
+
+void ErrReporter::OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) {
+  LogPrinter::Instance()->Log(Error, nullptr, "OnParseError(%s,%s) -> 0x%x\n", name, args, Address(target));
+}
+
+// Trace although the text says ERROR: a peer's unknown or rejected call must not fill the log of a device in
+// the field, only that of a developer who asked for trace.
+void ErrReporter::OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) {
+  LogPrinter::Instance()->Log(Trace, nullptr, "ERROR: OnDispatchError(%s,%s) -> 0x%x\n", name, args,
+                              Address(target));
+}
+
+void ErrReporter::OnPostError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) {
+  LogPrinter::Instance()->Log(Error, nullptr, "OnPostError(%s,%s) -> 0x%x\n", name, args, Address(target));
+}

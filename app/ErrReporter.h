@@ -1,0 +1,12 @@
+// Application layer: turns failures of the dispatch queue into log lines.
+#pragma once
+
+#include "common/IGenericDispatchQueue.h"
+
+// Called on the queue's thread. Must outlive the queue that points to it.
+class ErrReporter final : public Velk::IGenericDispatchQueue::IErrorReport {
+ public:
+  void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
+  void OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
+  void OnPostError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
+};

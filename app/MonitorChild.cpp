@@ -1,0 +1,58 @@
+#include "app/MonitorChild.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "common/Console.h"
+#include "common/LogPrinter.h"
+
+namespace {
+
+// Ties the child's life to the supervisor's: an orphan would hold the port against the next supervisor.
+void FollowSupervisor(pid_t supervisor) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != supervisor) _exit(1);  // it went before the request was made
+}
+
+pid_t WaitFor(pid_t child, int* status) {
+  pid_t ended;
+  do {
+    ended = waitpid(child, status, 0);
+  } while (ended < 0 && errno == EINTR);
+  return ended;
+}
+
+}  // namespace
+
+bool MonitorChild() {
+  LogPrinter* const log = LogPrinter::Instance();
+  const pid_t self = getpid();
+  for (;;) {
+    log->Log(Info, nullptr, "Start child...\n");
+    const pid_t child = fork();
+    if (child < 0) {
+      log->Log(Error, nullptr, "fork() failed!\n");
+      return false;
+    }
+    if (child == 0) {
+      FollowSupervisor(self);
+      Velk::Console::ForgetKept();
+      log->Log(Info, nullptr, "Child process...\n");
+      return true;
+    }
+    log->Log(Info, nullptr, "Wait for child %d...\n", child);
+    int status = 0;
+    const pid_t ended = WaitFor(child, &status);
+    if (ended != child) {
+      log->Log(Error, nullptr, "Waitpid returned %d instead of %d! Exiting...\n", ended, child);
+      exit(1);
+    }
+    // The raw status word, not decoded: what watches the console on devices compares these numbers.
+    log->Log(Info, nullptr, "Child exited with code %d, restarting...\n", status);
+  }
+}

@@ -1,0 +1,12 @@
+// Application layer: switching remote syslog on, at start-up and on a peer's word.
+#pragma once
+
+#include "common/IDailyLog2.h"
+
+// The configuration variables and the one type of them that means something here, to the letter.
+extern const char* const kRemoteLogType;
+extern const char* const kRemoteLogAddress;
+extern const char* const kSyslogServerType;
+
+// Announces and enables forwarding to address; a failure is logged and leaves it off.
+void UseSyslogServer(IDailyLog2* log, const char* address);

@@ -1,0 +1,19 @@
+// Application layer: the assembly of the whole service.
+#pragma once
+
+// The fixed values of the service. The defaults are what every device runs with; tests change them.
+struct ServiceValues {
+  const char* configPath = "/flash/conf/kavlune.conf";
+  const char* syncPath = "/tmp/synclog";
+  unsigned ringCapacity = 500;  // messages
+  const char* password = "mosk";
+  unsigned short port = 11001;  // UDP, on every interface
+};
+
+// Runs the service: sets the log up, forks the serving child and supervises it. argv[1] equal to "debug" in
+// any case, as the only argument, keeps trace messages too. Call it on the process's first thread, before any
+// other exists.
+//
+// Returns in the supervisor with 1 when it can't fork; in a child with 1 when its queue thread or its UDP
+// server can't start, 0 when the receive loop ends.
+int RunService(const ServiceValues& values, int argc, char** argv);

@@ -1,0 +1,118 @@
+#include "common/LogPrinter.h"
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <regex>
+#include <vector>
+
+#include "common/GDQUdpBase.h"
+#include "common/ThreadId.h"
+#include "tests/unit/StdoutPipe.h"
+
+namespace {
+
+struct Sink : IDailyLog2 {
+  bool EnableSyslog(const char*, unsigned short) override { return true; }
+  void DisableSyslog() override {}
+  void Log(ELogMessageType type, const char* module, const char* text) override {
+    seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);
+  }
+  void SyncLog() override {}
+  void AddErrorNotify(ILogErrorNotify*) override {}
+  void RemoveErrorNotify(ILogErrorNotify*) override {}
+  const char* GetLogPath() override { return nullptr; }
+  bool EnumerateLogs(bool (*)(const char*, const char*, void*), void*) override { return true; }
+  std::vector<std::string> seen;
+};
+
+struct RemotePeer : Velk::GDQUdpBase {
+  bool SendMsg(const char* text) override {
+    sent.emplace_back(text);
+    return true;
+  }
+  std::vector<std::string> sent;
+};
+
+const ELogMessageType kUnknownType = static_cast<ELogMessageType>(7);
+
+TEST(LogPrinter, ShowsEachTypeWithItsWordModuleAndThread) {
+  Sink sink;
+  LogPrinter printer(&sink);
+  StdoutPipe out;
+  printer.Log(Trace, nullptr, "dropped\n");
+  printer.Log(Info, nullptr, "bare %d\n", 1);
+  printer.m_appName.Set("App", 0);
+  printer.m_traceEnabled = true;
+  printer.Log(Trace, "", "a\n");
+  printer.Log(Warning, "net", "b\n");
+  printer.Log(Error, nullptr, "%s\n", "c %s");
+  printer.Log(kUnknownType, "net", "sink only\n");
+  char id[32];
+  snprintf(id, sizeof id, "\\[#%4ld\\] ", static_cast<long>(syscall(SYS_gettid)));
+  const std::string prefix = std::string("\\[\\d\\d:\\d\\d:\\d\\d\\.\\d{3}\\]") + id;
+  const std::string shown = out.Read();
+  EXPECT_TRUE(
+      std::regex_match(shown, std::regex(prefix + "Info: bare 1\n" + prefix + "App\\.Trace: a\n" + prefix +
+                                         "net\\.Warning: b\n" + prefix + "App\\.ERROR: c %s\n")))
+      << shown;
+  EXPECT_EQ(sink.seen, (std::vector<std::string>{"1||bare 1\n", "0|App|a\n", "2|net|b\n", "3|App|c %s\n",
+                                                 "7|net|sink only\n"}));
+  printer.m_consoleEnabled = false;
+  printer.Log(Info, nullptr, "sink\n");
+  EXPECT_EQ(out.Read(), "");
+}
+
+TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
+  Sink sink;
+  RemotePeer peer;
+  LogPrinter printer(&sink);
+  StdoutPipe out;
+  printer.SetLogToGDQUdp(&peer);
+  EXPECT_TRUE(peer.sent.empty()) << "the notice must not go to the peer";
+  out.Read();
+  const std::string text(3000, 'x');
+  printer.Log(Info, "m", "%s", text.c_str());
+  const std::string cut = text.substr(0, LogPrinter::kMaxMessage);
+  EXPECT_EQ(sink.seen.at(0), "1|m|" + cut);
+  EXPECT_EQ(peer.sent.at(0), "logmsg  1 `m` `" + cut + "`");
+  const std::string shown = out.Read();
+  EXPECT_EQ(shown.substr(shown.find(": ") + 2), cut);
+
+  printer.Log(kUnknownType, "a`b", "%s", "~x`");
+  EXPECT_EQ(peer.sent.at(1), "logmsg  7 `a~`b` `~~x~``");
+  printer.PrintToConsole("Info", nullptr, nullptr);
+  printer.LogDebugBegin(nullptr, 1);
+  printer.LogDebugEnd("%s", "y");
+  EXPECT_EQ(sink.seen.back(), "1|(null)|(1): 4294967295: y");
+}
+
+TEST(LogPrinter, DebugPairGoesToTheSinkElseToStandardError) {
+  Sink sink;
+  LogPrinter withSink(&sink);
+  StdoutPipe out;
+  withSink.LogDebugBegin("C:\\src\\dir/main.cpp", 12);
+  withSink.LogDebugEnd("%d\n", 5);
+  EXPECT_EQ(sink.seen, (std::vector<std::string>{"1|(null)|dir/main.cpp(12): 4294967295: 5\n"}));
+  EXPECT_EQ(out.Read(), "");
+
+  LogPrinter bare(nullptr);
+  testing::internal::CaptureStderr();
+  bare.LogDebugBegin("main.cpp", 3);
+  bare.LogDebugEnd("%s", std::string(3000, 'y').c_str());
+  const std::string shown = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(shown.substr(0, 29), "Info: main.cpp(3): 4294967295");
+  EXPECT_EQ(shown.size(), 6u + 2047u);
+}
+
+TEST(ThreadId, IsAskedAgainInAForkedChild) {
+  EXPECT_EQ(Velk::ThreadId(), getpid());
+  const pid_t child = fork();
+  if (child == 0) _exit(Velk::ThreadId() == getpid() ? 0 : 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
