@@ -49,7 +49,7 @@ iovec Piece(const char* text, size_t length) {
   return {const_cast<char*>(text), length};
 }
 iovec Piece(const char* text) {
-  return Piece(text, strlen(text));
+  return Piece(OrEmpty(text), strlen(OrEmpty(text)));
 }
 
 // Writes "[#%4ld] ". Returns the end.
