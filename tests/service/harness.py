@@ -1,0 +1,233 @@
+"""What the tests of the running service share: the service, a peer, a collector and a place to put files."""
+import ctypes
+import hashlib
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import time
+import unittest
+
+import namespace
+
+BINARY = os.path.join(namespace.FILES, "syslog")
+TOOL = os.path.join(namespace.FILES, "tool")
+EXAMPLE_PEER = os.path.join(namespace.FILES, "peer.py")
+CONFIG = "/flash/conf/kavlune.conf"
+SYNC_FILE = "/tmp/synclog"
+PORT = 11001
+SYSLOG_PORT = 514
+DEADLINE = 20.0  # seconds for anything to happen; reached only by a test that fails
+
+PREFIX = r"\[\d\d:\d\d:\d\d\.\d{3}\]"
+with open(BINARY, "rb") as _binary:
+    SANITIZED = re.search(rb"__(asan|tsan)_init", _binary.read()) is not None
+
+
+def until(condition, what):
+    """Polls until condition() is true, returns what it returned, and fails after the deadline."""
+    end = time.monotonic() + DEADLINE
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > end:
+            raise AssertionError(f"{what() if callable(what) else what}: not within {DEADLINE} s")
+        time.sleep(0.002)
+
+
+def quote(text):
+    return b"`" + text.replace(b"~", b"~~").replace(b"`", b"~`") + b"`"
+
+
+def log_call(kind, module, text):
+    return b"LogMsg %d %s %s" % (kind, quote(module), quote(text))
+
+
+def processes():
+    """Maps the id of every process of the namespace to (parent, state). A zombie's state is Z."""
+    found = {}
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{name}/stat") as stat:
+                fields = stat.read().rpartition(")")[2].split()
+            found[int(name)] = (int(fields[1]), fields[0])
+        except (FileNotFoundError, ProcessLookupError):
+            pass
+    return found
+
+
+class Peer:
+    """One admitted socket. connect=False: a stranger."""
+
+    def __init__(self, host="127.0.0.1", port=0, connect=True):
+        self.address = (host, port)
+        self.socket = None
+        self.cookie = None
+        self.open()
+        if connect:
+            until(self.connect, "an answer to CONN")
+            self.send(self.cookie)
+
+    def open(self):
+        self.close()
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
+        self.socket.bind(self.address)
+        self.socket.connect(("127.0.0.1", PORT))
+
+    def close(self):
+        if self.socket is not None:
+            self.socket.close()
+
+    def connect(self):
+        """Tries once, from a new socket: a late nonce of an earlier try can't pass for this one's."""
+        self.open()
+        try:
+            self.send(b"CONN")
+            nonce = self.receive(0.5)
+        except ConnectionRefusedError:
+            return False
+        if nonce is None:
+            return False
+        self.cookie = hashlib.md5(nonce + b"mosk").digest()
+        return len(nonce) == 16
+
+    @property
+    def name(self):
+        return self.socket.getsockname()
+
+    def send(self, datagram):
+        self.socket.send(datagram)
+
+    def call(self, text):
+        self.send(self.cookie + text)
+
+    def log(self, text, kind=1, module=b"test"):
+        self.call(log_call(kind, module, text))
+
+    def receive(self, timeout=DEADLINE):
+        """The next datagram, or None when there is none in time."""
+        self.socket.settimeout(timeout)
+        try:
+            return self.socket.recv(65536)
+        except (TimeoutError, BlockingIOError):
+            return None
+
+
+class Collector:
+    """What a remote syslog server hears. share=False keeps the service from sending from port 514."""
+
+    def __init__(self, host="127.0.0.2", share=True):
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, int(share))
+        self.socket.bind((host, SYSLOG_PORT))
+        self.host = host
+
+    def receive(self, timeout=DEADLINE):
+        self.socket.settimeout(timeout)
+        try:
+            datagram, self.sender = self.socket.recvfrom(65536)
+            return datagram
+        except (TimeoutError, BlockingIOError):
+            return None
+
+
+class Service:
+    """The service, started as a device starts it. Its console goes to a file unless stdout says otherwise."""
+
+    def __init__(self, *arguments, stdout=None, prepare=None, environment=None):
+        self.console_path = os.path.join(namespace.FILES, "console")
+        self.errors_path = os.path.join(namespace.FILES, "errors")
+        self._fences = 0
+        with open(self.console_path, "wb") as console, open(self.errors_path, "wb") as errors:
+            self.process = subprocess.Popen(
+                [BINARY, *arguments], stdin=subprocess.DEVNULL, stdout=console if stdout is None else stdout,
+                stderr=errors, preexec_fn=prepare, env={**os.environ, **(environment or {})})
+        self.pid = self.process.pid
+
+    def console(self):
+        """All console lines that are complete."""
+        with open(self.console_path, encoding="latin-1", newline="\n") as console:
+            return console.read().split("\n")[:-1]
+
+    def texts(self):
+        """The console lines without time and thread."""
+        return [re.sub(PREFIX + r"\[# *\d+\] ", "", line, count=1) for line in self.console()]
+
+    def count(self, text):
+        return self.texts().count(text)
+
+    def wait_for(self, text, count=1):
+        """Waits until the console has had the line (without time and thread) so often."""
+        until(lambda: self.count(text) >= count, lambda: "\n".join(self.texts()[-40:] + [f"line {text!r}"]))
+
+    def fence(self, peer):
+        """Waits until all that was sent before has been handled."""
+        self._fences += 1
+        peer.log(b"fence %d\n" % self._fences)
+        self.wait_for(f"test.Info: fence {self._fences}")
+
+    def child(self):
+        """The id of the serving process."""
+        return until(lambda: next((pid for pid, (parent, state) in processes().items()
+                                   if parent == self.pid and state != "Z"), None), "a serving child")
+
+    def errors(self):
+        with open(self.errors_path, encoding="latin-1") as errors:
+            return errors.read()
+
+    def stop(self, number=signal.SIGINT):
+        """Ends the service as a user does. Fails when a sanitizer had something to say."""
+        if self.process.poll() is None:
+            self.process.send_signal(number)
+        status = self.process.wait(DEADLINE)
+        if self.errors():
+            raise AssertionError(self.errors()[:20000])
+        return status
+
+
+class ServiceTest(unittest.TestCase):
+    """Starts every test with empty /tmp and /flash, and ends it with no process left."""
+
+    maxDiff = 4000
+
+    def setUp(self):
+        for folder in ("/tmp", "/flash"):
+            for entry in os.scandir(folder):
+                if entry.is_dir(follow_symlinks=False):
+                    shutil.rmtree(entry.path)
+                else:
+                    os.unlink(entry.path)
+        self.addCleanup(self.check_nobody_left)
+
+    def service(self, *arguments, **options):
+        service = Service(*arguments, **options)
+        self.addCleanup(service.stop)
+        return service
+
+    def peer(self, *arguments, **options):
+        peer = Peer(*arguments, **options)
+        self.addCleanup(peer.close)
+        return peer
+
+    def collector(self, **options):
+        collector = Collector(**options)
+        self.addCleanup(collector.socket.close)
+        return collector
+
+    def configure(self, text):
+        os.makedirs(os.path.dirname(CONFIG), exist_ok=True)
+        with open(CONFIG, "wb") as config:
+            config.write(text if isinstance(text, bytes) else text.encode())
+
+    def check_nobody_left(self):
+        def gone():
+            # Orphans become ours, the first process of the namespace.
+            while len(processes()) > 1 and os.waitpid(-1, os.WNOHANG)[0] != 0:
+                pass
+            return len(processes()) == 1
+        until(gone, lambda: f"the end of every process, {processes()}")

@@ -1,0 +1,56 @@
+#!/usr/bin/env python3
+"""Tests the service as it runs on a device: python3 tests/service/run.py --binary build/syslog"""
+import argparse
+import faulthandler
+import os
+import sys
+import unittest
+
+import namespace
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+REPOSITORY = os.path.dirname(os.path.dirname(HERE))
+TIME_LIMIT = 280  # seconds, for everything; the tests end far earlier
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--binary", required=True, help="the service")
+    parser.add_argument("--tool", help="the command line tool; its tests are left out without it")
+    parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name has PATTERN")
+    parser.add_argument("-v", "--verbose", action="store_true")
+    return parser.parse_args()
+
+
+def run(args):
+    files = {"syslog": args.binary, "tests": HERE, "peer.py": os.path.join(REPOSITORY, "examples", "peer.py")}
+    if args.tool and os.path.exists(args.tool):
+        files["tool"] = args.tool
+    namespace.prepare(files)
+    faulthandler.dump_traceback_later(TIME_LIMIT, exit=True)
+
+    loader = unittest.TestLoader()
+    loader.testNamePatterns = [f"*{pattern}*" for pattern in args.k] if args.k else None
+    tests = loader.discover(os.path.join(namespace.FILES, "tests"), "test_*.py")
+    result = unittest.TextTestRunner(verbosity=2 if args.verbose else 1).run(tests)
+    for test, reason in result.skipped:
+        print(f"left out: {test}: {reason}")
+    if result.testsRun == 0:
+        print("no test has such a name")
+    return 0 if result.wasSuccessful() and result.testsRun > 0 else 1
+
+
+def main():
+    args = arguments()
+    if not os.access(args.binary, os.X_OK):
+        sys.exit(f"{args.binary} is not there to be run: build it first")
+    try:
+        status = namespace.enter()
+        return run(args) if status is None else status
+    except namespace.Unavailable as reason:
+        print(f"left out: all tests of the running service: {reason}")
+        return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,32 @@
+"""What the service says and reads when it starts."""
+import re
+import time
+
+from harness import PREFIX, ServiceTest
+
+
+class StartUp(ServiceTest):
+    def test_says_its_lines_in_order(self):
+        self.configure("")
+        before = time.time()
+        service = self.service()
+        self.peer()
+        texts = service.texts()
+        child = service.child()
+        self.assertEqual(texts[:3], ["Syslog.Info: Using file path '/tmp' for SyncLog",
+                                     "Syslog.Info: TRACE messages will not be logged!",
+                                     "Syslog.Info: Start child..."])
+        # Two processes write from here on, each in its own order.
+        self.assertEqual(sorted(texts[3:6]), ["Syslog.Info: Child process...", "Syslog.Info: Continuing...",
+                                              f"Syslog.Info: Wait for child {child}..."])
+        self.assertLess(texts.index("Syslog.Info: Child process..."), texts.index("Syslog.Info: Continuing..."))
+
+        stamps = []
+        for line in service.console():
+            time_text, thread = re.fullmatch(rf"({PREFIX})\[#( *\d+)\] .*", line).groups()
+            self.assertRegex(thread, r" {0,3}\d{1,4}|\d{5,}")
+            self.assertEqual(int(thread), child if "hild process" in line or "srv wrote" in line
+                             or "Continuing" in line else service.pid, line)
+            stamps.append(time_text)
+        allowed = {time.strftime("[%H:%M:%S", time.localtime(before + i)) for i in range(-1, 60)}
+        self.assertIn(stamps[0][:9], allowed)
