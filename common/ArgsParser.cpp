@@ -36,6 +36,7 @@ double ArgsParser::Value::AsNum() const {
 }
 
 void* ArgsParser::Value::AsPtr() const {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): pointers travel as integers.
   return reinterpret_cast<void*>(static_cast<uintptr_t>(AsInt()));
 }
 

@@ -25,11 +25,12 @@ void GDQ::NodeList::Unlink(Node* node) {
 }
 
 void GDQ::NodeList::DeleteAll() {
-  while (m_head != nullptr) {
-    Node* node = m_head;
-    Unlink(node);
+  while (Node* node = m_head) {
+    m_head = node->m_next;
     delete node;
   }
+  m_tail = nullptr;
+  m_count = 0;
 }
 
 // The place is the one that a walk from the head would find, but peers decide how many posts are pending, and
