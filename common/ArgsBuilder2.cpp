@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "common/IGenericDispatchObj.h"
+#include "common/TextOps.h"
 
 namespace Velk {
 
@@ -24,16 +25,9 @@ ArgsBuilder2& ArgsBuilder2::operator<<(int value) {
 
 namespace {
 
-constexpr unsigned kMaxDigits = 20;  // of a 64-bit number
-
 void AppendDigits(RefString& text, unsigned long long value) {
-  char digits[kMaxDigits];
-  unsigned start = kMaxDigits;
-  do {
-    digits[--start] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  } while (value != 0);
-  text.Append(digits + start, kMaxDigits - start);
+  char digits[TextOps::kMaxDigits];
+  text.Append(digits, TextOps::PutNum(digits, value));
 }
 
 }  // namespace

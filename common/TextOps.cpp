@@ -64,7 +64,7 @@ int TextOps::FindRev(const char* text, char c) {
   return IndexIn(text, strrchr(text, c));
 }
 
-unsigned TextOps::PutNum(char* out, unsigned long value) {
+unsigned TextOps::PutNum(char* out, unsigned long long value) {
   unsigned digits = 0;
   do {
     out[digits++] = static_cast<char>('0' + value % 10);

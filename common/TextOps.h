@@ -9,7 +9,7 @@ class TextOps {
  public:
   // Longest text that a string holds: positions are ints.
   static constexpr unsigned kMaxLength = 0x7FFFFFFF;
-  // Most digits of an unsigned long.
+  // Most digits of a 64-bit number.
   static constexpr unsigned kMaxDigits = 20;
 
   struct Range {
@@ -36,7 +36,7 @@ class TextOps {
   static int FindRev(const char* text, char c);
 
   // Writes value in decimal without a NUL and returns how many digits it took; out holds kMaxDigits.
-  static unsigned PutNum(char* out, unsigned long value);
+  static unsigned PutNum(char* out, unsigned long long value);
 
   // Ends the process, as a failed allocation does, when length is beyond kMaxLength.
   static void CheckLength(unsigned long length);
