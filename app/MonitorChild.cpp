@@ -32,6 +32,8 @@ pid_t WaitFor(pid_t child, int* status) {
 bool MonitorChild() {
   LogPrinter* const log = LogPrinter::Instance();
   const pid_t self = getpid();
+  // Start scripts may leave it ignored; the children would vanish then, and waitpid(2) fail.
+  signal(SIGCHLD, SIG_DFL);
   for (;;) {
     log->Log(Info, nullptr, "Start child...\n");
     const pid_t child = fork();

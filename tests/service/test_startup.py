@@ -1,5 +1,7 @@
 """What the service says and reads when it starts."""
+import os
 import re
+import signal
 import time
 
 from harness import PREFIX, ServiceTest
@@ -30,3 +32,8 @@ class StartUp(ServiceTest):
             stamps.append(time_text)
         allowed = {time.strftime("[%H:%M:%S", time.localtime(before + i)) for i in range(-1, 60)}
         self.assertIn(stamps[0][:9], allowed)
+
+    def test_restarts_a_child_though_started_with_its_signal_ignored(self):
+        service = self.service(prepare=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+        os.kill(service.child(), signal.SIGKILL)
+        service.wait_for("Syslog.Info: Child exited with code 9, restarting...")
