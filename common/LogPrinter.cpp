@@ -15,6 +15,10 @@ namespace {
 // 2,046 characters, not 2,047.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
+// What a queue logs about its sending (at Trace, each datagram) must not be sent in turn: it would never end,
+// and the mutex is held.
+thread_local bool t_sendsRemote = false;
+
 // Only errors are in capitals, so that a reader's eye and a plain grep find them.
 const char* LevelWord(ELogMessageType type) {
   switch (static_cast<int>(type)) {
@@ -94,9 +98,13 @@ void LogPrinter::Log(ELogMessageType type, const char* module, const char* forma
   if (vsnprintf(message, kBufferSize - 1, OrEmpty(format), args) < 0) message[0] = '\0';
   va_end(args);
 
-  pthread_mutex_lock(&m_mutex);
-  if (m_remoteQueue != nullptr) SendRemote(type, module, message);
-  pthread_mutex_unlock(&m_mutex);
+  if (!t_sendsRemote) {
+    pthread_mutex_lock(&m_mutex);
+    t_sendsRemote = true;
+    if (m_remoteQueue != nullptr) SendRemote(type, module, message);
+    t_sendsRemote = false;
+    pthread_mutex_unlock(&m_mutex);
+  }
 
   if (m_sink != nullptr) m_sink->Log(type, module, message);
   const char* level = LevelWord(type);

@@ -47,6 +47,7 @@ class LogPrinter {
 
   // Sends every later message to queue too, as the call "logmsg" (type, module, message). The queue is not
   // owned and must stay alive; there is no way back. The notice "UDP remote logging enabled" goes out before.
+  // What the queue itself logs while it sends stays here.
   void SetLogToGDQUdp(Velk::GDQUdpBase* queue);
 
   IDailyLog2* m_sink;  // not owned; null: console only. Must outlive every Log

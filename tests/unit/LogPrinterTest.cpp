@@ -29,10 +29,12 @@ struct Sink : IDailyLog2 {
 
 struct RemotePeer : Velk::GDQUdpBase {
   bool SendMsg(const char* text) override {
+    if (talksTo != nullptr) talksTo->Log(Info, "queue", "sends\n");
     sent.emplace_back(text);
     return true;
   }
   std::vector<std::string> sent;
+  LogPrinter* talksTo = nullptr;
 };
 
 const ELogMessageType kUnknownType = static_cast<ELogMessageType>(7);
@@ -86,6 +88,18 @@ TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
   printer.LogDebugBegin(nullptr, 1);
   printer.LogDebugEnd("%s", "y");
   EXPECT_EQ(sink.seen.back(), "1|(null)|(1): 4294967295: y");
+}
+
+TEST(LogPrinter, DoesNotSendWhatItsQueueLogsWhileSending) {
+  Sink sink;
+  RemotePeer peer;
+  LogPrinter printer(&sink);
+  StdoutPipe out;
+  printer.SetLogToGDQUdp(&peer);
+  peer.talksTo = &printer;
+  for (int i = 0; i < 2; ++i) printer.Log(Info, "m", "x");
+  EXPECT_EQ(peer.sent, (std::vector<std::string>(2, "logmsg  1 `m` `x`")));
+  EXPECT_EQ(sink.seen, (std::vector<std::string>{"1|queue|sends\n", "1|m|x", "1|queue|sends\n", "1|m|x"}));
 }
 
 TEST(LogPrinter, DebugPairGoesToTheSinkElseToStandardError) {
