@@ -21,23 +21,79 @@ int OpenTarget(const char* path, struct stat& status) {
   return -1;
 }
 
-// A new file with the owner and permissions of the one it will replace, its name in name. -1: none.
-int OpenTemp(const SimpleString& path, const struct stat& target, SimpleString& name) {
-  name = path;
-  name.Append(".XXXXXX");
-  const int fd = mkostemp(name.GetBuffer(name.Length()), O_CLOEXEC);
-  if (fd < 0) {
-    name.Empty();
-    return -1;
+bool WriteAt(int fd, const char* data, size_t size, size_t offset) {
+  while (size > 0) {
+    const ssize_t written = pwrite(fd, data, size, static_cast<off_t>(offset));
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    data += written;
+    size -= static_cast<size_t>(written);
+    offset += static_cast<size_t>(written);
   }
+  return true;
+}
+
+enum class Outcome { kDone, kFailed, kRefusedByDirectory };
+
+// What errno says of making or renaming a file. Lack of room, descriptors or memory is no refusal: the old
+// file must not be risked for it.
+Outcome OutcomeOfError() {
+  switch (errno) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EBUSY:
+    case EXDEV:
+    case ENAMETOOLONG:
+      return Outcome::kRefusedByDirectory;
+    default:
+      return Outcome::kFailed;
+  }
+}
+
+// Gives the new file at name all it needs to take the old one's place.
+bool FillTemp(int fd, const struct stat& old, const char* data, size_t size) {
   // Only root may give files away; for anyone else the file was the caller's already, or becomes so.
-  const int given = fchown(fd, target.st_uid, target.st_gid);
+  const int given = fchown(fd, old.st_uid, old.st_gid);
   static_cast<void>(given);
-  if (fchmod(fd, target.st_mode & 0777) == 0) return fd;
-  close(fd);
-  unlink(name.Str());
-  name.Empty();
-  return -1;
+  // Without fsync some file systems have the new name before the new content.
+  return fchmod(fd, old.st_mode & 0777) == 0 && WriteAt(fd, data, size, 0) && fsync(fd) == 0;
+}
+
+Outcome ReplaceByRename(const SimpleString& path, const struct stat& old, const char* data, size_t size) {
+  SimpleString temp = path;
+  temp.Append(".XXXXXX");
+  const int fd = mkostemp(temp.GetBuffer(temp.Length()), O_CLOEXEC);
+  if (fd < 0) return OutcomeOfError();
+  const bool isFilled = FillTemp(fd, old, data, size);
+  const bool isClosed = close(fd) == 0;
+  if (isFilled && isClosed && rename(temp.Str(), path.Str()) == 0) return Outcome::kDone;
+  const Outcome outcome = isFilled && isClosed ? OutcomeOfError() : Outcome::kFailed;
+  unlink(temp.Str());
+  return outcome;
+}
+
+// Until all that lies beyond the old end is written, the old content is whole and can be had back.
+bool Overwrite(int fd, const struct stat& old, const char* data, size_t size) {
+  // In a directory open to others the second name may be that of a file they want to see overwritten.
+  if (old.st_nlink != 1) return false;
+  const size_t common = old.st_size < static_cast<off_t>(size) ? static_cast<size_t>(old.st_size) : size;
+  if (WriteAt(fd, data + common, size - common, common)) {
+    return WriteAt(fd, data, common, 0) && ftruncate(fd, static_cast<off_t>(size)) == 0;
+  }
+  const int restored = ftruncate(fd, old.st_size);
+  static_cast<void>(restored);
+  return false;
+}
+
+bool Replace(const SimpleString& path, const char* data, size_t size) {
+  struct stat old {};
+  const int target = OpenTarget(path.Str(), old);
+  if (target < 0) return false;
+  Outcome outcome = ReplaceByRename(path, old, data, size);
+  if (outcome == Outcome::kRefusedByDirectory && Overwrite(target, old, data, size)) outcome = Outcome::kDone;
+  close(target);
+  return outcome == Outcome::kDone;
 }
 
 }  // namespace
@@ -45,47 +101,26 @@ int OpenTemp(const SimpleString& path, const struct stat& target, SimpleString& 
 FILE* AtomicFile::Open(const char* path) {
   Discard();
   if (path == nullptr) return nullptr;
-  struct stat status {};
-  const int target = OpenTarget(path, status);
-  if (target < 0) return nullptr;
   m_path = SimpleString(path);
-  int fd = OpenTemp(m_path, status, m_temp);
-  if (fd >= 0) {
-    close(target);
-  } else {
-    fd = target;
-    if (ftruncate(fd, 0) != 0) {
-      close(fd);
-      return nullptr;
-    }
-  }
-  m_file = fdopen(fd, "w");
-  if (m_file == nullptr) {
-    close(fd);
-    Discard();
-  }
-  return m_file;
+  m_stream = open_memstream(&m_data, &m_size);
+  return m_stream;
 }
 
 bool AtomicFile::Commit() {
-  if (m_file == nullptr) return false;
-  const bool allWritten = fflush(m_file) == 0 && ferror(m_file) == 0;
-  const bool closed = fclose(m_file) == 0;
-  m_file = nullptr;
-  bool done = allWritten && closed;
-  if (done && !m_temp.IsEmpty()) {
-    done = rename(m_temp.Str(), m_path.Str()) == 0;
-    if (done) m_temp.Empty();
-  }
+  if (m_stream == nullptr) return false;
+  const bool isWhole = fflush(m_stream) == 0 && ferror(m_stream) == 0;
+  const bool isClosed = fclose(m_stream) == 0;
+  m_stream = nullptr;
+  const bool isDone = isWhole && isClosed && Replace(m_path, m_data, m_size);
   Discard();
-  return done;
+  return isDone;
 }
 
 void AtomicFile::Discard() {
-  if (m_file != nullptr) fclose(m_file);
-  m_file = nullptr;
-  if (!m_temp.IsEmpty()) unlink(m_temp.Str());
-  m_temp.Empty();
+  if (m_stream != nullptr) fclose(m_stream);
+  m_stream = nullptr;
+  free(m_data);
+  m_data = nullptr;
 }
 
 }  // namespace Velk

@@ -7,33 +7,39 @@
 
 namespace Velk {
 
-// Writes a new version of a file beside it, in the same directory, and puts it in place by rename(2), so
-// that a reader or a power cut finds the old version or the new one. Where no file can be made beside it
-// the file is written in place. One thread at a time. Safe in a world-writable directory: opening follows
-// no symbolic link in the last part of the path and does not block.
+// Collects the new version of a file in memory, writes it to a file beside the old one and puts it in place
+// by rename(2), after fsync(2): a reader, and whoever looks after a crash or a power cut, finds all of the
+// old version or all of the new one. A full disk leaves the old one.
+//
+// Only where the directory refuses (not writable, a name too long, a file mounted on its own) the old file is
+// written over, new bytes beyond its end first, so that a lack of room is found while it is whole. A power
+// cut or a failing device in the middle of that leaves a mix.
+//
+// Safe in a world-writable directory: follows no symbolic link in the last part of the path, waits for no
+// pipe or device, writes over no file that has a second name. One thread at a time.
 class AtomicFile {
  public:
   AtomicFile() = default;
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
-  // Without a Commit() before it the file keeps its old content (in place: what was written so far).
+  // Without a Commit() before it the file is as it was.
   ~AtomicFile() { Discard(); }
 
-  // A stream to write the new content to; the caller must not close it. The file keeps its permissions; a
-  // missing one is made, empty until Commit(). Null: path is no regular file or not writable, errno says
-  // why; the file is as it was.
+  // A stream to write the new content to; the caller must not close it. Touches no file. Null: no path, no
+  // memory.
   FILE* Open(const char* path);
 
-  // Puts the new content in place. False: some of it could not be written, or the rename failed; see
-  // ~AtomicFile() for what is there then.
+  // Puts the new content in place. The file keeps its permissions; a missing one is made. False: path is no
+  // regular file, not writable, or has no room for the content; a file just made stays empty then.
   bool Commit();
 
  private:
   void Discard();
 
-  FILE* m_file = nullptr;
   SimpleString m_path;
-  SimpleString m_temp;  // empty: written in place
+  FILE* m_stream = nullptr;
+  char* m_data = nullptr;  // what the stream collected, up to date once that is closed; from malloc(3)
+  size_t m_size = 0;
 };
 
 }  // namespace Velk

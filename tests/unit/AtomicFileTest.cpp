@@ -1,11 +1,15 @@
 #include "common/AtomicFile.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <sched.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -26,6 +30,12 @@ class AtomicFileTest : public testing::Test {
 
   std::string Path(const std::string& name) const { return std::string(m_dir) + "/" + name; }
 
+  bool Save(const std::string& name, const std::string& text) const {
+    Velk::AtomicFile file;
+    fputs(text.c_str(), file.Open(Path(name).c_str()));
+    return file.Commit();
+  }
+
   int CountFiles() const {
     int count = -2;  // "." and ".."
     DIR* dir = opendir(m_dir);
@@ -41,20 +51,21 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
   const std::string longName(NAME_MAX, 'n');  // leaves no room for the name of a file beside it
   for (const std::string& name : {std::string("file"), longName}) {
     const std::string path = Path(name);
-    std::ofstream(path) << "a longer old text";
+    std::ofstream(path) << "old text";
     ASSERT_EQ(0, chmod(path.c_str(), 0640));
-
-    Velk::AtomicFile file;
-    FILE* out = file.Open(path.c_str());
-    ASSERT_NE(nullptr, out);
-    fputs("new", out);
-    fflush(out);
-    EXPECT_EQ(name == longName ? "new" : "a longer old text", ReadAll(path));
-    EXPECT_TRUE(file.Commit());
-    EXPECT_FALSE(file.Commit());
-
+    for (const std::string& text : {std::string("new"), std::string("new and longer"), std::string()}) {
+      const std::string before = ReadAll(path);
+      Velk::AtomicFile file;
+      FILE* out = file.Open(path.c_str());
+      ASSERT_NE(nullptr, out);
+      fputs(text.c_str(), out);
+      fflush(out);
+      EXPECT_EQ(before, ReadAll(path));
+      EXPECT_TRUE(file.Commit());
+      EXPECT_FALSE(file.Commit());
+      EXPECT_EQ(text, ReadAll(path));
+    }
     struct stat status {};
-    EXPECT_EQ("new", ReadAll(path));
     EXPECT_EQ(0, stat(path.c_str(), &status));
     EXPECT_EQ(0640u, status.st_mode & 07777);
   }
@@ -62,8 +73,10 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
     Velk::AtomicFile dropped;
     fputs("half", dropped.Open(Path("file").c_str()));
   }
-  EXPECT_EQ("new", ReadAll(Path("file")));
-  EXPECT_EQ(2, CountFiles());
+  EXPECT_EQ("", ReadAll(Path("file")));
+  EXPECT_TRUE(Save("made", "text"));
+  EXPECT_EQ("text", ReadAll(Path("made")));
+  EXPECT_EQ(3, CountFiles());
 }
 
 TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
@@ -71,31 +84,59 @@ TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   ASSERT_EQ(0, symlink("victim", Path("link").c_str()));
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
   ASSERT_EQ(0, mkdir(Path("dir").c_str(), 0700));
+  const std::string longName(NAME_MAX, 'n');  // would have to be written over
+  ASSERT_EQ(0, link(Path("victim").c_str(), Path(longName).c_str()));
   const int before = CountFiles();
-  Velk::AtomicFile file;
-  for (const std::string& path : {Path("link"), Path("fifo"), Path("dir"), Path("none/file"),
-                                  std::string("/dev/null"), std::string()}) {
-    EXPECT_EQ(nullptr, file.Open(path.c_str())) << path;
-    EXPECT_FALSE(file.Commit());
+  for (const std::string& name : {std::string("link"), std::string("fifo"), std::string("dir"),
+                                  std::string("none/file"), std::string("../../dev/null"), longName}) {
+    EXPECT_FALSE(Save(name, "new")) << name;
   }
+  Velk::AtomicFile file;
   EXPECT_EQ(nullptr, file.Open(nullptr));
+  EXPECT_FALSE(file.Commit());
   EXPECT_EQ("keep", ReadAll(Path("victim")));
   EXPECT_EQ(before, CountFiles());
 }
 
-// A full disk: what the stream writes to is exchanged for a device without room.
-TEST_F(AtomicFileTest, KeepsTheOldContentWhenWritingFails) {
-  std::ofstream(Path("file")) << "old";
-  Velk::AtomicFile file;
-  FILE* out = file.Open(Path("file").c_str());
-  ASSERT_NE(nullptr, out);
-  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  ASSERT_EQ(fileno(out), dup2(full, fileno(out)));
-  close(full);
-  fputs("new", out);
-  EXPECT_FALSE(file.Commit());
-  EXPECT_EQ("old", ReadAll(Path("file")));
-  EXPECT_EQ(1, CountFiles());
+TEST_F(AtomicFileTest, KeepsTheOldContentWhenThereIsNoRoom) {
+  const std::string longName(NAME_MAX, 'n');  // written over, not replaced
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  for (const std::string& name : {std::string("file"), longName}) {
+    std::ofstream(Path(name)) << "old";
+    const rlimit low{5, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &low);
+    EXPECT_FALSE(Save(name, "too much"));
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ("old", ReadAll(Path(name)));
+  }
+  EXPECT_EQ(2, CountFiles());
+}
+
+// A file that is mounted on its own can't be replaced, and in a full directory nothing can be made beside it.
+TEST_F(AtomicFileTest, WritesOverWhatCannotBeRenamedToButNotOnAFullDisk) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string full = Path("full");
+    std::ofstream(Path("source")) << "old text";
+    std::ofstream(Path("mounted")) << "";
+    mkdir(full.c_str(), 0700);
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount(Path("source").c_str(), Path("mounted").c_str(), nullptr, MS_BIND, nullptr) != 0 ||
+        mount("full", full.c_str(), "tmpfs", 0, "nr_inodes=2") != 0) {
+      _exit(2);
+    }
+    std::ofstream(full + "/file") << "old text";
+    const bool isRight = Save("mounted", "new") && ReadAll(Path("source")) == "new" &&
+                         !Save("full/file", "new") && ReadAll(full + "/file") == "old text";
+    _exit(isRight ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "mounting is not permitted";
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(3, CountFiles());
 }
 
 }  // namespace
