@@ -19,6 +19,8 @@ target_compile_options(velk_options INTERFACE
 if(VELK_WERROR)
   target_compile_options(velk_options INTERFACE -Werror)
 endif()
+# On 32-bit machines: files with large inode numbers can be looked at, and time goes on after 2038.
+target_compile_definitions(velk_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_link_libraries(velk_options INTERFACE m)
 
 if(VELK_SANITIZE)
