@@ -195,9 +195,7 @@ void DailyLog2::LogError(const char* module, const char* text) {
 }
 
 void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const char* text) {
-  ILogDataBlock** messages = nullptr;
-  unsigned count = 0;
-  unsigned totalBytes = 0;
+  Snapshot snapshot;
   const Watcher* entry = nullptr;
   {
     const ScopedLock lock(m_mutex);
@@ -205,28 +203,34 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
     // A watcher that logs a warning itself finds the depth raised, and is not told of that one.
     const bool outermost = m_notifyDepth.fetch_add(1, std::memory_order_relaxed) == 0;
     if (outermost && m_watchers.count > 0) {
-      messages = Snapshot(&totalBytes);
-      count = m_stored;
+      TakeSnapshot(snapshot);
       entry = m_watchers.head;
     }
   }
   for (; entry != nullptr; entry = entry->next.load(std::memory_order_acquire)) {
     ILogErrorNotify* const watcher = entry->notify.load(std::memory_order_acquire);
-    if (watcher != nullptr) watcher->OnLogError(messages, count, totalBytes);
+    if (watcher != nullptr) watcher->OnLogError(snapshot.messages, snapshot.count, snapshot.totalBytes);
   }
-  delete[] messages;
   m_notifyDepth.fetch_sub(1, std::memory_order_relaxed);
 }
 
-// The first pieces of all stored messages, oldest first. The caller deletes the array.
-IDailyLog2::ILogDataBlock** DailyLog2::Snapshot(unsigned* totalBytes) {
-  ILogDataBlock** const messages = new ILogDataBlock*[m_stored];
+// Copies all stored messages, oldest first: the ring's own pieces may be filled anew while watchers read.
+void DailyLog2::TakeSnapshot(Snapshot& snapshot) {
+  unsigned pieces = 0;
+  for (unsigned slot = 0; slot < m_stored; ++slot) pieces += m_slots[slot].count;
+  snapshot.pieces = new MessageChunk[pieces];
+  snapshot.messages = new ILogDataBlock*[m_stored];
+  snapshot.count = m_stored;
+  MessageChunk* copy = snapshot.pieces;
   unsigned slot = OldestSlot();
   for (unsigned i = 0; i < m_stored; ++i, slot = NextSlot(slot)) {
-    messages[i] = m_slots[slot].head;
-    *totalBytes += m_sizes[slot];
+    snapshot.messages[i] = copy;
+    snapshot.totalBytes += m_sizes[slot];
+    for (MessageChunk* piece = m_slots[slot].head; piece != nullptr; piece = piece->GetNext(), ++copy) {
+      copy->AddData(piece->GetDataPtr(), piece->GetDataSize());
+      copy->SetNext(piece->GetNext() != nullptr ? copy + 1 : nullptr);
+    }
   }
-  return messages;
 }
 
 void DailyLog2::LogMsg(const char* typeWord, const char* module, const char* text) {

@@ -17,9 +17,9 @@ struct _SYSTEMTIME {};
 
 // The sink behind LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
 // the daily file and the console (where Open asked for them), to the syslog server and into a ring of the
-// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Nothing is
-// allocated once the ring is full of messages of the usual length, and no failure to write or send is
-// reported.
+// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Unless
+// somebody watches, nothing is allocated once the ring is full of messages of the usual length. No failure to
+// write or send is reported.
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
@@ -69,7 +69,7 @@ class DailyLog2 : public IDailyLog2 {
   // at the path (a link as well) and a file that cannot be written are left alone.
   void SyncLog() override;
   // A warning or error logged while another one is being told of is stored but not told of. What is shown to
-  // a watcher stays in memory, but messages logged meanwhile overwrite the oldest ones.
+  // a watcher is a copy, made while there is any entry for a watcher, removed ones included.
   void AddErrorNotify(ILogErrorNotify* watcher) override;
   // May return while another thread is still in the watcher's OnLogError.
   void RemoveErrorNotify(ILogErrorNotify* watcher) override;
@@ -115,13 +115,29 @@ class DailyLog2 : public IDailyLog2 {
     unsigned count = 0;  // entries, those without a watcher included
   };
 
+  // What the watchers are shown.
+  struct Snapshot {
+    Snapshot() = default;
+    Snapshot(const Snapshot&) = delete;
+    Snapshot& operator=(const Snapshot&) = delete;
+    ~Snapshot() {
+      delete[] messages;
+      delete[] pieces;
+    }
+
+    MessageChunk* pieces = nullptr;
+    ILogDataBlock** messages = nullptr;  // the first piece of each
+    unsigned count = 0;
+    unsigned totalBytes = 0;
+  };
+
   void LogAndNotify(const char* typeWord, const char* module, const char* text);
   void Store(const char* stamp, const char* header, unsigned headerLength, const char* text,
              unsigned textLength);
   void EmptySlot(unsigned slot);
   void WriteStored(FILE* file);
   Watcher* FindWatcher(const ILogErrorNotify* watcher) const;
-  ILogDataBlock** Snapshot(unsigned* totalBytes);
+  void TakeSnapshot(Snapshot& snapshot);
   unsigned OldestSlot() const { return m_stored == m_capacity ? m_writeIndex : 0; }
   unsigned NextSlot(unsigned slot) const { return slot + 1 == m_capacity ? 0 : slot + 1; }
 
