@@ -73,7 +73,9 @@ int Serve(const ServiceValues& values, RemoteMessages& messages) {
   return 0;
 }
 
-// The child's life. The queue's thread is not stopped before the queue goes: the process ends at once.
+// The child's life. Once the queue's thread runs, the process ends here and with the queue still standing:
+// the thread is not stopped, since it may wait in a handler for the console's reader, so it must not find the
+// queue or its targets gone.
 int RunChild(const ServiceValues& values) {
   LogPrinter::Instance()->Log(Info, nullptr, "Continuing...\n");
   ErrReporter reporter;
@@ -85,7 +87,7 @@ int RunChild(const ServiceValues& values) {
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open queue!\n");
     return 1;
   }
-  return Serve(values, messages);
+  _exit(Serve(values, messages));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@ struct ServiceValues {
 // any case, as the only argument, keeps trace messages too. Call it on the process's first thread, before any
 // other exists.
 //
-// Returns in the supervisor with 1 when it can't fork; in a child with 1 when its queue thread or its UDP
-// server can't start, 0 when the receive loop ends.
+// Returns in the supervisor with 1 when it can't fork, and in a child with 1 when its queue thread can't
+// start. A child that got further ends its process itself: with 1 when its UDP server can't start, with 0
+// when the receive loop ends.
 int RunService(const ServiceValues& values, int argc, char** argv);
