@@ -86,8 +86,8 @@ GDQ::~GDQ() {
     m_free.DeleteAll();
   }
   pthread_mutex_destroy(&m_listMutex);
-  // The wake mutex and condition are left as they are: a program may end with the thread still asleep on them,
-  // and pthread_cond_destroy(3) would wait for it.
+  // The wake mutex and condition are left as they are: a program may end with the thread still asleep on
+  // them, and pthread_cond_destroy(3) would wait for it.
 }
 
 bool GDQ::Run() {
