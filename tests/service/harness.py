@@ -1,5 +1,4 @@
 """What the tests of the running service share: the service, a peer, a collector and a place to put files."""
-import ctypes
 import hashlib
 import os
 import re
@@ -17,6 +16,7 @@ TOOL = os.path.join(namespace.FILES, "tool")
 EXAMPLE_PEER = os.path.join(namespace.FILES, "peer.py")
 CONFIG = "/flash/conf/kavlune.conf"
 SYNC_FILE = "/tmp/synclog"
+SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
 PORT = 11001
 SYSLOG_PORT = 514
 DEADLINE = 20.0  # seconds for anything to happen; reached only by a test that fails
@@ -57,6 +57,13 @@ def processes():
         except (FileNotFoundError, ProcessLookupError):
             pass
     return found
+
+
+def without_file_privileges():
+    """For Service's prepare: file permissions then bind root too."""
+    PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH = 24, 1, 2
+    for capability in (CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH):
+        namespace.control_process(PR_CAPBSET_DROP, capability)
 
 
 class Peer:
@@ -116,6 +123,10 @@ class Peer:
         except (TimeoutError, BlockingIOError):
             return None
 
+    def heard(self):
+        """All that has arrived and was not received yet."""
+        return list(iter(lambda: self.receive(0), None))
+
 
 class Collector:
     """What a remote syslog server hears. share=False keeps the service from sending from port 514."""
@@ -134,6 +145,10 @@ class Collector:
             return datagram
         except (TimeoutError, BlockingIOError):
             return None
+
+    def heard(self):
+        """All that has arrived and was not received yet."""
+        return list(iter(lambda: self.receive(0), None))
 
 
 class Service:
@@ -155,7 +170,7 @@ class Service:
             return console.read().split("\n")[:-1]
 
     def texts(self):
-        """The console lines without time and thread."""
+        """The console lines without time and thread id."""
         return [re.sub(PREFIX + r"\[# *\d+\] ", "", line, count=1) for line in self.console()]
 
     def count(self, text):
@@ -165,16 +180,28 @@ class Service:
         """Waits until the console has had the line (without time and thread) so often."""
         until(lambda: self.count(text) >= count, lambda: "\n".join(self.texts()[-40:] + [f"line {text!r}"]))
 
-    def fence(self, peer):
-        """Waits until all that was sent before has been handled."""
+    def fence(self, peer, nudge=False):
+        """Waits until all that was sent before has been handled.
+
+        nudge: with more calls, because one that does not parse leaves those behind it until the next call.
+        """
         self._fences += 1
-        peer.log(b"fence %d\n" % self._fences)
-        self.wait_for(f"test.Info: fence {self._fences}")
+        peer.log(b"\nfence %d\n" % self._fences)  # on a line of its own, whatever stands before it
+        line = f"fence {self._fences}"
+        if nudge:
+            until(lambda: self.count(line) or peer.call(b"Nudge"), line)
+        self.wait_for(line)
 
     def child(self):
         """The id of the serving process."""
         return until(lambda: next((pid for pid, (parent, state) in processes().items()
                                    if parent == self.pid and state != "Z"), None), "a serving child")
+
+    def kill_child(self):
+        """Kills the serving process and returns the id of the next one."""
+        old = self.child()
+        os.kill(old, signal.SIGKILL)
+        return until(lambda: (self.child() != old and self.child()), "another child")
 
     def errors(self):
         with open(self.errors_path, encoding="latin-1") as errors:
@@ -194,20 +221,27 @@ class ServiceTest(unittest.TestCase):
     """Starts every test with empty /tmp and /flash, and ends it with no process left."""
 
     maxDiff = 4000
+    started = None
 
     def setUp(self):
+        self.clear_files()
+        self.addCleanup(self.check_nobody_left)
+
+    def clear_files(self):
         for folder in ("/tmp", "/flash"):
             for entry in os.scandir(folder):
                 if entry.is_dir(follow_symlinks=False):
                     shutil.rmtree(entry.path)
                 else:
                     os.unlink(entry.path)
-        self.addCleanup(self.check_nobody_left)
 
     def service(self, *arguments, **options):
-        service = Service(*arguments, **options)
-        self.addCleanup(service.stop)
-        return service
+        """Starts the service, in place of the one that the test started before."""
+        if self.started is not None:
+            self.started.stop()
+        self.started = Service(*arguments, **options)
+        self.addCleanup(self.started.stop)
+        return self.started
 
     def peer(self, *arguments, **options):
         peer = Peer(*arguments, **options)
@@ -218,6 +252,18 @@ class ServiceTest(unittest.TestCase):
         collector = Collector(**options)
         self.addCleanup(collector.socket.close)
         return collector
+
+    def forwarding_service(self, *arguments, **collector_options):
+        collector = self.collector(**collector_options)
+        self.configure(SYSLOG_ON % collector.host)
+        return self.service(*arguments), collector
+
+    def sync_lines(self, service, peer):
+        """Has the sync file written and returns its lines, the end of the last one included."""
+        peer.call(b"SyncLog")
+        service.fence(peer)
+        with open(SYNC_FILE, encoding="latin-1", newline="\n") as sync:
+            return sync.read().split("\n")
 
     def configure(self, text):
         os.makedirs(os.path.dirname(CONFIG), exist_ok=True)

@@ -1,7 +1,7 @@
 """A world of its own for the running service: mounts, network and processes that end with the tests.
 
-The service's paths and ports are fixed, so its tests need a machine on which /flash, /tmp and UDP ports 514 and
-11001 belong to nobody. Everything happens on a tmpfs that only this namespace sees; nothing outside changes.
+The service's paths and ports are fixed, so its tests need a machine on which /flash, /tmp and UDP ports 514
+and 11001 belong to nobody. All happens on a tmpfs that only this namespace sees; nothing outside changes.
 """
 import ctypes
 import errno
@@ -40,6 +40,11 @@ def mount(source, target, kind=None, flags=0, options=None):
 
 def unmount(target):
     check(_libc.umount2(os.fsencode(target), MNT_DETACH), f"unmount {target}")
+
+
+def control_process(operation, *arguments):
+    """prctl(2), of which Python has none."""
+    check(_libc.prctl(operation, *map(ctypes.c_ulong, (*arguments, 0, 0, 0, 0)[:4])), "prctl")
 
 
 def enter():

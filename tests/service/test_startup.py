@@ -1,49 +1,89 @@
 """What the service says and reads when it starts."""
 import os
+import random
 import re
-import signal
-import socket
 import time
 
-from harness import PORT, PREFIX, ServiceTest
+from harness import CONFIG, PREFIX, SYSLOG_ON, ServiceTest, without_file_privileges
+
+NO_CONFIG = "Syslog.Warning: Was not able to load conf options!"
 
 
 class StartUp(ServiceTest):
     def test_says_its_lines_in_order(self):
-        self.configure("")
         before = time.time()
         service = self.service()
         self.peer()
         texts = service.texts()
         child = service.child()
-        self.assertEqual(texts[:3], ["Syslog.Info: Using file path '/tmp' for SyncLog",
+        self.assertEqual(texts[:4], [NO_CONFIG, "Syslog.Info: Using file path '/tmp' for SyncLog",
                                      "Syslog.Info: TRACE messages will not be logged!",
                                      "Syslog.Info: Start child..."])
         # Two processes write from here on, each in its own order.
-        self.assertEqual(sorted(texts[3:6]), ["Syslog.Info: Child process...", "Syslog.Info: Continuing...",
+        self.assertEqual(sorted(texts[4:7]), ["Syslog.Info: Child process...", "Syslog.Info: Continuing...",
                                               f"Syslog.Info: Wait for child {child}..."])
-        self.assertLess(texts.index("Syslog.Info: Child process..."), texts.index("Syslog.Info: Continuing..."))
-
-        stamps = []
+        self.assertLess(*[texts.index(f"Syslog.Info: {word}...") for word in ("Child process", "Continuing")])
         for line in service.console():
-            time_text, thread = re.fullmatch(rf"({PREFIX})\[#( *\d+)\] .*", line).groups()
-            self.assertRegex(thread, r" {0,3}\d{1,4}|\d{5,}")
-            self.assertEqual(int(thread), child if "hild process" in line or "srv wrote" in line
-                             or "Continuing" in line else service.pid, line)
-            stamps.append(time_text)
-        allowed = {time.strftime("[%H:%M:%S", time.localtime(before + i)) for i in range(-1, 60)}
-        self.assertIn(stamps[0][:9], allowed)
+            thread = child if re.search("Child process|Continuing|srv wrote", line) else service.pid
+            self.assertRegex(line, rf"^{PREFIX}\[#{thread:4d}\] Syslog\.")
+        self.assertIn(service.console()[0][:9], [time.strftime("[%H:%M:%S", time.localtime(second))
+                                                 for second in range(int(before), int(time.time()) + 1)])
 
-    def test_restarts_a_child_though_started_with_its_signal_ignored(self):
-        service = self.service(prepare=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
-        os.kill(service.child(), signal.SIGKILL)
-        service.wait_for("Syslog.Info: Child exited with code 9, restarting...")
+    def test_debug_alone_and_in_any_case_turns_trace_on(self):
+        for arguments, debug in [(["debug"], True), (["DEBUG"], True), (["debug", "x"], False),
+                                 (["debug "], False), ([""], False)]:
+            with self.subTest(arguments=arguments):
+                service = self.service(*arguments)
+                service.fence(peer := self.peer())
+                peer.call(b"SyncVar")
+                peer.log(b"trace\n", kind=0)
+                service.fence(peer)
+                for text, expected in [("Info: Debug mode selected, logging also TRACE messages!", debug),
+                                       ("Info: TRACE messages will not be logged!", not debug),
+                                       ("Trace: SyncVar()", debug)]:
+                    self.assertEqual(service.count("Syslog." + text), expected, text)
+                self.assertEqual(service.count("test.Trace: trace"), debug)
 
-    def test_restarts_without_a_fault_until_its_port_is_free(self):
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
-            other.bind(("", PORT))
-            service = self.service(environment={"TSAN_OPTIONS": "atexit_sleep_ms=0"})
-            # Often: now and then the end of a child meets the start of its queue's thread.
-            service.wait_for("Syslog.Info: Child exited with code 256, restarting...", 300)
-        self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 300)
-        self.peer()
+    def test_forwards_from_the_first_line_after_the_configuration(self):
+        service, collector = self.forwarding_service()
+        service.fence(self.peer())
+        self.assertIn("Syslog.Info: Using syslog server at UDP 127.0.0.2:514", service.texts())
+        self.assertEqual(service.count(NO_CONFIG), 0)
+        self.assertEqual(collector.receive(), b"<134>Syslog.Info: TRACE messages will not be logged!\n")
+
+    def test_does_not_forward_for_another_type_or_without_a_server(self):
+        collector = self.collector()
+        on = SYSLOG_ON % collector.host
+        failed = ["Syslog.Info: Using syslog server at UDP %s:514",
+                  "Syslog.ERROR: Cannot connect to syslog server at UDP %s:514"]
+        for config, expected in [(on.replace("SysLog", "syslog"), []), (on.replace("[Data]", "[Other]"), []),
+                                 (on.split("remotelog_addr")[0], [line % "" for line in failed]),
+                                 (SYSLOG_ON % "host.invalid", [line % "host.invalid" for line in failed])]:
+            with self.subTest(config=config):
+                self.configure(config)
+                service = self.service()
+                service.fence(self.peer())
+                self.assertEqual([text for text in service.texts() if "server at UDP" in text], expected)
+                self.assertEqual(collector.heard(), [])
+
+    def test_serves_whatever_the_configuration_is(self):
+        def unreadable():
+            self.configure(SYSLOG_ON % "127.0.0.2")
+            os.chmod(CONFIG, 0)
+
+        noise = random.Random(1).randbytes(20000)
+        on = (SYSLOG_ON % "127.0.0.2").encode()
+        for name, make, loaded in [
+                ("directory", lambda: os.makedirs(CONFIG), False), ("unreadable", unreadable, False),
+                ("pipe", lambda: (os.makedirs(os.path.dirname(CONFIG)), os.mkfifo(CONFIG)), False),
+                ("empty", lambda: self.configure(""), True), ("binary", lambda: self.configure(noise), True),
+                ("one line", lambda: self.configure(b"[Data]remotelog_type=" + b"x" * 60000), True),
+                ("many keys", lambda: self.configure(b"".join(b"%d=\n" % i for i in range(9000))), True),
+                ("huge", lambda: self.configure(on + b"#" * (1 << 26)), False)]:
+            with self.subTest(name):
+                self.clear_files()
+                make()
+                service = self.service(prepare=without_file_privileges)
+                service.fence(self.peer())
+                self.assertEqual(service.count(NO_CONFIG), not loaded)
+                self.assertEqual([text for text in service.texts() if "Using syslog" in text], [])

@@ -1,0 +1,109 @@
+"""What each call does once it is let in."""
+from harness import SYNC_FILE, ServiceTest
+
+ON, OFF = b"'SysLog server'", b"none"
+
+
+class Calls(ServiceTest):
+    def test_variables_switch_forwarding_on_and_off(self):
+        first, second = self.collector(), self.collector(host="127.0.0.3")
+        service, peer = self.service(), self.peer()
+
+        def heard_after(*calls):
+            for call in calls:
+                peer.call(call)
+            service.fence(peer)
+            first.heard(), second.heard()
+            peer.log(b"heard\n", kind=3)
+            service.fence(peer)
+            return [collector.heard().count(b"<131>test.Error: heard\n") for collector in (first, second)]
+
+        self.assertEqual(heard_after(), [0, 0])
+        self.assertEqual(heard_after(b"SetVar remotelog_addr 127.0.0.2", b"SetVar remotelog_type " + ON),
+                         [0, 0])
+        self.assertEqual(heard_after(b"SyncVar"), [1, 0])
+        self.assertEqual(first.sender[1], 514)
+        self.assertEqual(heard_after(b"setvar remotelog_addr 127.0.0.3"), [1, 0])
+        self.assertEqual(heard_after(b"syncvar with 'any' arguments"), [0, 1])
+        self.assertEqual(heard_after(b"SetVar remotelog_type " + OFF), [0, 1])
+        self.assertEqual(heard_after(b"SyncVar"), [0, 0])
+        self.assertEqual(heard_after(b"SetVar remotelog_type " + ON, b"SetVar remotelog_addr no-host.invalid",
+                                     b"SyncVar"), [0, 0])
+        self.assertEqual(heard_after(b"SetVar remotelog_addr 127.0.0.2", b"SYNCVAR"), [1, 0])
+        texts = [text for text in service.texts() if "server" in text]
+        using = "Syslog.Info: Using syslog server at UDP %s:514"
+        self.assertEqual(texts, [using % "127.0.0.2", using % "127.0.0.3",
+                                 "Syslog.Info: Remote syslog server logging disabled",
+                                 using % "no-host.invalid",
+                                 "Syslog.ERROR: Cannot connect to syslog server at UDP no-host.invalid:514",
+                                 using % "127.0.0.2"])
+
+    def test_nothing_changed_is_nothing_to_do(self):
+        service, collector = self.forwarding_service("debug")
+        peer = self.peer()
+        for call in (b"SetVar remotelog_addr 127.0.0.2", b"SetVar other thing", b"SetVar remotelog_type",
+                     b"SetVar remotelog_type x y", b"SyncVar"):
+            peer.call(call)
+        service.fence(peer)
+        texts = [text for text in service.texts() if "Var" in text or "disabled" in text]
+        self.assertRegex("\n".join(texts), "\n".join([
+            r"^Syslog\.Trace: SetVar\(remotelog_addr=127\.0\.0\.2\)", r"Syslog\.Trace: SetVar\(other=thing\)",
+            r"Syslog\.Trace: ERROR: OnDispatchError\(SetVar,remotelog_type\) -> 0x[0-9a-f]+",
+            r"Syslog\.Trace: ERROR: OnDispatchError\(SetVar,remotelog_type x y\) -> 0x[0-9a-f]+",
+            r"Syslog\.Trace: SyncVar\(\)$"]))
+        self.assertIn(b"<131>Syslog.Trace: SyncVar()\n", collector.heard())
+
+    def test_each_type_and_module_has_its_words(self):
+        service, collector = self.forwarding_service("debug")
+        peer = self.peer()
+        service.fence(peer)
+        collector.heard()
+        start = len(service.texts())
+        rows = [(b"0 net", "net.Trace", "net.Trace", 131), (b"1 net", "net.Info", "net.Info", 134),
+                (b"2 net", "net.Warning", "net.Warning", 132), (b"3 net", "net.ERROR", "net.Error", 131),
+                (b"3 ''", "Syslog.ERROR", "Syslog.Error", 131), (b"x 'a b'", "a b.Trace", "a b.Trace", 131),
+                (b"4 net", None, None, None), (b"-1 net", None, None, None)]
+        for kind, *_ in rows:
+            peer.call(b"LogMsg " + kind + b" '100%s %n %d\n'")
+        kept = [line.partition(" ")[2] for line in self.sync_lines(service, peer) if "100%" in line]
+        known = rows[:6]
+        self.assertEqual([text for text in service.texts()[start:] if "100%" in text],
+                         [f"{console}: 100%s %n %d" for _, console, _, _ in known])
+        self.assertEqual(kept, [f"{stored}: 100%s %n %d" for _, _, stored, _ in known])
+        self.assertEqual([line.decode() for line in collector.heard() if b"100%" in line],
+                         [f"<{priority}>{stored}: 100%s %n %d\n" for _, _, stored, priority in known])
+
+    def test_long_lines_are_whole_but_for_the_collector(self):
+        service, collector = self.forwarding_service()
+        peer = self.peer()
+        text = b"x" * 1400
+        peer.log(text + b"\n")
+        kept = self.sync_lines(service, peer)
+        self.assertEqual(service.count("test.Info: " + text.decode()), 1)
+        self.assertEqual([line[-1400:] for line in kept if "xxx" in line], [text.decode()])
+        self.assertIn((b"<134>test.Info: " + text)[:1024], collector.heard())
+
+    def test_rejected_calls_show_in_trace_only_and_unparsable_ones_always(self):
+        for arguments in ([], ["debug"]):
+            with self.subTest(arguments):
+                service, peer = self.service(*arguments), self.peer()
+                for call in (b"LogMsg 1 net", b"LogMsg 1 net a b", b"Nonsense  %s %n", b"LogMsg",
+                             b"LogMsg 1 net `x", b"SyncLog 'a~"):
+                    peer.call(call)
+                service.fence(peer, nudge=True)
+                texts = [text.partition(" -> 0x")[0] for text in service.texts()
+                         if "On" in text and "Nudge" not in text]
+                trace = [f"Syslog.Trace: ERROR: OnDispatchError({call}" for call in (
+                    "LogMsg,1 net)", "LogMsg,1 net a b)", "Nonsense, %s %n)", "LogMsg,)")]
+                self.assertEqual(texts, (trace if arguments else []) + [
+                    "Syslog.ERROR: OnParseError(LogMsg,1 net `x)", "Syslog.ERROR: OnParseError(SyncLog,'a~)"])
+
+    def test_sync_file_is_written_only_on_request(self):
+        service, peer = self.service(), self.peer()
+        service.fence(peer)
+        with self.assertRaises(FileNotFoundError):
+            open(SYNC_FILE)
+        for text in (b"first\n", b"second\n"):
+            peer.log(text)
+            last, end = self.sync_lines(service, peer)[-2:]
+            self.assertEqual((last.partition(" ")[2], end), ("test.Info: " + text.decode()[:-1], ""))
