@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "common/LogPrinter.h"
+#include "tests/unit/CapturedLog.h"
 
 namespace {
 
@@ -30,22 +30,7 @@ void* Letter(const char* letter) {
   return const_cast<char*>(letter);
 }
 
-// Counts what reaches the log.
-class Sink final : public IDailyLog2 {
- public:
-  Sink() { LogPrinter::Instance()->m_sink = this; }
-  ~Sink() override { LogPrinter::Instance()->m_sink = nullptr; }
-  bool EnableSyslog(const char*, unsigned short) override { return false; }
-  void DisableSyslog() override {}
-  void Log(ELogMessageType, const char*, const char* text) override { m_text += text; }
-  void SyncLog() override {}
-  void AddErrorNotify(ILogErrorNotify*) override {}
-  void RemoveErrorNotify(ILogErrorNotify*) override {}
-  const char* GetLogPath() override { return nullptr; }
-  bool EnumerateLogs(bool (*)(const char*, const char*, void*), void*) override { return true; }
-
-  std::string m_text;
-};
+using Lines = std::vector<std::string>;
 
 TEST(AppData, FlagsWhatChangedUntilSaved) {
   char path[] = "/tmp/appdata.XXXXXX";
@@ -88,24 +73,23 @@ TEST(AppData, IgnoresNullAndEmptyNames) {
 }
 
 TEST(AppData, AsksSubscribersInOrderAndAcceptsAVeto) {
-  Sink sink;
+  CapturedLog log(false);
   s_calls.clear();
   data->SubscribeVarChanges("asked", OnVar, Letter("a"));
   data->SubscribeVarChanges("asked", OnVar, Letter("b"));
-  EXPECT_EQ("AppData::SubscribeVarChanges(asked): Create list!\n", sink.m_text);
-  sink.m_text.clear();
+  EXPECT_EQ(Lines{"1:AppData::SubscribeVarChanges(asked): Create list!\n"}, log.Take());
 
   EXPECT_FALSE(data->OnVarChanged("asked", "no"));
   EXPECT_EQ("a", s_calls);
   EXPECT_STREQ("def", data->GetVar("asked", "def"));
   EXPECT_FALSE(data->IsVarChanged("asked"));
-  EXPECT_EQ("", sink.m_text);
+  EXPECT_EQ(Lines{}, log.Take());
 
   EXPECT_TRUE(data->OnVarChanged("asked", "yes"));
   EXPECT_EQ("aab", s_calls);
   EXPECT_STREQ("yes", data->GetVar("asked", ""));
   EXPECT_TRUE(data->IsVarChanged("asked"));
-  EXPECT_EQ("OnVarChanged: SetVar: asked='yes'\n", sink.m_text);
+  EXPECT_EQ(Lines{"1:OnVarChanged: SetVar: asked='yes'\n"}, log.Take());
 
   data->UnsubscribeVarChanges("asked", OnVar);
   EXPECT_TRUE(data->OnVarChanged("asked", "no"));

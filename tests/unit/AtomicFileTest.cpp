@@ -1,34 +1,24 @@
 #include "common/AtomicFile.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <sched.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/unit/TempDirectory.h"
 
 namespace {
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 class AtomicFileTest : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_NE(nullptr, mkdtemp(m_dir)); }
-  void TearDown() override { EXPECT_EQ(0, system(("rm -r " + std::string(m_dir)).c_str())); }
-
-  std::string Path(const std::string& name) const { return std::string(m_dir) + "/" + name; }
+  std::string Path(const std::string& name) const { return m_dir.path + "/" + name; }
 
   bool Save(const std::string& name, const std::string& text) const {
     Velk::AtomicFile file;
@@ -36,34 +26,28 @@ class AtomicFileTest : public testing::Test {
     return file.Commit();
   }
 
-  int CountFiles() const {
-    int count = -2;  // "." and ".."
-    DIR* dir = opendir(m_dir);
-    while (readdir(dir) != nullptr) ++count;
-    closedir(dir);
-    return count;
-  }
+  long CountFiles() const { return std::distance(std::filesystem::directory_iterator(m_dir.path), {}); }
 
-  char m_dir[32] = "/tmp/atomicfile.XXXXXX";
+  TempDirectory m_dir;
 };
 
 TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
   const std::string longName(NAME_MAX, 'n');  // leaves no room for the name of a file beside it
   for (const std::string& name : {std::string("file"), longName}) {
     const std::string path = Path(name);
-    std::ofstream(path) << "old text";
+    m_dir.Write(name, "old text");
     ASSERT_EQ(0, chmod(path.c_str(), 0640));
     for (const std::string& text : {std::string("new"), std::string("new and longer"), std::string()}) {
-      const std::string before = ReadAll(path);
+      const std::string before = m_dir.Read(name);
       Velk::AtomicFile file;
       FILE* out = file.Open(path.c_str());
       ASSERT_NE(nullptr, out);
       fputs(text.c_str(), out);
       fflush(out);
-      EXPECT_EQ(before, ReadAll(path));
+      EXPECT_EQ(before, m_dir.Read(name));
       EXPECT_TRUE(file.Commit());
       EXPECT_FALSE(file.Commit());
-      EXPECT_EQ(text, ReadAll(path));
+      EXPECT_EQ(text, m_dir.Read(name));
     }
     struct stat status {};
     EXPECT_EQ(0, stat(path.c_str(), &status));
@@ -73,20 +57,20 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
     Velk::AtomicFile dropped;
     fputs("half", dropped.Open(Path("file").c_str()));
   }
-  EXPECT_EQ("", ReadAll(Path("file")));
+  EXPECT_EQ("", m_dir.Read("file"));
   EXPECT_TRUE(Save("made", "text"));
-  EXPECT_EQ("text", ReadAll(Path("made")));
+  EXPECT_EQ("text", m_dir.Read("made"));
   EXPECT_EQ(3, CountFiles());
 }
 
 TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
-  std::ofstream(Path("victim")) << "keep";
+  m_dir.Write("victim", "keep");
   ASSERT_EQ(0, symlink("victim", Path("link").c_str()));
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
   ASSERT_EQ(0, mkdir(Path("dir").c_str(), 0700));
   const std::string longName(NAME_MAX, 'n');  // would have to be written over
   ASSERT_EQ(0, link(Path("victim").c_str(), Path(longName).c_str()));
-  const int before = CountFiles();
+  const long before = CountFiles();
   for (const std::string& name : {std::string("link"), std::string("fifo"), std::string("dir"),
                                   std::string("none/file"), std::string("../../dev/null"), longName}) {
     EXPECT_FALSE(Save(name, "new")) << name;
@@ -94,7 +78,7 @@ TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   Velk::AtomicFile file;
   EXPECT_EQ(nullptr, file.Open(nullptr));
   EXPECT_FALSE(file.Commit());
-  EXPECT_EQ("keep", ReadAll(Path("victim")));
+  EXPECT_EQ("keep", m_dir.Read("victim"));
   EXPECT_EQ(before, CountFiles());
 }
 
@@ -104,12 +88,12 @@ TEST_F(AtomicFileTest, KeepsTheOldContentWhenThereIsNoRoom) {
   rlimit limit{};
   getrlimit(RLIMIT_FSIZE, &limit);
   for (const std::string& name : {std::string("file"), longName}) {
-    std::ofstream(Path(name)) << "old";
+    m_dir.Write(name, "old");
     const rlimit low{5, limit.rlim_max};
     setrlimit(RLIMIT_FSIZE, &low);
     EXPECT_FALSE(Save(name, "too much"));
     setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_EQ("old", ReadAll(Path(name)));
+    EXPECT_EQ("old", m_dir.Read(name));
   }
   EXPECT_EQ(2, CountFiles());
 }
@@ -119,17 +103,17 @@ TEST_F(AtomicFileTest, WritesOverWhatCannotBeRenamedToButNotOnAFullDisk) {
   const pid_t child = fork();
   if (child == 0) {
     const std::string full = Path("full");
-    std::ofstream(Path("source")) << "old text";
-    std::ofstream(Path("mounted")) << "";
+    m_dir.Write("source", "old text");
+    m_dir.Write("mounted", "");
     mkdir(full.c_str(), 0700);
     if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount(Path("source").c_str(), Path("mounted").c_str(), nullptr, MS_BIND, nullptr) != 0 ||
         mount("full", full.c_str(), "tmpfs", 0, "nr_inodes=2") != 0) {
       _exit(2);
     }
-    std::ofstream(full + "/file") << "old text";
-    const bool isRight = Save("mounted", "new") && ReadAll(Path("source")) == "new" &&
-                         !Save("full/file", "new") && ReadAll(full + "/file") == "old text";
+    m_dir.Write("full/file", "old text");
+    const bool isRight = Save("mounted", "new") && m_dir.Read("source") == "new" &&
+                         !Save("full/file", "new") && m_dir.Read("full/file") == "old text";
     _exit(isRight ? 0 : 1);
   }
   int status = 0;

@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "TempDirectory.h"
 #include "common/LogPrinter.h"
+#include "tests/unit/TempDirectory.h"
 
 namespace {
 

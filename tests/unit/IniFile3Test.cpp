@@ -2,38 +2,29 @@
 
 #include <float.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/unit/TempDirectory.h"
+
 namespace {
 
 class IniFile3Test : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_NE(nullptr, mkdtemp(m_dir)); }
-  void TearDown() override { EXPECT_EQ(0, system(("rm -r " + std::string(m_dir)).c_str())); }
-
-  std::string Path(const std::string& name) const { return std::string(m_dir) + "/" + name; }
+  std::string Path(const std::string& name) const { return m_dir.path + "/" + name; }
 
   std::string Write(const std::string& text) const {
-    std::ofstream(Path("a.ini"), std::ios::binary) << text;
+    m_dir.Write("a.ini", text);
     return Path("a.ini");
   }
 
-  std::string ReadAll(const std::string& path) const {
-    std::ifstream in(path);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-
-  char m_dir[32] = "/tmp/inifile.XXXXXX";
+  TempDirectory m_dir;
 };
 
 // All content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
@@ -99,7 +90,8 @@ TEST_F(IniFile3Test, SavesLinesAsListed) {
   ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // a part of the value it replaces
   const std::string path = Path("out.ini");
   EXPECT_NE(0, ini.Save(path.c_str()));
-  EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n", ReadAll(path));
+  EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n",
+            m_dir.Read("out.ini"));
 }
 
 // A plain list of lists beside the real thing: random sets, saved and loaded now and then.
@@ -204,9 +196,9 @@ TEST_F(IniFile3Test, StopsEnumeratingAtTheFirstFalse) {
 
 TEST_F(IniFile3Test, RefusesWhatItCannotLoad) {
   ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
-  std::ofstream(Path("huge")) << "[A]\nk=v\n";
+  m_dir.Write("huge", "[A]\nk=v\n");
   ASSERT_EQ(0, truncate(Path("huge").c_str(), IniFile3::kMaxFileSize + 1));
-  for (const std::string& path : {std::string(m_dir), Path("fifo"), std::string("/dev/zero"), Path("huge"),
+  for (const std::string& path : {m_dir.path, Path("fifo"), std::string("/dev/zero"), Path("huge"),
                                   Path("none/a.ini"), Path(std::string(300, 'p')), std::string()}) {
     IniFile3 ini;
     ini.SetString("A", "k", "old");
@@ -220,7 +212,7 @@ TEST_F(IniFile3Test, RefusesWhatItCannotLoad) {
   EXPECT_EQ(0, ini.Load(Path("new.ini").c_str()));  // a missing file is where a new one starts
   ini.SetInt("A", "k", 1);
   EXPECT_NE(0, ini.Save(nullptr));
-  EXPECT_EQ("[A]\nk=1\n", ReadAll(Path("new.ini")));
+  EXPECT_EQ("[A]\nk=1\n", m_dir.Read("new.ini"));
 }
 
 TEST_F(IniFile3Test, SavesThroughALinkAndKeepsIt) {
@@ -233,7 +225,7 @@ TEST_F(IniFile3Test, SavesThroughALinkAndKeepsIt) {
   struct stat status {};
   EXPECT_EQ(0, lstat(Path("link.ini").c_str(), &status));
   EXPECT_TRUE(S_ISLNK(status.st_mode));
-  EXPECT_EQ("[A]\nk=2\n", ReadAll(Path("a.ini")));
+  EXPECT_EQ("[A]\nk=2\n", m_dir.Read("a.ini"));
 }
 
 }  // namespace

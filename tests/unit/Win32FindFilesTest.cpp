@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "TempDirectory.h"
+#include "tests/unit/TempDirectory.h"
 
 namespace {
 
