@@ -2,21 +2,84 @@
 import os
 import signal
 import socket
+import statistics
+import time
+import unittest
 
-from harness import PORT, ServiceTest
+import faults
+from harness import PORT, SANITIZED, ServiceTest, processes
+
+RESTART = "Syslog.Info: Child exited with code %d, restarting..."
+needs_filter = unittest.skipIf(faults.NUMBERS is None, "no system call numbers for this machine")
 
 
 class Supervision(ServiceTest):
+    def test_killed_children_come_back_and_leave_nothing_behind(self):
+        service, collector = self.forwarding_service()
+        old = self.peer()
+        descriptors = os.listdir(f"/proc/{service.pid}/fd")
+        times = []
+        for _ in range(50):
+            begin = time.monotonic()
+            child = service.kill_child()
+            self.peer()
+            times.append(time.monotonic() - begin)
+        service.wait_for(RESTART % signal.SIGKILL, 50)
+        self.assertEqual(service.count(RESTART % signal.SIGKILL), 50)
+        self.assertEqual(os.listdir(f"/proc/{service.pid}/fd"), descriptors)
+        self.assertEqual(set(processes()), {os.getpid(), service.pid, child})
+        print(f"restart: {statistics.median(times) * 1000:.1f} ms, at most {max(times) * 1000:.1f} ms")
+        self.assertLess(statistics.median(times), 1.0 if SANITIZED else 0.1)
+
+        # Whoever was admitted before is a stranger; what was configured still holds.
+        old.log(b"from the old\n")
+        peer = self.peer()
+        collector.heard()
+        peer.log(b"from the new\n")
+        service.fence(peer)
+        self.assertEqual(service.count("test.Info: from the old"), 0)
+        self.assertIn(b"<134>test.Info: from the new\n", collector.heard())
+
     def test_restarts_a_child_though_started_with_its_signal_ignored(self):
         service = self.service(prepare=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
-        os.kill(service.child(), signal.SIGKILL)
-        service.wait_for("Syslog.Info: Child exited with code 9, restarting...")
+        os.kill(service.child(), signal.SIGTERM)
+        service.wait_for(RESTART % signal.SIGTERM)
 
     def test_restarts_without_a_fault_until_its_port_is_free(self):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("", PORT))
             service = self.service(environment={"TSAN_OPTIONS": "atexit_sleep_ms=0"})
             # Often: now and then the end of a child meets the start of its queue's thread.
-            service.wait_for("Syslog.Info: Child exited with code 256, restarting...", 300)
+            service.wait_for(RESTART % 256, 300)
         self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 300)
         self.peer()
+
+    @needs_filter
+    def test_restarts_a_child_that_gets_no_thread(self):
+        service = self.service(prepare=faults.refuse_threads)
+        service.wait_for(RESTART % 256, 3)
+        self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open queue!"), 3)
+
+    @needs_filter
+    def test_ends_when_it_cannot_fork(self):
+        # The leak check at the end of the process would need a helper process.
+        service = self.service(prepare=faults.refuse_forks, environment={"ASAN_OPTIONS": "detect_leaks=0"})
+        self.assertEqual(service.process.wait(20), 1)
+        self.assertEqual(service.texts()[-3:], ["Syslog.Info: Start child...", "Syslog.ERROR: fork() failed!",
+                                                "Syslog.Info: Exiting application..."])
+
+    @needs_filter
+    def test_ends_with_its_child_when_it_cannot_wait(self):
+        service = self.service(prepare=faults.refuse_waiting, environment={"ASAN_OPTIONS": "detect_leaks=0"})
+        self.assertEqual(service.process.wait(20), 1)
+        last = [text for text in service.texts() if "aitp" in text or "Wait" in text]
+        self.assertRegex("\n".join(last), r"^Syslog\.Info: Wait for child (\d+)\.\.\.\n"
+                                          r"Syslog\.ERROR: Waitpid returned -1 instead of \1! Exiting\.\.\.$")
+
+    def test_a_signal_to_the_supervisor_ends_both(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
+            with self.subTest(number):
+                service = self.service()
+                self.peer()
+                self.assertEqual(service.stop(number), -number)
+                self.check_nobody_left()
