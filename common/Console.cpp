@@ -60,10 +60,17 @@ void WriteAll(iovec* pieces, int count) {
   }
 }
 
+// How many of the kept bytes fit into most. Cut behind a line: another process may write before the rest.
+size_t WholeLines(size_t size, size_t most) {
+  if (size <= most) return size;
+  const void* end = memrchr(s_kept, '\n', most);
+  return end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - s_kept) + 1 : most;
+}
+
 size_t TakeKept(char* out, size_t most) {
   pthread_mutex_lock(&s_keeping);
   const size_t size = s_keptSize.load(std::memory_order_relaxed);
-  const size_t taken = size < most ? size : most;
+  const size_t taken = WholeLines(size, most);
   memcpy(out, s_kept, taken);
   memmove(s_kept, s_kept + taken, size - taken);
   s_keptSize.store(size - taken, std::memory_order_relaxed);

@@ -1,6 +1,7 @@
 #include "common/Console.h"
 
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <signal.h>
 
 #include <string>
@@ -42,6 +43,25 @@ TEST(Console, AThreadThatNeverWaitsKeepsItsLinesForLater) {
   EXPECT_EQ(out.Read(), std::string(filled, '#'));
   WriteLine("next\n");
   EXPECT_EQ(out.Read(), expected + "next\n");
+}
+
+TEST(Console, KeptLinesGoOutWholeSoThatAnotherProcessFitsBetween) {
+  StdoutPipe out;
+  StdoutPipe::Fill();
+  std::string shown;
+  std::thread busy([&] {
+    Velk::Console::NeverWaitOnThisThread();
+    for (int i = 0; i < 100; ++i)
+      WriteLine("a line whose length is no divisor of a page, " + std::to_string(i) + "\n");
+    shown = out.Read(PIPE_BUF);  // room for some of them
+    WriteLine("next\n");
+    shown = out.Read();
+    WriteLine("last\n");
+  });
+  busy.join();
+  ASSERT_NE(shown.find("page"), std::string::npos);
+  EXPECT_EQ(shown.find("next"), std::string::npos);
+  EXPECT_EQ(shown.back(), '\n') << shown.substr(shown.size() - 80);
 }
 
 TEST(Console, AThreadThatWaitsLosesNothingAndHoldsNobodyUp) {

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 class StdoutPipe {
@@ -24,13 +25,13 @@ class StdoutPipe {
     close(m_reader);
   }
 
-  // What has arrived so far.
-  std::string Read() {
+  // What has arrived so far, but not more than most.
+  std::string Read(size_t most = SIZE_MAX) {
     std::string all;
     char buffer[65536];
     pollfd in{m_reader, POLLIN, 0};
-    while (poll(&in, 1, 0) > 0) {
-      const ssize_t got = read(m_reader, buffer, sizeof buffer);
+    while (all.size() < most && poll(&in, 1, 0) > 0) {
+      const ssize_t got = read(m_reader, buffer, std::min(sizeof buffer, most - all.size()));
       if (got <= 0) break;
       all.append(buffer, static_cast<size_t>(got));
     }
