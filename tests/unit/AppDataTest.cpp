@@ -58,6 +58,7 @@ TEST(AppData, FlagsWhatChangedUntilSaved) {
 }
 
 TEST(AppData, IgnoresNullAndEmptyNames) {
+  s_calls.clear();
   for (const char* name : {static_cast<const char*>(nullptr), ""}) {
     data->SetVar(name, "x");
     data->SetVarChanged(name, true);
