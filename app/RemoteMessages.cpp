@@ -43,9 +43,10 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
 
 bool RemoteMessages::LogMsg(const Velk::IArgsList* args) {
   if (args == nullptr || args->GetCount() != 3) return false;
-  // No range check: the printer and the log decide what becomes of an unknown type.
+  // No range check: the printer and the log decide what becomes of an unknown type. Nothing in the text is
+  // formatted: a peer's percent signs are plain text.
   const auto type = static_cast<ELogMessageType>(args->GetItem(0)->AsInt());
-  LogPrinter::Instance()->Log(type, args->GetItem(1)->AsStr(), "%s", args->GetItem(2)->AsStr());
+  LogPrinter::Instance()->LogText(type, args->GetItem(1)->AsStr(), args->GetItem(2)->AsStr());
   return true;
 }
 

@@ -227,19 +227,24 @@ struct GDQ::Delivery {
 
 // Delivers one message after the other until none is due, and sets waitMs to the time until one will be.
 void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
+  Node* done = nullptr;
   while (IsRunning()) {
     Delivery delivery;
-    if (!TakeDue(delivery, waitMs)) return;
-    const bool parsed = Deliver(delivery, parser);
-    if (delivery.m_oneShot != nullptr) Recycle(delivery.m_oneShot);
+    if (!TakeDue(done, delivery, waitMs)) return;
+    done = delivery.m_oneShot;
     // Deliberately with the wait as it was: what is due behind a message that does not parse is looked at
     // when that wait ends or with the next post, so that a peer's garbage gets one look per post and no more.
-    if (!parsed) return;
+    if (!Deliver(delivery, parser)) break;
   }
+  if (done == nullptr) return;
+  const ScopedLock lock(m_listMutex);
+  RecycleLocked(done);
 }
 
-bool GDQ::TakeDue(Delivery& delivery, uint32_t& waitMs) {
+// done (may be null) is recycled first: one locking for both, as posters contend for it.
+bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
   const ScopedLock lock(m_listMutex);
+  if (done != nullptr) RecycleLocked(done);
   Node* node = m_messages.Head();
   if (node == nullptr) {
     waitMs = kNothingDue;
@@ -280,11 +285,6 @@ bool GDQ::Deliver(const Delivery& delivery, ArgsParser& parser) {
   const bool done = target != nullptr && target->Dispatch(name, parser.GetArgs());
   if (!done && m_errorReporter != nullptr) m_errorReporter->OnDispatchError(target, name, args);
   return true;
-}
-
-void GDQ::Recycle(Node* node) {
-  const ScopedLock lock(m_listMutex);
-  RecycleLocked(node);
 }
 
 }  // namespace Velk

@@ -100,9 +100,8 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   void WakeLocked();
   void WaitForPost(uint32_t waitMs);
   void DeliverDue(ArgsParser& parser, uint32_t& waitMs);
-  bool TakeDue(Delivery& delivery, uint32_t& waitMs);
+  bool TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs);
   bool Deliver(const Delivery& delivery, ArgsParser& parser);
-  void Recycle(Node* node);
 
   pthread_mutex_t m_listMutex;  // guards m_free and m_messages
   NodeList m_free;

@@ -88,16 +88,32 @@ LogPrinter::~LogPrinter() {
   pthread_mutex_destroy(&m_mutex);
 }
 
-void LogPrinter::Log(ELogMessageType type, const char* module, const char* format, ...) {
-  if (type == Trace && !m_traceEnabled.load(std::memory_order_relaxed)) return;
-  if (IsEmpty(module)) module = m_appName.Str();
+bool LogPrinter::IsFiltered(ELogMessageType type) const {
+  return type == Trace && !m_traceEnabled.load(std::memory_order_relaxed);
+}
 
+void LogPrinter::Log(ELogMessageType type, const char* module, const char* format, ...) {
+  if (IsFiltered(type)) return;
   char message[kBufferSize];
   va_list args;
   va_start(args, format);
   if (vsnprintf(message, kBufferSize - 1, OrEmpty(format), args) < 0) message[0] = '\0';
   va_end(args);
+  HandOut(type, module, message);
+}
 
+void LogPrinter::LogText(ELogMessageType type, const char* module, const char* text) {
+  if (IsFiltered(type)) return;
+  text = OrEmpty(text);
+  if (strnlen(text, kMaxMessage + 1) <= kMaxMessage) return HandOut(type, module, text);
+  char message[kMaxMessage + 1];
+  memcpy(message, text, kMaxMessage);
+  message[kMaxMessage] = '\0';
+  HandOut(type, module, message);
+}
+
+void LogPrinter::HandOut(ELogMessageType type, const char* module, const char* message) {
+  if (IsEmpty(module)) module = m_appName.Str();
   if (!t_sendsRemote) {
     pthread_mutex_lock(&m_mutex);
     t_sendsRemote = true;
@@ -105,7 +121,6 @@ void LogPrinter::Log(ELogMessageType type, const char* module, const char* forma
     t_sendsRemote = false;
     pthread_mutex_unlock(&m_mutex);
   }
-
   if (m_sink != nullptr) m_sink->Log(type, module, message);
   const char* level = LevelWord(type);
   if (level != nullptr) PrintToConsole(level, module, message);

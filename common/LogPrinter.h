@@ -35,6 +35,9 @@ class LogPrinter {
   void Log(ELogMessageType type, const char* module, const char* format, ...)
       __attribute__((format(printf, 4, 5)));
 
+  // The same for text that is ready: Log(type, module, "%s", text) without the cost of formatting.
+  void LogText(ELogMessageType type, const char* module, const char* text);
+
   // Writes one console line "[HH:MM:SS.mmm][# tid] module.level: text" (without "module." when that is null
   // or empty), unless the console is off. The thread id is the kernel's, padded to four places.
   void PrintToConsole(const char* level, const char* module, const char* text);
@@ -53,6 +56,8 @@ class LogPrinter {
   IDailyLog2* m_sink;  // not owned; null: console only. Must outlive every Log
 
  private:
+  bool IsFiltered(ELogMessageType type) const;
+  void HandOut(ELogMessageType type, const char* module, const char* message);
   // In a source of its own, because it alone needs the transport layer. The mutex is held.
   void SendRemote(ELogMessageType type, const char* module, const char* message);
 
