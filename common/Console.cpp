@@ -49,7 +49,8 @@ int Advance(iovec*& pieces, int count, size_t written) {
 
 void WriteAll(iovec* pieces, int count) {
   while (count > 0) {
-    const ssize_t written = writev(STDOUT_FILENO, pieces, count);
+    const ssize_t written = count == 1 ? write(STDOUT_FILENO, pieces->iov_base, pieces->iov_len)
+                                       : writev(STDOUT_FILENO, pieces, count);
     if (written > 0) {
       count = Advance(pieces, count, static_cast<size_t>(written));
     } else if (written < 0 && errno == EAGAIN) {
@@ -127,10 +128,33 @@ void WriteOrKeep(iovec* pieces, int count) {
 
 }  // namespace
 
+namespace {
+
+constexpr size_t kJoinedBytes = 512;  // holds nearly every line
+
+// Joins the pieces in buffer. Returns the length of the line, 0: too long, or empty.
+size_t Join(const iovec* pieces, int count, char (&buffer)[kJoinedBytes]) {
+  size_t length = 0;
+  for (int i = 0; i < count; ++i) {
+    if (pieces[i].iov_len > kJoinedBytes - length) return 0;
+    memcpy(buffer + length, pieces[i].iov_base, pieces[i].iov_len);
+    length += pieces[i].iov_len;
+  }
+  return length;
+}
+
+}  // namespace
+
 void Console::WriteLine(const iovec* pieces, int count) {
   if (count > kMaxPieces) return;
-  iovec own[kMaxPieces];  // short writes change the pieces
-  memcpy(own, pieces, static_cast<size_t>(count) * sizeof own[0]);
+  // Joining a line costs less than what the kernel does for each piece.
+  char joined[kJoinedBytes];
+  iovec own[kMaxPieces] = {{joined, Join(pieces, count, joined)}};
+  if (own[0].iov_len != 0) {
+    count = 1;
+  } else {
+    memcpy(own, pieces, static_cast<size_t>(count) * sizeof own[0]);  // short writes change the pieces
+  }
   if (t_neverWaits) {
     WriteOrKeep(own, count);
   } else {
