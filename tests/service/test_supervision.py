@@ -1,5 +1,6 @@
 """The supervisor: what it does about a child that ends, cannot start or cannot be waited for."""
 import os
+import resource
 import signal
 import socket
 import statistics
@@ -7,7 +8,7 @@ import time
 import unittest
 
 import faults
-from harness import PORT, SANITIZED, ServiceTest, processes
+from harness import PORT, SANITIZED, ServiceTest, processes, until
 
 RESTART = "Syslog.Info: Child exited with code %d, restarting..."
 needs_filter = unittest.skipIf(faults.NUMBERS is None, "no system call numbers for this machine")
@@ -52,6 +53,35 @@ class Supervision(ServiceTest):
             # Often: now and then the end of a child meets the start of its queue's thread.
             service.wait_for(RESTART % 256, 300)
         self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 300)
+        self.peer()
+
+    @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
+    def test_restarts_a_child_without_memory_though_nobody_reads_its_last_words(self):
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        self.addCleanup(os.close, writer)
+        os.set_blocking(writer, False)
+        with self.assertRaises(BlockingIOError):
+            while True:
+                os.write(writer, bytes(4096))
+        os.set_blocking(writer, True)
+
+        def prepare():
+            os.dup2(writer, 2)
+            resource.setrlimit(resource.RLIMIT_AS, (48 << 20, 48 << 20))
+        service = self.service(stdout=writer, prepare=prepare)
+        peer = self.peer()
+        first = service.child()
+
+        # The handlers wait for the reader while calls pile up.
+        def piled_up():
+            for _ in range(50):
+                try:
+                    peer.log(b"x" * 1300)
+                except ConnectionRefusedError:
+                    pass
+            return first not in processes()
+        until(piled_up, "the end of the child")
         self.peer()
 
     @needs_filter
