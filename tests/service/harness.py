@@ -180,16 +180,18 @@ class Service:
         """Waits until the console has had the line (without time and thread) so often."""
         until(lambda: self.count(text) >= count, lambda: "\n".join(self.texts()[-40:] + [f"line {text!r}"]))
 
-    def fence(self, peer, nudge=False):
+    def fence(self, peer, insist=False):
         """Waits until all that was sent before has been handled.
 
-        nudge: with more calls, because one that does not parse leaves those behind it until the next call.
+        insist: ask again and again, because a full socket may drop the question, and a call that does not
+        parse leaves those behind it until the next one comes.
         """
         self._fences += 1
-        peer.log(b"\nfence %d\n" % self._fences)  # on a line of its own, whatever stands before it
         line = f"fence {self._fences}"
-        if nudge:
-            until(lambda: self.count(line) or peer.call(b"Nudge"), line)
+        ask = lambda: peer.log(b"\n%s\n" % line.encode())  # on a line of its own, whatever stands before it
+        ask()
+        if insist:
+            until(lambda: self.count(line) or ask(), line)
         self.wait_for(line)
 
     def child(self):

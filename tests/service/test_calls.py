@@ -90,9 +90,8 @@ class Calls(ServiceTest):
                 for call in (b"LogMsg 1 net", b"LogMsg 1 net a b", b"Nonsense  %s %n", b"LogMsg",
                              b"LogMsg 1 net `x", b"SyncLog 'a~"):
                     peer.call(call)
-                service.fence(peer, nudge=True)
-                texts = [text.partition(" -> 0x")[0] for text in service.texts()
-                         if "On" in text and "Nudge" not in text]
+                service.fence(peer, insist=True)
+                texts = [text.partition(" -> 0x")[0] for text in service.texts() if "On" in text]
                 trace = [f"Syslog.Trace: ERROR: OnDispatchError({call}" for call in (
                     "LogMsg,1 net)", "LogMsg,1 net a b)", "Nonsense, %s %n)", "LogMsg,)")]
                 self.assertEqual(texts, (trace if arguments else []) + [
