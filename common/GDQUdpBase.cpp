@@ -1,5 +1,7 @@
 #include "common/GDQUdpBase.h"
 
+#include <ctype.h>
+
 #include "common/ScopedLock.h"
 #include "common/SimpleString.h"
 
@@ -20,6 +22,20 @@ void GDQUdpBase::AddListener(IGenericDispatchObj* listener) {
     if (node->m_value == listener) return;
   }
   m_listeners.Append(listener);
+}
+
+const char* GDQUdpBase::SplitCall(char** text) {
+  char* name = *text;
+  while (isspace(static_cast<unsigned char>(*name))) ++name;
+  char* args = name;
+  while (*args != '\0' && !isspace(static_cast<unsigned char>(*args))) ++args;
+  if (*args != '\0') *args++ = '\0';
+  *text = name;
+  return args;
+}
+
+void GDQUdpBase::ForgetLock() {
+  pthread_mutex_init(&m_mutex, nullptr);
 }
 
 void GDQUdpBase::Deliver(const char* name, const char* args) {

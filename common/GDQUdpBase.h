@@ -12,6 +12,10 @@ namespace Velk {
 // peers call. Any thread may call any operation.
 class GDQUdpBase : public GDOBase {
  public:
+  static constexpr unsigned kMaxDatagram = 1450;  // passes any common link in one piece
+  static constexpr unsigned kCookieSize = 16;     // one MD5 digest, as is a nonce
+  static constexpr unsigned kMaxText = kMaxDatagram - kCookieSize;
+
   GDQUdpBase();
   GDQUdpBase(const GDQUdpBase&) = delete;
   GDQUdpBase& operator=(const GDQUdpBase&) = delete;
@@ -32,6 +36,12 @@ class GDQUdpBase : public GDOBase {
   // Hands one call to every listener. They are called with the list locked: a listener must not add
   // another one, and should only post the call and return.
   void Deliver(const char* name, const char* args);
+
+  // Moves *text to the name at the head of a call text, ends that with a NUL and returns the arguments.
+  static const char* SplitCall(char** text);
+
+  // For a child process after fork(2), in which another thread's lock would never be given back.
+  void ForgetLock();
 
  private:
   pthread_mutex_t m_mutex;  // guards m_listeners

@@ -1,6 +1,5 @@
 #include "common/GDQUdpSrv.h"
 
-#include <ctype.h>
 #include <errno.h>
 #include <string.h>
 #include <time.h>
@@ -230,10 +229,7 @@ void GDQUdpSrv::HandlePacket(const InetAddress2& from, unsigned char* packet, un
 
   // The texts are used where they lie. A NUL that the peer sent ends them early.
   char* name = reinterpret_cast<char*>(packet) + kCookieSize;
-  while (isspace(static_cast<unsigned char>(*name))) ++name;
-  char* args = name;
-  while (*args != '\0' && !isspace(static_cast<unsigned char>(*args))) ++args;
-  if (*args != '\0') *args++ = '\0';
+  const char* const args = SplitCall(&name);
   Deliver(name, args);
 }
 

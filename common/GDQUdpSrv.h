@@ -23,10 +23,6 @@ void logNonce(const char* label, unsigned char* bytes);
 // worst miss a peer being added, or use a cookie while it is being replaced.
 class GDQUdpSrv : public GDQUdpBase {
  public:
-  static constexpr unsigned kMaxDatagram = 1450;  // passes any common link in one piece
-  static constexpr unsigned kCookieSize = 16;     // one MD5 digest, as is a nonce
-  static constexpr unsigned kMaxText = kMaxDatagram - kCookieSize;
-
   GDQUdpSrv() = default;
   ~GDQUdpSrv() override;
 

@@ -1,0 +1,760 @@
+#include "common/GDQUdpClient.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/epoll.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <initializer_list>
+
+#include "common/ArgsParser.h"
+#include "common/HashMD5.h"
+#include "common/ScopedLock.h"
+
+namespace Velk {
+
+namespace {
+
+constexpr uint64_t kNever = UINT64_MAX;
+constexpr uint64_t kMs = 1000;
+constexpr uint64_t kSettleUs = GDQUdpClient::kSettleMs * kMs;
+constexpr uint64_t kKeepAliveUs = 1000 * kMs;
+constexpr uint64_t kProbeGapUs = 20 * kMs;  // between probes that only confirm
+constexpr uint64_t kBlockedUs = 10 * kMs;
+constexpr uint64_t kRejoinUs = 5000 * kMs;  // how long a client without an ear trusts its admission
+constexpr unsigned kLeastAnswerMs = 50;
+constexpr unsigned kMostAnswerMs = 1000;
+constexpr unsigned kTries = 3;
+constexpr unsigned kRefusals = 2;          // failed proofs, each with other ports, before we call it that
+constexpr uint64_t kRestUs = 10000 * kMs;  // then it tries again; each wrong cookie is a line in the log
+constexpr unsigned kReopenTries = 4;       // a socket keeps its local address, which may have changed
+constexpr uint32_t kLeastWindow = 4;
+constexpr uint32_t kMostWindow = 64;  // datagrams that a default receive buffer has room for
+constexpr unsigned kHeardCalls = 256;
+constexpr unsigned kReadsAtOnce = 256;
+
+uint64_t NowUs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
+}
+
+uint64_t EndUs(unsigned timeoutMs) {
+  return timeoutMs == GDQUdpClient::kForever ? kNever : NowUs() + timeoutMs * kMs;
+}
+
+}  // namespace
+
+GDQUdpClient::GDQUdpClient() {
+  pthread_mutex_init(&m_mutex, nullptr);
+  m_mouth.firstPort = kMouthPort;
+  m_ear.firstPort = kEarPort;
+}
+
+GDQUdpClient::~GDQUdpClient() {
+  Close();
+  pthread_mutex_destroy(&m_mutex);
+}
+
+bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
+  Close();
+  if (!m_server.SetAddressString(server != nullptr ? server : "", kDefaultPort)) {
+    errno = EHOSTUNREACH;
+    return false;
+  }
+  m_password.Set(password);
+  m_options = options;
+  if (m_options.heldLines > kMostHeld) m_options.heldLines = kMostHeld;
+  if (!m_lines.Open(m_options.heldLines) || (options.listen && !m_calls.Open(kHeardCalls))) {
+    m_lines.Close();
+    errno = ENOMEM;
+    return false;
+  }
+  m_joins = m_handshakeUs = 0;
+  m_mouth.portShift = m_ear.portShift = 0;
+  return Start();
+}
+
+bool GDQUdpClient::Start() {
+  m_client = static_cast<uint32_t>(getpid());
+  if (getrandom(&m_client, sizeof m_client, GRND_NONBLOCK) < 0) m_client ^= static_cast<uint32_t>(NowUs());
+  m_epoll = epoll_create1(EPOLL_CLOEXEC);
+  m_timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+  m_armedUs = kNever;
+  epoll_event event{};
+  event.events = EPOLLIN;
+  if (m_epoll < 0 || m_timer < 0 || epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) != 0) {
+    const int why = errno;
+    CloseDescriptors();
+    errno = why;
+    return false;
+  }
+  m_process = getpid();
+  m_answerMs = kLeastAnswerMs;
+  m_failedProofs = 0;
+  m_isRefused = false;
+  StartJoin();
+  Arm();
+  return true;
+}
+
+void GDQUdpClient::CloseDescriptors() {
+  if (m_epoll >= 0) close(m_epoll);
+  if (m_timer >= 0) close(m_timer);
+  m_epoll = m_timer = -1;
+  m_mouth.socket.Close();
+  m_ear.socket.Close();
+  m_mouth.hasCookie = m_ear.hasCookie = false;
+}
+
+void GDQUdpClient::Close() {
+  if (m_process == 0) return;
+  // After a fork the sockets are still the parent's, who goes on using them.
+  if (m_process == getpid()) {
+    StopThread();
+    SendConnect(m_mouth);
+    SendConnect(m_ear);
+  }
+  CloseDescriptors();
+  m_lines.Close();
+  m_calls.Close();
+  m_phase = Phase::Closed;
+  m_process = 0;
+}
+
+// Another thread of the parent may have held the lock when it forked, and changed anything meanwhile. So
+// nothing is used but what Open() set.
+void GDQUdpClient::AfterFork() {
+  pthread_mutex_init(&m_mutex, nullptr);
+  ForgetLock();
+  CloseDescriptors();
+  m_lines.Clear();
+  m_calls.Clear();
+  const bool hadThread = m_hasThread;
+  m_hasThread = false;
+  m_process = getpid();
+  if (Start() && hadThread) StartThread();
+}
+
+void GDQUdpClient::Enter() {
+  const pid_t owner = m_process;
+  if (owner != 0 && owner != getpid()) AfterFork();
+}
+
+// ---- Joining
+
+// No SO_REUSEADDR, which would let two programs have the same port.
+bool GDQUdpClient::OpenChannel(Channel& channel) {
+  CloseChannel(channel);
+  if (!channel.socket.Open()) return false;
+  const int fd = channel.socket.Descriptor();
+  for (unsigned i = 0; i < kPorts; ++i) {
+    const unsigned shift = (channel.portShift + i) % kPorts;
+    const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(channel.firstPort + shift));
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&local.Native()), sizeof(sockaddr_in)) != 0) continue;
+    channel.portShift = shift;
+    break;
+  }
+  epoll_event event{};
+  event.events = EPOLLIN;
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&m_server.Native()), sizeof(sockaddr_in)) == 0 &&
+      epoll_ctl(m_epoll, EPOLL_CTL_ADD, fd, &event) == 0)
+    return true;
+  channel.socket.Close();
+  return false;
+}
+
+// A child process may still have the socket, which then stays watched unless it is taken out.
+void GDQUdpClient::CloseChannel(Channel& channel) {
+  channel.hasCookie = false;
+  if (channel.socket.Descriptor() < 0) return;
+  epoll_ctl(m_epoll, EPOLL_CTL_DEL, channel.socket.Descriptor(), nullptr);
+  channel.socket.Close();
+}
+
+// With new sockets: what the old ones had still to deliver belongs to the past.
+void GDQUdpClient::StartJoin() {
+  m_phase = Phase::Connecting;
+  m_isJoined = false;
+  m_isBlocked = false;
+  m_tries = 0;
+  Rewind();
+  OpenChannel(m_mouth);
+  if (HasEar()) OpenChannel(m_ear);
+  SendConnects();
+}
+
+// All that is held has to be sent, and receipted, again.
+void GDQUdpClient::Rewind() {
+  ++m_pass;
+  m_window = kLeastWindow;
+  m_receipted = m_next = m_lines.First();
+  m_receiptedProbe = m_probeId;
+  for (SentProbe& probe : m_probes) probe = SentProbe();
+}
+
+void GDQUdpClient::SendConnect(Channel& channel) {
+  if (channel.socket.Descriptor() >= 0) send(channel.socket.Descriptor(), "CONN", 4, MSG_DONTWAIT);
+}
+
+void GDQUdpClient::SendConnects() {
+  m_sinceUs = NowUs();
+  for (Channel* channel : {&m_mouth, &m_ear}) {
+    if (channel->hasCookie || (channel == &m_ear && !HasEar())) continue;
+    if (channel->socket.Descriptor() < 0 || m_tries % kReopenTries == kReopenTries - 1) OpenChannel(*channel);
+    channel->connectUs = m_sinceUs;
+    SendConnect(*channel);
+  }
+}
+
+// Also when joined: a CONN may have taken its time and reached a service that has restarted meanwhile.
+void GDQUdpClient::HandleNonce(Channel& channel, const char* nonce) {
+  if (m_phase == Phase::Resting) return;
+  HashMD5 md5;
+  md5.AddBinary(nonce, kCookieSize);
+  md5.AddString(m_password.Str());
+  md5.GetDigest(channel.cookie);
+  channel.hasCookie = true;
+  if (&channel == &m_mouth) m_handshakeUs = static_cast<unsigned>(NowUs() - channel.connectUs) | 1;
+  if (!HasEar()) {
+    BecomeJoined();
+  } else if (m_mouth.hasCookie && m_ear.hasCookie) {
+    m_phase = Phase::Proving;
+    m_tries = 0;
+    Rewind();
+    SendProof();
+  }
+}
+
+// Until a probe has made the round trip, calls would only be lost.
+void GDQUdpClient::SendProof() {
+  send(m_ear.socket.Descriptor(), m_ear.cookie, kCookieSize, MSG_DONTWAIT);
+  SendProbe(false);
+}
+
+void GDQUdpClient::BecomeJoined() {
+  m_phase = Phase::Joined;
+  m_failedProofs = 0;
+  m_isRefused = false;
+  m_joinedUs = NowUs();
+  if (!m_isJoined) ++m_joins;
+  m_isJoined = true;
+}
+
+// The password is wrong, or another peer shares our record: another port may help.
+void GDQUdpClient::GiveUpProof() {
+  if (m_answerMs < kMostAnswerMs) m_answerMs *= 2;
+  for (Channel* channel : {&m_mouth, &m_ear}) {
+    SendConnect(*channel);  // leaves the port
+    ++channel->portShift;
+  }
+  if (++m_failedProofs < kRefusals) return StartJoin();
+  m_isRefused = true;
+  m_phase = Phase::Resting;
+  m_sinceUs = NowUs();
+}
+
+// ---- Receiving
+
+void GDQUdpClient::Service() {
+  ReadChannel(m_mouth);
+  if (HasEar()) ReadChannel(m_ear);
+  if (NowUs() >= DueUs()) OnDue();
+  Pump();
+}
+
+void GDQUdpClient::ReadChannel(Channel& channel) {
+  char packet[kMaxDatagram + 1];
+  for (unsigned reads = 0; reads < kReadsAtOnce; ++reads) {
+    const ssize_t size = recv(channel.socket.Descriptor(), packet, sizeof packet, MSG_DONTWAIT);
+    if (size >= 0) {
+      HandleDatagram(channel, packet, static_cast<unsigned>(size));
+      continue;
+    }
+    if (errno == EAGAIN || errno == EBADF) return;
+    // The machine says that nobody has the port: no need to wait for a silence.
+    if (m_phase != Phase::Connecting) return StartJoin();
+  }
+}
+
+namespace {
+
+// Blank and tab for 0 and 1: white space behind the arguments means nothing to whom it is relayed.
+void PutTag(char* out, uint32_t bits) {
+  for (int shift = 31; shift >= 0; --shift) *out++ = (bits >> shift & 1) != 0 ? '\t' : ' ';
+}
+
+bool ReadTag(const char* in, uint32_t* bits) {
+  *bits = 0;
+  for (unsigned i = 0; i < GDQUdpClient::kTagLength; ++i) {
+    if (in[i] != ' ' && in[i] != '\t') return false;
+    *bits = *bits << 1 | (in[i] == '\t' ? 1 : 0);
+  }
+  return true;
+}
+
+// A tag from its most significant bit: 9 bits of the client, 6 of the pass, probe or not, 16 of the number.
+constexpr uint32_t kProbeBit = 1U << 16;
+constexpr uint32_t kPassMask = 0x3FU << 17;
+constexpr uint32_t kClientMask = ~0U << 23;
+constexpr uint32_t kNumberMask = 0xFFFF;
+
+}  // namespace
+
+uint32_t GDQUdpClient::TagBits(uint32_t number) const {
+  return (m_client & kClientMask) | (m_pass << 17 & kPassMask) | (number & kNumberMask);
+}
+
+void GDQUdpClient::HandleDatagram(Channel& channel, const char* packet, unsigned size) {
+  if (size < kCookieSize || size > kMaxDatagram) return;
+  const bool isForUs = channel.hasCookie && memcmp(packet, channel.cookie, kCookieSize) == 0;
+  if (size == kCookieSize && !isForUs) HandleNonce(channel, packet);
+  // The mouth hears what the ear hears, but for our own.
+  if (size == kCookieSize || !isForUs || &channel != &m_ear) return;
+
+  const char* const text = packet + kCookieSize;
+  const unsigned length = size - kCookieSize;
+  uint32_t bits;
+  if (length >= kTagLength && ReadTag(text + length - kTagLength, &bits) &&
+      (bits & kClientMask) == (m_client & kClientMask)) {
+    if ((bits & kProbeBit) != 0) return HandleProbeReceipt(bits & kNumberMask);
+    if ((bits & kPassMask) == (TagBits(0) & kPassMask))
+      HandleReceipt(bits & kNumberMask, text, length - kTagLength);
+    return;
+  }
+  if (m_options.listen) m_calls.Append(text, length);
+}
+
+// Only the receipt of the oldest sent call counts. One behind it means that a call was lost, or overtaken:
+// the order is saved by sending on from there.
+void GDQUdpClient::HandleReceipt(uint32_t number, const char* text, unsigned length) {
+  const uint32_t ahead = (number - m_receipted) & kNumberMask;
+  if (ahead >= m_next - m_receipted) return;
+  HeldLines::Line& line = m_lines.At(m_receipted + ahead);
+  if (line.length != length || memcmp(m_lines.Text(m_receipted + ahead), text, length) != 0) return;
+  if (ahead != 0) return GoBack(m_window / 2);
+  line.receiptUs = NowUs();
+  ++m_receipted;
+  if (m_window < kMostWindow) ++m_window;
+  NoteAnswer(line.sentUs, line.receiptUs);
+}
+
+void GDQUdpClient::HandleProbeReceipt(uint32_t number) {
+  SentProbe& probe = m_probes[number % kProbes];
+  if (probe.id == 0 || (probe.id & kNumberMask) != number || probe.receiptUs != 0) return;
+  probe.receiptUs = NowUs();
+  if (probe.isAsked) m_hasProbeAnswer = true;
+  if (static_cast<int32_t>(probe.id - m_receiptedProbe) > 0) m_receiptedProbe = probe.id;
+  if (m_phase == Phase::Proving) BecomeJoined();
+  NoteAnswer(probe.sentUs, probe.receiptUs);
+}
+
+// What was sent at sentUs has been taken: the service lived then, without a restart since the latest Rewind.
+void GDQUdpClient::NoteAnswer(uint64_t sentUs, uint64_t receiptUs) {
+  m_tries = 0;
+  m_sinceUs = m_heardUs = receiptUs;
+  // Four round trips, quickly up and slowly down.
+  const uint64_t tripMs = (receiptUs - sentUs) / kMs * 4;
+  m_answerMs -= m_answerMs / 8;
+  if (m_answerMs < tripMs)
+    m_answerMs = tripMs < kMostAnswerMs ? static_cast<unsigned>(tripMs) : kMostAnswerMs;
+  if (m_answerMs < kLeastAnswerMs) m_answerMs = kLeastAnswerMs;
+
+  while (m_lines.First() != m_receipted && m_lines.At(m_lines.First()).receiptUs + kSettleUs <= sentUs)
+    m_lines.RemoveFirst();
+}
+
+// ---- Sending
+
+// Sends what the window allows.
+void GDQUdpClient::Pump() {
+  while (m_phase == Phase::Joined && !m_isBlocked && m_next != m_lines.End()) {
+    if (m_options.reliable && m_next - m_receipted >= m_window) return;
+    HeldLines::Line& line = m_lines.At(m_next);
+    line.sentUs = NowUs();
+    if (!IsWaiting()) m_sinceUs = line.sentUs;
+    if (!SendText(m_lines.Text(m_next), line.length, TagBits(m_next))) return;
+    ++m_next;
+    if (m_options.reliable) continue;
+    m_lines.RemoveFirst();
+    m_receipted = m_next;
+  }
+}
+
+// False: not sent, and not to be counted as sent.
+bool GDQUdpClient::SendText(const char* text, unsigned length, uint32_t tag) {
+  char packet[kMaxDatagram];
+  memcpy(packet, m_mouth.cookie, kCookieSize);
+  memcpy(packet + kCookieSize, text, length);
+  PutTag(packet + kCookieSize + length, tag);
+  if (send(m_mouth.socket.Descriptor(), packet, kCookieSize + length + kTagLength, MSG_DONTWAIT) >= 0)
+    return true;
+  if (errno == EAGAIN || errno == ENOBUFS) {
+    m_isBlocked = true;
+    m_sinceUs = NowUs();
+  } else {
+    StartJoin();  // nobody has the port, or there is no way there
+  }
+  return false;
+}
+
+void GDQUdpClient::SendProbe(bool isAsked) {
+  const uint64_t now = NowUs();
+  if (!IsWaiting() || m_phase == Phase::Proving) m_sinceUs = now;
+  if (++m_probeId == 0) ++m_probeId;
+  m_probes[m_probeId % kProbes] = {m_probeId, isAsked, now, 0};
+  SendText("", 0, TagBits(m_probeId) | kProbeBit);
+}
+
+// A new pass, from the oldest call without a receipt. Receipts of the pass before do not count any more.
+void GDQUdpClient::GoBack(uint32_t window) {
+  ++m_pass;
+  m_window = window > kLeastWindow ? window : kLeastWindow;
+  m_next = m_receipted;
+  m_sinceUs = NowUs();
+}
+
+// ---- Time
+
+// Something was sent that will be answered.
+bool GDQUdpClient::IsWaiting() const {
+  return m_next != m_receipted || m_probeId != m_receiptedProbe;
+}
+
+uint64_t GDQUdpClient::DueUs() const {
+  if (m_phase == Phase::Closed) return kNever;
+  if (m_phase == Phase::Resting) return m_sinceUs + kRestUs;
+  if (m_isBlocked) return m_sinceUs + kBlockedUs;
+  if (m_phase != Phase::Joined || IsWaiting()) {
+    const unsigned patience = m_answerMs << (m_tries < kTries ? m_tries : kTries);
+    return m_sinceUs + (patience < kMostAnswerMs ? patience : kMostAnswerMs) * kMs;
+  }
+  if (m_lines.First() != m_receipted) {
+    const uint64_t settled = m_lines.At(m_lines.First()).receiptUs + kSettleUs;
+    const uint64_t next = m_probes[m_probeId % kProbes].sentUs + kProbeGapUs;
+    return settled > next ? settled : next;
+  }
+  return m_options.listen ? m_heardUs + kKeepAliveUs : kNever;
+}
+
+void GDQUdpClient::OnDue() {
+  if (m_phase == Phase::Resting) {
+    StartJoin();
+  } else if (m_isBlocked) {
+    m_isBlocked = false;
+  } else if (m_phase == Phase::Connecting) {
+    // After so many without a nonce it is no refusal any more.
+    if (++m_tries == kReopenTries) m_isRefused = false;
+    SendConnects();
+  } else if (m_phase == Phase::Proving) {
+    if (++m_tries < kTries) return SendProof();
+    GiveUpProof();
+  } else if (IsWaiting()) {
+    if (++m_tries > kTries) return StartJoin();
+    if (m_next != m_receipted) return GoBack(0);
+    m_sinceUs = NowUs();
+    SendProbe(false);
+  } else {
+    SendProbe(false);
+  }
+}
+
+// Sets the timer, which is never read: setting it again makes it unreadable. When it would fire earlier than
+// needed it stays, which saves a system call for each call sent.
+void GDQUdpClient::Arm() {
+  const bool isUndelivered = !m_calls.IsEmpty() || m_hasProbeAnswer;
+  const uint64_t due = isUndelivered ? 1 : DueUs();
+  if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
+  itimerspec setting{};
+  if (due != kNever) {
+    setting.it_value.tv_sec = static_cast<time_t>(due / 1000000);
+    setting.it_value.tv_nsec = static_cast<long>(due % 1000000 * 1000);
+  }
+  timerfd_settime(m_timer, TFD_TIMER_ABSTIME, &setting, nullptr);
+  m_armedUs = due;
+}
+
+// Waits for the sockets, not for m_epoll, which also tells of calls that only Process() may deliver. Not for
+// long, as another thread may take what is waited for.
+bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
+  constexpr uint64_t kLongestUs = 20 * kMs;
+  const uint64_t now = NowUs();
+  if (now >= endUs) return false;
+  uint64_t until = DueUs() < endUs ? DueUs() : endUs;
+  if (until > now + kLongestUs) until = now + kLongestUs;
+  pollfd watched[] = {{m_mouth.socket.Descriptor(), POLLIN, 0}, {m_ear.socket.Descriptor(), POLLIN, 0}};
+  pthread_mutex_unlock(&m_mutex);
+  poll(watched, 2, until > now ? static_cast<int>((until - now + kMs - 1) / kMs) : 0);
+  pthread_mutex_lock(&m_mutex);
+  return true;
+}
+
+// ---- What the owner calls
+
+bool GDQUdpClient::SendMsg(const char* text) {
+  if (text == nullptr) text = "";
+  const size_t length = strlen(text);
+  if (length > kMaxTaggedText) {
+    errno = EMSGSIZE;
+    return false;
+  }
+  Enter();
+  const ScopedLock lock(m_mutex);
+  if (m_phase == Phase::Closed) {
+    errno = EBADF;
+    return false;
+  }
+  const uint64_t now = NowUs();
+  if (now >= DueUs()) Service();
+  if (!HasEar() && m_phase == Phase::Joined && now - m_joinedUs > kRejoinUs) StartJoin();
+  const uint64_t end = EndUs(m_options.waitMs);
+  while (!m_lines.Append(text, static_cast<unsigned>(length))) {
+    const uint32_t first = m_lines.First();
+    Service();
+    if (m_lines.First() == first && !WaitUnlocked(end)) {
+      Arm();
+      errno = EAGAIN;
+      return false;
+    }
+  }
+  Pump();
+  if (m_next != m_lines.End()) Service();
+  Arm();
+  return true;
+}
+
+void GDQUdpClient::Call(const char* name, const char* args) {
+  if (strlen(name) + 1 + strlen(args) > kMaxTaggedText && strcasecmp(name, "LogMsg") == 0) {
+    ArgsParser parser(3);
+    if (!parser.ParseArgs(args) || parser.GetArgs()->GetCount() != 3) return;
+    const ArgsParser::Args& list = *parser.GetArgs();
+    Log(static_cast<ELogMessageType>(list[0]->AsInt()), list[1]->AsStr(), list[2]->AsStr());
+    return;
+  }
+  GDQUdpBase::Call(name, args);
+}
+
+namespace {
+
+bool IsInsideCharacter(char c) {
+  return (c & 0xC0) == 0x80;
+}
+
+// Writes as much of *text as fits before end, quoted, with ending before the closing quote. Moves *text
+// behind it and returns the end of what it wrote.
+char* PutQuoted(char* out, const char* end, const char** text, const char* textEnd, const char* ending) {
+  end -= strlen(ending) + 1;
+  const char* in = *text;
+  *out++ = '`';
+  while (in != textEnd) {
+    const bool isSpecial = *in == '~' || *in == '`';
+    if (end - out < (isSpecial ? 2 : 1)) break;
+    if (isSpecial) *out++ = '~';
+    *out++ = *in++;
+  }
+  // Back to where a character begins. UTF-8 has at most three bytes behind the first; more is no UTF-8.
+  int back = 0;
+  while (in != textEnd && back < 3 && in - back > *text && IsInsideCharacter(in[-back])) ++back;
+  if (in != textEnd && !IsInsideCharacter(in[-back])) {
+    in -= back;
+    out -= back;
+  }
+  *text = in;
+  while (*ending != '\0') *out++ = *ending++;
+  *out++ = '`';
+  return out;
+}
+
+}  // namespace
+
+bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* text) {
+  if (module == nullptr) module = "";
+  if (text == nullptr) text = "";
+  char call[kMaxTaggedText + 1];
+  char* head = call + snprintf(call, sizeof call, "LogMsg %d ", static_cast<int>(type));
+  const char* const moduleEnd = module + strlen(module);
+  head = PutQuoted(head, call + kMaxTaggedText / 2, &module, moduleEnd, "");
+  if (module != moduleEnd) {
+    errno = EMSGSIZE;
+    return false;
+  }
+  *head++ = ' ';
+  const char* textEnd = text + strlen(text);
+  if (textEnd != text && textEnd[-1] == '\n') --textEnd;
+  do {
+    *PutQuoted(head, call + kMaxTaggedText, &text, textEnd, "\n") = '\0';
+    if (!SendMsg(call)) return false;
+  } while (text != textEnd);
+  return true;
+}
+
+unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  if (m_phase == Phase::Closed) return 0;
+  const uint64_t end = EndUs(timeoutMs);
+  do {
+    Service();
+  } while (!m_lines.IsEmpty() && WaitUnlocked(end));
+  Arm();
+  return m_lines.End() - m_lines.First();
+}
+
+unsigned GDQUdpClient::Held() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return m_lines.End() - m_lines.First();
+}
+
+GDQUdpClient::State GDQUdpClient::StateLocked() const {
+  if (m_isJoined) return State::Joined;
+  return m_isRefused ? State::Refused : State::NotJoined;
+}
+
+GDQUdpClient::State GDQUdpClient::GetState() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return StateLocked();
+}
+
+GDQUdpClient::State GDQUdpClient::WaitForAnswer(unsigned timeoutMs) {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  if (m_phase == Phase::Closed) return State::NotJoined;
+  const uint64_t end = EndUs(timeoutMs);
+  do {
+    Service();
+  } while (StateLocked() == State::NotJoined && WaitUnlocked(end));
+  Arm();
+  return StateLocked();
+}
+
+unsigned GDQUdpClient::Joins() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return m_joins;
+}
+
+unsigned GDQUdpClient::HandshakeMicros() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return m_handshakeUs;
+}
+
+unsigned GDQUdpClient::Probe() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  if (m_phase != Phase::Joined || !HasEar() || m_isBlocked) return 0;
+  SendProbe(true);
+  Arm();
+  return m_phase == Phase::Joined ? m_probeId : 0;
+}
+
+int GDQUdpClient::Descriptor() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return m_epoll;
+}
+
+void GDQUdpClient::Process() {
+  Enter();
+  {
+    const ScopedLock lock(m_mutex);
+    if (m_phase == Phase::Closed) return;
+    Service();
+  }
+  while (DeliverCall()) continue;
+  while (DeliverProbeAnswer()) continue;
+  const ScopedLock lock(m_mutex);
+  Arm();
+}
+
+// False: there was none.
+bool GDQUdpClient::DeliverCall() {
+  char text[kMaxText + 1];
+  {
+    const ScopedLock lock(m_mutex);
+    if (m_calls.IsEmpty()) return false;
+    memcpy(text, m_calls.Text(m_calls.First()), m_calls.At(m_calls.First()).length + 1);
+    m_calls.RemoveFirst();
+  }
+  char* name = text;
+  const char* const args = SplitCall(&name);
+  if (*name == '\0') return true;  // a probe of somebody else's
+  Deliver(name, args);
+  if (m_onCall.function != nullptr) m_onCall.function(name, args, m_onCall.user);
+  return true;
+}
+
+bool GDQUdpClient::DeliverProbeAnswer() {
+  SentProbe answer;
+  {
+    const ScopedLock lock(m_mutex);
+    for (SentProbe& probe : m_probes) {
+      if (!probe.isAsked || probe.receiptUs == 0) continue;
+      answer = probe;
+      probe.isAsked = false;
+      break;
+    }
+    m_hasProbeAnswer = answer.id != 0;
+    if (!m_hasProbeAnswer) return false;
+  }
+  const auto micros = static_cast<unsigned>(answer.receiptUs - answer.sentUs);
+  if (m_onProbe.function != nullptr) m_onProbe.function(answer.id, micros, m_onProbe.user);
+  return true;
+}
+
+// ---- The thread
+
+bool GDQUdpClient::StartThread() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  if (m_hasThread) return true;
+  if (m_phase == Phase::Closed) {
+    errno = EBADF;
+    return false;
+  }
+  m_endThread = false;
+  // The program's signal handlers expect to run on the program's threads.
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const int error = pthread_create(&m_thread, nullptr, RunThread, this);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  m_hasThread = error == 0;
+  if (error != 0) errno = error;
+  return m_hasThread;
+}
+
+void* GDQUdpClient::RunThread(void* self) {
+  auto* const client = static_cast<GDQUdpClient*>(self);
+  pollfd watched = {client->Descriptor(), POLLIN, 0};
+  while (!client->m_endThread) {
+    poll(&watched, 1, -1);
+    client->Process();
+  }
+  return nullptr;
+}
+
+void GDQUdpClient::StopThread() {
+  if (!m_hasThread) return;
+  m_endThread = true;
+  {
+    const ScopedLock lock(m_mutex);
+    const itimerspec now = {{0, 0}, {0, 1}};
+    timerfd_settime(m_timer, 0, &now, nullptr);
+    m_armedUs = 0;
+  }
+  pthread_join(m_thread, nullptr);
+  m_hasThread = false;
+}
+
+}  // namespace Velk

@@ -1,0 +1,59 @@
+#include "common/HeldLines.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+namespace Velk {
+
+bool HeldLines::Open(unsigned lines) {
+  constexpr uint32_t kFewest = 16;
+  constexpr uint32_t kMost = 1U << 20;
+  Close();
+  uint32_t count = kFewest;
+  while (count < lines && count < kMost) count *= 2;
+  m_lines = static_cast<Line*>(malloc(count * sizeof(Line)));
+  m_bytes = static_cast<char*>(malloc(count * kMeanLength));
+  if (m_lines == nullptr || m_bytes == nullptr) {
+    Close();
+    return false;
+  }
+  m_mask = count - 1;
+  m_size = count * kMeanLength;
+  return true;
+}
+
+void HeldLines::Close() {
+  free(m_lines);
+  free(m_bytes);
+  m_lines = nullptr;
+  m_bytes = nullptr;
+  m_size = 0;
+  m_first = m_end = 0;
+}
+
+// A text lies in one piece: behind the newest one, or at the start again when the end has no room for it.
+bool HeldLines::FindPlace(uint32_t size, uint32_t* offset) const {
+  *offset = 0;
+  if (IsEmpty()) return size <= m_size;
+  const uint32_t oldest = At(m_first).offset;
+  const Line& newest = At(m_end - 1);
+  const uint32_t next = newest.offset + newest.length + 1;
+  if (newest.offset < oldest) {
+    *offset = next;
+    return size <= oldest - next;
+  }
+  if (size > m_size - next) return size <= oldest;
+  *offset = next;
+  return true;
+}
+
+bool HeldLines::Append(const char* text, unsigned length) {
+  uint32_t offset;
+  if (m_end - m_first > m_mask || !FindPlace(length + 1, &offset)) return false;
+  memcpy(m_bytes + offset, text, length);
+  m_bytes[offset + length] = '\0';
+  m_lines[m_end++ & m_mask] = {offset, length, 0, 0};
+  return true;
+}
+
+}  // namespace Velk
