@@ -126,10 +126,6 @@ void WriteOrKeep(iovec* pieces, int count) {
   pthread_mutex_unlock(&s_writing);
 }
 
-}  // namespace
-
-namespace {
-
 constexpr size_t kJoinedBytes = 512;  // holds nearly every line
 
 // Joins the pieces in buffer. Returns the length of the line, 0: too long, or empty.
