@@ -1,0 +1,185 @@
+// The parts of the command line tool that need no service.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tools/syslogctl/LineReader.h"
+#include "tools/syslogctl/RecordRing.h"
+#include "tools/syslogctl/SyslogLine.h"
+#include "tools/syslogctl/Text.h"
+
+namespace {
+
+constexpr size_t kRoom = 16;
+
+size_t QuotedSize(const std::string& text) {
+  size_t size = text.size();
+  for (char c : text) size += c == '`' || c == '~' || c == '\0';
+  return size;
+}
+
+// The pieces of text, sent through a pipe in parts of random sizes.
+std::vector<std::string> Pieces(const std::string& text, std::mt19937& random) {
+  int fds[2];
+  EXPECT_EQ(pipe(fds), 0);
+  std::vector<std::string> pieces;
+  Ctl::LineReader reader(fds[0], kRoom);
+  size_t written = 0;
+  while (!reader.AtEnd()) {
+    const size_t part = std::min<size_t>(text.size() - written, 1 + random() % 40);
+    EXPECT_EQ(write(fds[1], text.data() + written, part), static_cast<ssize_t>(part));
+    written += part;
+    if (part == 0) close(fds[1]);
+    EXPECT_TRUE(reader.Read());
+    const char* piece;
+    size_t length;
+    while (reader.Next(&piece, &length)) pieces.emplace_back(piece, length);
+  }
+  close(fds[0]);
+  return pieces;
+}
+
+TEST(SyslogctlLines, AreSplitWithoutLossAndBetweenCharacters) {
+  const std::string units[] = {"a", "\n", "`", "~", std::string(1, '\0'), "ä", "€", "😀", "\x80", "\xFF"};
+  std::mt19937 random(7);
+  for (int round = 0; round < 300; ++round) {
+    std::string text;
+    const bool isUtf8 = round % 2 == 0;
+    for (size_t i = random() % 200; i > 0; --i) text += units[random() % (isUtf8 ? 8 : 10)];
+    std::string joined;
+    for (const std::string& piece : Pieces(text, random)) {
+      ASSERT_LE(QuotedSize(piece), kRoom);
+      ASSERT_EQ(piece.find('\n'), std::string::npos);
+      if (isUtf8 && !piece.empty()) {
+        ASSERT_NE(static_cast<unsigned char>(piece[0]) & 0xC0, 0x80) << "starts within a character";
+      }
+      joined += piece;
+      // A line feed ended the piece, or it was full, or the text was over.
+      if (joined.size() < text.size() && text[joined.size()] == '\n') {
+        joined += '\n';
+      } else if (joined.size() < text.size()) {
+        ASSERT_GT(QuotedSize(piece) + 4, kRoom);
+      }
+    }
+    ASSERT_EQ(joined, text);
+  }
+}
+
+TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
+  const struct {
+    const char* text;
+    const char* printable;
+    const char* json;
+  } rows[] = {
+      {"link ä€😀 \"C:\\\"", "link ä€😀 \"C:\\\"", "\"link ä€😀 \\\"C:\\\\\\\"\""},
+      {"\x1b[2J\t\r\x7f", "\\x1b[2J\t\\x0d\\x7f", "\"\\u001b[2J\\u0009\\u000d\\u007f\""},
+      {"\xc2\x9b", "\\xc2\\x9b", "\"\xc2\x9b\""},      // a terminal's CSI
+      {"\xff\xc3", "\\xff\\xc3", "\"\uFFFD\uFFFD\""},  // never, cut off
+      {"\xc0\xaf\xe0\x80\xaf", "\\xc0\\xaf\\xe0\\x80\\xaf",
+       "\"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\""},                         // overlong
+      {"\xed\xa0\x80", "\\xed\\xa0\\x80", "\"\uFFFD\uFFFD\uFFFD\""},  // surrogate
+      {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80", "\"\uFFFD\uFFFD\uFFFD\uFFFD\""},
+  };
+  for (const auto& row : rows) {
+    Velk::SimpleString printable, json, nul;
+    Ctl::AppendPrintable(printable, row.text);
+    Ctl::AppendJson(json, row.text);
+    EXPECT_STREQ(printable.Str(), row.printable);
+    EXPECT_STREQ(json.Str(), row.json);
+  }
+  Velk::SimpleString out;
+  Ctl::AppendWithoutNul(out, "\0a\0\0b", 5);
+  EXPECT_STREQ(out.Str(), "\\0a\\0\\0b");
+}
+
+TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
+  const struct {
+    const char* record;
+    int type;
+    const char* module;
+    const char* pid;
+    const char* text;
+  } rows[] = {
+      {"<30>Jan  2 10:00:00 dhcpcd[77]: eth0: lease", Info, "dhcpcd", "77", "eth0: lease"},  // glibc
+      {"<27>Jan 12 10:00:00 ntpd: no peer\n", Error, "ntpd", "", "no peer"},                 // musl
+      {"<12>Jan 12 10:00:00 root: low", Warning, "root", "", "low"},                         // BusyBox logger
+      {"<15>Jan 12 10:00:00 a.out[1]: ", Trace, "a.out", "1", ""},
+      {"<14>Jan 12 10:00:00 : text", Info, "user", "", "text"},  // openlog(3) with an empty name
+      {"<86>sshd: yes", Info, "sshd", "", "yes"},                // no time stamp
+      {"<191>no tag, it seems", Trace, "local7", "", "no tag, it seems"},
+      {"<192>sshd: yes", Info, "user", "", "<192>sshd: yes"},  // no such priority
+      {"<3", Info, "user", "", "<3"},
+      {"<3>", Error, "kernel", "", ""},
+      {"", Info, "user", "", ""},
+      {"<11>http://x/ failed", Error, "user", "", "http://x/ failed"},
+      {"<11>a[1 2]: b", Error, "user", "", "a[1 2]: b"},
+      {"<11>a[12345678901234567]: b", Error, "user", "", "a[12345678901234567]: b"},
+      {"<13>Jan 12 10:00:0x a: b", Info, "user", "", "Jan 12 10:00:0x a: b"},
+      {"<13>kernel: [  1.5] up\nand on", Info, "kernel", "", "[  1.5] up\nand on"},
+  };
+  for (const auto& row : rows) {
+    const Ctl::SyslogLine line = Ctl::ParseSyslog(row.record, strlen(row.record));
+    EXPECT_EQ(line.type, row.type) << row.record;
+    EXPECT_STREQ(line.module, row.module) << row.record;
+    EXPECT_EQ(std::string(line.pid, line.pidLength), row.pid) << row.record;
+    EXPECT_EQ(std::string(line.text, line.textLength), row.text) << row.record;
+  }
+}
+
+TEST(SyslogctlLines, OfTheKernelAreUnderstood) {
+  const auto parse = [](const std::string& record) -> std::string {
+    Ctl::SyslogLine line;
+    unsigned long long sequence = 0;
+    if (!Ctl::ParseKmsg(record.data(), record.size(), &line, &sequence)) return "none";
+    return std::to_string(line.type) + " " + line.module + " " + std::to_string(sequence) + " " +
+           std::string(line.text, line.textLength);
+  };
+  EXPECT_EQ(parse("6,339,5140900,-;usb 1-1: new device\n SUBSYSTEM=usb\n"),
+            "1 kernel 339 usb 1-1: new device");
+  EXPECT_EQ(parse("4,340,1,c,caller=T1;low"), "2 kernel 340 low");
+  EXPECT_EQ(parse("27,18446744073709551,1,-;init[1]: no\n"), "3 init 18446744073709551 no");
+  for (const char* bad : {"", "6", "6,", "6,1", "6,1,2,-", "x,1,2,-;a", ";a"}) EXPECT_EQ(parse(bad), "none");
+}
+
+// A model says which records were dropped; reports stand where they would have been.
+TEST(SyslogctlRecordRing, ReportsEveryLossInItsPlace) {
+  std::mt19937 random(11);
+  const auto ring = std::make_unique<Ctl::RecordRing>();
+  unsigned long long added = 0, next = 0, reports = 0;
+  const auto take = [&] {
+    Ctl::RecordRing::Record record;
+    if (!ring->Front(&record)) return false;
+    const std::string text(record.text, record.length);
+    ring->Pop();
+    unsigned long long lost = 0;
+    if (sscanf(text.c_str(), "<44>syslogctl: %llu messages were lost here", &lost) == 1) {
+      next += lost;
+      ++reports;
+    } else {
+      EXPECT_EQ(strtoull(text.c_str(), nullptr, 10), next);
+      ++next;
+    }
+    return true;
+  };
+  for (int round = 0; round < 40; ++round) {
+    for (auto i = random() % 300; i > 0; --i) {
+      std::string record = std::to_string(added++);
+      record.resize(1 + record.size() + random() % 3000, ' ');
+      ring->Add({record.data(), record.size(), false});
+    }
+    for (auto i = random() % 150; i > 0 && take(); --i) {
+    }
+  }
+  while (take()) {
+  }
+  EXPECT_EQ(next, added);
+  EXPECT_GT(reports, 3u);
+  EXPECT_LT(reports, 60u);
+}
+
+}  // namespace

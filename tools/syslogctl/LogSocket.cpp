@@ -1,0 +1,90 @@
+#include "tools/syslogctl/LogSocket.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "tools/syslogctl/Options.h"
+
+namespace Ctl {
+namespace {
+
+int OpenDatagramSocket() {
+  return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+}
+
+sockaddr_un AddressOf(const char* path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  memcpy(address.sun_path, path, strlen(path));
+  return address;
+}
+
+// Somebody reads from the socket, of whatever kind it is.
+bool IsInUse(const char* path) {
+  const int fd = OpenDatagramSocket();
+  if (fd < 0) return true;
+  const sockaddr_un address = AddressOf(path);
+  const bool isDead =
+      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 && errno == ECONNREFUSED;
+  close(fd);
+  return !isDead;
+}
+
+}  // namespace
+
+LogSocket::~LogSocket() {
+  if (m_fd < 0) return;
+  struct stat status;
+  const bool isOurs = lstat(m_path, &status) == 0 && status.st_dev == m_device && status.st_ino == m_inode;
+  if (isOurs) unlink(m_path);
+  close(m_fd);
+}
+
+bool LogSocket::Open(const char* path) {
+  m_path = path;
+  if (*path == '\0' || strlen(path) >= sizeof(sockaddr_un::sun_path)) {
+    Say("'%s' is no path for a socket: 1 to %zu bytes", path, sizeof(sockaddr_un::sun_path) - 1);
+    return false;
+  }
+  return ClearTheWay() && Bind();
+}
+
+bool LogSocket::ClearTheWay() {
+  struct stat status;
+  if (lstat(m_path, &status) != 0) return true;  // nothing there, or bind(2) will say what is wrong
+  if (!S_ISSOCK(status.st_mode)) {
+    Say("%s is there and is no socket: remove it, or name another path with --socket", m_path);
+    return false;
+  }
+  if (IsInUse(m_path)) {
+    Say("another program serves %s: stop it, or name another path with --socket", m_path);
+    return false;
+  }
+  if (unlink(m_path) == 0 || errno == ENOENT) return true;
+  Say("cannot remove the stale %s: %s", m_path, strerror(errno));
+  return false;
+}
+
+bool LogSocket::Bind() {
+  m_fd = OpenDatagramSocket();
+  const sockaddr_un address = AddressOf(m_path);
+  struct stat status;
+  // Mode 0666 whatever the umask says: every program logs.
+  if (m_fd < 0 || bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      chmod(m_path, 0666) != 0 || lstat(m_path, &status) != 0) {
+    Say("cannot serve %s: %s%s", m_path, strerror(errno),
+        errno == EACCES ? "; run as root, or name another path with --socket" : "");
+    if (m_fd >= 0) close(m_fd);
+    m_fd = -1;
+    return false;
+  }
+  m_device = status.st_dev;
+  m_inode = status.st_ino;
+  return true;
+}
+
+}  // namespace Ctl

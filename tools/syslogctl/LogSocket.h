@@ -1,0 +1,34 @@
+// Tool layer: the socket that syslog(3) writes to.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+
+namespace Ctl {
+
+// A bound datagram socket in the file system, unix(7), that any program may write to. Non-blocking.
+class LogSocket {
+ public:
+  LogSocket() = default;
+  LogSocket(const LogSocket&) = delete;
+  LogSocket& operator=(const LogSocket&) = delete;
+  // Removes the file too, unless it is somebody else's by now.
+  ~LogSocket();
+
+  // Takes the place of a socket that nobody reads any more, of nothing else. False: said why.
+  bool Open(const char* path);
+
+  int Descriptor() const { return m_fd; }
+
+ private:
+  bool ClearTheWay();
+  bool Bind();
+
+  const char* m_path = nullptr;  // not owned
+  int m_fd = -1;
+  dev_t m_device = 0;  // of the file, to know it again
+  ino_t m_inode = 0;
+};
+
+}  // namespace Ctl

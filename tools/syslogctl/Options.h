@@ -1,0 +1,59 @@
+// Tool layer: the command line, and what the tool says to who typed it.
+#pragma once
+
+#include <cstddef>
+
+#include "common/IDailyLog2.h"
+
+namespace Ctl {
+
+// Exit values, as the manual has them.
+enum ExitValue {
+  kDone = 0,
+  kNotConfirmed = 1,  // in time; also a wrong password, after which nothing ever is
+  kUsage = 2,         // also files, sockets and outputs that can't be used
+  kNobodyAnswers = 3,
+};
+
+struct Options {
+  static constexpr unsigned kMaxPassword = 255;
+  static constexpr size_t kMaxModule = 48;
+
+  // Of all commands.
+  const char* server = "127.0.0.1:11001";
+  char password[kMaxPassword + 1] = "mosk";
+  unsigned timeoutMs = 5000;
+  bool quiet = false;
+
+  ELogMessageType level = Info;      // log
+  const char* module = "syslogctl";  // log
+  bool confirm = false;              // log
+  bool json = false;                 // watch
+  unsigned long count = 0;           // watch, ping; 0: no end
+  unsigned intervalMs = 1000;        // ping
+  const char* socket = "/dev/log";   // bridge
+  bool kmsg = false;                 // bridge
+
+  // What follows the options; words[wordCount] is null.
+  char** words = nullptr;
+  int wordCount = 0;
+};
+
+struct Command {
+  const char* name;
+  const char* allowed;  // short names of its own options
+  int minWords;
+  int maxWords;
+  const char* form;  // its words, for messages
+  int (*run)(const Options& options);
+};
+
+// Reads the command line: options, a command of the list (which a null name ends), its options and words.
+// Null: it ends here, *exitValue says how; what there was to say has been said.
+const Command* ParseCommandLine(int argc, char** argv, const Command* commands, Options* options,
+                                int* exitValue);
+
+// Writes "syslogctl: ..." and a line feed to standard error.
+void Say(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace Ctl

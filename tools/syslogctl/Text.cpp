@@ -1,0 +1,126 @@
+#include "tools/syslogctl/Text.h"
+
+#include <stdio.h>
+#include <string.h>
+
+namespace Ctl {
+namespace {
+
+bool IsContinuation(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// A tilde goes before tildes and back-quotes, and a NUL becomes two characters.
+size_t QuotedSize(char c) {
+  return c == '`' || c == '~' || c == '\0' ? 2 : 1;
+}
+
+// The nearest place at or before at where a character starts, or at itself in text that is not UTF-8.
+size_t CharacterStart(const char* text, size_t at) {
+  constexpr size_t kMaxContinuations = 3;
+  size_t start = at;
+  while (start > 0 && at - start < kMaxContinuations && IsContinuation(text[start])) --start;
+  return start > 0 && !IsContinuation(text[start]) ? start : at;
+}
+
+// How many bytes fit in room.
+size_t FitLength(const char* text, size_t length, size_t room) {
+  size_t fit = 0;
+  while (fit < length) {
+    const size_t size = QuotedSize(text[fit]);
+    if (size > room) return CharacterStart(text, fit);
+    room -= size;
+    ++fit;
+  }
+  return fit;
+}
+
+}  // namespace
+
+bool CutLine(const char* text, size_t length, bool isAll, size_t room, Cut* cut) {
+  if (length == 0) return false;
+  const auto* const lineFeed = static_cast<const char*>(memchr(text, '\n', length));
+  const size_t line = lineFeed != nullptr ? static_cast<size_t>(lineFeed - text) : length;
+  const size_t fit = FitLength(text, line, room);
+  if (fit == line && lineFeed == nullptr && !isAll) return false;
+  cut->length = fit;
+  cut->consumed = fit == line && lineFeed != nullptr ? fit + 1 : fit;
+  return true;
+}
+
+void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length) {
+  while (length > 0) {
+    const size_t plain = strnlen(text, length);
+    if (plain > 0) out.Append(text, static_cast<unsigned>(plain));
+    if (plain == length) return;
+    out.Append("\\0");
+    text += plain + 1;
+    length -= plain + 1;
+  }
+}
+
+namespace {
+
+// Bytes of the well-formed UTF-8 character at text, or 0.
+unsigned Utf8Length(const char* text) {
+  const auto byte = [text](int i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned first = byte(0);
+  if (first < 0x80) return first != 0 ? 1 : 0;
+  if (first < 0xC2 || first > 0xF4) return 0;
+  const unsigned length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  // Overlong forms, surrogates and what lies beyond U+10FFFF show in the second byte.
+  const unsigned low = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
+  const unsigned high = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
+  if (byte(1) < low || byte(1) > high) return 0;
+  for (unsigned i = 2; i < length; ++i) {
+    if (!IsContinuation(text[i])) return 0;
+  }
+  return length;
+}
+
+// Also the second set of control characters, U+0080 to U+009F, which some terminals obey.
+bool IsControl(const char* text, unsigned length) {
+  const unsigned char first = static_cast<unsigned char>(text[0]);
+  if (length == 1) return first < 0x20 || first == 0x7F;
+  return length == 2 && first == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0;
+}
+
+void AppendEscaped(Velk::SimpleString& out, const char* format, char c) {
+  char escaped[8];
+  snprintf(escaped, sizeof escaped, format, static_cast<unsigned>(static_cast<unsigned char>(c)));
+  out.Append(escaped);
+}
+
+}  // namespace
+
+void AppendPrintable(Velk::SimpleString& out, const char* text) {
+  while (*text != '\0') {
+    const unsigned length = Utf8Length(text);
+    if (length != 0 && (*text == '\t' || !IsControl(text, length))) {
+      out.Append(text, length);
+      text += length;
+    } else {
+      AppendEscaped(out, "\\x%02x", *text++);
+    }
+  }
+}
+
+void AppendJson(Velk::SimpleString& out, const char* text) {
+  out.Append('"');
+  while (*text != '\0') {
+    const unsigned length = Utf8Length(text);
+    if (length == 0) {
+      out.Append("\xEF\xBF\xBD");
+    } else if (*text == '"' || *text == '\\') {
+      out.Append('\\').Append(*text);
+    } else if (IsControl(text, 1)) {
+      AppendEscaped(out, "\\u%04x", *text);
+    } else {
+      out.Append(text, length);
+    }
+    text += length != 0 ? length : 1;
+  }
+  out.Append('"');
+}
+
+}  // namespace Ctl
