@@ -9,6 +9,8 @@
 
 #include <atomic>
 
+#include "common/ScopedLock.h"
+
 namespace Velk {
 namespace {
 
@@ -69,29 +71,26 @@ size_t WholeLines(size_t size, size_t most) {
 }
 
 size_t TakeKept(char* out, size_t most) {
-  pthread_mutex_lock(&s_keeping);
+  const ScopedLock lock(s_keeping);
   const size_t size = s_keptSize.load(std::memory_order_relaxed);
   const size_t taken = WholeLines(size, most);
   memcpy(out, s_kept, taken);
   memmove(s_kept, s_kept + taken, size - taken);
   s_keptSize.store(size - taken, std::memory_order_relaxed);
-  pthread_mutex_unlock(&s_keeping);
   return taken;
 }
 
 void Keep(const iovec* pieces, int count) {
   size_t length = 0;
   for (int i = 0; i < count; ++i) length += pieces[i].iov_len;
-  pthread_mutex_lock(&s_keeping);
+  const ScopedLock lock(s_keeping);
   size_t at = s_keptSize.load(std::memory_order_relaxed);
-  if (length <= Console::kKeptBytes - at) {
-    for (int i = 0; i < count; ++i) {
-      memcpy(s_kept + at, pieces[i].iov_base, pieces[i].iov_len);
-      at += pieces[i].iov_len;
-    }
-    s_keptSize.store(at, std::memory_order_relaxed);
+  if (length > Console::kKeptBytes - at) return;
+  for (int i = 0; i < count; ++i) {
+    memcpy(s_kept + at, pieces[i].iov_base, pieces[i].iov_len);
+    at += pieces[i].iov_len;
   }
-  pthread_mutex_unlock(&s_keeping);
+  s_keptSize.store(at, std::memory_order_relaxed);
 }
 
 // Out of line: its buffer must not weigh on the stack of an ordinary line. False: it would have had to wait.
@@ -106,11 +105,10 @@ __attribute__((noinline)) bool FlushKept(bool mayWait) {
 }
 
 void WriteWaiting(iovec* pieces, int count) {
-  pthread_mutex_lock(&s_writing);
+  const ScopedLock lock(s_writing);
   FlushKept(true);
   WriteAll(pieces, count);
   FlushKept(true);  // what other threads kept while this one waited
-  pthread_mutex_unlock(&s_writing);
 }
 
 void WriteOrKeep(iovec* pieces, int count) {
@@ -163,9 +161,8 @@ void Console::NeverWaitOnThisThread() {
 }
 
 void Console::ForgetKept() {
-  pthread_mutex_lock(&s_keeping);
+  const ScopedLock lock(s_keeping);
   s_keptSize.store(0, std::memory_order_relaxed);
-  pthread_mutex_unlock(&s_keeping);
 }
 
 }  // namespace Velk
