@@ -1,6 +1,7 @@
 # Flags, once for every target: warnings, hardening, sanitizers, and what keeps the binary small.
 
 option(VELK_BUILD_TESTS "Build the tests (needs GoogleTest)" ON)
+option(VELK_FUZZ "Build the fuzz targets (clang only)" OFF)
 option(VELK_WERROR "Treat warnings as errors (CI does)" OFF)
 set(VELK_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 

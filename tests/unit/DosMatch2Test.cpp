@@ -2,34 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <random>
 #include <string>
 
-namespace {
-
-bool Same(char a, char b, bool caseSensitive) {
-  return caseSensitive ? a == b : std::toupper(a) == std::toupper(b);
-}
-
-// The rules word for word: simple, and exponential in the number of stars.
-bool Model(const char* text, const char* pattern, bool caseSensitive) {
-  for (; *text != '\0'; ++text, ++pattern) {
-    if (*pattern == '\0') return false;
-    if (*pattern == '*') {
-      while (*pattern == '*' || *pattern == '?') ++pattern;
-      if (*pattern == '\0') return true;
-      for (; *text != '\0'; ++text) {
-        if (Same(*text, *pattern, caseSensitive) && Model(text, pattern, false)) return true;
-      }
-      return false;
-    }
-    if (*pattern != '?' && !Same(*text, *pattern, caseSensitive)) return false;
-  }
-  return *pattern == '\0';
-}
-
-}  // namespace
+#include "tests/unit/WildcardModel.h"
 
 TEST(DosMatch2, MatchesAsListed) {
   struct {
@@ -73,7 +49,7 @@ TEST(DosMatch2, AgreesWithTheRecursiveRules) {
     const std::string text = make("aAbB", 9);
     const std::string pattern = make("aAbB**?", 8);
     const bool exact = random() % 2 == 0;
-    const bool expected = Model(text.c_str(), pattern.c_str(), exact);
+    const bool expected = WildcardModel::Match(text, pattern, exact);
     matches += expected;
     ASSERT_EQ(expected, Velk::DosMatch2(text.c_str(), pattern.c_str(), exact))
         << text << " ~ " << pattern << (exact ? " exact" : " any case");

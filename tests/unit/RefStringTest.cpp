@@ -10,7 +10,8 @@
 using Velk::RefString;
 
 TEST(RefString, AgreesWithAPlainString) {
-  StringModel<RefString>().Run(20000);
+  const auto bytes = RandomBytes(20240229, 200000);
+  StringModel<RefString>(Choices(bytes.data(), bytes.size())).Run();
 }
 
 TEST(RefString, CapacityIsRoundedBeyondTheLength) {

@@ -6,15 +6,17 @@
 #include <string.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
-#include <vector>
+
+#include "tests/unit/Choices.h"
 
 template <class String>
 class StringModel {
  public:
-  void Run(unsigned steps) {
-    for (unsigned step = 0; step < steps && !::testing::Test::HasFailure(); ++step) {
+  explicit StringModel(Choices choices) : m_choices(choices) {}
+
+  void Run() {
+    for (unsigned step = 0; m_choices.AreLeft() && !::testing::Test::HasFailure(); ++step) {
       const unsigned operation = Pick(14);
       SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(operation));
       Change(operation);
@@ -33,18 +35,13 @@ class StringModel {
   }
 
  private:
-  unsigned Pick(unsigned below) { return static_cast<unsigned>(m_random() % below); }
+  unsigned Pick(unsigned below) { return m_choices.Below(below); }
   int PickAround(size_t length) { return static_cast<int>(Pick(static_cast<unsigned>(length) + 9)) - 4; }
 
-  std::string PickText() {
-    static const char kAlphabet[] = "abXYz09  \t\r\n\v\f'\x80\xff";
-    std::string text(Pick(40), ' ');
-    for (char& c : text) c = kAlphabet[Pick(sizeof(kAlphabet) - 1)];
-    return text;
-  }
-
   void Change(unsigned operation) {
-    const std::string text = PickText();
+    static const std::string kAlphabet = "abXYz09  \t\r\n\v\f'\x80\xff";
+    const bool needsText = operation == 1 || operation == 2 || operation == 5;
+    const std::string text = needsText ? m_choices.Text(kAlphabet, 40) : "";
     switch (operation) {
       case 0:
         m_text.Empty();
@@ -139,7 +136,7 @@ class StringModel {
     EXPECT_EQ(m_text.Mid(start).Length(), m_text.Mid(start).Capacity());
   }
 
-  std::mt19937 m_random{20240229};
+  Choices m_choices;
   String m_text{"start"};
   String m_copy{""};
   std::string m_model = "start";

@@ -1,0 +1,50 @@
+// What a random test decides by: bytes, be they random or a fuzzer's.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+class Choices {
+ public:
+  // The bytes must outlive the object.
+  Choices(const uint8_t* bytes, size_t count) : m_next(bytes), m_end(bytes + count) {}
+
+  bool AreLeft() const { return m_next != m_end; }
+
+  // 0 when no bytes are left.
+  unsigned Below(unsigned limit) {
+    unsigned value = 0;
+    for (uint64_t reach = 1; reach < limit && AreLeft(); reach *= 256) value = value * 256 + *m_next++;
+    return value % limit;
+  }
+
+  // Whatever the bytes are; shorter when fewer are left.
+  std::string Bytes(size_t count) {
+    const size_t taken = std::min(count, static_cast<size_t>(m_end - m_next));
+    m_next += taken;
+    return std::string(m_next - taken, m_next);
+  }
+
+  // Made of the characters of alphabet.
+  std::string Text(const std::string& alphabet, unsigned longest) {
+    std::string text(Below(longest + 1), ' ');
+    for (char& c : text) c = alphabet[Below(static_cast<unsigned>(alphabet.size()))];
+    return text;
+  }
+
+ private:
+  const uint8_t* m_next;
+  const uint8_t* m_end;
+};
+
+inline std::vector<uint8_t> RandomBytes(unsigned seed, size_t count) {
+  std::mt19937 random(seed);
+  std::vector<uint8_t> bytes(count);
+  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+  return bytes;
+}

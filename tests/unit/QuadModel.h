@@ -1,0 +1,29 @@
+// The rules of dotted quads, written the slow way: strip what does not count, cut at the dots, weigh the
+// pieces.
+#pragma once
+
+#include <string>
+#include <vector>
+
+inline bool ModelQuad(const std::string& text, unsigned long* ip) {
+  std::string kept;
+  for (const char c : text.substr(0, text.find(':'))) {
+    if (c == '.' || (c >= '0' && c <= '9')) kept += c;
+  }
+  std::vector<std::string> octets(1);
+  for (const char c : kept) {
+    if (c == '.') octets.emplace_back();
+    if (c != '.') octets.back() += c;
+  }
+  *ip = 0;
+  if (octets.size() != 4) return false;
+  unsigned long address = 0;
+  for (std::string octet : octets) {
+    if (octet.empty()) return false;
+    while (octet.size() > 1 && octet[0] == '0') octet.erase(0, 1);
+    if (octet.size() > 3 || std::stoi(octet) > 255) return false;
+    address = address * 256 + std::stoul(octet);
+  }
+  *ip = address;
+  return true;
+}
