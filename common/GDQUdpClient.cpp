@@ -3,12 +3,10 @@
 #include <errno.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdio.h>
 #include <string.h>
 #include <strings.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
-#include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
@@ -16,7 +14,7 @@
 #include <initializer_list>
 
 #include "common/ArgsParser.h"
-#include "common/HashMD5.h"
+#include "common/LogCall.h"
 #include "common/ScopedLock.h"
 
 namespace Velk {
@@ -51,12 +49,33 @@ uint64_t EndUs(unsigned timeoutMs) {
   return timeoutMs == GDQUdpClient::kForever ? kNever : NowUs() + timeoutMs * kMs;
 }
 
+// A tag from its most significant bit: 10 bits of the client, 13 of the pass, probe or not, 16 of the number.
+constexpr uint64_t kNumberMask = 0xFFFF;
+constexpr uint64_t kProbeBit = 1U << 16;
+constexpr uint64_t kPassShift = 17;
+constexpr uint64_t kPassMask = 0x1FFF << kPassShift;
+constexpr uint64_t kClientMask = uint64_t{0x3FF} << 30;
+
+// Blank and tab for 0 and 1: white space behind the arguments means nothing to whom it is relayed.
+void PutTag(char* out, uint64_t bits) {
+  for (unsigned i = GDQUdpClient::kTagLength; i-- != 0;) *out++ = (bits >> i & 1) != 0 ? '\t' : ' ';
+}
+
+bool ReadTag(const char* in, uint64_t* bits) {
+  *bits = 0;
+  for (unsigned i = 0; i < GDQUdpClient::kTagLength; ++i) {
+    if (in[i] != ' ' && in[i] != '\t') return false;
+    *bits = *bits << 1 | (in[i] == '\t' ? 1 : 0);
+  }
+  return true;
+}
+
 }  // namespace
+
+static_assert(LogCall::kMost == GDQUdpClient::kMaxTaggedText, "Log() sends what LogCall writes");
 
 GDQUdpClient::GDQUdpClient() {
   pthread_mutex_init(&m_mutex, nullptr);
-  m_mouth.firstPort = kMouthPort;
-  m_ear.firstPort = kEarPort;
 }
 
 GDQUdpClient::~GDQUdpClient() {
@@ -79,13 +98,13 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
     return false;
   }
   m_joins = m_handshakeUs = 0;
-  m_mouth.portShift = m_ear.portShift = 0;
   return Start();
 }
 
 bool GDQUdpClient::Start() {
-  m_client = static_cast<uint32_t>(getpid());
-  if (getrandom(&m_client, sizeof m_client, GRND_NONBLOCK) < 0) m_client ^= static_cast<uint32_t>(NowUs());
+  m_client = NowUs() << 30 ^ static_cast<uint64_t>(getpid()) << 30;  // for want of anything better
+  if (getrandom(&m_client, sizeof m_client, GRND_NONBLOCK) < 0) errno = 0;
+  m_client &= kClientMask;
   m_epoll = epoll_create1(EPOLL_CLOEXEC);
   m_timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
   m_armedUs = kNever;
@@ -110,9 +129,8 @@ void GDQUdpClient::CloseDescriptors() {
   if (m_epoll >= 0) close(m_epoll);
   if (m_timer >= 0) close(m_timer);
   m_epoll = m_timer = -1;
-  m_mouth.socket.Close();
-  m_ear.socket.Close();
-  m_mouth.hasCookie = m_ear.hasCookie = false;
+  m_mouth.Close();
+  m_ear.Close();
 }
 
 void GDQUdpClient::Close() {
@@ -120,8 +138,8 @@ void GDQUdpClient::Close() {
   // After a fork the sockets are still the parent's, who goes on using them.
   if (m_process == getpid()) {
     StopThread();
-    SendConnect(m_mouth);
-    SendConnect(m_ear);
+    if (m_mouth.HasCookie()) m_mouth.SendConnect();
+    if (m_ear.HasCookie()) m_ear.SendConnect();
   }
   CloseDescriptors();
   m_lines.Close();
@@ -151,35 +169,6 @@ void GDQUdpClient::Enter() {
 
 // ---- Joining
 
-// No SO_REUSEADDR, which would let two programs have the same port.
-bool GDQUdpClient::OpenChannel(Channel& channel) {
-  CloseChannel(channel);
-  if (!channel.socket.Open()) return false;
-  const int fd = channel.socket.Descriptor();
-  for (unsigned i = 0; i < kPorts; ++i) {
-    const unsigned shift = (channel.portShift + i) % kPorts;
-    const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(channel.firstPort + shift));
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&local.Native()), sizeof(sockaddr_in)) != 0) continue;
-    channel.portShift = shift;
-    break;
-  }
-  epoll_event event{};
-  event.events = EPOLLIN;
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&m_server.Native()), sizeof(sockaddr_in)) == 0 &&
-      epoll_ctl(m_epoll, EPOLL_CTL_ADD, fd, &event) == 0)
-    return true;
-  channel.socket.Close();
-  return false;
-}
-
-// A child process may still have the socket, which then stays watched unless it is taken out.
-void GDQUdpClient::CloseChannel(Channel& channel) {
-  channel.hasCookie = false;
-  if (channel.socket.Descriptor() < 0) return;
-  epoll_ctl(m_epoll, EPOLL_CTL_DEL, channel.socket.Descriptor(), nullptr);
-  channel.socket.Close();
-}
-
 // With new sockets: what the old ones had still to deliver belongs to the past.
 void GDQUdpClient::StartJoin() {
   m_phase = Phase::Connecting;
@@ -187,8 +176,8 @@ void GDQUdpClient::StartJoin() {
   m_isBlocked = false;
   m_tries = 0;
   Rewind();
-  OpenChannel(m_mouth);
-  if (HasEar()) OpenChannel(m_ear);
+  m_mouth.Open(m_server, m_epoll);
+  if (HasEar()) m_ear.Open(m_server, m_epoll);
   SendConnects();
 }
 
@@ -201,32 +190,23 @@ void GDQUdpClient::Rewind() {
   for (SentProbe& probe : m_probes) probe = SentProbe();
 }
 
-void GDQUdpClient::SendConnect(Channel& channel) {
-  if (channel.socket.Descriptor() >= 0) send(channel.socket.Descriptor(), "CONN", 4, MSG_DONTWAIT);
-}
-
 void GDQUdpClient::SendConnects() {
   m_sinceUs = NowUs();
-  for (Channel* channel : {&m_mouth, &m_ear}) {
-    if (channel->hasCookie || (channel == &m_ear && !HasEar())) continue;
-    if (channel->socket.Descriptor() < 0 || m_tries % kReopenTries == kReopenTries - 1) OpenChannel(*channel);
-    channel->connectUs = m_sinceUs;
-    SendConnect(*channel);
+  for (PeerSocket* socket : {&m_mouth, &m_ear}) {
+    if (socket->HasCookie() || (socket == &m_ear && !HasEar())) continue;
+    if (!socket->IsOpen() || m_tries % kReopenTries == kReopenTries - 1) socket->Open(m_server, m_epoll);
+    socket->SendConnect();
   }
 }
 
 // Also when joined: a CONN may have taken its time and reached a service that has restarted meanwhile.
-void GDQUdpClient::HandleNonce(Channel& channel, const char* nonce) {
+void GDQUdpClient::HandleNonce(PeerSocket& socket, const char* nonce) {
   if (m_phase == Phase::Resting) return;
-  HashMD5 md5;
-  md5.AddBinary(nonce, kCookieSize);
-  md5.AddString(m_password.Str());
-  md5.GetDigest(channel.cookie);
-  channel.hasCookie = true;
-  if (&channel == &m_mouth) m_handshakeUs = static_cast<unsigned>(NowUs() - channel.connectUs) | 1;
+  socket.TakeNonce(nonce, m_password.Str());
+  if (&socket == &m_mouth) m_handshakeUs = static_cast<unsigned>(NowUs() - m_sinceUs) | 1;
   if (!HasEar()) {
     BecomeJoined();
-  } else if (m_mouth.hasCookie && m_ear.hasCookie) {
+  } else if (m_mouth.HasCookie() && m_ear.HasCookie()) {
     m_phase = Phase::Proving;
     m_tries = 0;
     Rewind();
@@ -236,7 +216,7 @@ void GDQUdpClient::HandleNonce(Channel& channel, const char* nonce) {
 
 // Until a probe has made the round trip, calls would only be lost.
 void GDQUdpClient::SendProof() {
-  send(m_ear.socket.Descriptor(), m_ear.cookie, kCookieSize, MSG_DONTWAIT);
+  m_ear.Send("", 0, "", 0);
   SendProbe(false);
 }
 
@@ -252,9 +232,9 @@ void GDQUdpClient::BecomeJoined() {
 // The password is wrong, or another peer shares our record: another port may help.
 void GDQUdpClient::GiveUpProof() {
   if (m_answerMs < kMostAnswerMs) m_answerMs *= 2;
-  for (Channel* channel : {&m_mouth, &m_ear}) {
-    SendConnect(*channel);  // leaves the port
-    ++channel->portShift;
+  for (PeerSocket* socket : {&m_mouth, &m_ear}) {
+    socket->SendConnect();  // leaves the port
+    socket->ChangePort();
   }
   if (++m_failedProofs < kRefusals) return StartJoin();
   m_isRefused = true;
@@ -265,18 +245,18 @@ void GDQUdpClient::GiveUpProof() {
 // ---- Receiving
 
 void GDQUdpClient::Service() {
-  ReadChannel(m_mouth);
-  if (HasEar()) ReadChannel(m_ear);
+  ReadSocket(m_mouth);
+  if (HasEar()) ReadSocket(m_ear);
   if (NowUs() >= DueUs()) OnDue();
   Pump();
 }
 
-void GDQUdpClient::ReadChannel(Channel& channel) {
+void GDQUdpClient::ReadSocket(PeerSocket& socket) {
   char packet[kMaxDatagram + 1];
   for (unsigned reads = 0; reads < kReadsAtOnce; ++reads) {
-    const ssize_t size = recv(channel.socket.Descriptor(), packet, sizeof packet, MSG_DONTWAIT);
+    const ssize_t size = socket.Receive(packet, sizeof packet);
     if (size >= 0) {
-      HandleDatagram(channel, packet, static_cast<unsigned>(size));
+      HandleDatagram(socket, packet, static_cast<unsigned>(size));
       continue;
     }
     if (errno == EAGAIN || errno == EBADF) return;
@@ -285,58 +265,41 @@ void GDQUdpClient::ReadChannel(Channel& channel) {
   }
 }
 
-namespace {
-
-// Blank and tab for 0 and 1: white space behind the arguments means nothing to whom it is relayed.
-void PutTag(char* out, uint32_t bits) {
-  for (int shift = 31; shift >= 0; --shift) *out++ = (bits >> shift & 1) != 0 ? '\t' : ' ';
+uint64_t GDQUdpClient::TagBits(uint32_t number) const {
+  return m_client | (uint64_t{m_pass} << kPassShift & kPassMask) | (number & kNumberMask);
 }
 
-bool ReadTag(const char* in, uint32_t* bits) {
-  *bits = 0;
-  for (unsigned i = 0; i < GDQUdpClient::kTagLength; ++i) {
-    if (in[i] != ' ' && in[i] != '\t') return false;
-    *bits = *bits << 1 | (in[i] == '\t' ? 1 : 0);
-  }
-  return true;
-}
-
-// A tag from its most significant bit: 9 bits of the client, 6 of the pass, probe or not, 16 of the number.
-constexpr uint32_t kProbeBit = 1U << 16;
-constexpr uint32_t kPassMask = 0x3FU << 17;
-constexpr uint32_t kClientMask = ~0U << 23;
-constexpr uint32_t kNumberMask = 0xFFFF;
-
-}  // namespace
-
-uint32_t GDQUdpClient::TagBits(uint32_t number) const {
-  return (m_client & kClientMask) | (m_pass << 17 & kPassMask) | (number & kNumberMask);
-}
-
-void GDQUdpClient::HandleDatagram(Channel& channel, const char* packet, unsigned size) {
+void GDQUdpClient::HandleDatagram(PeerSocket& socket, const char* packet, unsigned size) {
   if (size < kCookieSize || size > kMaxDatagram) return;
-  const bool isForUs = channel.hasCookie && memcmp(packet, channel.cookie, kCookieSize) == 0;
-  if (size == kCookieSize && !isForUs) HandleNonce(channel, packet);
+  const bool isForUs = socket.IsForUs(packet);
+  if (size == kCookieSize && !isForUs) HandleNonce(socket, packet);
   // The mouth hears what the ear hears, but for our own.
-  if (size == kCookieSize || !isForUs || &channel != &m_ear) return;
+  if (size == kCookieSize || !isForUs || &socket != &m_ear) return;
 
   const char* const text = packet + kCookieSize;
   const unsigned length = size - kCookieSize;
-  uint32_t bits;
-  if (length >= kTagLength && ReadTag(text + length - kTagLength, &bits) &&
-      (bits & kClientMask) == (m_client & kClientMask)) {
-    if ((bits & kProbeBit) != 0) return HandleProbeReceipt(bits & kNumberMask);
-    if ((bits & kPassMask) == (TagBits(0) & kPassMask))
-      HandleReceipt(bits & kNumberMask, text, length - kTagLength);
-    return;
+  uint64_t tag = 0;
+  const bool isTagged = length >= kTagLength && ReadTag(text + length - kTagLength, &tag);
+  if (isTagged && (tag & kClientMask) == m_client) {
+    HandleReceipt(tag, text, length - kTagLength);
+  } else if (m_options.listen) {
+    m_calls.Append(text, length);
   }
-  if (m_options.listen) m_calls.Append(text, length);
+}
+
+void GDQUdpClient::HandleReceipt(uint64_t tag, const char* text, unsigned length) {
+  const auto number = static_cast<uint32_t>(tag & kNumberMask);
+  if ((tag & kProbeBit) != 0) {
+    HandleProbeReceipt(number);
+  } else if ((tag & kPassMask) == (TagBits(0) & kPassMask)) {
+    HandleLineReceipt(number, text, length);
+  }
 }
 
 // Only the receipt of the oldest sent call counts. One behind it means that a call was lost, or overtaken:
 // the order is saved by sending on from there.
-void GDQUdpClient::HandleReceipt(uint32_t number, const char* text, unsigned length) {
-  const uint32_t ahead = (number - m_receipted) & kNumberMask;
+void GDQUdpClient::HandleLineReceipt(uint32_t number, const char* text, unsigned length) {
+  const uint32_t ahead = static_cast<uint16_t>(number - m_receipted);
   if (ahead >= m_next - m_receipted) return;
   HeldLines::Line& line = m_lines.At(m_receipted + ahead);
   if (line.length != length || memcmp(m_lines.Text(m_receipted + ahead), text, length) != 0) return;
@@ -390,13 +353,10 @@ void GDQUdpClient::Pump() {
 }
 
 // False: not sent, and not to be counted as sent.
-bool GDQUdpClient::SendText(const char* text, unsigned length, uint32_t tag) {
-  char packet[kMaxDatagram];
-  memcpy(packet, m_mouth.cookie, kCookieSize);
-  memcpy(packet + kCookieSize, text, length);
-  PutTag(packet + kCookieSize + length, tag);
-  if (send(m_mouth.socket.Descriptor(), packet, kCookieSize + length + kTagLength, MSG_DONTWAIT) >= 0)
-    return true;
+bool GDQUdpClient::SendText(const char* text, unsigned length, uint64_t tagBits) {
+  char tag[kTagLength];
+  PutTag(tag, tagBits);
+  if (m_mouth.Send(text, length, tag, kTagLength)) return true;
   if (errno == EAGAIN || errno == ENOBUFS) {
     m_isBlocked = true;
     m_sinceUs = NowUs();
@@ -490,7 +450,7 @@ bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   if (now >= endUs) return false;
   uint64_t until = DueUs() < endUs ? DueUs() : endUs;
   if (until > now + kLongestUs) until = now + kLongestUs;
-  pollfd watched[] = {{m_mouth.socket.Descriptor(), POLLIN, 0}, {m_ear.socket.Descriptor(), POLLIN, 0}};
+  pollfd watched[] = {{m_mouth.Descriptor(), POLLIN, 0}, {m_ear.Descriptor(), POLLIN, 0}};
   pthread_mutex_unlock(&m_mutex);
   poll(watched, 2, until > now ? static_cast<int>((until - now + kMs - 1) / kMs) : 0);
   pthread_mutex_lock(&m_mutex);
@@ -532,6 +492,7 @@ bool GDQUdpClient::SendMsg(const char* text) {
 }
 
 void GDQUdpClient::Call(const char* name, const char* args) {
+  if (name == nullptr || args == nullptr) return;
   if (strlen(name) + 1 + strlen(args) > kMaxTaggedText && strcasecmp(name, "LogMsg") == 0) {
     ArgsParser parser(3);
     if (!parser.ParseArgs(args) || parser.GetArgs()->GetCount() != 3) return;
@@ -542,57 +503,15 @@ void GDQUdpClient::Call(const char* name, const char* args) {
   GDQUdpBase::Call(name, args);
 }
 
-namespace {
-
-bool IsInsideCharacter(char c) {
-  return (c & 0xC0) == 0x80;
-}
-
-// Writes as much of *text as fits before end, quoted, with ending before the closing quote. Moves *text
-// behind it and returns the end of what it wrote.
-char* PutQuoted(char* out, const char* end, const char** text, const char* textEnd, const char* ending) {
-  end -= strlen(ending) + 1;
-  const char* in = *text;
-  *out++ = '`';
-  while (in != textEnd) {
-    const bool isSpecial = *in == '~' || *in == '`';
-    if (end - out < (isSpecial ? 2 : 1)) break;
-    if (isSpecial) *out++ = '~';
-    *out++ = *in++;
-  }
-  // Back to where a character begins. UTF-8 has at most three bytes behind the first; more is no UTF-8.
-  int back = 0;
-  while (in != textEnd && back < 3 && in - back > *text && IsInsideCharacter(in[-back])) ++back;
-  if (in != textEnd && !IsInsideCharacter(in[-back])) {
-    in -= back;
-    out -= back;
-  }
-  *text = in;
-  while (*ending != '\0') *out++ = *ending++;
-  *out++ = '`';
-  return out;
-}
-
-}  // namespace
-
 bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* text) {
-  if (module == nullptr) module = "";
-  if (text == nullptr) text = "";
-  char call[kMaxTaggedText + 1];
-  char* head = call + snprintf(call, sizeof call, "LogMsg %d ", static_cast<int>(type));
-  const char* const moduleEnd = module + strlen(module);
-  head = PutQuoted(head, call + kMaxTaggedText / 2, &module, moduleEnd, "");
-  if (module != moduleEnd) {
+  LogCall line(type, module, text);
+  if (!line.IsValid()) {
     errno = EMSGSIZE;
     return false;
   }
-  *head++ = ' ';
-  const char* textEnd = text + strlen(text);
-  if (textEnd != text && textEnd[-1] == '\n') --textEnd;
-  do {
-    *PutQuoted(head, call + kMaxTaggedText, &text, textEnd, "\n") = '\0';
+  while (const char* call = line.Next()) {
     if (!SendMsg(call)) return false;
-  } while (text != textEnd);
+  }
   return true;
 }
 

@@ -11,8 +11,8 @@
 #include "common/HeldLines.h"
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
+#include "common/PeerSocket.h"
 #include "common/SimpleString.h"
-#include "common/UdpSocket3.h"
 
 namespace Velk {
 
@@ -41,17 +41,15 @@ namespace Velk {
 // leaves what its parent holds to its parent. It has to ask for Descriptor() again.
 class GDQUdpClient final : public GDQUdpBase {
  public:
-  static constexpr unsigned kTagLength = 32;
-  static constexpr unsigned kMaxTaggedText = kMaxText - kTagLength;  // longest call text, in bytes
+  static constexpr unsigned kTagLength = 40;
+  static constexpr unsigned kMaxTaggedText = kMaxText - kTagLength;  // longest call text, in bytes: 1394
   static constexpr unsigned short kDefaultPort = 11001;
   static constexpr unsigned kForever = 0xFFFFFFFF;
   static constexpr unsigned kSettleMs = 200;
 
-  // Local ports: the first free one of each range, so that however many runs of a program leave the service
-  // with 64 records of peers, not with one for each. When all are taken, any port is.
-  static constexpr unsigned short kPorts = 32;
+  // Two ranges of PeerSocket::kPorts local ports.
   static constexpr unsigned short kMouthPort = 11101;
-  static constexpr unsigned short kEarPort = kMouthPort + kPorts;
+  static constexpr unsigned short kEarPort = kMouthPort + PeerSocket::kPorts;
 
   struct Options {
     bool reliable = true;  // else each call is sent once
@@ -135,16 +133,6 @@ class GDQUdpClient final : public GDQUdpBase {
   // Closed, CONN sent, first probe sent, in use, or refused and waiting to try again.
   enum class Phase { Closed, Connecting, Proving, Joined, Resting };
 
-  // A socket and its place in the handshake.
-  struct Channel {
-    UdpSocket3 socket;
-    unsigned short firstPort = 0;
-    unsigned portShift = 0;  // of firstPort; moves on when a port does not work
-    bool hasCookie = false;
-    uint64_t connectUs = 0;
-    unsigned char cookie[kCookieSize] = {};
-  };
-
   struct SentProbe {
     uint32_t id = 0;
     bool isAsked = false;  // by Probe(), and not yet told
@@ -172,28 +160,26 @@ class GDQUdpClient final : public GDQUdpBase {
   // All others are called with the mutex held.
   bool HasEar() const { return m_options.reliable || m_options.listen; }
   State StateLocked() const;
-  bool OpenChannel(Channel& channel);
-  void CloseChannel(Channel& channel);
 
   void StartJoin();
   void Rewind();
-  static void SendConnect(Channel& channel);
   void SendConnects();
-  void HandleNonce(Channel& channel, const char* nonce);
+  void HandleNonce(PeerSocket& socket, const char* nonce);
   void SendProof();
   void BecomeJoined();
   void GiveUpProof();
 
   void Service();
-  void ReadChannel(Channel& channel);
-  void HandleDatagram(Channel& channel, const char* packet, unsigned size);
-  void HandleReceipt(uint32_t number, const char* text, unsigned length);
+  void ReadSocket(PeerSocket& socket);
+  void HandleDatagram(PeerSocket& socket, const char* packet, unsigned size);
+  void HandleReceipt(uint64_t tag, const char* text, unsigned length);
+  void HandleLineReceipt(uint32_t number, const char* text, unsigned length);
   void HandleProbeReceipt(uint32_t number);
   void NoteAnswer(uint64_t sentUs, uint64_t receiptUs);
 
   void Pump();
-  uint32_t TagBits(uint32_t number) const;
-  bool SendText(const char* text, unsigned length, uint32_t tag);
+  uint64_t TagBits(uint32_t number) const;
+  bool SendText(const char* text, unsigned length, uint64_t tagBits);
   void SendProbe(bool isAsked);
   void GoBack(uint32_t window);
 
@@ -216,8 +202,8 @@ class GDQUdpClient final : public GDQUdpBase {
   int m_epoll = -1;
   int m_timer = -1;
   uint64_t m_armedUs = 0;  // when m_timer fires
-  Channel m_mouth;
-  Channel m_ear;
+  PeerSocket m_mouth{kMouthPort};
+  PeerSocket m_ear{kEarPort};
 
   Phase m_phase = Phase::Closed;
   bool m_isJoined = false;
@@ -233,7 +219,7 @@ class GDQUdpClient final : public GDQUdpBase {
   uint32_t m_receipted = 0;
   uint32_t m_next = 0;
   uint32_t m_window = 0;  // most calls sent but not receipted
-  uint32_t m_client = 0;  // random, tells our tags
+  uint64_t m_client = 0;  // random bits of our tags
   uint32_t m_pass = 0;    // receipts of an earlier one do not count
   HeldLines m_calls;      // heard, not yet delivered
 

@@ -1,0 +1,31 @@
+// Dispatch layer: a line of the log as the calls that carry it.
+#pragma once
+
+#include "common/IDailyLog2.h"
+
+namespace Velk {
+
+// Writes "LogMsg" calls of at most kMost bytes each. A line that does not fit into one is cut between UTF-8
+// characters. A line feed is added to each piece but one that has it. One thread at a time.
+class LogCall {
+ public:
+  static constexpr unsigned kMost = 1394;
+
+  // module and text may be null, which counts as empty; text must stay until the last Next().
+  LogCall(ELogMessageType type, const char* module, const char* text);
+
+  // False: the module is too long to leave room for a text.
+  bool IsValid() const { return m_isValid; }
+  // The next call's text, or null behind the last one. It lives until the next Next().
+  const char* Next();
+
+ private:
+  char m_call[kMost + 1];
+  char* m_head;  // where the quoted text begins in m_call
+  const char* m_text;
+  const char* m_textEnd;
+  bool m_isValid;
+  bool m_isDone = false;
+};
+
+}  // namespace Velk
