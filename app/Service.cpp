@@ -35,6 +35,10 @@ void MakeProcessRobust() {
   Velk::Console::NeverWaitOnThisThread();
 }
 
+// Pending calls that the receive loop may run ahead of the queue's thread: at most 5 MB of them, a part of a
+// second of work. At the limit datagrams stay in the socket's buffer, which drops what it cannot hold.
+constexpr unsigned kMaxPendingCalls = 2000;
+
 void LoadConfiguration(const char* path) {
   if (AppData::GetInstance()->Load(path)) return;
   LogPrinter::Instance()->Log(Warning, nullptr, "Was not able to load conf options!\n");
@@ -81,6 +85,7 @@ int RunChild(const ServiceValues& values) {
   ErrReporter reporter;
   Velk::GDQ queue(0, 0, "AppThread2", false);
   queue.m_errorReporter = &reporter;
+  queue.m_maxPosts = kMaxPendingCalls;
   RemoteMessages messages;
   messages.AttachQueue(&queue);
   if (!queue.Run()) {

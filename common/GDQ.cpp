@@ -7,6 +7,11 @@
 #include "common/Timer64x.h"
 
 namespace Velk {
+namespace {
+
+thread_local const GDQ* t_driven = nullptr;  // the queue whose thread this is
+
+}  // namespace
 
 void GDQ::NodeList::InsertAfter(Node* after, Node* node) {
   Node* before = after != nullptr ? after->m_next : m_head;
@@ -40,6 +45,7 @@ void GDQ::MessageList::AddOrdered(Node* node) {
   if (node->m_dueMs == 0) {
     m_nodes.InsertAfter(m_lastPost, node);
     m_lastPost = node;
+    ++m_postCount;
     return;
   }
   Node* after = m_nodes.m_tail;
@@ -50,6 +56,7 @@ void GDQ::MessageList::AddOrdered(Node* node) {
 void GDQ::MessageList::Unlink(Node* node) {
   // What stands before a plain post is one too.
   if (node == m_lastPost) m_lastPost = node->m_prev;
+  if (node->m_dueMs == 0) --m_postCount;
   m_nodes.Unlink(node);
 }
 
@@ -69,6 +76,7 @@ GDQ::Node* GDQ::MessageList::RemoveByTarget(IGenericDispatchTarget* target) {
 
 void GDQ::MessageList::DeleteAll() {
   m_lastPost = nullptr;
+  m_postCount = 0;
   m_nodes.DeleteAll();
 }
 
@@ -77,6 +85,7 @@ GDQ::GDQ(int first, int second, const char* threadName, bool autoDelete)
   pthread_mutex_init(&m_listMutex, nullptr);
   pthread_mutex_init(&m_wakeMutex, nullptr);
   pthread_cond_init(&m_wakeCondition, nullptr);
+  pthread_cond_init(&m_room, nullptr);
 }
 
 GDQ::~GDQ() {
@@ -85,6 +94,7 @@ GDQ::~GDQ() {
     m_messages.DeleteAll();
     m_free.DeleteAll();
   }
+  pthread_cond_destroy(&m_room);
   pthread_mutex_destroy(&m_listMutex);
   // The wake mutex and condition are left as they are: a program may end with the thread still asleep on
   // them, and pthread_cond_destroy(3) would wait for it.
@@ -124,6 +134,7 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
                   const char* name, const char* args) {
   {
     const ScopedLock lock(m_listMutex);
+    if (dueMs == 0) WaitForRoomLocked();
     Node* node = TakeSpareLocked();
     node->m_dueMs = dueMs;
     node->m_periodMs = periodMs;
@@ -138,6 +149,19 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
   }
   const ScopedLock lock(m_wakeMutex);
   WakeLocked();
+}
+
+// A thread that waited for itself would wait for ever, so a handler's post goes beyond the limit.
+void GDQ::WaitForRoomLocked() {
+  if (m_maxPosts == 0 || m_messages.PostCount() < m_maxPosts || t_driven == this) return;
+  ++m_waitingPosters;
+  // Not only until the next one is done: the two threads would then take turns, one message each.
+  while (IsRunning() && m_messages.PostCount() > m_maxPosts / 2) pthread_cond_wait(&m_room, &m_listMutex);
+  --m_waitingPosters;
+}
+
+void GDQ::TellRoomLocked() {
+  if (m_waitingPosters != 0 && m_messages.PostCount() <= m_maxPosts / 2) pthread_cond_broadcast(&m_room);
 }
 
 GDQ::Node* GDQ::TakeSpareLocked() {
@@ -156,11 +180,13 @@ void GDQ::CancelTimer(unsigned int timerId, IGenericDispatchTarget* target) {
   const ScopedLock lock(m_listMutex);
   Node* node = m_messages.Remove(timerId, target);
   if (node != nullptr) RecycleLocked(node);
+  TellRoomLocked();
 }
 
 void GDQ::CancelAllMessages(IGenericDispatchTarget* target) {
   const ScopedLock lock(m_listMutex);
   while (Node* node = m_messages.RemoveByTarget(target)) RecycleLocked(node);
+  TellRoomLocked();
 }
 
 namespace {
@@ -173,10 +199,14 @@ constexpr uint32_t kNothingDue = 0xFFFFFFFF;  // wait value: until the next post
 void GDQ::Driver() {
   ArgsParser parser(kMaxArgs);
   uint32_t waitMs = 0;
+  t_driven = this;
   while (IsRunning()) {
     WaitForPost(waitMs);
     DeliverDue(parser, waitMs);
   }
+  t_driven = nullptr;
+  const ScopedLock lock(m_listMutex);
+  pthread_cond_broadcast(&m_room);
 }
 
 namespace {
@@ -257,6 +287,7 @@ bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
     return false;
   }
   m_messages.Unlink(node);
+  TellRoomLocked();
   delivery.m_target = node->m_target;
   delivery.m_name = node->m_name.Str();
   delivery.m_args = node->m_args.Str();

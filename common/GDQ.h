@@ -75,6 +75,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
    public:
     Node* Head() const { return m_nodes.m_head; }
     uint32_t Count() const { return m_nodes.m_count; }
+    uint32_t PostCount() const { return m_postCount; }  // those due at 0
 
     // Takes the node over and puts it behind all that are due no later.
     void AddOrdered(Node* node);
@@ -88,6 +89,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
    private:
     NodeList m_nodes;
     Node* m_lastPost = nullptr;  // last node that is due at 0, null: none
+    uint32_t m_postCount = 0;
   };
 
  private:
@@ -95,6 +97,8 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
 
   void Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericDispatchTarget* target,
                const char* name, const char* args);
+  void WaitForRoomLocked();
+  void TellRoomLocked();
   Node* TakeSpareLocked();
   void RecycleLocked(Node* node) { m_free.InsertAfter(nullptr, node); }
   void WakeLocked();
@@ -108,12 +112,19 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   MessageList m_messages;
   pthread_mutex_t m_wakeMutex;  // guards the two flags
   pthread_cond_t m_wakeCondition;
+  pthread_cond_t m_room;  // with m_listMutex: fewer posts are pending, or the thread has ended
+  uint32_t m_waitingPosters = 0;
   bool m_signalled = false;      // there was a post since the thread last woke
   bool m_keepSignalled = false;  // the thread is to end and must not sleep again
 
  public:
   // Written by the owner before Run(). Not owned; null: failures are dropped silently.
   IErrorReport* m_errorReporter = nullptr;
+
+  // Most plain posts pending at once, 0: no limit. Written by the owner before Run(). At the limit Post waits
+  // while the thread runs, until half of them are done; on the queue's own thread, so in handlers, it never
+  // waits. Timers do not count.
+  uint32_t m_maxPosts = 0;
 };
 
 }  // namespace Velk

@@ -1,8 +1,10 @@
 #include "common/GDQ.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <random>
@@ -229,6 +231,38 @@ TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
   }
   // Destruction drops the last one.
   EXPECT_EQ(49u, target.Get().size());
+}
+
+TEST(GDQ, LimitHoldsPostersBackButNeverItsOwnThread) {
+  constexpr int kPosts = 200;
+  std::atomic<int> posted{0};
+  int done = 0;
+  int mostAhead = 0;
+  Target target;
+  Target slow;
+  Queue queue;
+  queue.m_maxPosts = 8;
+  target.m_handler = [&](const char* name, const Velk::IArgsList*) {
+    if (name[0] == 'E') return;
+    if (done == 0) usleep(20000);  // time in which an unlimited poster would run away
+    mostAhead = std::max(mostAhead, posted.load() - done++);
+    for (int i = 0; i < 3; ++i) queue.Post(&target, "Echo", nullptr);
+  };
+  ASSERT_TRUE(queue.Run());
+  std::thread poster([&] {
+    for (int i = 0; i < kPosts; ++i, ++posted) queue.Post(&target, "Peer", nullptr);
+  });
+  EXPECT_TRUE(target.WaitForCount(kPosts * 4));
+  poster.join();
+  EXPECT_LE(mostAhead, 8 + 1);  // and the one that is being handled
+
+  // A poster that waits must not wait for a thread that has ended.
+  slow.m_handler = [](const char*, const Velk::IArgsList*) { usleep(1000); };
+  std::thread late([&] {
+    for (int i = 0; i < kPosts; ++i) queue.Post(&slow, "Late", nullptr);
+  });
+  queue.Stop();
+  late.join();
 }
 
 // Many posters, timers and cancels at once; each poster's messages arrive complete and in its order.
