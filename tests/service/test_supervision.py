@@ -68,7 +68,7 @@ class Supervision(ServiceTest):
 
         def prepare():
             os.dup2(writer, 2)
-            resource.setrlimit(resource.RLIMIT_AS, (48 << 20, 48 << 20))
+            resource.setrlimit(resource.RLIMIT_AS, (14 << 20, 14 << 20))
         service = self.service(stdout=writer, prepare=prepare)
         peer = self.peer()
         first = service.child()
