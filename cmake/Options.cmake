@@ -30,7 +30,8 @@ if(VELK_SANITIZE)
   target_link_options(velk_options INTERFACE -fsanitize=${VELK_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(velk_options INTERFACE
-    -ffunction-sections -fdata-sections -fstack-protector-strong -fPIE
+    -ffunction-sections -fdata-sections -fstack-protector-strong
+    $<IF:$<BOOL:$<TARGET_PROPERTY:VELK_PIC>>,-fPIC,-fPIE>
     $<$<COMPILE_LANGUAGE:CXX>:-fno-asynchronous-unwind-tables>)
   target_compile_definitions(velk_options INTERFACE _FORTIFY_SOURCE=2)
   target_link_options(velk_options INTERFACE

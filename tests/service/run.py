@@ -26,6 +26,9 @@ def run(args):
     files = {"syslog": args.binary, "tests": HERE, "peer.py": os.path.join(REPOSITORY, "examples", "peer.py")}
     if args.tool and os.path.exists(args.tool):
         files["tool"] = args.tool
+    lines = os.path.join(os.path.dirname(args.binary), "tests", "velk_lines")
+    if os.path.exists(lines):
+        files["velk_lines"] = lines
     namespace.prepare(files)
     faulthandler.dump_traceback_later(TIME_LIMIT, exit=True)
 

@@ -1,0 +1,15 @@
+# Removes the files that the latest "cmake --install" of this build folder wrote, with the DESTDIR of the
+# environment, and folders of ours that are empty then: cmake -P cmake/Uninstall.cmake in the build folder.
+if(NOT EXISTS install_manifest.txt)
+  message(FATAL_ERROR "Nothing was installed from here: there is no install_manifest.txt")
+endif()
+file(STRINGS install_manifest.txt files)
+foreach(file IN LISTS files)
+  message(STATUS "Removing $ENV{DESTDIR}${file}")
+  file(REMOVE "$ENV{DESTDIR}${file}")
+  cmake_path(GET file PARENT_PATH folder)
+  file(GLOB rest "$ENV{DESTDIR}${folder}/*")
+  if(folder MATCHES "velk" AND NOT rest)
+    file(REMOVE_RECURSE "$ENV{DESTDIR}${folder}")
+  endif()
+endforeach()

@@ -1,0 +1,40 @@
+/* velk_lines SERVER COUNT [FLAGS]: writes "line 0" to "line COUNT - 1" through libvelk and waits until they
+ * are confirmed. Prints how many lines per second that were. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include "velk.h"
+
+static double now(void) {
+  struct timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return (double)time.tv_sec + (double)time.tv_nsec / 1e9;
+}
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  const int count = atoi(argv[2]);
+  velk* log = velk_open(argv[1], "mosk", argc > 3 ? (unsigned)atoi(argv[3]) : 0);
+  if (log == NULL) {
+    perror("velk_open");
+    return 1;
+  }
+  const double begin = now();
+  for (int i = 0; i < count; ++i) {
+    if (velk_log(log, VELK_INFO, "lib", "line %d", i) == 0) continue;
+    perror("velk_log");
+    return 1;
+  }
+  const double written = now();
+  const unsigned left = velk_flush(log, 60000);
+  if (left > 0) {
+    perror("velk_flush");
+    fprintf(stderr, "%u lines are not confirmed\n", left);
+    return 1;
+  }
+  printf("%.0f lines/s written, %.0f lines/s confirmed\n", count / (written - begin),
+         count / (now() - begin));
+  velk_close(log);
+  return 0;
+}
