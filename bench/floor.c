@@ -1,5 +1,6 @@
-/* The floor of the comparison: what the kernel alone costs. One thread that does nothing but receive a datagram,
- * write it to a file and send it to the collector, three system calls a line: floor PORT FILE COLLECTOR-ADDRESS */
+/* The floor of the comparison: what the kernel alone costs. One thread that does nothing but receive a
+ * datagram, write it to a file and send it to the collector, three system calls a line: floor PORT FILE
+ * COLLECTOR-ADDRESS */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>

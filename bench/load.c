@@ -1,10 +1,11 @@
-/* Closed-loop load and collector in one thread: sends lines to a log program and counts what that program forwards.
+/* Closed-loop load and collector in one thread: sends lines to a log program and counts what that program
+ * forwards.
  *
  *   load raw|call|unix TARGET COLLECTOR-ADDRESS LINES WINDOW COOKIE-HEX
  *
- * raw: the line as an RFC 3164 datagram to UDP 127.0.0.1:TARGET; call: a LogMsg call there, from port 40000, behind the
- * cookie; unix: to the datagram socket with the path TARGET. At most WINDOW lines are outstanding; what has not
- * arrived after half a second is lost. Prints one JSON object. */
+ * raw: the line as an RFC 3164 datagram to UDP 127.0.0.1:TARGET; call: a LogMsg call there, from port 40000,
+ * behind the cookie; unix: to the datagram socket with the path TARGET. At most WINDOW lines are outstanding;
+ * what has not arrived after half a second is lost. Prints one JSON object. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -121,7 +122,7 @@ int main(int argc, char** argv) {
   }
   if (arrived == 0) return 1;
   qsort(trips, (size_t)arrived, sizeof *trips, CompareDoubles);
-  printf("{\"lines\": %d, \"lost\": %d, \"seconds\": %.6f, \"p50_us\": %.1f, \"p99_us\": %.1f}\n", arrived, lines - arrived,
-         last - begin, trips[arrived / 2] * 1e6, trips[(int)(arrived * 0.99)] * 1e6);
+  printf("{\"lines\": %d, \"lost\": %d, \"seconds\": %.6f, \"p50_us\": %.1f, \"p99_us\": %.1f}\n", arrived,
+         lines - arrived, last - begin, trips[arrived / 2] * 1e6, trips[(int)(arrived * 0.99)] * 1e6);
   return 0;
 }

@@ -16,7 +16,7 @@ find_package(Threads REQUIRED)
 add_library(velk_options INTERFACE)
 target_compile_options(velk_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -Wnon-virtual-dtor>)
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 if(VELK_WERROR)
   target_compile_options(velk_options INTERFACE -Werror)
 endif()

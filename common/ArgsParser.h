@@ -12,7 +12,7 @@ namespace Velk {
 // One thread at a time. Keeps its buffers, so that parsing texts of up to 255 characters allocates nothing.
 class ArgsParser {
  public:
-  class Value final : public IArg {
+  class Value : public IArg {
    public:
     const char* AsStr() const override { return m_text; }
     long long AsInt() const override;

@@ -9,6 +9,8 @@
 namespace Velk {
 namespace {
 
+using Durability = AtomicFile::Durability;
+
 // Opens a regular file for writing without touching its content, or makes it. -1: refused.
 int OpenTarget(const char* path, struct stat& status) {
   constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
@@ -52,20 +54,22 @@ Outcome OutcomeOfError() {
 }
 
 // Gives the new file at name all it needs to take the old one's place.
-bool FillTemp(int fd, const struct stat& old, const char* data, size_t size) {
+bool FillTemp(int fd, const struct stat& old, const char* data, size_t size, Durability durability) {
   // Only root may give files away; for anyone else the file was the caller's already, or becomes so.
   const int given = fchown(fd, old.st_uid, old.st_gid);
   static_cast<void>(given);
+  if (fchmod(fd, old.st_mode & 0777) != 0 || !WriteAt(fd, data, size, 0)) return false;
   // Without fsync some file systems have the new name before the new content.
-  return fchmod(fd, old.st_mode & 0777) == 0 && WriteAt(fd, data, size, 0) && fsync(fd) == 0;
+  return durability == Durability::kSurvivesCrash || fsync(fd) == 0;
 }
 
-Outcome ReplaceByRename(const SimpleString& path, const struct stat& old, const char* data, size_t size) {
+Outcome ReplaceByRename(const SimpleString& path, const struct stat& old, const char* data, size_t size,
+                        Durability durability) {
   SimpleString temp = path;
   temp.Append(".XXXXXX");
   const int fd = mkostemp(temp.GetBuffer(temp.Length()), O_CLOEXEC);
   if (fd < 0) return OutcomeOfError();
-  const bool isFilled = FillTemp(fd, old, data, size);
+  const bool isFilled = FillTemp(fd, old, data, size, durability);
   const bool isClosed = close(fd) == 0;
   if (isFilled && isClosed && rename(temp.Str(), path.Str()) == 0) return Outcome::kDone;
   const Outcome outcome = isFilled && isClosed ? OutcomeOfError() : Outcome::kFailed;
@@ -86,11 +90,11 @@ bool Overwrite(int fd, const struct stat& old, const char* data, size_t size) {
   return false;
 }
 
-bool Replace(const SimpleString& path, const char* data, size_t size) {
+bool Replace(const SimpleString& path, const char* data, size_t size, Durability durability) {
   struct stat old {};
   const int target = OpenTarget(path.Str(), old);
   if (target < 0) return false;
-  Outcome outcome = ReplaceByRename(path, old, data, size);
+  Outcome outcome = ReplaceByRename(path, old, data, size, durability);
   if (outcome == Outcome::kRefusedByDirectory && Overwrite(target, old, data, size)) outcome = Outcome::kDone;
   close(target);
   return outcome == Outcome::kDone;
@@ -106,12 +110,12 @@ FILE* AtomicFile::Open(const char* path) {
   return m_stream;
 }
 
-bool AtomicFile::Commit() {
+bool AtomicFile::Commit(Durability durability) {
   if (m_stream == nullptr) return false;
   const bool isWhole = fflush(m_stream) == 0 && ferror(m_stream) == 0;
   const bool isClosed = fclose(m_stream) == 0;
   m_stream = nullptr;
-  const bool isDone = isWhole && isClosed && Replace(m_path, m_data, m_size);
+  const bool isDone = isWhole && isClosed && Replace(m_path, m_data, m_size, durability);
   Discard();
   return isDone;
 }

@@ -8,8 +8,8 @@
 namespace Velk {
 
 // Collects the new version of a file in memory, writes it to a file beside the old one and puts it in place
-// by rename(2), after fsync(2): a reader, and whoever looks after a crash or a power cut, finds all of the
-// old version or all of the new one. A full disk leaves the old one.
+// by rename(2): a reader, and whoever looks after a crash, finds all of the old version or all of the new
+// one. A full disk leaves the old one.
 //
 // Only where the directory refuses (not writable, a name too long, a file mounted on its own) the old file is
 // written over, new bytes beyond its end first, so that a lack of room is found while it is whole. A power
@@ -29,9 +29,14 @@ class AtomicFile {
   // memory.
   FILE* Open(const char* path);
 
+  enum class Durability {
+    kSurvivesPowerCut,  // waits for fsync(2), then all of one version is found after a power cut too
+    kSurvivesCrash      // waits for no disk
+  };
+
   // Puts the new content in place. The file keeps its permissions; a missing one is made. False: path is no
   // regular file, not writable, or has no room for the content; a file just made stays empty then.
-  bool Commit();
+  bool Commit(Durability durability);
 
  private:
   void Discard();

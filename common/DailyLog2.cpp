@@ -310,7 +310,8 @@ void DailyLog2::SyncLog() {
   FILE* const stream = file.Open(m_syncPath.Str());
   if (stream == nullptr) return;
   WriteStored(stream);
-  file.Commit();
+  // Others wait for the mutex meanwhile, the receive loop too, so not for a disk as well.
+  file.Commit(Velk::AtomicFile::Durability::kSurvivesCrash);
 }
 
 void DailyLog2::WriteStored(FILE* file) {

@@ -126,7 +126,8 @@ void GDQ::Post(IGenericDispatchTarget* target, const char* name, const char* arg
 
 void GDQ::PostTimer(unsigned int timerId, unsigned long periodMs, IGenericDispatchTarget* target,
                     const char* name, const char* args) {
-  const auto period = static_cast<uint32_t>(periodMs);
+  constexpr unsigned long kMostMs = 0xFFFFFFFF;
+  const auto period = static_cast<uint32_t>(periodMs < kMostMs ? periodMs : kMostMs);
   Enqueue(Timer64x::GetMsecCount64() + period, period, timerId, target, name, args);
 }
 

@@ -194,7 +194,7 @@ int IniFile3::Save(const char* path) {
   for (const auto* section = m_sections.m_next; section != nullptr; section = section->m_next) {
     WriteSection(file, section);
   }
-  return output.Commit() ? 1 : 0;
+  return output.Commit(Velk::AtomicFile::Durability::kSurvivesPowerCut) ? 1 : 0;
 }
 
 const char* IniFile3::GetString(const char* section, const char* key, const char* def) const {

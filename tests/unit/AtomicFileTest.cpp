@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr auto kDurable = Velk::AtomicFile::Durability::kSurvivesPowerCut;
+
 class AtomicFileTest : public testing::Test {
  protected:
   std::string Path(const std::string& name) const { return m_dir.path + "/" + name; }
@@ -23,7 +25,7 @@ class AtomicFileTest : public testing::Test {
   bool Save(const std::string& name, const std::string& text) const {
     Velk::AtomicFile file;
     fputs(text.c_str(), file.Open(Path(name).c_str()));
-    return file.Commit();
+    return file.Commit(kDurable);
   }
 
   long CountFiles() const { return std::distance(std::filesystem::directory_iterator(m_dir.path), {}); }
@@ -45,8 +47,8 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
       fputs(text.c_str(), out);
       fflush(out);
       EXPECT_EQ(before, m_dir.Read(name));
-      EXPECT_TRUE(file.Commit());
-      EXPECT_FALSE(file.Commit());
+      EXPECT_TRUE(file.Commit(kDurable));
+      EXPECT_FALSE(file.Commit(kDurable));
       EXPECT_EQ(text, m_dir.Read(name));
     }
     struct stat status {};
@@ -77,7 +79,7 @@ TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   }
   Velk::AtomicFile file;
   EXPECT_EQ(nullptr, file.Open(nullptr));
-  EXPECT_FALSE(file.Commit());
+  EXPECT_FALSE(file.Commit(kDurable));
   EXPECT_EQ("keep", m_dir.Read("victim"));
   EXPECT_EQ(before, CountFiles());
 }
