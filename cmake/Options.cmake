@@ -2,6 +2,7 @@
 
 option(VELK_BUILD_TESTS "Build the tests (needs GoogleTest)" ON)
 option(VELK_FUZZ "Build the fuzz targets (clang only)" OFF)
+option(VELK_BUILD_BENCH "Build the microbenchmarks (needs Google Benchmark)" OFF)
 option(VELK_WERROR "Treat warnings as errors (CI does)" OFF)
 set(VELK_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
