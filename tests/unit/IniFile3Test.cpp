@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/unit/IniDump.h"
 #include "tests/unit/TempDirectory.h"
 
 namespace {
@@ -26,28 +27,6 @@ class IniFile3Test : public testing::Test {
 
   TempDirectory m_dir;
 };
-
-// All content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
-std::string Dump(const IniFile3& ini) {
-  struct Context {
-    const IniFile3* ini;
-    std::string text;
-  } context{&ini, {}};
-  ini.EnumSections(
-      [](const char* name, void* user) {
-        auto* to = static_cast<Context*>(user);
-        to->text += std::string("[") + (name != nullptr ? name : "-") + "]";
-        return to->ini->EnumValues(
-            name,
-            [](const char*, const char* key, const char* value, void* out) {
-              static_cast<Context*>(out)->text += std::string("{") + key + "|" + (value ? value : "-") + "}";
-              return true;
-            },
-            user);
-      },
-      &context);
-  return context.text;
-}
 
 TEST_F(IniFile3Test, LoadsLinesAsListed) {
   const std::string longValue(2000, 'v');

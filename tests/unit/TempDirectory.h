@@ -11,8 +11,9 @@
 
 struct TempDirectory {
   TempDirectory() {
-    char name[] = "/tmp/velk-test-XXXXXX";
-    path = mkdtemp(name);
+    const char* const base = getenv("TMPDIR");
+    path = std::string(base != nullptr ? base : "/tmp") + "/velk-test-XXXXXX";
+    if (mkdtemp(&path[0]) == nullptr) abort();
   }
   ~TempDirectory() {
     std::error_code ignored;

@@ -1,0 +1,43 @@
+#!/bin/bash
+# Fuzzes every target for so many seconds, as many at once as there are processors: fuzz/run.sh SECONDS [TARGET...]
+# Starts from the committed seeds and what earlier runs learnt (build-fuzz/corpus). What fails is left in
+# build-fuzz/found; it belongs into fuzz/regressions/TARGET. 0 seconds: only replays seeds and regressions.
+set -eu
+cd "$(dirname "$0")/.."
+
+export seconds=${1:?usage: fuzz/run.sh SECONDS [TARGET...]}
+shift
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -- --quiet
+mkdir -p build-fuzz/found
+[ ! -w /dev/shm ] || export TMPDIR=/dev/shm  # files are fuzzed much faster without a disk
+
+run() {
+  local name=$1 log=build-fuzz/$1.log
+  local options=(-timeout=10 -artifact_prefix="build-fuzz/found/$name-" -print_final_stats=1)
+  local folders=()
+  for folder in "fuzz/seeds/$name" "fuzz/regressions/$name"; do [ ! -d "$folder" ] || folders+=("$folder"); done
+  if [ "$seconds" -eq 0 ]; then
+    options+=(-runs=0)
+  else
+    options+=(-max_total_time="$seconds")
+    [ ! -f "fuzz/$name.dict" ] || options+=(-dict="fuzz/$name.dict")
+    mkdir -p "build-fuzz/corpus/$name"
+    folders=("build-fuzz/corpus/$name" "${folders[@]}")
+  fi
+  if ! "build-fuzz/fuzz/$name" "${options[@]}" "${folders[@]}" >"$log" 2>&1; then
+    tail -n 60 "$log"
+    echo "$name: FAILED, see $log"
+    return 1
+  fi
+  echo "$name: $(grep -a -E 'DONE' "$log" | tail -n 1)"
+}
+export -f run
+
+if [ $# -eq 0 ]; then
+  for source in fuzz/*.cpp; do
+    name=$(basename "$source" .cpp)
+    [ "$name" = Abort ] || set -- "$@" "$name"
+  done
+fi
+printf '%s\n' "$@" | xargs -P "$(nproc)" -I NAME bash -c 'run NAME'
