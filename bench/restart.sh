@@ -1,0 +1,3 @@
+#!/bin/sh
+# See bench/stress.py.
+exec "$(dirname "$0")/stress.sh" restart "$@"
