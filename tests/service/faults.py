@@ -6,7 +6,8 @@ import struct
 
 import namespace
 
-NUMBERS = {"x86_64": {"clone": 56, "wait4": 61}, "aarch64": {"clone": 220, "wait4": 260}}.get(platform.machine())
+NUMBERS = {"x86_64": {"clone": 56, "wait4": 61},
+           "aarch64": {"clone": 220, "wait4": 260}}.get(platform.machine())
 CLONE3 = 435  # the same everywhere
 CLONE_THREAD = 0x10000
 

@@ -52,6 +52,11 @@ class Calls(ServiceTest):
             r"Syslog\.Trace: ERROR: OnDispatchError\(SetVar,remotelog_type x y\) -> 0x[0-9a-f]+",
             r"Syslog\.Trace: SyncVar\(\)$"]))
         self.assertIn(b"<131>Syslog.Trace: SyncVar()\n", collector.heard())
+        # Either of the two variables is change enough.
+        peer.call(b"SetVar remotelog_type none")
+        peer.call(b"SyncVar")
+        service.fence(peer)
+        self.assertEqual(service.count("Syslog.Info: Remote syslog server logging disabled"), 1)
 
     def test_each_type_and_module_has_its_words(self):
         service, collector = self.forwarding_service("debug")

@@ -4,10 +4,10 @@ import socket
 
 from harness import PORT, ServiceTest
 
-WORDS = [b"LogMsg", b"SetVar", b"SyncVar", b"SyncLog", b"logmsg", b"SYNCVAR", b"x" * 300, b"0", b"1", b"2", b"3",
-         b"-9223372036854775809", b"184467440737095516160", b"1e999", b"%s%n%1000000d", b"remotelog_type", b"=",
-         b"'SysLog server'", b"`tick`", b'"double"', b"'a~'b'", b"`open", b"'~", b"[]", b"\0", b"\xff\xfe", b"''",
-         b"\n", b"\r\t\v\f", b"~~~~", b" " * 40, b"a " * 31, b"a " * 32, b"a " * 33]
+WORDS = [b"LogMsg", b"SetVar", b"SyncVar", b"SyncLog", b"logmsg", b"SYNCVAR", b"0", b"1", b"2", b"3",
+         b"-9223372036854775809", b"184467440737095516160", b"1e999", b"%s%n%1000000d", b"=", b"\xff",
+         b"remotelog_type", b"'SysLog server'", b"`tick`", b'"double"', b"'a~'b'", b"`open", b"'~", b"''",
+         b"\0", b"[]", b"\n", b"\r\t\v\f", b"~~~~", b" " * 40, b"x" * 300, b"a " * 31, b"a " * 32, b"a " * 33]
 
 
 class Hostile(ServiceTest):
