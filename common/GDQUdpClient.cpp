@@ -533,6 +533,12 @@ unsigned GDQUdpClient::Held() {
   return m_lines.End() - m_lines.First();
 }
 
+unsigned GDQUdpClient::Unreceipted() {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return m_lines.End() - m_receipted;
+}
+
 GDQUdpClient::State GDQUdpClient::StateLocked() const {
   if (m_isJoined) return State::Joined;
   return m_isRefused ? State::Refused : State::NotJoined;

@@ -100,8 +100,9 @@ class GDQUdpClient final : public GDQUdpBase {
   // they are still tried. Calls no handler.
   unsigned Flush(unsigned timeoutMs);
 
-  // How many calls are held.
+  // How many calls are held; and how many of them the service has not yet been heard to take.
   unsigned Held();
+  unsigned Unreceipted();
 
   State GetState();
   // Waits at most timeoutMs until the state is another than NotJoined, and returns it. Calls no handler.
