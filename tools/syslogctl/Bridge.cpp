@@ -1,0 +1,183 @@
+// syslogctl bridge
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "tools/syslogctl/Commands.h"
+#include "tools/syslogctl/LogSocket.h"
+#include "tools/syslogctl/RecordRing.h"
+#include "tools/syslogctl/Session.h"
+#include "tools/syslogctl/SyslogLine.h"
+#include "tools/syslogctl/Text.h"
+
+namespace Ctl {
+namespace {
+
+constexpr int kReadsAtOnce = 128;  // before the client gets its turn
+
+// The kernel's log, see Documentation/ABI/testing/dev-kmsg: one record a read, from the oldest that is there.
+class KernelLog {
+ public:
+  KernelLog() = default;
+  KernelLog(const KernelLog&) = delete;
+  KernelLog& operator=(const KernelLog&) = delete;
+  ~KernelLog() {
+    if (m_fd >= 0) close(m_fd);
+  }
+
+  // False: said why.
+  bool Open();
+  void ReadInto(RecordRing& ring);
+  int Descriptor() const { return m_fd; }
+
+ private:
+  void CountLoss(const char* record, size_t length, RecordRing& ring);
+
+  int m_fd = -1;
+  unsigned long long m_next = 0;  // sequence number; 0: not known yet
+};
+
+bool KernelLog::Open() {
+  m_fd = open("/dev/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (m_fd >= 0) return true;
+  Say("cannot read the kernel's log, /dev/kmsg: %s", strerror(errno));
+  return false;
+}
+
+void KernelLog::ReadInto(RecordRing& ring) {
+  char record[RecordRing::kMaxRecord];
+  for (int i = 0; i < kReadsAtOnce && ring.HasRoom(); ++i) {
+    const ssize_t length = read(m_fd, record, sizeof record);
+    if (length < 0 && errno == EPIPE) continue;  // overwritten before we came: the numbers will say how many
+    if (length <= 0) return;
+    CountLoss(record, static_cast<size_t>(length), ring);
+    ring.Add({record, static_cast<size_t>(length), true});
+  }
+}
+
+void KernelLog::CountLoss(const char* record, size_t length, RecordRing& ring) {
+  SyslogLine line;
+  unsigned long long number = 0;
+  if (!ParseKmsg(record, length, &line, &number)) return;
+  if (m_next != 0 && number > m_next) ring.AddLoss(number - m_next);
+  m_next = number + 1;
+}
+
+class Bridge {
+ public:
+  explicit Bridge(const Options& options) : m_session(options), m_options(options) {}
+
+  int Run();
+
+ private:
+  int Open();
+  void WaitAndRead();
+  void ReadSocket();
+  void HandOn();
+  bool HandOnRecord(const RecordRing::Record& record);
+  bool HandOnLine(const SyslogLine& line);
+  int Finish();
+
+  Session m_session;
+  const Options& m_options;
+  LogSocket m_socket;
+  KernelLog m_kernel;
+  RecordRing m_ring;
+  size_t m_handedOn = 0;  // of the oldest record's text
+  CallText m_call;
+};
+
+int Bridge::Open() {
+  if (!m_socket.Open(m_options.socket)) return kUsage;
+  if (m_options.kmsg && !m_kernel.Open()) return kUsage;
+  Velk::GDQUdpClient::Options how;
+  how.waitMs = 0;
+  return m_session.Open(how);
+}
+
+void Bridge::ReadSocket() {
+  char record[RecordRing::kMaxRecord];
+  for (int i = 0; i < kReadsAtOnce; ++i) {
+    const ssize_t length = recv(m_socket.Descriptor(), record, sizeof record, 0);
+    if (length < 0) return;
+    m_ring.Add({record, static_cast<size_t>(length), false});
+  }
+}
+
+void Bridge::WaitAndRead() {
+  // While the ring is full the kernel keeps its own messages; programs, though, would have to wait.
+  const bool wantsKernel = m_kernel.Descriptor() >= 0 && m_ring.HasRoom();
+  pollfd inputs[] = {{m_socket.Descriptor(), POLLIN, 0}, {m_kernel.Descriptor(), POLLIN, 0}};
+  m_session.Wait(inputs, wantsKernel ? 2 : 1, Velk::GDQUdpClient::kForever);
+  if (inputs[0].revents != 0) ReadSocket();
+  if (inputs[1].revents != 0) m_kernel.ReadInto(m_ring);
+}
+
+// False: the client can't take more now.
+bool Bridge::HandOnLine(const SyslogLine& line) {
+  Velk::SimpleString text(static_cast<unsigned>(line.textLength + line.pidLength) + 4, 64);
+  if (line.pidLength != 0)
+    text.Append('[').Append(line.pid, static_cast<unsigned>(line.pidLength)).Append("] ");
+  AppendWithoutNul(text, line.text, line.textLength);
+  const size_t room = RoomForLine(line.type, line.module);
+  Cut cut{0, 0};
+  // An empty text is a line too, but only once.
+  while (CutLine(text.Str() + m_handedOn, text.Length() - m_handedOn, true, room, &cut) || m_handedOn == 0) {
+    WriteLogCall(m_call, line.type, line.module, text.Str() + m_handedOn, cut.length);
+    if (!m_session.Client().SendMsg(m_call.Str())) return false;
+    m_handedOn += cut.consumed;
+    if (text.IsEmpty()) break;
+  }
+  return true;
+}
+
+bool Bridge::HandOnRecord(const RecordRing::Record& record) {
+  if (!record.isKernel) return HandOnLine(ParseSyslog(record.text, record.length));
+  SyslogLine line;
+  unsigned long long number = 0;
+  return !ParseKmsg(record.text, record.length, &line, &number) || HandOnLine(line);
+}
+
+void Bridge::HandOn() {
+  RecordRing::Record record;
+  while (m_ring.Front(&record) && HandOnRecord(record)) {
+    m_ring.Pop();
+    m_handedOn = 0;
+  }
+}
+
+// What programs have written until now still goes out, if the service takes it in time.
+int Bridge::Finish() {
+  const unsigned long long begin = NowMs();
+  ReadSocket();
+  RecordRing::Record record;
+  for (HandOn(); m_ring.Front(&record) && NowMs() - begin < m_options.timeoutMs; HandOn()) {
+    m_session.Wait(m_options.timeoutMs);
+  }
+  return m_session.Finish(true);
+}
+
+int Bridge::Run() {
+  const int opened = Open();
+  if (opened != kDone) return opened;
+  while (!Session::IsInterrupted()) {
+    WaitAndRead();
+    HandOn();
+    m_session.TellChanges();
+  }
+  return Finish();
+}
+
+}  // namespace
+
+int RunBridge(const Options& options) {
+  // Not on the stack, for its ring's sake.
+  auto* const bridge = new Bridge(options);
+  const int result = bridge->Run();
+  delete bridge;
+  return result;
+}
+
+}  // namespace Ctl

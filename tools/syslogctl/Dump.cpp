@@ -1,0 +1,159 @@
+// syslogctl dump
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/syslogctl/Commands.h"
+#include "tools/syslogctl/Machine.h"
+#include "tools/syslogctl/Session.h"
+
+namespace Ctl {
+namespace {
+
+constexpr char kPath[] = "/tmp/synclog";
+constexpr size_t kMaxFile = 8 << 20;  // 500 lines of 2 KiB are far below
+
+// A file's content, and why there is none.
+class Content {
+ public:
+  Content() = default;
+  Content(const Content&) = delete;
+  Content& operator=(const Content&) = delete;
+  ~Content() { free(m_bytes); }
+
+  // False: errno.
+  bool Read(const char* path);
+
+  const char* Bytes() const { return m_bytes; }
+  size_t Size() const { return m_size; }
+
+ private:
+  bool ReadOpen(int fd);
+
+  char* m_bytes = nullptr;
+  size_t m_size = 0;
+};
+
+bool Content::Read(const char* path) {
+  // Anybody may have put anything under a name in /tmp.
+  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return false;
+  const bool isRead = ReadOpen(fd);
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return isRead;
+}
+
+bool Content::ReadOpen(int fd) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) return false;
+  if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(kMaxFile)) {
+    errno = EINVAL;
+    return false;
+  }
+  const auto size = static_cast<size_t>(status.st_size);
+  char* const bytes = static_cast<char*>(realloc(m_bytes, size + 1));
+  if (bytes == nullptr) return false;
+  m_bytes = bytes;
+  m_size = 0;
+  while (m_size < size) {
+    const ssize_t count = read(fd, m_bytes + m_size, size - m_size);
+    if (count < 0) return false;
+    if (count == 0) break;
+    m_size += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+// Nobody answers a call, and the file may be an older one, or one that another program has just asked for. So
+// a line that only we know goes into the log, and the file that has it is ours.
+struct Mark {
+  char text[32];
+
+  Mark() {
+    unsigned long long number = 0;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) < 0)
+      number = static_cast<unsigned long long>(getpid());
+    snprintf(text, sizeof text, "dump %016llx", number);
+  }
+};
+
+constexpr char kModule[] = "syslogctl";
+
+int AskForFile(Session& session, const Mark& mark) {
+  CallText line, sync;
+  WriteLogCall(line, Info, kModule, mark.text, strlen(mark.text));
+  (sync << "SyncLog").CallObj();
+  const int result = session.Send(line);
+  return result == kDone ? session.Send(sync) : result;
+}
+
+// True where the content has a line that ends with the mark.
+bool HasMark(const Content& content, const Mark& mark) {
+  return content.Size() != 0 &&
+         memmem(content.Bytes(), content.Size(), mark.text, strlen(mark.text)) != nullptr;
+}
+
+bool PrintWithoutMark(const Content& content, const Mark& mark) {
+  const char* line = content.Bytes();
+  const char* const end = line + content.Size();
+  while (line < end) {
+    const auto* const lineFeed =
+        static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
+    const auto length = static_cast<size_t>((lineFeed != nullptr ? lineFeed + 1 : end) - line);
+    const bool isOurs = memmem(line, length, mark.text, strlen(mark.text)) != nullptr;
+    if (!isOurs && fwrite(line, 1, length, stdout) != length) return false;
+    line += length;
+  }
+  return fflush(stdout) == 0;
+}
+
+int WaitForFile(const Options& options, Session& session, const Mark& mark, Content& content) {
+  constexpr unsigned kPauseMs = 20;
+  const unsigned tries = options.timeoutMs / kPauseMs + 1;
+  int error = ENOENT;
+  for (unsigned i = 0; i < tries && !Session::IsInterrupted(); ++i) {
+    error = content.Read(kPath) ? 0 : errno;
+    if (error == 0 && HasMark(content, mark)) return kDone;
+    session.Pause(kPauseMs);
+  }
+  if (error != 0) {
+    Say("cannot read %s: %s", kPath, strerror(error));
+  } else {
+    Say("%s is not the log of now: either the service cannot write it (see its owner and permissions), or "
+        "the "
+        "service has another /tmp, as in a container",
+        kPath);
+  }
+  return error != 0 ? kUsage : kNotConfirmed;
+}
+
+}  // namespace
+
+int RunDump(const Options& options) {
+  if (!IsThisMachine(options.server)) {
+    Say("dump reads %s on the service's machine, and %s is another one: run it there", kPath, options.server);
+    return kUsage;
+  }
+  Session session(options);
+  Velk::GDQUdpClient::Options how;
+  how.waitMs = 0;
+  how.heldLines = 16;
+  const Mark mark;
+  Content content;
+  int result = session.Join(how);
+  if (result == kDone) result = AskForFile(session, mark);
+  if (result == kDone) result = WaitForFile(options, session, mark, content);
+  if (result != kDone) return result;
+  if (PrintWithoutMark(content, mark)) return kDone;
+  Say("cannot write to standard output: %s", strerror(errno));
+  return kUsage;
+}
+
+}  // namespace Ctl

@@ -1,0 +1,145 @@
+// syslogctl log
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "tools/syslogctl/Commands.h"
+#include "tools/syslogctl/LineReader.h"
+#include "tools/syslogctl/Session.h"
+
+namespace Ctl {
+namespace {
+
+// A line on the terminal that says how far we are, from the second second on.
+class Progress {
+ public:
+  explicit Progress(const Options& options) : m_isShown(!options.quiet && isatty(STDERR_FILENO) != 0) {
+    struct stat status;
+    if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode)) m_total = status.st_size;
+    m_next = time(nullptr) + 2;
+  }
+  ~Progress() {
+    if (m_wasShown) fputs("\r\033[K", stderr);
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void Show(unsigned long long lines, unsigned held, unsigned long long bytes) {
+    const time_t now = m_isShown ? time(nullptr) : 0;
+    if (!m_isShown || now < m_next) return;
+    m_next = now + 1;
+    m_wasShown = true;
+    fprintf(stderr, "\r%llu lines sent, %llu of them confirmed", lines, lines - held);
+    if (m_total > 0)
+      fprintf(stderr, ", %.0f %%", 100.0 * static_cast<double>(bytes) / static_cast<double>(m_total));
+    fputs("\033[K", stderr);
+  }
+
+ private:
+  bool m_isShown;
+  bool m_wasShown = false;
+  off_t m_total = 0;  // 0: unknown
+  time_t m_next;
+};
+
+class Logger {
+ public:
+  Logger(const Options& options, Session& session)
+      : m_options(options), m_session(session), m_room(RoomForLine(options.level, options.module)) {}
+
+  int LogWords();
+  int LogInput();
+
+ private:
+  int LogLine(const char* text, size_t length);
+  int LogPieces(LineReader& reader);
+  void WaitForInput();
+
+  const Options& m_options;
+  Session& m_session;
+  const size_t m_room;
+  CallText m_call;
+  unsigned long long m_lines = 0;
+};
+
+int Logger::LogLine(const char* text, size_t length) {
+  WriteLogCall(m_call, m_options.level, m_options.module, text, length);
+  ++m_lines;
+  return m_session.Send(m_call);
+}
+
+int Logger::LogWords() {
+  Velk::SimpleString text;
+  for (int i = 0; i < m_options.wordCount; ++i) {
+    if (i != 0) text.Append(' ');
+    text.Append(m_options.words[i]);
+  }
+  if (text.IsEmpty()) return LogLine("", 0);
+  const char* rest = text.Str();
+  size_t left = text.Length();
+  Cut cut;
+  while (CutLine(rest, left, true, m_room, &cut)) {
+    const int result = LogLine(rest, cut.length);
+    if (result != kDone) return result;
+    rest += cut.consumed;
+    left -= cut.consumed;
+  }
+  return kDone;
+}
+
+int Logger::LogPieces(LineReader& reader) {
+  const char* text;
+  size_t length;
+  while (!Session::IsInterrupted() && reader.Next(&text, &length)) {
+    const int result = LogLine(text, length);
+    if (result != kDone) return result;
+  }
+  return kDone;
+}
+
+void Logger::WaitForInput() {
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  while (input.revents == 0 && !Session::IsInterrupted())
+    m_session.Wait(&input, 1, Velk::GDQUdpClient::kForever);
+}
+
+int Logger::LogInput() {
+  Progress progress(m_options);
+  LineReader reader(STDIN_FILENO, m_room);
+  for (;;) {
+    const int result = LogPieces(reader);
+    if (result != kDone || reader.AtEnd() || Session::IsInterrupted()) return result;
+    progress.Show(m_lines, m_session.Client().Held(), reader.BytesRead());
+    WaitForInput();
+    if (!Session::IsInterrupted() && !reader.Read()) {
+      Say("cannot read standard input: %s", strerror(errno));
+      return kUsage;
+    }
+  }
+}
+
+}  // namespace
+
+int RunLog(const Options& options) {
+  // 2 MiB if they are needed: some 40,000 lines a second, since each is held for the client's kSettleMs.
+  constexpr unsigned kHeldLines = 8192;
+  Session session(options);
+  Velk::GDQUdpClient::Options how;
+  how.waitMs = 0;
+  how.heldLines = kHeldLines;
+  const int joined = session.Join(how);
+  if (joined != kDone) return joined;
+  Logger logger(options, session);
+  const int result = options.wordCount != 0 ? logger.LogWords() : logger.LogInput();
+  if (result != kDone && result != kUsage) return result;
+  // What was read goes out even if the rest could not be read.
+  const int finished = session.Finish(options.confirm);
+  if (finished == kDone && Session::IsInterrupted() && options.wordCount == 0)
+    Say("interrupted; all lines read so far are logged");
+  return result != kDone ? result : finished;
+}
+
+}  // namespace Ctl

@@ -1,0 +1,12 @@
+// Tool layer: which machine is meant.
+#pragma once
+
+namespace Ctl {
+
+// The server, "host" or "host:port", is an address of this machine.
+bool IsThisMachine(const char* server);
+
+// The host's name, or IPv4 address, means something here. May block for the resolver's time.
+bool CanResolve(const char* host);
+
+}  // namespace Ctl

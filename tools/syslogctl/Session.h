@@ -1,0 +1,75 @@
+// Tool layer: one conversation with the service.
+#pragma once
+
+#include <poll.h>
+
+#include "common/GDOBase.h"
+#include "common/GDQUdpClient.h"
+#include "common/SimpleString.h"
+#include "tools/syslogctl/Options.h"
+
+namespace Ctl {
+
+// Writes a call down instead of making it: (text << "SetVar" << name << value).CallObj().
+class CallText final : public Velk::GDOBase {
+ public:
+  void Call(const char* name, const char* args) override;
+
+  const char* Str() const { return m_text.Str(); }
+  unsigned Length() const { return m_text.Length(); }
+
+ private:
+  Velk::SimpleString m_text{512, 512};
+};
+
+// Writes a LogMsg call of one line, which brings no line feed, into call.
+void WriteLogCall(CallText& call, ELogMessageType type, const char* module, const char* text, size_t length);
+// How many bytes, as CutLine counts them, a line of this module may have to fit in one call.
+size_t RoomForLine(ELogMessageType type, const char* module);
+
+// Milliseconds of a clock that nobody sets.
+unsigned long long NowMs();
+
+// A client of the service, and what there is to say about it. SIGINT, SIGTERM and SIGHUP end its waiting in
+// order; a second one ends the process. One at a time, on one thread.
+class Session {
+ public:
+  static constexpr int kMostDescriptors = 2;
+
+  explicit Session(const Options& options);
+
+  // Starts to join and returns at once. Anything but kDone: said why.
+  int Open(const Velk::GDQUdpClient::Options& how);
+  // The same, and waits until joined or the timeout is over.
+  int Join(const Velk::GDQUdpClient::Options& how);
+
+  // Sends or holds a call, and waits for room as long as there is progress. Anything but kDone: said why.
+  int Send(const CallText& call);
+  // Waits for receipts of all that was sent, isConfirmed: until it is confirmed, as long as there is
+  // progress. Anything but kDone: said why.
+  int Finish(bool isConfirmed);
+
+  // Lets the client work, then waits until a descriptor is ready (revents says which), the client has
+  // something to do, it is interrupted, or about timeoutMs passed.
+  void Wait(pollfd* descriptors, int count, unsigned timeoutMs);
+  void Wait(unsigned timeoutMs) { Wait(nullptr, 0, timeoutMs); }
+  // Lets the client work for so long, or until interrupted.
+  void Pause(unsigned ms);
+  static bool IsInterrupted();
+
+  // Says, once, when the service is gone, refuses us or is back. For commands that go on meanwhile.
+  void TellChanges();
+
+  Velk::GDQUdpClient& Client() { return m_client; }
+
+ private:
+  int ExplainSilence();
+  unsigned Unfinished(bool isConfirmed);
+
+  const Options& m_options;
+  Velk::GDQUdpClient m_client;
+  Velk::GDQUdpClient::State m_toldState = Velk::GDQUdpClient::State::Joined;
+  unsigned m_toldJoins = 1;
+};
+
+}  // namespace Ctl

@@ -1,0 +1,137 @@
+// syslogctl set, remote and call: few calls, each confirmed.
+#include <ctype.h>
+#include <netdb.h>
+#include <string.h>
+
+#include "tools/syslogctl/Commands.h"
+#include "tools/syslogctl/Machine.h"
+#include "tools/syslogctl/Session.h"
+
+namespace Ctl {
+namespace {
+
+Velk::GDQUdpClient::Options FewCalls() {
+  Velk::GDQUdpClient::Options how;
+  how.waitMs = 0;
+  how.heldLines = 16;
+  return how;
+}
+
+int SetVariable(Session& session, const char* name, const char* value) {
+  CallText call;
+  (call << "SetVar" << name << value).CallObj();
+  return session.Send(call);
+}
+
+}  // namespace
+
+int RunSet(const Options& options) {
+  if (*options.words[0] == '\0') {
+    Say("a variable has a name");
+    return kUsage;
+  }
+  Session session(options);
+  int result = session.Join(FewCalls());
+  if (result == kDone) result = SetVariable(session, options.words[0], options.words[1]);
+  return result == kDone ? session.Finish(true) : result;
+}
+
+namespace {
+
+constexpr char kTypeVariable[] = "remotelog_type";
+constexpr char kAddressVariable[] = "remotelog_addr";
+constexpr char kOn[] = "SysLog server";
+constexpr char kOff[] = "none";
+
+// The service looks at the variables only if one was changed since it started. Of two different values one is
+// always a change.
+int SendForwarding(Session& session, const char* host) {
+  CallText sync;
+  (sync << "SyncVar").CallObj();
+  int result = SetVariable(session, kTypeVariable, "");
+  if (result == kDone && host != nullptr) result = SetVariable(session, kAddressVariable, host);
+  if (result == kDone) result = SetVariable(session, kTypeVariable, host != nullptr ? kOn : kOff);
+  if (result == kDone) result = session.Send(sync);
+  return result == kDone ? session.Finish(true) : result;
+}
+
+// Variables are lost in a restart: those set before it must not be counted with those set after it.
+int SetForwarding(const Options& options, const char* host) {
+  constexpr int kTries = 5;
+  Session session(options);
+  int result = session.Join(FewCalls());
+  for (int i = 0; i < kTries && result == kDone; ++i) {
+    const unsigned joins = session.Client().Joins();
+    result = SendForwarding(session, host);
+    if (session.Client().Joins() == joins) return result;
+  }
+  if (result != kDone) return result;
+  Say("the service restarts again and again: its console says why");
+  return kNotConfirmed;
+}
+
+bool IsHost(const char* host) {
+  constexpr size_t kMaxHost = 79;  // the service looks up no longer names
+  const size_t length = strlen(host);
+  if (length == 0 || length > kMaxHost || strpbrk(host, " \t\r\n") != nullptr) {
+    Say("'%s' is no host: a name or an IPv4 address, 1 to %zu characters", host, kMaxHost);
+    return false;
+  }
+  if (strchr(host, ':') == nullptr) return true;
+  Say("'%s' has a port: syslog servers are reached at port 514, always", host);
+  return false;
+}
+
+// The service answers no call, so what it could not do stands in its log only.
+int CheckHost(const Options& options, const char* host) {
+  if (CanResolve(host)) return kDone;
+  const bool isSameMachine = IsThisMachine(options.server);
+  Say("'%s' can't be resolved on this machine%s", host,
+      isSameMachine ? ", where the service runs: forwarding stays as it was" : "; perhaps on the service's");
+  Say("look for 'Cannot connect to syslog server at UDP %s:514' in the service's log (syslogctl dump)", host);
+  return isSameMachine ? kNotConfirmed : kDone;
+}
+
+}  // namespace
+
+int RunRemote(const Options& options) {
+  const bool isOn = strcmp(options.words[0], "on") == 0 && options.wordCount == 2;
+  const bool isOff = strcmp(options.words[0], "off") == 0 && options.wordCount == 1;
+  if (isOff) return SetForwarding(options, nullptr);
+  if (!isOn) {
+    Say("usage: syslogctl remote on HOST, or: syslogctl remote off");
+    return kUsage;
+  }
+  const char* const host = options.words[1];
+  if (!IsHost(host)) return kUsage;
+  const int result = SetForwarding(options, host);
+  return result == kDone ? CheckHost(options, host) : result;
+}
+
+namespace {
+
+bool IsCallName(const char* name) {
+  if (*name == '\0') return false;
+  while (*name != '\0' && isspace(static_cast<unsigned char>(*name)) == 0) ++name;
+  return *name == '\0';
+}
+
+}  // namespace
+
+int RunCall(const Options& options) {
+  if (!IsCallName(options.words[0])) {
+    Say("'%s' is no name of a call: it is empty or has white space", options.words[0]);
+    return kUsage;
+  }
+  CallText text;
+  Velk::ArgsBuilder2 call = text << options.words[0];
+  for (int i = 1; i < options.wordCount; ++i) call << options.words[i];
+  call.CallObj();
+
+  Session session(options);
+  int result = session.Join(FewCalls());
+  if (result == kDone) result = session.Send(text);
+  return result == kDone ? session.Finish(true) : result;
+}
+
+}  // namespace Ctl
