@@ -2,7 +2,7 @@
 # Builds everything and runs every test: unit and black-box, in the release and both sanitizer builds.
 # Writes into build*/ only, but for Debian packages that it installs when root. Ends with one summary.
 set -u
-cd "$(dirname "$0")"
+cd "$(dirname "$0")" || exit 1
 
 tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-tidy clang libclang-rt-dev || exit 1
 
@@ -30,9 +30,14 @@ step() {
 build() { cmake --preset "$1" -DVELK_WERROR="${CI:-OFF}" -DVELK_BUILD_TESTS=ON && cmake --build --preset "$1"; }
 folder() { if [ "$1" = release ]; then echo build; else echo "build-$1"; fi; }
 unit() { "$(folder "$1")/tests/unit_tests" --gtest_brief=1; }
-service() { python3 tests/service/run.py --binary "$(folder "$1")/syslog"; }
+service() {
+  local more=()
+  [ "$1" != release ] || [ ! -x build/collectors/syslog-ng ] || more=(--collectors build/collectors)
+  python3 tests/service/run.py --binary "$(folder "$1")/syslog" "${more[@]}"
+}
 sources() { git ls-files '*.h' '*.cpp' '*.c'; }
 
+tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "rsyslog and syslog-ng are not to be had: their tests are left out"
 step "format" bash -c "$(declare -f sources); sources | xargs clang-format --dry-run --Werror"
 for preset in release asan tsan; do
   step "build $preset" build $preset

@@ -130,8 +130,8 @@ def stop(process):
         process.wait()
 
 
-def first_line(command, env=None):
-    run = subprocess.run(command, capture_output=True, text=True, env=env)
+def first_line(command):
+    run = subprocess.run(command, capture_output=True, text=True)
     return (run.stdout + run.stderr).splitlines()[0]
 
 
@@ -155,19 +155,16 @@ destination f {{ file("{folder}/syslog-ng.log" flush-lines(1)); }};
 destination n {{ network("{COLLECTOR}" port(514) transport("udp")); }};
 log {{ source(s); destination(f); destination(n); }};
 """)
-    root = f"{WORK}/syslog-ng"
-    libraries = f"{root}/usr/lib/syslog-ng:{root}/usr/lib/x86_64-linux-gnu:{root}/lib/x86_64-linux-gnu"
-    ng_env = {**os.environ, "LD_LIBRARY_PATH": libraries}
-    ng = f"{root}/usr/sbin/syslog-ng"
+    collectors = os.path.abspath("build/collectors")
     found = [
         Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "bench/floor.c"),
         Row("this service", [os.path.abspath("build/syslog")], "call", "11001", "this tree"),
-        Row("rsyslogd", ["rsyslogd", "-n", "-f", rsyslog, "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
-            first_line(["rsyslogd", "-v"]).split(" (")[0]),
-        Row("syslog-ng", ["env", f"LD_LIBRARY_PATH={libraries}", ng, "-F", "--no-caps", "-f", syslog_ng,
-                          "--module-path", f"{root}/usr/lib/syslog-ng/3.38", "-R", f"{folder}/ng.persist",
-                          "-p", f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
-            first_line([ng, "-V"], ng_env).strip()),
+        Row("rsyslogd", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog, "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
+            first_line([f"{collectors}/rsyslogd", "-v"]).split(" (")[0]),
+        Row("syslog-ng", [f"{collectors}/syslog-ng", "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist", "-p",
+                          f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
+            first_line([f"{collectors}/syslog-ng", "-V"]).strip()),
+        Row("this service, one CPU", ["taskset", "-c", "0", os.path.abspath("build/syslog")], "call", "11001", "held on one processor by taskset"),
         Row("busybox syslogd", ["busybox", "syslogd", "-n", "-L", "-R", f"{COLLECTOR}:514", "-O",
                                 f"{folder}/busybox.log"], "unix", "/dev/log",
             first_line(["busybox"]).split(" (")[0]),

@@ -17,6 +17,7 @@ def arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--binary", required=True, help="the service")
     parser.add_argument("--tool", help="the command line tool; its tests are left out without it")
+    parser.add_argument("--collectors", help="folder that tools/collectors.sh filled; their tests are left out without it")
     parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name has PATTERN")
     parser.add_argument("-v", "--verbose", action="store_true")
     return parser.parse_args()
@@ -29,6 +30,8 @@ def run(args):
     lines = os.path.join(os.path.dirname(args.binary), "tests", "velk_lines")
     if os.path.exists(lines):
         files["velk_lines"] = lines
+    if args.collectors:
+        files.update({"collectors": args.collectors, "examples": os.path.join(REPOSITORY, "examples")})
     namespace.prepare(files)
     faulthandler.dump_traceback_later(TIME_LIMIT, exit=True)
 
