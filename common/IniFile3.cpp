@@ -231,13 +231,6 @@ bool IniFile3::GetBool(const char* section, const char* key, bool def) const {
   return value[0] != '\0' && strchr("TtYy1", value[0]) != nullptr;
 }
 
-float IniFile3::GetDb(const char* section, const char* key, float def) const {
-  const ValNode* node = FindNode(section, key);
-  if (node == nullptr) return def;
-  const char* value = node->m_value.Str();
-  return static_cast<float>(Db2Float(value != nullptr ? strtod(value, nullptr) : 0));
-}
-
 void IniFile3::SetInt(const char* section, const char* key, int value) {
   char text[16];
   snprintf(text, sizeof text, "%d", value);
@@ -253,10 +246,6 @@ void IniFile3::SetDouble(const char* section, const char* key, double value) {
 
 void IniFile3::SetBool(const char* section, const char* key, bool value) {
   SetString(section, key, value ? "true" : "false");
-}
-
-void IniFile3::SetDb(const char* section, const char* key, float factor) {
-  SetDouble(section, key, Float2Db(static_cast<double>(factor)));
 }
 
 bool IniFile3::EnumSections(SectionCallback callback, void* user) const {
@@ -312,13 +301,4 @@ IniFile3::SectNode* IniFile3::AddSectNode(const char* section) {
 
 IniFile3::ValNode* IniFile3::AddValNode(const char* section, const char* key, const char* value) {
   return key != nullptr ? AddValue(AddSectNode(section), key, value) : nullptr;
-}
-
-double IniFile3::Float2Db(double x) {
-  constexpr double kSilence = -100;
-  return x == 0 ? kSilence : 20 * log10(x);
-}
-
-double IniFile3::Db2Float(double d) {
-  return pow(10, d / 20);
 }
