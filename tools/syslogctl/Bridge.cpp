@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "common/LogCall.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/LogSocket.h"
 #include "tools/syslogctl/RecordRing.h"
@@ -15,7 +16,8 @@
 namespace Ctl {
 namespace {
 
-constexpr int kReadsAtOnce = 128;  // before the client gets its turn
+constexpr unsigned kHeldLines = 8192;  // 2 MiB in a burst: some 40,000 lines a second get through
+constexpr int kReadsAtOnce = 128;      // before the client gets its turn
 
 // The kernel's log, see Documentation/ABI/testing/dev-kmsg: one record a read, from the oldest that is there.
 class KernelLog {
@@ -85,8 +87,8 @@ class Bridge {
   LogSocket m_socket;
   KernelLog m_kernel;
   RecordRing m_ring;
-  size_t m_handedOn = 0;  // of the oldest record's text
-  CallText m_call;
+  unsigned m_callsTaken = 0;  // of the oldest record's
+  Velk::SimpleString m_text{1024, 1024};
 };
 
 int Bridge::Open() {
@@ -94,6 +96,7 @@ int Bridge::Open() {
   if (m_options.kmsg && !m_kernel.Open()) return kUsage;
   Velk::GDQUdpClient::Options how;
   how.waitMs = 0;
+  how.heldLines = kHeldLines;
   return m_session.Open(how);
 }
 
@@ -115,22 +118,27 @@ void Bridge::WaitAndRead() {
   if (inputs[1].revents != 0) m_kernel.ReadInto(m_ring);
 }
 
-// False: the client can't take more now.
+// False: the client can't take more now. What it took already is skipped when the record's turn comes again.
 bool Bridge::HandOnLine(const SyslogLine& line) {
-  Velk::SimpleString text(static_cast<unsigned>(line.textLength + line.pidLength) + 4, 64);
+  m_text.Empty();
   if (line.pidLength != 0)
-    text.Append('[').Append(line.pid, static_cast<unsigned>(line.pidLength)).Append("] ");
-  AppendWithoutNul(text, line.text, line.textLength);
-  const size_t room = RoomForLine(line.type, line.module);
-  Cut cut{0, 0};
-  // An empty text is a line too, but only once.
-  while (CutLine(text.Str() + m_handedOn, text.Length() - m_handedOn, true, room, &cut) || m_handedOn == 0) {
-    WriteLogCall(m_call, line.type, line.module, text.Str() + m_handedOn, cut.length);
-    if (!m_session.Client().SendMsg(m_call.Str())) return false;
-    m_handedOn += cut.consumed;
-    if (text.IsEmpty()) break;
+    m_text.Append('[').Append(line.pid, static_cast<unsigned>(line.pidLength)).Append("] ");
+  const char* rest = line.text;
+  size_t left = line.textLength;
+  const char* part = "";
+  size_t length = 0;
+  unsigned calls = 0;
+  // An empty text is a line too.
+  for (TakeLine(&rest, &left, &part, &length);; m_text.Empty()) {
+    AppendWithoutNul(m_text, part, length);
+    Velk::LogCall call(line.type, line.module, m_text.Str());
+    while (const char* const text = call.Next()) {
+      if (calls++ < m_callsTaken) continue;
+      if (!m_session.Client().SendMsg(text)) return false;
+      ++m_callsTaken;
+    }
+    if (!TakeLine(&rest, &left, &part, &length)) return true;
   }
-  return true;
 }
 
 bool Bridge::HandOnRecord(const RecordRing::Record& record) {
@@ -144,7 +152,7 @@ void Bridge::HandOn() {
   RecordRing::Record record;
   while (m_ring.Front(&record) && HandOnRecord(record)) {
     m_ring.Pop();
-    m_handedOn = 0;
+    m_callsTaken = 0;
   }
 }
 

@@ -87,10 +87,9 @@ struct Mark {
 constexpr char kModule[] = "syslogctl";
 
 int AskForFile(Session& session, const Mark& mark) {
-  CallText line, sync;
-  WriteLogCall(line, Info, kModule, mark.text, strlen(mark.text));
+  CallText sync;
   (sync << "SyncLog").CallObj();
-  const int result = session.Send(line);
+  const int result = session.SendLine(Info, kModule, mark.text);
   return result == kDone ? session.Send(sync) : result;
 }
 

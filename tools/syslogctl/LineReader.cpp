@@ -4,19 +4,31 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "tools/syslogctl/Text.h"
+
 namespace Ctl {
 
 bool LineReader::Next(const char** text, size_t* length) {
-  Cut cut;
-  if (!CutLine(m_buffer + m_begin, m_end - m_begin, m_ended, m_room, &cut)) return false;
-  *text = m_buffer + m_begin;
-  *length = cut.length;
-  m_begin += cut.consumed;
+  const char* const begin = m_buffer + m_begin;
+  const size_t held = m_end - m_begin;
+  const bool isLong = held > m_mostLength;
+  const size_t looked = isLong ? m_mostLength + 1 : held;
+  const auto* const lineFeed = static_cast<const char*>(memchr(begin, '\n', looked));
+  if (lineFeed == nullptr && !isLong && (!m_ended || held == 0)) return false;
+
+  *text = begin;
+  if (lineFeed != nullptr) {
+    *length = static_cast<size_t>(lineFeed - begin);
+    m_begin += *length + 1;
+    return true;
+  }
+  *length = isLong ? CharacterStart(begin, m_mostLength) : held;
+  m_begin += *length;
   return true;
 }
 
 bool LineReader::Read() {
-  // What Next() left is shorter than a piece, so there is always room to read into.
+  // What Next() left is no longer than kMostLength, so there is always room to read into.
   memmove(m_buffer, m_buffer + m_begin, m_end - m_begin);
   m_end -= m_begin;
   m_begin = 0;

@@ -1,17 +1,20 @@
-// Tool layer: standard input as lines that fit in a call.
+// Tool layer: standard input as lines.
 #pragma once
 
-#include "tools/syslogctl/Text.h"
+#include <cstddef>
 
 namespace Ctl {
 
-// Lines of a descriptor, in pieces of at most room bytes when quoted (CutLine). Holds 32 KiB whatever the
-// length of a line.
+// Lines of a descriptor. One longer than mostLength bytes comes in several pieces, cut between UTF-8
+// characters. Holds 32 KiB whatever the length of a line.
 class LineReader {
  public:
-  LineReader(int fd, size_t room) : m_fd(fd), m_room(room) {}
+  static constexpr size_t kMostLength = 16384;
 
-  // The next piece that is there already; valid until the next Read(). False: Read() is needed, or AtEnd().
+  explicit LineReader(int fd, size_t mostLength = kMostLength) : m_fd(fd), m_mostLength(mostLength) {}
+
+  // The next line or piece that is there already, without its line feed; valid until the next Read(). False:
+  // Read() is needed, or AtEnd().
   bool Next(const char** text, size_t* length);
 
   // One read(2), which may block. False: it failed, errno says why.
@@ -23,10 +26,10 @@ class LineReader {
   unsigned long long BytesRead() const { return m_bytesRead; }
 
  private:
-  static constexpr size_t kBufferSize = 32768;
+  static constexpr size_t kBufferSize = 2 * kMostLength;
 
   int m_fd;  // not owned
-  size_t m_room;
+  size_t m_mostLength;
   bool m_ended = false;
   size_t m_begin = 0;  // what is still to be taken: m_begin to m_end
   size_t m_end = 0;

@@ -9,6 +9,7 @@
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/LineReader.h"
 #include "tools/syslogctl/Session.h"
+#include "tools/syslogctl/Text.h"
 
 namespace Ctl {
 namespace {
@@ -47,50 +48,46 @@ class Progress {
 
 class Logger {
  public:
-  Logger(const Options& options, Session& session)
-      : m_options(options), m_session(session), m_room(RoomForLine(options.level, options.module)) {}
+  Logger(const Options& options, Session& session) : m_options(options), m_session(session) {}
 
   int LogWords();
   int LogInput();
 
  private:
   int LogLine(const char* text, size_t length);
-  int LogPieces(LineReader& reader);
+  int LogLines(LineReader& reader);
   void WaitForInput();
 
   const Options& m_options;
   Session& m_session;
-  const size_t m_room;
-  CallText m_call;
+  Velk::SimpleString m_text{1024, 1024};
   unsigned long long m_lines = 0;
 };
 
 int Logger::LogLine(const char* text, size_t length) {
-  WriteLogCall(m_call, m_options.level, m_options.module, text, length);
+  m_text.Empty();
+  AppendWithoutNul(m_text, text, length);
   ++m_lines;
-  return m_session.Send(m_call);
+  return m_session.SendLine(m_options.level, m_options.module, m_text.Str());
 }
 
 int Logger::LogWords() {
-  Velk::SimpleString text;
+  Velk::SimpleString words;
   for (int i = 0; i < m_options.wordCount; ++i) {
-    if (i != 0) text.Append(' ');
-    text.Append(m_options.words[i]);
+    if (i != 0) words.Append(' ');
+    words.Append(m_options.words[i]);
   }
-  if (text.IsEmpty()) return LogLine("", 0);
-  const char* rest = text.Str();
-  size_t left = text.Length();
-  Cut cut;
-  while (CutLine(rest, left, true, m_room, &cut)) {
-    const int result = LogLine(rest, cut.length);
-    if (result != kDone) return result;
-    rest += cut.consumed;
-    left -= cut.consumed;
-  }
-  return kDone;
+  if (words.IsEmpty()) return LogLine("", 0);
+  const char* text = words.Str();
+  size_t left = words.Length();
+  const char* line;
+  size_t length;
+  int result = kDone;
+  while (result == kDone && TakeLine(&text, &left, &line, &length)) result = LogLine(line, length);
+  return result;
 }
 
-int Logger::LogPieces(LineReader& reader) {
+int Logger::LogLines(LineReader& reader) {
   const char* text;
   size_t length;
   while (!Session::IsInterrupted() && reader.Next(&text, &length)) {
@@ -108,9 +105,9 @@ void Logger::WaitForInput() {
 
 int Logger::LogInput() {
   Progress progress(m_options);
-  LineReader reader(STDIN_FILENO, m_room);
+  LineReader reader(STDIN_FILENO);
   for (;;) {
-    const int result = LogPieces(reader);
+    const int result = LogLines(reader);
     if (result != kDone || reader.AtEnd() || Session::IsInterrupted()) return result;
     progress.Show(m_lines, m_session.Client().Held(), reader.BytesRead());
     WaitForInput();

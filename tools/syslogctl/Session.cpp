@@ -5,7 +5,7 @@
 #include <string.h>
 #include <time.h>
 
-#include "tools/syslogctl/Text.h"
+#include "common/LogCall.h"
 
 namespace Ctl {
 namespace {
@@ -66,19 +66,6 @@ void CallText::Call(const char* name, const char* args) {
   m_text.Set(name).Append(' ').Append(args);
 }
 
-void WriteLogCall(CallText& call, ELogMessageType type, const char* module, const char* text, size_t length) {
-  Velk::SimpleString line(static_cast<unsigned>(length) + 8, 64);
-  AppendWithoutNul(line, text, length);
-  line.Append('\n');
-  (call << "LogMsg" << static_cast<int>(type) << module << line.Str()).CallObj();
-}
-
-size_t RoomForLine(ELogMessageType type, const char* module) {
-  CallText empty;
-  WriteLogCall(empty, type, module, "", 0);
-  return Velk::GDQUdpClient::kMaxTaggedText - empty.Length();
-}
-
 Session::Session(const Options& options) : m_options(options) {
   CatchInterrupts();
 }
@@ -123,11 +110,20 @@ int Session::ExplainSilence() {
   return kNotConfirmed;
 }
 
-int Session::Send(const CallText& call) {
+int Session::SendLine(ELogMessageType type, const char* module, const char* text) {
+  Velk::LogCall call(type, module, text);
+  while (const char* const piece = call.Next()) {
+    const int result = Send(piece);
+    if (result != kDone) return result;
+  }
+  return kDone;
+}
+
+int Session::Send(const char* call) {
   const Patience patience(m_options.timeoutMs);
-  while (!m_client.SendMsg(call.Str())) {
+  while (!m_client.SendMsg(call)) {
     if (errno == EMSGSIZE) {
-      Say("the call is too long: %u bytes, %u fit in a datagram", call.Length(),
+      Say("the call is too long: %zu bytes, %u fit in a datagram", strlen(call),
           Velk::GDQUdpClient::kMaxTaggedText);
       return kUsage;
     }
@@ -187,15 +183,21 @@ bool Session::IsInterrupted() {
 }
 
 void Session::TellChanges() {
+  constexpr unsigned kShortMs = 1000;  // a join, or a restart, that nobody need to hear of while it goes on
   const State state = m_client.GetState();
   const unsigned joins = m_client.Joins();
-  if (joins > m_toldJoins && state == State::Joined && !m_options.quiet)
-    Say("joined %s again", m_options.server);
-  if (joins > m_toldJoins) m_toldJoins = joins;
-  if (state == m_toldState) return;
+  if (state != m_state) {
+    m_state = state;
+    m_stateSinceMs = NowMs();
+  }
+  const bool isRejoined = state == State::Joined && joins > m_toldJoins;
+  const bool isNews = isRejoined || state != m_toldState;
+  if (!isNews || (state == State::NotJoined && NowMs() - m_stateSinceMs < kShortMs)) return;
   m_toldState = state;
+  if (state == State::Joined) m_toldJoins = joins;
   if (m_options.quiet) return;
   if (state == State::NotJoined) Say("%s does not answer; trying again", m_options.server);
+  if (state == State::Joined) Say("joined %s%s", m_options.server, joins > 1 ? " again" : "");
   if (state == State::Refused) {
     Say("%s answers but takes nothing from us: wrong password? Trying again", m_options.server);
   }

@@ -16,16 +16,10 @@ class CallText final : public Velk::GDOBase {
   void Call(const char* name, const char* args) override;
 
   const char* Str() const { return m_text.Str(); }
-  unsigned Length() const { return m_text.Length(); }
 
  private:
   Velk::SimpleString m_text{512, 512};
 };
-
-// Writes a LogMsg call of one line, which brings no line feed, into call.
-void WriteLogCall(CallText& call, ELogMessageType type, const char* module, const char* text, size_t length);
-// How many bytes, as CutLine counts them, a line of this module may have to fit in one call.
-size_t RoomForLine(ELogMessageType type, const char* module);
 
 // Milliseconds of a clock that nobody sets.
 unsigned long long NowMs();
@@ -44,7 +38,10 @@ class Session {
   int Join(const Velk::GDQUdpClient::Options& how);
 
   // Sends or holds a call, and waits for room as long as there is progress. Anything but kDone: said why.
-  int Send(const CallText& call);
+  int Send(const CallText& call) { return Send(call.Str()); }
+  int Send(const char* call);
+  // The same for a line of the log, as several calls where it is too long for one. It brings no line feed.
+  int SendLine(ELogMessageType type, const char* module, const char* text);
   // Waits for receipts of all that was sent, isConfirmed: until it is confirmed, as long as there is
   // progress. Anything but kDone: said why.
   int Finish(bool isConfirmed);
@@ -68,6 +65,8 @@ class Session {
 
   const Options& m_options;
   Velk::GDQUdpClient m_client;
+  Velk::GDQUdpClient::State m_state = Velk::GDQUdpClient::State::NotJoined;
+  unsigned long long m_stateSinceMs = NowMs();
   Velk::GDQUdpClient::State m_toldState = Velk::GDQUdpClient::State::Joined;
   unsigned m_toldJoins = 1;
 };

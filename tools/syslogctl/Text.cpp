@@ -4,48 +4,30 @@
 #include <string.h>
 
 namespace Ctl {
+bool TakeLine(const char** text, size_t* left, const char** line, size_t* length) {
+  if (*left == 0) return false;
+  const auto* const lineFeed = static_cast<const char*>(memchr(*text, '\n', *left));
+  *line = *text;
+  *length = lineFeed != nullptr ? static_cast<size_t>(lineFeed - *text) : *left;
+  const size_t taken = *length + (lineFeed != nullptr ? 1 : 0);
+  *text += taken;
+  *left -= taken;
+  return true;
+}
+
 namespace {
 
 bool IsContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
-// A tilde goes before tildes and back-quotes, and a NUL becomes two characters.
-size_t QuotedSize(char c) {
-  return c == '`' || c == '~' || c == '\0' ? 2 : 1;
-}
+}  // namespace
 
-// The nearest place at or before at where a character starts, or at itself in text that is not UTF-8.
 size_t CharacterStart(const char* text, size_t at) {
   constexpr size_t kMaxContinuations = 3;
   size_t start = at;
   while (start > 0 && at - start < kMaxContinuations && IsContinuation(text[start])) --start;
   return start > 0 && !IsContinuation(text[start]) ? start : at;
-}
-
-// How many bytes fit in room.
-size_t FitLength(const char* text, size_t length, size_t room) {
-  size_t fit = 0;
-  while (fit < length) {
-    const size_t size = QuotedSize(text[fit]);
-    if (size > room) return CharacterStart(text, fit);
-    room -= size;
-    ++fit;
-  }
-  return fit;
-}
-
-}  // namespace
-
-bool CutLine(const char* text, size_t length, bool isAll, size_t room, Cut* cut) {
-  if (length == 0) return false;
-  const auto* const lineFeed = static_cast<const char*>(memchr(text, '\n', length));
-  const size_t line = lineFeed != nullptr ? static_cast<size_t>(lineFeed - text) : length;
-  const size_t fit = FitLength(text, line, room);
-  if (fit == line && lineFeed == nullptr && !isAll) return false;
-  cut->length = fit;
-  cut->consumed = fit == line && lineFeed != nullptr ? fit + 1 : fit;
-  return true;
 }
 
 void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length) {

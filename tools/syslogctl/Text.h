@@ -7,16 +7,13 @@
 
 namespace Ctl {
 
-// The first piece of a text: length bytes from its start, then consumed - length bytes to step over.
-struct Cut {
-  size_t length;
-  size_t consumed;
-};
+// Takes the first line off a text: *line and *length are the line without its line feed, *text and *left what
+// is behind it. False: the text is empty.
+bool TakeLine(const char** text, size_t* left, const char** line, size_t* length);
 
-// Cuts the first line off text, or as much of it as takes up to room bytes when quoted as an argument,
-// between two UTF-8 characters (text that is not UTF-8 is cut anywhere). room is 8 or more. isAll: no more
-// text will follow, so that an end without a line feed ends a line too. False: there is no whole piece yet.
-bool CutLine(const char* text, size_t length, bool isAll, size_t room, Cut* cut);
+// The nearest place at or before at where a UTF-8 character starts, or at itself in text that is not UTF-8.
+// text[at] must be there.
+size_t CharacterStart(const char* text, size_t at);
 
 // Appends text with each NUL, which would end the call, as the two characters \0.
 void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length);
