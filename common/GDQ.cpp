@@ -161,6 +161,11 @@ void GDQ::WaitForRoomLocked() {
   --m_waitingPosters;
 }
 
+bool GDQ::IsHalfFull() {
+  const ScopedLock lock(m_listMutex);
+  return m_maxPosts != 0 && m_messages.PostCount() > m_maxPosts / 2;
+}
+
 void GDQ::TellRoomLocked() {
   if (m_waitingPosters != 0 && m_messages.PostCount() <= m_maxPosts / 2) pthread_cond_broadcast(&m_room);
 }
@@ -265,7 +270,8 @@ void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
     done = delivery.m_oneShot;
     // Deliberately with the wait as it was: what is due behind a message that does not parse is looked at
     // when that wait ends or with the next post, so that a peer's garbage gets one look per post and no more.
-    if (!Deliver(delivery, parser)) break;
+    // Unless that could be the post that waits for room: both threads would wait for ever.
+    if (!Deliver(delivery, parser) && !IsHalfFull()) break;
   }
   if (done == nullptr) return;
   const ScopedLock lock(m_listMutex);

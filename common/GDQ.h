@@ -98,6 +98,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   void Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericDispatchTarget* target,
                const char* name, const char* args);
   void WaitForRoomLocked();
+  bool IsHalfFull();
   void TellRoomLocked();
   Node* TakeSpareLocked();
   void RecycleLocked(Node* node) { m_free.InsertAfter(nullptr, node); }

@@ -26,6 +26,7 @@ class Run final : Velk::IGenericDispatchQueue::IErrorReport {
  public:
   explicit Run(Choices choices) : m_choices(choices) {
     m_queue.m_errorReporter = this;
+    m_queue.m_maxPosts = m_choices.Below(8);
     for (Target& target : m_targets) target.m_run = this;
   }
 
@@ -67,7 +68,10 @@ class Run final : Velk::IGenericDispatchQueue::IErrorReport {
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
     EXPECT_STREQ("'open", args);
     Deliver(target, name);
-    // The rest is looked at after a wait as long as the last one, unless there was a post.
+    // The rest is looked at after a wait as long as the last one, unless there was a post or are many.
+    const auto isPost = [](const Message& message) { return message.dueMs == 0; };
+    const auto posts = std::count_if(m_pending.begin(), m_pending.end(), isPost);
+    if (m_queue.m_maxPosts != 0 && posts > m_queue.m_maxPosts / 2) return;
     m_keepsWait = !m_isSignalled;
     m_isSignalled = false;
   }
