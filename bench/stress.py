@@ -5,6 +5,7 @@ restart [COUNT]   time from a killed child to the next nonce
 soak MINUTES      several peers, random calls, killed children: memory, descriptors and order are watched
 flood [SECONDS]   a peer that sends as fast as it can: memory, and what others still get
 strangers [COUNT] connects from distinct addresses: memory, and what they cost an admitted peer
+confirmed [COUNT] a child killed COUNT times under `syslogctl log --confirm`: every confirmed line at the collector
 
 Runs in namespaces of its own, with the harness of the tests of the service. bench/stress.sh builds what it needs.
 """
@@ -26,6 +27,7 @@ import namespace  # noqa: E402  (found by the line above)
 
 COLLECTOR = "127.0.0.2"
 LOAD_PORT = 40000  # load.c sends from it
+SO_RCVBUFFORCE = 33  # socket(7); Python has no name for it
 failures = []
 
 
@@ -224,9 +226,67 @@ def strangers(harness, count):
     service.stop()
 
 
+class Listener(threading.Thread):
+    """Notes the numbers of the lines that reach the collector."""
+
+    def __init__(self, collector):
+        super().__init__(daemon=True)
+        self.collector, self.seen, self.lines, self.ended = collector, set(), 0, False
+
+    def run(self):
+        while not self.ended:
+            datagram = self.collector.receive(0.1)
+            while datagram is not None:
+                _, mark, number = datagram.partition(b"line ")
+                if mark:
+                    self.lines += 1
+                    self.seen.add(int(number.split()[0]))
+                datagram = self.collector.receive(0)
+
+
+def confirmed(harness, kills):
+    collector = harness.Collector(COLLECTOR)
+    collector.socket.setsockopt(harness.socket.SOL_SOCKET, SO_RCVBUFFORCE, 64 << 20)
+    listener = Listener(collector)
+    listener.start()
+    os.makedirs(os.path.dirname(harness.CONFIG), exist_ok=True)
+    with open(harness.CONFIG, "w") as configuration:
+        configuration.write(harness.SYSLOG_ON % COLLECTOR)
+    service = harness.Service(stdout=subprocess.DEVNULL)
+    tool = subprocess.Popen([harness.TOOL, "-q", "--timeout", "30", "log", "--confirm"], stdin=subprocess.PIPE)
+    ended = threading.Event()
+
+    def feed():
+        number = 0
+        while not ended.is_set():
+            tool.stdin.write(b"".join(b"line %d\n" % n for n in range(number, number + 50)))
+            tool.stdin.flush()
+            number += 50
+            time.sleep(0.01)
+        tool.stdin.close()
+        feeder.count = number
+    feeder = threading.Thread(target=feed)
+    feeder.start()
+    for _ in range(kills):
+        time.sleep(random.uniform(0.05, 0.35))
+        service.kill_child()
+    ended.set()
+    feeder.join()
+    status = tool.wait(60)
+    time.sleep(0.5)
+    listener.ended = True
+    listener.join()
+    service.stop()
+    lost = set(range(feeder.count)) - listener.seen
+    print(f"{kills} kills, {feeder.count:,} lines confirmed with exit status {status}, {listener.lines:,} arrived, "
+          f"{len(lost)} lost")
+    require(status == 0, "the tool says that all are confirmed")
+    require(not lost, "every confirmed line reached the collector")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["restart", "soak", "flood", "strangers"])
+    parser.add_argument("what", choices=["restart", "soak", "flood", "strangers", "confirmed"])
     parser.add_argument("amount", type=float, nargs="?")
     args = parser.parse_args()
     status = namespace.enter()
@@ -234,10 +294,11 @@ def main():
         sys.exit(status)
     build = os.path.join(REPOSITORY, "build")
     tests = os.path.dirname(namespace.__file__)
-    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "tests": tests})
+    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "tool": f"{build}/syslogctl", "tests": tests})
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
     import harness  # it looks at the service, which is in its place only now
     runs = {"restart": lambda: restart(harness, int(args.amount or 200)), "soak": lambda: soak(harness, args.amount or 10),
+            "confirmed": lambda: confirmed(harness, int(args.amount or 1000)),
             "flood": lambda: flood(harness, args.amount or 5), "strangers": lambda: strangers(harness, int(args.amount or 200000))}
     runs[args.what]()
     sys.exit(1 if failures else 0)

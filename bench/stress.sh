@@ -1,10 +1,10 @@
 #!/bin/sh
-# Strains the running service: bench/stress.sh restart|soak|flood|strangers [AMOUNT], see bench/stress.py.
+# Strains the running service: bench/stress.sh restart|soak|flood|strangers|confirmed [AMOUNT], see bench/stress.py.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3
 cmake --preset release >/dev/null
-cmake --build --preset release --target syslog -- --quiet
+cmake --build --preset release --target syslog syslogctl -- --quiet
 mkdir -p build/bench
 gcc -O2 -Wall -Wextra bench/load.c -o build/bench/load
 exec python3 bench/stress.py "$@"

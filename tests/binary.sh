@@ -1,0 +1,26 @@
+#!/bin/sh
+# Checks what the release binaries promise: tests/binary.sh BINARY...
+# Nothing but the C library at run time, hardened, and small.
+set -u
+status=0
+require() {
+  description=$1
+  shift
+  "$@" || { echo "$binary: $description" && status=1; }
+}
+is_small() { [ "$(stat -c %s "$binary")" -le 102400 ]; }
+has() { printf '%s\n' "$facts" | grep -qE "$1"; }
+lacks() { ! has "$1"; }
+
+for binary in "$@"; do
+  facts=$(readelf -hlsdW "$binary") || exit 1
+  require "must need nothing but libc" lacks 'NEEDED.*lib(stdc|gcc|m\.)'
+  require "must be position independent" has 'Type:.*DYN'
+  require "must have its relocations read-only" has 'GNU_RELRO'
+  require "must be bound at start" has 'BIND_NOW|Flags:.*NOW'
+  require "must have no executable stack" lacks 'GNU_STACK.*RWE'
+  require "must check its stack" has '__stack_chk_fail'
+  require "must use checked string functions" has '__(vsnprintf|snprintf|memcpy|fprintf|recvfrom|recv|vfprintf|printf)_chk'
+  require "must have at most 100 KiB" is_small
+done
+exit $status
