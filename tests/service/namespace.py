@@ -51,17 +51,26 @@ def enter():
     """Runs this program again inside and returns its exit status; returns None when that is where we are."""
     if STAGE in os.environ:
         return None
-    user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
-    unshare = ["unshare", *user, "--mount", "--net", "--pid", "--fork", "--kill-child"]
-    probe = subprocess.run([*unshare, "true"], stderr=subprocess.PIPE, text=True)
-    if probe.returncode != 0:
-        raise Unavailable(probe.stderr.strip())
+    unshare = _working_unshare()
     root = tempfile.mkdtemp(prefix="service-tests-")
     try:
         environment = {**os.environ, STAGE: root, "PYTHONDONTWRITEBYTECODE": "1"}
         return subprocess.run([*unshare, sys.executable, *sys.argv], env=environment).returncode
     finally:
         os.rmdir(root)
+
+
+def _working_unshare():
+    """Root needs no user namespace, and may do without one where the kernel grants none."""
+    base = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child"]
+    for unshare in (base, [*base, "--user", "--map-root-user"]):
+        try:
+            probe = subprocess.run([*unshare, "true"], stderr=subprocess.PIPE, text=True)
+        except OSError as error:
+            raise Unavailable(str(error)) from error
+        if probe.returncode == 0:
+            return unshare
+    raise Unavailable(probe.stderr.strip())
 
 
 def prepare(files):
