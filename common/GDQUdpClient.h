@@ -29,7 +29,8 @@ namespace Velk {
 // Reliable means: a call is sent again until receipted, and held until the service is known to have lived on
 // for kSettleMs, the time in which it runs what it took; if it restarts before, the call is sent again. So
 // each confirmed call was run at least once. Repeats happen; without them (of each call's copies the last
-// that was receipted), calls stand in the order in which they were sent, as long as the service runs.
+// that was receipted), calls stand in the order in which they were sent, as long as the service runs and the
+// path does not swap two calls and then their receipts back again, which nobody here could see.
 //
 // Absence, restarts and losses are what it is made for: it joins and joins again by itself, and holds calls
 // meanwhile, as many as Options::heldLines. Somebody has to give it time for that: an event loop that calls

@@ -16,7 +16,7 @@ TIME_LIMIT = 280  # seconds, for everything; the tests end far earlier
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--binary", required=True, help="the service")
-    parser.add_argument("--tool", help="the command line tool; its tests are left out without it")
+    parser.add_argument("--tool", help="the command line tool; default: syslogctl beside the service")
     parser.add_argument("--collectors", help="folder that tools/collectors.sh filled; their tests are left out without it")
     parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name has PATTERN")
     parser.add_argument("-v", "--verbose", action="store_true")
@@ -25,8 +25,9 @@ def arguments():
 
 def run(args):
     files = {"syslog": args.binary, "tests": HERE, "peer.py": os.path.join(REPOSITORY, "examples", "peer.py")}
-    if args.tool and os.path.exists(args.tool):
-        files["tool"] = args.tool
+    tool = args.tool or os.path.join(os.path.dirname(args.binary), "syslogctl")
+    if os.path.exists(tool):
+        files["tool"] = tool
     lines = os.path.join(os.path.dirname(args.binary), "tests", "velk_lines")
     if os.path.exists(lines):
         files["velk_lines"] = lines

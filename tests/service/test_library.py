@@ -1,128 +1,19 @@
 """libvelk: what it confirmed has arrived, whatever happens to the service or to datagrams on the way."""
 import os
-import random
-import re
-import selectors
-import socket
 import subprocess
-import threading
 import time
 
 import namespace
-from harness import PORT, ServiceTest, until
+from lines import LINES, PROXY_PORT, LinesTest
 
 PROGRAM = os.path.join(namespace.FILES, "velk_lines")
-LINES = 20000
-PROXY_PORT = 12001
 THREAD = "1"  # VELK_THREAD
 
 
-class Counter(threading.Thread):
-    """Reads a collector all the time, so that nothing is lost there, and keeps the numbers of the lines."""
-
-    def __init__(self, collector):
-        super().__init__(daemon=True)
-        self.collector = collector
-        self.numbers = []
-        self.done = False
-
-    def run(self):
-        while not self.done:
-            datagram = self.collector.receive(0.1)
-            match = datagram and re.fullmatch(rb"<134>lib\.Info: line (\d+)\n", datagram)
-            if match:
-                self.numbers.append(int(match[1]))
-
-
-class LossyPath(threading.Thread):
-    """Stands before the service: of the datagrams each way it drops, doubles and delays some."""
-
-    def __init__(self, rate):
-        super().__init__(daemon=True)
-        self.random = random.Random(1)
-        self.rate = rate
-        self.late = []  # sent behind those that come after them
-        self.done = False
-        self.peers = {}  # address of the client to the socket that stands for it, and back
-        self.front = self.open(("127.0.0.1", PROXY_PORT))
-        self.selector = selectors.DefaultSelector()
-        self.selector.register(self.front, selectors.EVENT_READ)
-
-    @staticmethod
-    def open(address):
-        opened = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        opened.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
-        opened.bind(address)
-        opened.setblocking(False)
-        return opened
-
-    def run(self):
-        while not self.done:
-            for key, _ in self.selector.select(0.01):
-                self.receive(key.fileobj)
-            late, self.late = self.late, []
-            for datagram in late:
-                self.send(*datagram)
-
-    def receive(self, source):
-        for _ in range(20):
-            try:
-                data, sender = source.recvfrom(2048)
-            except (BlockingIOError, ConnectionRefusedError):
-                return
-            if source is not self.front:
-                self.pass_on(self.front, data, self.peers[source])
-                continue
-            if sender not in self.peers:
-                back = self.open(("127.0.0.1", 0))
-                self.selector.register(back, selectors.EVENT_READ)
-                self.peers[sender], self.peers[back] = back, sender
-            self.pass_on(self.peers[sender], data, ("127.0.0.1", PORT))
-
-    def pass_on(self, through, data, receiver):
-        chance = self.random.random() / self.rate
-        if chance < 1:
-            return
-        if chance < 2:
-            self.late.append((through, data, receiver))
-            return
-        self.send(through, data, receiver)
-        if chance < 3:
-            self.send(through, data, receiver)
-
-    @staticmethod
-    def send(through, data, receiver):
-        try:
-            through.sendto(data, receiver)
-        except ConnectionRefusedError:
-            pass
-
-
-class Library(ServiceTest):
-    def start(self):
-        service, collector = self.forwarding_service()
-        until(service.child, "a child")
-        counter = Counter(collector)
-        counter.start()
-        self.addCleanup(counter.join)
-        self.addCleanup(setattr, counter, "done", True)
-        return service, counter
-
+class Library(LinesTest):
     def write_lines(self, server, flags="0"):
         return subprocess.Popen([PROGRAM, server, str(LINES), flags], stdout=subprocess.PIPE,
                                 stderr=subprocess.STDOUT, text=True)
-
-    def check(self, program, counter):
-        """Every line has arrived, and without its repeats each stands behind the one before."""
-        said = program.communicate(timeout=120)[0]
-        self.assertEqual(program.returncode, 0, said)
-        until(lambda: len(set(counter.numbers)) == LINES,
-              lambda: f"{LINES} lines, of which {LINES - len(set(counter.numbers))} are missing")
-        expected = 0
-        for number in counter.numbers:
-            expected += number == expected
-        self.assertEqual(expected, LINES)
-        print(f"{self.id()}: {said.strip()}, {len(counter.numbers) - LINES} repeats")
 
     def test_no_confirmed_line_is_lost_while_the_child_is_killed(self):
         service, counter = self.start()
@@ -134,12 +25,9 @@ class Library(ServiceTest):
 
     def test_no_line_is_lost_on_a_lossy_path(self):
         service, counter = self.start()
-        path = LossyPath(0.05)
-        path.start()
-        self.addCleanup(path.join)
-        self.addCleanup(setattr, path, "done", True)
+        self.lossy_path()
         program = self.write_lines(f"127.0.0.1:{PROXY_PORT}", THREAD)
         for _ in range(3):
             time.sleep(0.5)
             service.kill_child()
-        self.check(program, counter)
+        self.check(program, counter, in_order=False)  # it swaps calls, and their receipts back again
