@@ -41,7 +41,7 @@ def run(args):
     tests = loader.discover(os.path.join(namespace.FILES, "tests"), "test_*.py")
     result = unittest.TextTestRunner(verbosity=2 if args.verbose else 1).run(tests)
     for test, reason in result.skipped:
-        print(f"left out: {test}: {reason}")
+        print(f"left out: {test.id()}: {reason}")
     if result.testsRun == 0:
         print("no test has such a name")
     return 0 if result.wasSuccessful() and result.testsRun > 0 else 1
