@@ -30,7 +30,9 @@ constexpr uint64_t kBlockedUs = 10 * kMs;
 constexpr uint64_t kRejoinUs = 5000 * kMs;  // how long a client without an ear trusts its admission
 constexpr unsigned kLeastAnswerMs = 50;
 constexpr unsigned kMostAnswerMs = 1000;
-constexpr unsigned kTries = 3;
+constexpr unsigned kProofs = 3;   // probes without an answer before a join has failed
+constexpr unsigned kResends = 1;  // without an answer before we take the service to have forgotten us
+constexpr unsigned kMostDoublings = 3;
 constexpr unsigned kRefusals = 2;          // failed proofs, each with other ports, before we call it that
 constexpr uint64_t kRestUs = 10000 * kMs;  // then it tries again; each wrong cookie is a line in the log
 constexpr unsigned kReopenTries = 4;       // a socket keeps its local address, which may have changed
@@ -199,14 +201,16 @@ void GDQUdpClient::SendConnects() {
   }
 }
 
-// Also when joined: a CONN may have taken its time and reached a service that has restarted meanwhile.
+// Also when joined: a CONN may have taken its time and reached a service that has restarted meanwhile. A new
+// cookie while proving is used by the next try, lest something that answers all we send with a nonce keeps us
+// busy.
 void GDQUdpClient::HandleNonce(PeerSocket& socket, const char* nonce) {
   if (m_phase == Phase::Resting) return;
   socket.TakeNonce(nonce, m_password.Str());
   if (&socket == &m_mouth) m_handshakeUs = static_cast<unsigned>(NowUs() - m_sinceUs) | 1;
   if (!HasEar()) {
     BecomeJoined();
-  } else if (m_mouth.HasCookie() && m_ear.HasCookie()) {
+  } else if (m_mouth.HasCookie() && m_ear.HasCookie() && m_phase != Phase::Proving) {
     m_phase = Phase::Proving;
     m_tries = 0;
     Rewind();
@@ -394,7 +398,7 @@ uint64_t GDQUdpClient::DueUs() const {
   if (m_phase == Phase::Resting) return m_sinceUs + kRestUs;
   if (m_isBlocked) return m_sinceUs + kBlockedUs;
   if (m_phase != Phase::Joined || IsWaiting()) {
-    const unsigned patience = m_answerMs << (m_tries < kTries ? m_tries : kTries);
+    const unsigned patience = m_answerMs << (m_tries < kMostDoublings ? m_tries : kMostDoublings);
     return m_sinceUs + (patience < kMostAnswerMs ? patience : kMostAnswerMs) * kMs;
   }
   if (m_lines.First() != m_receipted) {
@@ -415,10 +419,10 @@ void GDQUdpClient::OnDue() {
     if (++m_tries == kReopenTries) m_isRefused = false;
     SendConnects();
   } else if (m_phase == Phase::Proving) {
-    if (++m_tries < kTries) return SendProof();
+    if (++m_tries < kProofs) return SendProof();
     GiveUpProof();
   } else if (IsWaiting()) {
-    if (++m_tries > kTries) return StartJoin();
+    if (++m_tries > kResends) return StartJoin();
     if (m_next != m_receipted) return GoBack(0);
     m_sinceUs = NowUs();
     SendProbe(false);

@@ -1,0 +1,356 @@
+#include "common/GDQUdpClient.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "common/LogPrinter.h"
+#include "tests/unit/CapturedLog.h"
+#include "tests/unit/StubService.h"
+#include "tests/unit/WaitFor.h"
+
+using Velk::GDQUdpClient;
+using State = GDQUdpClient::State;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+constexpr unsigned kLongMs = 20000;
+
+std::string Number(unsigned number) {
+  return "Call " + std::to_string(number);
+}
+
+Lines Numbers(unsigned first, unsigned end) {
+  Lines lines;
+  for (; first < end; ++first) lines.push_back(Number(first));
+  return lines;
+}
+
+bool SendNumbers(GDQUdpClient& client, unsigned first, unsigned end) {
+  for (; first < end; ++first) {
+    if (!client.SendMsg(Number(first).c_str())) return false;
+  }
+  return true;
+}
+
+// The lines without repeats: of the copies the first that stands behind the line before.
+Lines InOrder(const Lines& lines) {
+  Lines ordered;
+  for (const std::string& line : lines) {
+    if (line == Number(static_cast<unsigned>(ordered.size()))) ordered.push_back(line);
+  }
+  return ordered;
+}
+
+// Gives the client time, as an event loop does, until the condition holds.
+template <typename Condition>
+bool RunUntil(GDQUdpClient& client, Condition condition) {
+  return WaitFor([&] {
+    pollfd watched = {client.Descriptor(), POLLIN, 0};
+    if (poll(&watched, 1, 5) == 1) client.Process();
+    return condition();
+  });
+}
+
+GDQUdpClient::Options Unwaiting(unsigned heldLines) {
+  GDQUdpClient::Options options;
+  options.waitMs = 0;
+  options.heldLines = heldLines;
+  return options;
+}
+
+class Heard : public Velk::GDOBase {
+ public:
+  void Call(const char* name, const char* args) override {
+    m_calls.push_back(std::string(name) + "|" + args);
+  }
+  virtual ~Heard() = default;
+
+  Lines m_calls;
+};
+
+}  // namespace
+
+TEST(GDQUdpClient, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind) {
+  StubService service;
+  service.Stop();
+  GDQUdpClient client;
+  EXPECT_EQ(-1, client.Descriptor());
+  EXPECT_FALSE(client.SendMsg("x"));
+  EXPECT_EQ(EBADF, errno);
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  EXPECT_TRUE(SendNumbers(client, 0, 300));
+  EXPECT_EQ(300u, client.Flush(150));
+  EXPECT_EQ(State::NotJoined, client.GetState());
+
+  ASSERT_TRUE(service.Start());
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_EQ(State::Joined, client.GetState());
+  EXPECT_EQ(Numbers(0, 300), service.Lines());  // without a fault there are no repeats
+  EXPECT_GT(client.HandshakeMicros(), 0u);
+  EXPECT_EQ(2u, service.Admitted().size());
+  client.Close();
+  EXPECT_TRUE(WaitFor([&] { return service.Admitted().empty(); }));
+}
+
+TEST(GDQUdpClient, TellsRefusalFromSilenceAndRubbish) {
+  StubService service("other");
+  GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", Unwaiting(100)));
+  EXPECT_EQ(State::Refused, client.WaitForAnswer(kLongMs));
+  EXPECT_TRUE(client.SendMsg("x"));
+  EXPECT_EQ(1u, client.Flush(0));
+  EXPECT_EQ(0u, client.Joins());
+  client.Flush(100);
+  const unsigned datagrams = service.m_datagrams;
+  client.Flush(300);  // must not fill the service's log with its wrong cookies
+  EXPECT_EQ(datagrams, service.m_datagrams);
+
+  StubService rubbish;
+  rubbish.m_answersRubbish = true;
+  ASSERT_TRUE(client.Open(rubbish.Address().c_str(), "mosk"));
+  EXPECT_NE(State::Joined, client.WaitForAnswer(kLongMs));
+
+  EXPECT_FALSE(client.Open("", "mosk"));
+  EXPECT_EQ(EHOSTUNREACH, errno);
+}
+
+TEST(GDQUdpClient, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
+  StubService service;
+  GDQUdpClient probe;
+  ASSERT_TRUE(probe.Open(service.Address().c_str(), "mosk"));
+  ASSERT_EQ(State::Joined, probe.WaitForAnswer(kLongMs));
+  service.m_deafPort = *service.Admitted().begin();
+  probe.Close();
+  GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  EXPECT_TRUE(SendNumbers(client, 0, 1));
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+}
+
+// The service may end with what it has taken but not run.
+TEST(GDQUdpClient, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
+  StubService service;
+  GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_TRUE(SendNumbers(client, 0, 10));
+  ASSERT_EQ(0u, client.Flush(kLongMs));
+  ASSERT_TRUE(SendNumbers(client, 10, 20));
+  ASSERT_TRUE(WaitFor([&] { return service.Lines().size() == 20; }));
+  client.Process();  // all receipts are here
+  EXPECT_EQ(10u, client.Held());
+  service.Restart(GDQUdpClient::kSettleMs / 2);
+  EXPECT_TRUE(RunUntil(client, [&] { return client.Held() == 0; }));
+  EXPECT_EQ(Numbers(0, 20), InOrder(service.Lines()));
+  const Lines lines = service.Lines();
+  EXPECT_EQ(1, std::count(lines.begin(), lines.end(), Number(9)));
+  EXPECT_EQ(2u, client.Joins());
+
+  service.Restart(0);
+  ASSERT_TRUE(SendNumbers(client, 20, 21));
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_EQ(lines.size() + 1, service.Lines().size());
+}
+
+TEST(GDQUdpClient, LosesNothingAndKeepsTheOrderThroughEveryFault) {
+  StubService service;
+  service.m_faultPercent = 5;
+  std::atomic<bool> isDone{false};
+  std::thread restarts([&] {
+    while (!isDone) {
+      usleep(400000);
+      service.Restart(GDQUdpClient::kSettleMs / 2);
+    }
+  });
+  constexpr unsigned kCount = 6000;
+  GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  EXPECT_TRUE(SendNumbers(client, 0, kCount));
+  isDone = true;
+  restarts.join();
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_GT(client.Joins(), 1u);
+  EXPECT_EQ(Numbers(0, kCount), InOrder(service.Lines()));
+}
+
+TEST(GDQUdpClient, WaitsForRoomOrNotAsAsked) {
+  StubService service;
+  service.Stop();
+  GDQUdpClient client;
+  auto options = Unwaiting(16);
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  EXPECT_TRUE(SendNumbers(client, 0, 16));
+  EXPECT_FALSE(client.SendMsg("x"));
+  EXPECT_EQ(EAGAIN, errno);
+  const std::string longest(GDQUdpClient::kMaxTaggedText, 'x');
+  EXPECT_FALSE(client.SendMsg((longest + "x").c_str()));
+  EXPECT_EQ(EMSGSIZE, errno);
+
+  options.waitMs = 60;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  EXPECT_TRUE(client.SendMsg(longest.c_str()));
+  const auto begin = StubService::Clock::now();
+  while (client.SendMsg(longest.c_str())) continue;
+  EXPECT_GE(StubService::Clock::now() - begin, std::chrono::milliseconds(60));
+  ASSERT_TRUE(service.Start());
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_EQ(longest, service.Lines().at(0));
+
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", Unwaiting(16)));
+  EXPECT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
+}
+
+TEST(GDQUdpClient, SendsOnceWhenNotReliable) {
+  StubService service;
+  GDQUdpClient client;
+  GDQUdpClient::Options options;
+  options.reliable = false;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  EXPECT_TRUE(SendNumbers(client, 0, 50));
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_TRUE(WaitFor([&] { return service.Lines() == Numbers(0, 50); }));
+  EXPECT_EQ(1u, service.Admitted().size());
+  EXPECT_EQ(0u, client.Probe());
+  service.Stop();
+  client.SendMsg("lost");
+  ASSERT_TRUE(service.Start());
+  EXPECT_TRUE(SendNumbers(client, 50, 60));  // the refused datagram has told of the restart
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 10; }));
+}
+
+TEST(GDQUdpClient, UsesTheSamePortsForAnyNumberOfRuns) {
+  StubService service;
+  for (int run = 0; run < 40; ++run) {
+    GDQUdpClient client;
+    ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+    ASSERT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
+  }
+  EXPECT_LE(service.Ports().size(), 2 * Velk::PeerSocket::kPorts);
+
+  // More at the same time than there are ports.
+  std::unique_ptr<GDQUdpClient> clients[Velk::PeerSocket::kPorts + 1];
+  for (auto& client : clients) {
+    client = std::make_unique<GDQUdpClient>();
+    ASSERT_TRUE(client->Open(service.Address().c_str(), "mosk", Unwaiting(16)));
+  }
+  for (auto& client : clients) EXPECT_EQ(State::Joined, client->WaitForAnswer(kLongMs));
+  EXPECT_EQ(2 * std::size(clients), service.Admitted().size());
+}
+
+TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
+  StubService service;
+  GDQUdpClient client, other;
+  GDQUdpClient::Options options;
+  options.reliable = false;
+  options.listen = true;
+  Heard heard;
+  client.AddListener(&heard);
+  Lines calls, trips;
+  client.SetCallHandler(
+      [](const char* name, const char* args, void* user) {
+        static_cast<Lines*>(user)->push_back(std::string(name) + "|" + args);
+      },
+      &calls);
+  client.SetProbeHandler(
+      [](unsigned id, unsigned micros, void* user) {
+        EXPECT_LT(micros, kLongMs * 1000);
+        static_cast<Lines*>(user)->push_back(std::to_string(id));
+      },
+      &trips);
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(RunUntil(client, [&] { return client.GetState() == State::Joined; }));
+  ASSERT_TRUE(other.Open(service.Address().c_str(), "mosk"));
+  ASSERT_EQ(State::Joined, other.WaitForAnswer(kLongMs));  // its probe is heard, and is no call
+  (client << "Own" << 1).CallObj();
+  service.Call("  Name\targs ");
+  service.Call("Alone");
+  Lines ids;
+  for (int i = 0; i < 3; ++i) ids.push_back(std::to_string(client.Probe()));
+  client.Flush(50);  // hears, but must not deliver
+  EXPECT_EQ(Lines{}, calls);
+  EXPECT_TRUE(RunUntil(client, [&] { return trips.size() == 3; }));
+  EXPECT_EQ((Lines{"Name|args ", "Alone|"}), calls);
+  EXPECT_EQ(calls, heard.m_calls);
+  EXPECT_EQ(ids, trips);
+
+  // A listener finds out by itself that it was forgotten, and hears on.
+  service.Restart(0);
+  EXPECT_TRUE(RunUntil(client, [&] { return client.Joins() == 2; }));
+  service.Call("Again");
+  EXPECT_TRUE(RunUntil(client, [&] { return calls.size() == 3; }));
+}
+
+TEST(GDQUdpClient, ServesManyThreadsWithOneOfItsOwn) {
+  StubService service;
+  GDQUdpClient client;
+  GDQUdpClient::Options options;
+  options.heldLines = 64;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(client.StartThread());
+  constexpr unsigned kThreads = 4, kEach = 40;
+  std::vector<std::thread> threads;
+  for (unsigned i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      for (unsigned line = 0; line < kEach; ++line)
+        client.SendMsg((std::to_string(i) + " " + std::to_string(line)).c_str());
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_TRUE(WaitFor([&] { return client.Held() == 0; }));  // nobody else gives it time
+  unsigned next[kThreads] = {};
+  for (const std::string& line : service.Lines()) {
+    const unsigned thread = static_cast<unsigned>(line[0] - '0');
+    if (line.substr(2) == std::to_string(next[thread])) ++next[thread];
+  }
+  for (const unsigned count : next) EXPECT_EQ(kEach, count);
+}
+
+TEST(GDQUdpClient, WorksInAChildProcessBesideItsParent) {
+  StubService service;
+  GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_TRUE(client.StartThread());
+  ASSERT_TRUE(client.SendMsg("before"));
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    const bool isSent = client.SendMsg("child") && WaitFor([&] { return client.Held() == 0; });
+    _exit(isSent ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(0, status);
+  EXPECT_TRUE(client.SendMsg("parent"));
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  const Lines lines = service.Lines();
+  EXPECT_EQ((std::multiset<std::string>{"before", "child", "parent"}),
+            std::multiset<std::string>(lines.begin(), lines.end()));
+  EXPECT_EQ(1u, client.Joins());
+}
+
+TEST(GDQUdpClient, CarriesTheWholeLogOfAProgram) {
+  CapturedLog log(false);
+  StubService service;
+  static GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  LogPrinter printer(nullptr);
+  printer.m_consoleEnabled = false;
+  printer.SetLogToGDQUdp(&client);
+  printer.Log(Warning, "net", "link `%s` down\n", "eth0");
+  printer.Log(Info, "big", "%s\n", std::string(2000, 'a').c_str());
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  const Lines lines = service.Lines();
+  ASSERT_EQ(3u, lines.size());
+  EXPECT_EQ("logmsg  2 `net` `link ~`eth0~` down\n`", lines[0]);
+  EXPECT_EQ("LogMsg 1 `big` `", lines[1].substr(0, 16));
+  EXPECT_EQ(2000, std::count(lines[1].begin(), lines[1].end(), 'a') +
+                      std::count(lines[2].begin(), lines[2].end(), 'a'));
+  client.Close();
+  printer.Log(Info, "late", "must do no harm\n");
+}

@@ -1,0 +1,42 @@
+#include "common/HeldLines.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <random>
+#include <string>
+
+TEST(HeldLines, KeepsTextsInOrderBesideADeque) {
+  std::mt19937 random(3);
+  Velk::HeldLines lines;
+  EXPECT_FALSE(lines.Append("x", 1));
+  ASSERT_TRUE(lines.Open(20));  // 32 of 256 bytes
+  std::deque<std::string> model;
+  size_t refused = 0;
+  for (int step = 0; step < 100000; ++step) {
+    if (random() % 100 < (step / 1000 % 2 == 0 ? 60 : 40)) {
+      const std::string text(random() % 8 == 0 ? random() % 1400 : random() % 300,
+                             static_cast<char>(random()));
+      size_t held = 0;
+      for (const std::string& each : model) held += each.size() + 1;
+      if (lines.Append(text.data(), static_cast<unsigned>(text.size()))) {
+        model.push_back(text);
+        ASSERT_LE(model.size(), 32u);
+      } else {
+        ++refused;
+        // Whatever the sizes, a gap at the end of the memory costs less than one text.
+        ASSERT_TRUE(model.size() == 32 || held + text.size() + 1 > 32 * 256 - 1401) << held;
+      }
+    } else if (!model.empty()) {
+      lines.RemoveFirst();
+      model.pop_front();
+    }
+    ASSERT_EQ(model.size(), lines.End() - lines.First());
+    for (size_t i = 0; i < model.size(); ++i) {
+      const uint32_t number = lines.First() + static_cast<uint32_t>(i);
+      ASSERT_EQ(model[i], std::string(lines.Text(number), lines.At(number).length));
+      ASSERT_EQ('\0', lines.Text(number)[model[i].size()]);
+    }
+  }
+  EXPECT_GT(refused, 1000u);
+}
