@@ -5,6 +5,8 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <new>
+
 #include "common/AtomicFile.h"
 #include "common/Console.h"
 #include "common/LogPrinter.h"
@@ -258,11 +260,10 @@ void DailyLog2::LogMsg(const char* typeWord, const char* module, const char* tex
 void DailyLog2::Store(const char* stamp, const char* header, unsigned headerLength, const char* text,
                       unsigned textLength) {
   EmptySlot(m_writeIndex);
-  if (m_stored < m_capacity) ++m_stored;
-  m_sizes[m_writeIndex] = kStampLength + headerLength + textLength;
-
-  ChunkList& slot = m_slots[m_writeIndex];
   MessageChunk* chunk = GetMessageChunk();
+  if (chunk == nullptr) return;  // cannot be once the ring is full: the oldest message has left its pieces
+  if (m_stored < m_capacity) ++m_stored;
+  ChunkList& slot = m_slots[m_writeIndex];
   slot.PushBack(chunk);
   chunk->AddData(stamp, kStampLength);
   // Never continued in a second piece: readers find stamp and header whole in the first one, so a header
@@ -270,10 +271,16 @@ void DailyLog2::Store(const char* stamp, const char* header, unsigned headerLeng
   chunk->AddData(header, headerLength);
   unsigned done = chunk->AddData(text, textLength);
   while (done < textLength) {
-    chunk = GetMessageChunk();
+    MessageChunk* const next = GetMessageChunk();
+    if (next == nullptr) {
+      chunk->EndLine();
+      break;
+    }
+    chunk = next;
     slot.PushBack(chunk);
     done += chunk->AddData(text + done, textLength - done);
   }
+  m_sizes[m_writeIndex] = kStampLength + headerLength + done;
   m_writeIndex = NextSlot(m_writeIndex);
 }
 
@@ -284,9 +291,10 @@ void DailyLog2::EmptySlot(unsigned slot) {
   }
 }
 
+// Fails softly, unlike other allocations: the supervisor logs here too, and nobody would start it anew.
 DailyLog2::MessageChunk* DailyLog2::GetMessageChunk() {
   MessageChunk* const spare = m_free.PopFront();
-  return spare != nullptr ? spare : new MessageChunk;
+  return spare != nullptr ? spare : new (std::nothrow_t{}) MessageChunk;
 }
 
 bool DailyLog2::WriteToSyslog(const _SYSTEMTIME&, const char* typeWord, const char* header,

@@ -37,6 +37,8 @@ class DailyLog2 : public IDailyLog2 {
 
     // Takes as much as still fits and returns how many bytes that was.
     unsigned AddData(const char* data, unsigned length);
+    // Makes a line feed of the last byte.
+    void EndLine() { m_data[m_used - 1] = '\n'; }
     void ClearData() { m_used = 0; }
     void SetNext(MessageChunk* next) { m_next = next; }
 
@@ -87,6 +89,7 @@ class DailyLog2 : public IDailyLog2 {
 
   // typeWord is "Info: " or the like, its blank included.
   void LogMsg(const char* typeWord, const char* module, const char* text);
+  // Null: no memory. A message that finds none is not kept, or cut.
   MessageChunk* GetMessageChunk();
   // Sends one datagram of header and text. The first letter of typeWord gives the severity.
   bool WriteToSyslog(const _SYSTEMTIME& time, const char* typeWord, const char* header, const char* text);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <new>
 
 namespace {
 
@@ -42,6 +43,9 @@ void* operator new(size_t size) {
 
 void* operator new[](size_t size) {
   return operator new(size);
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return malloc(size);
 }
 void operator delete(void* block) noexcept {
   free(block);
