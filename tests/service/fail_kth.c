@@ -1,0 +1,84 @@
+// Preloaded into the service: lets one call of one function fail, the k-th of all its processes together.
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+// The file that FAIL_FILE names, shared with the test.
+static struct {
+  unsigned at;  // which call fails
+  unsigned count;
+  char function[32];
+} * shared;
+
+__attribute__((constructor)) static void start(void) {
+  const int file = open(getenv("FAIL_FILE"), O_RDWR);
+  void* const map = mmap(NULL, sizeof *shared, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  close(file);
+  if (map == MAP_FAILED) abort();
+  shared = map;
+}
+
+static int fails(const char* function, int number) {
+  if (shared == NULL || strcmp(shared->function, function) != 0) return 0;
+  if (__atomic_add_fetch(&shared->count, 1, __ATOMIC_RELAXED) != shared->at) return 0;
+  errno = number;
+  return 1;
+}
+
+#define LET_FAIL(result, name, parameters, arguments, failure, number) \
+  result name parameters {                                             \
+    if (fails(#name, number)) return failure;                          \
+    result(*real) parameters = dlsym(RTLD_NEXT, #name);                \
+    return real arguments;                                             \
+  }
+
+LET_FAIL(ssize_t, recvfrom, (int s, void* b, size_t n, int f, struct sockaddr* a, socklen_t* l),
+         (s, b, n, f, a, l), -1, ENOMEM)
+LET_FAIL(ssize_t, sendto, (int s, const void* b, size_t n, int f, const struct sockaddr* a, socklen_t l),
+         (s, b, n, f, a, l), -1, ENOBUFS)
+LET_FAIL(ssize_t, write, (int f, const void* b, size_t n), (f, b, n), -1, EIO)
+LET_FAIL(ssize_t, writev, (int f, const struct iovec* v, int n), (f, v, n), -1, EIO)
+LET_FAIL(ssize_t, pwrite64, (int f, const void* b, size_t n, off_t o), (f, b, n, o), -1, ENOSPC)
+LET_FAIL(int, mkostemp64, (char* p, int f), (p, f), -1, EMFILE)
+LET_FAIL(int, rename, (const char* o, const char* n), (o, n), -1, EIO)
+LET_FAIL(FILE*, fdopen, (int f, const char* m), (f, m), NULL, ENOMEM)
+LET_FAIL(FILE*, open_memstream, (char** b, size_t* n), (b, n), NULL, ENOMEM)
+LET_FAIL(int, socket, (int d, int t, int p), (d, t, p), -1, EMFILE)
+LET_FAIL(int, bind, (int s, const struct sockaddr* a, socklen_t l), (s, a, l), -1, EADDRINUSE)
+LET_FAIL(pid_t, fork, (void), (), -1, EAGAIN)
+LET_FAIL(int, pthread_create, (pthread_t * t, const pthread_attr_t* a, void* (*f)(void*), void* p),
+         (t, a, f, p), EAGAIN, 0)
+
+int open64(const char* path, int flags, ...) {
+  if (fails("open64", EMFILE)) return -1;
+  va_list more;
+  va_start(more, flags);
+  const mode_t mode = va_arg(more, mode_t);  // where there is none, nobody looks at it
+  va_end(more);
+  return open(path, flags, mode);
+}
+
+// All three count as malloc. The C library's own names: dlsym(3) may need memory itself.
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
+
+void* malloc(size_t size) {
+  return fails("malloc", ENOMEM) ? NULL : __libc_malloc(size);
+}
+void* calloc(size_t count, size_t size) {
+  return fails("malloc", ENOMEM) ? NULL : __libc_calloc(count, size);
+}
+void* realloc(void* block, size_t size) {
+  return fails("malloc", ENOMEM) ? NULL : __libc_realloc(block, size);
+}
