@@ -1,6 +1,7 @@
 // syslogctl bridge
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -100,12 +101,21 @@ int Bridge::Open() {
   return m_session.Open(how);
 }
 
+// Says at the end of a record that was too long how much is missing there. Returns the record's new length.
+size_t MarkCut(char* record, size_t wholeLength) {
+  constexpr size_t kMarkRoom = 40;
+  const size_t kept = RecordRing::kMaxRecord - kMarkRoom;
+  const int mark = snprintf(record + kept, kMarkRoom, " (%zu bytes more)", wholeLength - kept);
+  return kept + static_cast<size_t>(mark);
+}
+
 void Bridge::ReadSocket() {
   char record[RecordRing::kMaxRecord];
   for (int i = 0; i < kReadsAtOnce; ++i) {
-    const ssize_t length = recv(m_socket.Descriptor(), record, sizeof record, 0);
-    if (length < 0) return;
-    m_ring.Add({record, static_cast<size_t>(length), false});
+    const ssize_t received = recv(m_socket.Descriptor(), record, sizeof record, MSG_TRUNC);
+    if (received < 0) return;
+    const auto length = static_cast<size_t>(received);
+    m_ring.Add({record, length > sizeof record ? MarkCut(record, length) : length, false});
   }
 }
 

@@ -8,9 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/TimeStamp.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/Machine.h"
 #include "tools/syslogctl/Session.h"
+#include "tools/syslogctl/Text.h"
 
 namespace Ctl {
 namespace {
@@ -71,20 +73,31 @@ bool Content::ReadOpen(int fd) {
   return true;
 }
 
+constexpr char kModule[] = "syslogctl";
+
 // Nobody answers a call, and the file may be an older one, or one that another program has just asked for. So
 // a line that only we know goes into the log, and the file that has it is ours.
 struct Mark {
-  char text[32];
+  static constexpr char kWord[] = "dump ";
+  static constexpr int kDigits = 16;
+  char text[sizeof kWord + kDigits];
 
   Mark() {
     unsigned long long number = 0;
     if (getrandom(&number, sizeof number, GRND_NONBLOCK) < 0)
       number = static_cast<unsigned long long>(getpid());
-    snprintf(text, sizeof text, "dump %016llx", number);
+    snprintf(text, sizeof text, "%s%0*llx", kWord, kDigits, number);
+  }
+
+  // The stored line is a mark, of this dump or of another one; both are of no interest to who reads the log.
+  static bool IsMark(const char* line, size_t length) {
+    char begin[64];
+    const int beginLength = snprintf(begin, sizeof begin, " %s.Info: %s", kModule, kWord);
+    const auto behindTime = static_cast<size_t>(Velk::TimeStamp::kLength);
+    return length == behindTime + static_cast<size_t>(beginLength + kDigits) + 1 &&
+           memcmp(line + behindTime, begin, static_cast<size_t>(beginLength)) == 0;
   }
 };
-
-constexpr char kModule[] = "syslogctl";
 
 int AskForFile(Session& session, const Mark& mark) {
   CallText sync;
@@ -93,22 +106,19 @@ int AskForFile(Session& session, const Mark& mark) {
   return result == kDone ? session.Send(sync) : result;
 }
 
-// True where the content has a line that ends with the mark.
 bool HasMark(const Content& content, const Mark& mark) {
   return content.Size() != 0 &&
          memmem(content.Bytes(), content.Size(), mark.text, strlen(mark.text)) != nullptr;
 }
 
-bool PrintWithoutMark(const Content& content, const Mark& mark) {
-  const char* line = content.Bytes();
-  const char* const end = line + content.Size();
-  while (line < end) {
-    const auto* const lineFeed =
-        static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
-    const auto length = static_cast<size_t>((lineFeed != nullptr ? lineFeed + 1 : end) - line);
-    const bool isOurs = memmem(line, length, mark.text, strlen(mark.text)) != nullptr;
-    if (!isOurs && fwrite(line, 1, length, stdout) != length) return false;
-    line += length;
+bool PrintWithoutMarks(const Content& content) {
+  const char* text = content.Bytes();
+  size_t left = content.Size();
+  const char* line;
+  size_t length;
+  for (const char* begin = text; TakeLine(&text, &left, &line, &length); begin = text) {
+    const auto whole = static_cast<size_t>(text - begin);
+    if (!Mark::IsMark(begin, whole) && fwrite(begin, 1, whole, stdout) != whole) return false;
   }
   return fflush(stdout) == 0;
 }
@@ -150,7 +160,7 @@ int RunDump(const Options& options) {
   if (result == kDone) result = AskForFile(session, mark);
   if (result == kDone) result = WaitForFile(options, session, mark, content);
   if (result != kDone) return result;
-  if (PrintWithoutMark(content, mark)) return kDone;
+  if (PrintWithoutMarks(content)) return kDone;
   Say("cannot write to standard output: %s", strerror(errno));
   return kUsage;
 }

@@ -52,6 +52,8 @@ class Logger {
 
   int LogWords();
   int LogInput();
+  // There was more input, which nobody waited for.
+  bool IsCut() const { return m_isCut; }
 
  private:
   int LogLine(const char* text, size_t length);
@@ -62,6 +64,7 @@ class Logger {
   Session& m_session;
   Velk::SimpleString m_text{1024, 1024};
   unsigned long long m_lines = 0;
+  bool m_isCut = false;
 };
 
 int Logger::LogLine(const char* text, size_t length) {
@@ -90,7 +93,7 @@ int Logger::LogWords() {
 int Logger::LogLines(LineReader& reader) {
   const char* text;
   size_t length;
-  while (!Session::IsInterrupted() && reader.Next(&text, &length)) {
+  while (reader.Next(&text, &length)) {
     const int result = LogLine(text, length);
     if (result != kDone) return result;
   }
@@ -106,16 +109,22 @@ void Logger::WaitForInput() {
 int Logger::LogInput() {
   Progress progress(m_options);
   LineReader reader(STDIN_FILENO);
-  for (;;) {
-    const int result = LogLines(reader);
-    if (result != kDone || reader.AtEnd() || Session::IsInterrupted()) return result;
-    progress.Show(m_lines, m_session.Client().Held(), reader.BytesRead());
+  while (!reader.AtEnd()) {
     WaitForInput();
-    if (!Session::IsInterrupted() && !reader.Read()) {
+    if (Session::IsInterrupted()) {
+      Say("interrupted before the end of the input");
+      m_isCut = true;
+      return kDone;
+    }
+    if (!reader.Read()) {
       Say("cannot read standard input: %s", strerror(errno));
       return kUsage;
     }
+    const int result = LogLines(reader);
+    if (result != kDone) return result;
+    progress.Show(m_lines, m_session.Client().Held(), reader.BytesRead());
   }
+  return kDone;
 }
 
 }  // namespace
@@ -131,12 +140,11 @@ int RunLog(const Options& options) {
   if (joined != kDone) return joined;
   Logger logger(options, session);
   const int result = options.wordCount != 0 ? logger.LogWords() : logger.LogInput();
-  if (result != kDone && result != kUsage) return result;
+  if (result == kNotConfirmed) return result;
   // What was read goes out even if the rest could not be read.
   const int finished = session.Finish(options.confirm);
-  if (finished == kDone && Session::IsInterrupted() && options.wordCount == 0)
-    Say("interrupted; all lines read so far are logged");
-  return result != kDone ? result : finished;
+  if (result != kDone) return result;
+  return finished == kDone && logger.IsCut() ? kNotConfirmed : finished;
 }
 
 }  // namespace Ctl

@@ -110,6 +110,12 @@ int Session::ExplainSilence() {
   return kNotConfirmed;
 }
 
+int Session::GiveUp(unsigned left) {
+  ExplainSilence();
+  Say("%u calls are not confirmed, nor what was to follow", left);
+  return kNotConfirmed;
+}
+
 int Session::SendLine(ELogMessageType type, const char* module, const char* text) {
   Velk::LogCall call(type, module, text);
   while (const char* const piece = call.Next()) {
@@ -120,7 +126,7 @@ int Session::SendLine(ELogMessageType type, const char* module, const char* text
 }
 
 int Session::Send(const char* call) {
-  const Patience patience(m_options.timeoutMs);
+  const Patience patience(PatienceMs());
   while (!m_client.SendMsg(call)) {
     if (errno == EMSGSIZE) {
       Say("the call is too long: %zu bytes, %u fit in a datagram", strlen(call),
@@ -131,15 +137,15 @@ int Session::Send(const char* call) {
       Say("cannot send: %s", strerror(errno));
       return kUsage;
     }
-    if (IsInterrupted()) return kNotConfirmed;  // Finish() says what is missing
-    if (patience.LeftMs() == 0) {
-      const int why = ExplainSilence();
-      Say("%u calls are not confirmed", m_client.Held());
-      return why;
-    }
+    if (patience.LeftMs() == 0) return GiveUp(m_client.Held() + 1);
     Wait(patience.LeftMs());
   }
   return kDone;
+}
+
+unsigned Session::PatienceMs() const {
+  constexpr unsigned kInterruptedMs = 1000;  // who presses Ctrl-C does not want to wait
+  return IsInterrupted() && m_options.timeoutMs > kInterruptedMs ? kInterruptedMs : m_options.timeoutMs;
 }
 
 unsigned Session::Unfinished(bool isConfirmed) {
@@ -147,15 +153,10 @@ unsigned Session::Unfinished(bool isConfirmed) {
 }
 
 int Session::Finish(bool isConfirmed) {
-  constexpr unsigned kInterruptedMs = 1000;  // who presses Ctrl-C does not want to wait
-  Patience patience(IsInterrupted() ? kInterruptedMs : m_options.timeoutMs);
+  Patience patience(PatienceMs());
   unsigned left;
   while ((left = Unfinished(isConfirmed)) != 0) {
-    if (patience.LeftMs() == 0) {
-      ExplainSilence();
-      Say("%u calls are not confirmed", left);
-      return kNotConfirmed;
-    }
+    if (patience.LeftMs() == 0) return GiveUp(left);
     Wait(patience.LeftMs());
     if (Unfinished(isConfirmed) < left) patience.Renew();
   }

@@ -61,6 +61,8 @@ class Session {
 
  private:
   int ExplainSilence();
+  int GiveUp(unsigned left);
+  unsigned PatienceMs() const;
   unsigned Unfinished(bool isConfirmed);
 
   const Options& m_options;

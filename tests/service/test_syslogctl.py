@@ -1,0 +1,410 @@
+"""syslogctl against the running service: what arrives, what it prints, and how it ends."""
+import json
+import os
+import random
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import threading
+import time
+import unittest
+
+from harness import PORT, SANITIZED, SYNC_FILE, TOOL, until, without_file_privileges
+from lines import LINES, PROXY_PORT, LinesTest
+
+DONE, NOT_CONFIRMED, USAGE, NOBODY = range(4)
+
+
+class ToolTest(LinesTest):
+    def run_tool(self, *arguments, code=DONE, **options):
+        """Runs it to its end; returns its standard output and error."""
+        if "input" not in options:
+            options.setdefault("stdin", subprocess.DEVNULL)
+        result = subprocess.run([TOOL, *arguments], stdout=options.pop("stdout", subprocess.PIPE),
+                                stderr=subprocess.PIPE, timeout=120, **options)
+        said = result.stderr.decode()
+        self.assertEqual(result.returncode, code, (arguments, said))
+        self.assertEqual(code != DONE, "syslogctl: " in said or "stderr" in str(options), said)
+        return (result.stdout or b"").decode(), said
+
+    def start_tool(self, *arguments, **options):
+        tool = subprocess.Popen([TOOL, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+        self.addCleanup(tool.communicate)
+        self.addCleanup(tool.kill)
+        return tool
+
+    def module_lines(self, service, module):
+        """The lines of one module, as bytes, each with its level's word."""
+        begin = module + "."
+        return [text[len(begin):].encode("latin-1") for text in service.texts() if text.startswith(begin)]
+
+
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+class Log(ToolTest):
+    def test_words_and_standard_input_arrive_as_they_are(self):
+        service = self.service("debug")
+        for level, word in [("trace", b"Trace"), ("info", b"Info"), ("warning", b"Warning"), ("error", b"ERROR")]:
+            self.run_tool("log", "-l", level, "-t", "words", "--confirm", level, "-5 %s", "`~'\"")
+            self.assertEqual(self.module_lines(service, "words")[-1], b"%s: %s -5 %%s `~'\"" % (word, level.encode()))
+        self.run_tool("log", "-t", "two", "--confirm", "one\ntwo")
+        self.run_tool("log", "-t", "two", "--confirm", "")
+        self.assertEqual(self.module_lines(service, "two"), [b"Info: one", b"Info: two", b"Info: "])
+
+        every = b"".join(b"<%c>\n" % byte for byte in range(256)) + b"\n\nno line end"
+        self.run_tool("log", "-t", "bytes", "--confirm", input=every)
+        expected = [b"Info: " + line for line in every.replace(b"\0", b"\\0").split(b"\n")]
+        self.assertEqual(self.module_lines(service, "bytes"), expected)
+
+    def test_a_line_of_a_mebibyte_is_split_between_characters(self):
+        service = self.service()
+        units = random.Random(3).choices(["a", "`", "~", "ä", "€", "😀"], k=560000)
+        text = "".join(units).encode()
+        self.assertGreater(len(text), 1 << 20)
+        self.run_tool("log", "-t", "long", "--confirm", input=text + b"\nnext\n")
+        pieces = [line.removeprefix(b"Info: ") for line in self.module_lines(service, "long")]
+        self.assertEqual(b"".join(pieces), text + b"next")
+        self.assertLess(len(pieces), len(text) / 800)
+        for piece in pieces:
+            piece.decode()
+
+    def log_numbers(self, *arguments):
+        """"line 0" and so on through a pipe, see LinesTest."""
+        numbers = subprocess.Popen(["seq", "-f", "line %.0f", "0", str(LINES - 1)], stdout=subprocess.PIPE)
+        self.addCleanup(numbers.wait)
+        with numbers.stdout:
+            return subprocess.Popen([TOOL, *arguments, "log", "--confirm", "-t", "lib"], stdin=numbers.stdout,
+                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+
+    def test_no_confirmed_line_is_lost_while_the_child_is_killed(self):
+        service, counter = self.start()
+        tool = self.log_numbers()
+        for _ in range(10):
+            time.sleep(0.3)
+            service.kill_child()
+        self.check(tool, counter)
+
+    def test_no_confirmed_line_is_lost_on_a_lossy_path(self):
+        service, counter = self.start()
+        self.lossy_path()
+        tool = self.log_numbers("-s", f"127.0.0.1:{PROXY_PORT}")
+        time.sleep(0.5)
+        service.kill_child()
+        self.check(tool, counter, in_order=False)  # see the library's test
+
+    def test_runs_leave_nobody_to_relay_to(self):
+        def datagrams():
+            with open("/proc/net/snmp") as counters:
+                names, values = [line.split() for line in counters if line.startswith("Udp:")]
+            return int(values[names.index("OutDatagrams")])
+
+        def count_one():
+            before = datagrams()
+            self.run_tool("log", "one")
+            return datagrams() - before
+
+        self.service()
+        first = count_one()
+        for _ in range(30):  # ten at a time, so on different ports
+            tools = [subprocess.Popen([TOOL, "log", "many"]) for _ in range(2 if SANITIZED else 10)]
+            self.assertEqual([tool.wait() for tool in tools], [DONE] * len(tools))
+        last = count_one()
+        # The tool's own connects, cookies, probes, and the nonces and receipts for them; the rest is leeway.
+        self.assertLessEqual(first, 14)
+        self.assertLessEqual(last, first + 4)
+
+    def test_is_stopped_by_a_signal_in_order(self):
+        service = self.service()
+        tool = self.start_tool("log", "-t", "cut", "--confirm", stdin=subprocess.PIPE)
+        tool.stdin.write(b"first\nbegun")
+        tool.stdin.flush()
+        until(lambda: self.module_lines(service, "cut"), "a line")
+        tool.send_signal(signal.SIGTERM)
+        said = tool.communicate()[1].decode()
+        self.assertEqual((tool.returncode, "interrupted" in said), (NOT_CONFIRMED, True), said)
+        self.assertEqual(self.module_lines(service, "cut"), [b"Info: first"])
+
+
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+class Commands(ToolTest):
+    def test_sets_variables_and_makes_any_call(self):
+        service = self.service("debug")
+        self.run_tool("set", "foo", "b 'a~`r")
+        service.wait_for("Syslog.Trace: SetVar(foo=b 'a~`r)")
+        peer = self.peer()
+        self.run_tool("call", "Foo", "a b", "it's", "`~", "", "-x")
+        heard = until(lambda: next((call for call in iter(peer.receive, None) if b"Foo" in call), None), "the call")
+        self.assertRegex(heard, rb"^" + re.escape(peer.cookie + b"Foo `a b` `it's` `~`~~` `` `-x`") + rb"\s+$")
+        self.assertIn("too long", self.run_tool("call", "Foo", "x" * 1400, code=USAGE)[1])
+
+    def test_switches_forwarding_whatever_it_was_before(self):
+        service, collector = self.forwarding_service()
+        using = f"Syslog.Info: Using syslog server at UDP {collector.host}:514"
+        self.run_tool("remote", "on", collector.host)  # as the configuration has it
+        service.wait_for(using, 2)
+        self.run_tool("remote", "off")
+        service.wait_for("Syslog.Info: Remote syslog server logging disabled")
+        collector.heard()
+        self.run_tool("log", "--confirm", "unheard")
+        self.run_tool("remote", "off")
+        service.wait_for("Syslog.Info: Remote syslog server logging disabled", 2)
+        service.kill_child()
+        self.run_tool("remote", "on", collector.host)
+        service.wait_for(using, 3)
+        self.run_tool("log", "--confirm", "heard")
+        heard = collector.heard()
+        self.assertIn(b"<134>syslogctl.Info: heard\n", heard)
+        self.assertNotIn(b"<134>syslogctl.Info: unheard\n", heard)
+        said = self.run_tool("remote", "on", "no-such-host.invalid", code=NOT_CONFIRMED)[1]
+        self.assertIn("Cannot connect to syslog server at UDP no-such-host.invalid:514", said)
+        service.wait_for("Syslog.ERROR: Cannot connect to syslog server at UDP no-such-host.invalid:514")
+
+    def test_dumps_the_log_of_now_or_nothing(self):
+        with open(SYNC_FILE, "w") as sync:
+            sync.write("[00:00:00.000] old.Info: from before\n")
+        os.chmod(SYNC_FILE, 0o444)
+        service = self.service(prepare=without_file_privileges)
+        out, said = self.run_tool("--timeout", "0.5", "dump", code=NOT_CONFIRMED)
+        self.assertEqual((out, "not the log of now" in said), ("", True), said)
+        os.chmod(SYNC_FILE, 0o644)
+        for number in range(3):
+            self.run_tool("log", f"now {number}")
+            lines = self.run_tool("dump")[0].splitlines()
+            self.assertRegex(lines[-1], r"\.\d{3}\] Syslog\.Info: srv wrote|now \d$")
+            self.assertEqual([line for line in lines if "now" in line][-1].partition("] ")[2],
+                             f"syslogctl.Info: now {number}")
+            self.assertFalse([line for line in lines if "old.Info" in line or "dump" in line])
+        os.unlink(SYNC_FILE)
+        os.symlink("/dev/zero", SYNC_FILE)
+        self.assertIn(SYNC_FILE, self.run_tool("--timeout", "0.5", "dump", code=USAGE)[1])
+        self.assertIn("run it there", self.run_tool("-s", "192.0.2.1", "dump", code=USAGE)[1])
+        self.assertEqual(service.process.poll(), None)
+
+    def start_watch(self, *arguments):
+        watch = self.start_tool("watch", *arguments, text=True)
+        self.assertIn("listening", watch.stderr.readline())
+        return watch
+
+    def test_shows_what_others_call(self):
+        self.service()
+        watches = self.start_watch("--json", "-n", "4"), self.start_watch("-n", "4")
+        peer = self.peer()
+        peer.log("ä \"\x1b[31m\n".encode() + b"\xff", kind=3, module=b"net")
+        peer.call(b"setvar 'a b' c")
+        peer.call(b"LogMsg 1 'open")
+        peer.log(b"last\n")
+        rows, lines = [watch.communicate(timeout=20)[0].splitlines() for watch in watches]
+        rows = [json.loads(row) for row in rows]
+        text = "ä \"\x1b[31m\n\ufffd"
+        for row in rows:
+            self.assertRegex(row.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
+        self.assertEqual(rows[:3], [
+            {"call": "LogMsg", "args": ["3", "net", text], "level": "error", "module": "net", "text": text},
+            {"call": "setvar", "args": ["a b", "c"]}, {"call": "LogMsg", "unreadable": "1 'open"}])
+        self.assertEqual([line[15:] for line in lines], [
+            "net.ERROR: ä \"\\x1b[31m\\x0a\\xff", "setvar 'a b' 'c'", "LogMsg (unreadable arguments) 1 'open",
+            "test.Info: last"])
+
+    def test_watches_over_restarts_and_says_so(self):
+        service = self.service()
+        watch = self.start_watch("-n", "1")
+        service.kill_child()
+        self.assertIn("joined 127.0.0.1:11001 again", watch.stderr.readline())
+        self.peer().log(b"after\n")
+        self.assertIn("test.Info: after", watch.communicate(timeout=20)[0])
+        self.assertEqual(watch.returncode, DONE)
+
+    def test_measures_round_trips(self):
+        self.service()
+        lines = self.run_tool("ping", "-n", "3", "-i", "0.05")[0].splitlines()
+        self.assertRegex(lines[0], r"^PING 127\.0\.0\.1:11001: handshake time=\d+\.\d{3} ms$")
+        for number in (1, 2, 3):
+            self.assertRegex(lines[number], rf"^receipt from 127\.0\.0\.1:11001: seq={number} time=\d+\.\d+ ms$")
+        self.assertRegex(lines[6], r"^3 sent, 3 receipts, 0% loss, time \d+ms$")
+        low, mean, high = map(float, re.fullmatch(r"rtt min/avg/max = (.*)/(.*)/(.*) ms", lines[7]).groups())
+        self.assertTrue(0 < low <= mean <= high, lines[7])
+
+
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+class Bridge(ToolTest):
+    SOCKET = "/tmp/log"
+
+    def start_bridge(self, path=SOCKET):
+        bridge = self.start_tool("bridge", "--socket", path)
+        until(lambda: self.connect_to(path), "the bridge")
+        return bridge
+
+    def connect_to(self, path=SOCKET):
+        program = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(program.close)
+        try:
+            program.connect(path)
+        except (FileNotFoundError, ConnectionRefusedError):
+            return None
+        return program
+
+    def stop_bridge(self, bridge):
+        bridge.terminate()
+        said = bridge.communicate(timeout=60)[1].decode()
+        self.assertEqual(bridge.returncode, DONE, said)
+
+    def test_hands_on_what_programs_write(self):
+        service = self.service()
+        bridge = self.start_bridge()
+        program = self.connect_to()
+        for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\nc\0d\0", b"no priority"):
+            program.send(record)
+        if shutil.which("logger"):
+            subprocess.run(["logger", "-u", self.SOCKET, "-t", "prog", "-p", "daemon.notice", "by logger"], check=True)
+        program.send(b"<14>prog: " + b"x" * 9000)
+        self.stop_bridge(bridge)
+        self.assertFalse(os.path.exists(self.SOCKET))
+        lines = self.module_lines(service, "prog")
+        expected = [b"ERROR: [7] a", b"Warning: b", b"Warning: c\\0d"]
+        self.assertEqual(lines[:3], expected)
+        if shutil.which("logger"):
+            self.assertEqual(lines.pop(3), b"Info: by logger")
+        self.assertEqual(self.module_lines(service, "user"), [b"Info: no priority"])
+        joined = b"".join(line.removeprefix(b"Info: ") for line in lines[3:])
+        self.assertRegex(joined, rb"^x{8000,} \(\d+ bytes more\)$")
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs a /dev of its own")
+    def test_serves_the_c_librarys_syslog(self):
+        service = self.service()
+        script = f"""set -e
+            mount -t tmpfs none /dev && mknod -m 666 /dev/null c 1 3
+            {TOOL} bridge & until [ -S /dev/log ]; do sleep 0.02; done
+            python3 -c 'import syslog as s; s.openlog("py", s.LOG_PID, s.LOG_DAEMON); s.syslog(s.LOG_ERR, "by libc")'
+            kill -TERM $! && wait $!"""
+        result = subprocess.run(["unshare", "--mount", "sh", "-c", script], stderr=subprocess.PIPE, cwd="/")
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        self.assertRegex(self.module_lines(service, "py")[0], rb"^ERROR: \[\d+\] by libc$")
+
+    def test_a_burst_is_kept_and_its_losses_are_told(self):
+        service = self.service()
+        bridge = self.start_bridge()
+        program = self.connect_to()
+        total = 30000
+        child = service.child()
+        os.kill(child, signal.SIGSTOP)  # so that the bridge has to keep what it can
+        for number in range(total):
+            program.send(b"<14>n: %d" % number)
+        os.kill(child, signal.SIGCONT)
+        self.stop_bridge(bridge)
+        expected = lost = told = 0
+        for text in service.texts():
+            loss = re.fullmatch(r"syslogctl\.Warning: (\d+) messages were lost here", text)
+            number = re.fullmatch(r"n\.Info: (\d+)", text)
+            if loss:
+                lost = int(loss[1])
+            elif number and int(number[1]) >= expected:  # else sent again
+                if int(number[1]) != expected:
+                    self.assertEqual(int(number[1]), expected + lost)
+                    told += lost
+                expected = int(number[1]) + 1
+        if expected != total:
+            told += lost
+            self.assertEqual(expected + lost, total)
+        self.assertTrue(0 < told < total, told)
+
+    def test_takes_over_dead_sockets_and_nothing_else(self):
+        service = self.service()
+        bridge = self.start_bridge()
+        self.assertIn("another program serves", self.run_tool("bridge", "--socket", self.SOCKET, code=USAGE)[1])
+        bridge.kill()
+        bridge.communicate()
+        bridge = self.start_bridge()
+        self.connect_to().send(b"<14>prog: after")
+        self.stop_bridge(bridge)
+        self.assertEqual(self.module_lines(service, "prog"), [b"Info: after"])
+
+        with open("/tmp/file", "w") as file:
+            file.write("kept")
+        os.symlink("/tmp/file", "/tmp/link")
+        os.mkdir("/tmp/closed", 0o555)
+        for path, why in [("/tmp/file", "no socket"), ("/tmp/link", "no socket"), ("/tmp/no/log", "No such file"),
+                          ("/tmp/closed/log", "run as root"), ("/tmp/" + "x" * 108, "no path"), ("", "no path")]:
+            said = self.run_tool("bridge", "--socket", path, code=USAGE, preexec_fn=without_file_privileges)[1]
+            self.assertIn(why, said)
+        with open("/tmp/link") as file:
+            self.assertEqual(file.read(), "kept")
+
+
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+class Trouble(ToolTest):
+    def test_wrong_usage_ends_with_a_hint(self):
+        for arguments in ([], ["x"], ["-x", "log"], ["log", "--nothing"], ["log", "-l", "loud", "x"], ["log", "-t"],
+                          ["log", "-t", "", "x"], ["log", "-t", "x" * 49, "x"], ["log", "--json", "x"],
+                          ["--json", "watch"], ["set", "a"], ["remote"], ["dump", "x"], ["watch", "-n", "0"],
+                          ["ping", "-n", "99999999999999999999"], ["ping", "-i", "0"], ["--timeout", "nan", "dump"],
+                          ["-s", "a:0", "dump"], ["-s", "a:70000", "dump"], ["-s", "", "dump"], ["call"],
+                          ["call", "a"] + ["b"] * 33):
+            self.assertIn("syslogctl", self.run_tool(*arguments, code=USAGE)[1], arguments)
+        for arguments in (["remote", "up"], ["remote", "on", "a:514"], ["remote", "on", "x" * 80], ["call", "a b"],
+                          ["set", "", "x"], ["--password-file", "/tmp/none", "dump"]):
+            self.run_tool(*arguments, code=USAGE)
+
+    def test_help_fits_one_screen(self):
+        lines = self.run_tool("--help")[0].splitlines()
+        self.assertLessEqual((len(lines), max(map(len, lines))), (24, 80))
+        self.assertRegex(self.run_tool("--version")[0], r"^syslogctl \d+\.\d+\.\d+\n$")
+
+    def test_a_wrong_password_is_told_from_nobody(self):
+        with open("/tmp/password", "w") as password:
+            password.write("wrong\nmosk\n")
+        commands = ["log", "x"], ["set", "a", "b"], ["ping", "-n", "1"], ["watch"], ["dump"]
+        for command in commands:
+            self.assertIn("nobody answers", self.run_tool("--timeout", "0.2", *command, code=NOBODY)[1])
+        self.assertIn("no host", self.run_tool("-s", "no-such-host.invalid", "log", "x", code=NOBODY)[1])
+        service = self.service()
+        until(service.child, "a child")
+        for command in commands:
+            said = self.run_tool("--password-file", "/tmp/password", *command, code=NOT_CONFIRMED)[1]
+            self.assertIn("the password is wrong", said)
+        with open("/tmp/password", "w") as password:
+            password.write("mosk")
+        self.run_tool("--password-file", "/tmp/password", "log", "x")
+
+    def test_a_server_that_answers_rubbish_is_no_service(self):
+        noise = random.Random(5)
+        server = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.addCleanup(server.close)
+        server.bind(("127.0.0.1", PORT))
+        server.settimeout(0.1)
+
+        def answer(sizes, done):
+            while not done.is_set():
+                try:
+                    sender = server.recvfrom(2048)[1]
+                    for size in sizes:
+                        server.sendto(noise.randbytes(size), sender)
+                except TimeoutError:
+                    pass
+
+        for sizes, code in [((0, 1, 4, 15, 17, 1450, 9000), NOBODY), ((16,), NOT_CONFIRMED),
+                            ((16, 17, 16, 1450, 16), NOT_CONFIRMED)]:
+            done = threading.Event()
+            server_thread = threading.Thread(target=answer, args=(sizes, done))
+            server_thread.start()
+            try:
+                for command in (["log", "--confirm", "x"], ["watch"], ["ping", "-n", "1"]):
+                    self.run_tool("--timeout", "3" if code == NOT_CONFIRMED else "0.3", *command, code=code)
+            finally:
+                done.set()
+                server_thread.join()
+
+    def test_closed_and_full_standard_descriptors_are_told(self):
+        service = self.service()
+
+        def closing(*descriptors):
+            return lambda: [os.close(descriptor) for descriptor in descriptors]
+
+        self.run_tool("log", "--confirm", "-t", "shut", "words", preexec_fn=closing(0, 1))
+        self.assertEqual(self.module_lines(service, "shut"), [b"Info: words"])
+        self.assertIn("standard input", self.run_tool("log", code=USAGE, preexec_fn=closing(0))[1])
+        self.peer().log(b"for watch\n")
+        for command in (["dump"], ["--help"], ["ping", "-n", "1"]):
+            self.assertIn("standard output", self.run_tool(*command, code=USAGE, preexec_fn=closing(1))[1])
+            with open("/dev/full", "w") as full:
+                self.assertIn("No space left", self.run_tool(*command, code=USAGE, stdout=full)[1])
