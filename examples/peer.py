@@ -1,18 +1,23 @@
 #!/usr/bin/env python3
-"""Writes one line into the log service's log: python3 peer.py "link down"
+"""Writes one line into the log service's log, and makes sure that it has it: python3 peer.py "link down"
 
 Shows all that a peer has to do; the protocol is described in docs/protocol.md.
 """
 import argparse
 import hashlib
 import os
+import random
 import socket
 import sys
 import time
 
 MAX_CALL = 1450 - 16  # a datagram less the cookie, in bytes
+TAG = 24  # blanks and tabs behind the call, which tell it from any other
 TRIES = 4
-WAIT = 1.0  # seconds for the nonce to come
+WAIT = 1.0  # seconds for an answer
+# Where local ports are searched, for each socket. The service remembers every port that it ever heard of, so a
+# program that is run often must not use a new one each time.
+PORTS = {"mouth": range(11101, 11133), "ear": range(11133, 11165)}
 
 
 def quote(text):
@@ -20,24 +25,52 @@ def quote(text):
     return b"`" + text.replace(b"~", b"~~").replace(b"`", b"~`") + b"`"
 
 
-def connect(host, port):
-    """Returns a socket and the nonce that the service sent to it, or ends with an error."""
-    for _ in range(TRIES):
-        # A new socket, so a new port, for every try: a late nonce of an earlier one cannot pass for this one's.
-        peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        peer.settimeout(WAIT)
+class Peer:
+    """A socket that the service knows. Raises OSError when nobody answers."""
+
+    def __init__(self, service, password, ports):
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        for port in ports:
+            try:
+                self.socket.bind(("", port))
+                break
+            except OSError:
+                pass  # taken
+        self.socket.connect(service)
+        self.socket.settimeout(WAIT)
+        self.socket.send(b"CONN")
+        nonce = self.socket.recv(2048)
+        self.cookie = hashlib.md5(nonce + password).digest()
+        self.send(b"")  # the right cookie admits us
+
+    def send(self, text):
+        self.socket.send(self.cookie + text)
+
+    def hears(self, text):
+        """Waits for a call. Everything that an admitted peer calls comes here, but what we call ourselves."""
+        end = time.monotonic() + WAIT
         try:
-            peer.connect((host, port))
-            peer.send(b"CONN")
-            nonce = peer.recv(2048)
-            if len(nonce) == 16:
-                return peer, nonce
-        except ConnectionRefusedError:
-            time.sleep(WAIT)  # nobody has the port: the service may be starting
+            while time.monotonic() < end:
+                if self.socket.recv(2048) == self.cookie + text:
+                    return True
         except socket.timeout:
             pass
-        peer.close()
-    sys.exit(f"peer.py: nobody answers at {host}, UDP port {port}")
+        return False
+
+    def leave(self):
+        self.socket.send(b"CONN")  # ends the admission: nothing is sent to us any more
+        self.socket.close()
+
+
+def write(service, password, call):
+    """Tries once. False or OSError: the service may have it, but we don't know."""
+    ear = Peer(service, password, PORTS["ear"])
+    mouth = Peer(service, password, PORTS["mouth"])
+    mouth.send(call)
+    heard = ear.hears(call)
+    mouth.leave()
+    ear.leave()
+    return heard
 
 
 def main():
@@ -51,17 +84,23 @@ def main():
     parser.add_argument("--module", default="net", help="default: net")
     args = parser.parse_args()
 
-    # The log adds no line end, so the text brings its own.
+    # The log adds no line end, so the text brings its own. The tag is white space, which the service ignores.
     line = os.fsencode(args.text) + b"\n"
     call = b"LogMsg %d %s %s" % (args.type, quote(os.fsencode(args.module)), quote(line))
+    call += bytes(random.choices(b" \t", k=TAG))
     if len(call) > MAX_CALL:
         sys.exit(f"peer.py: the line is too long: {len(call)} bytes as a call, {MAX_CALL} fit")
-    try:
-        peer, nonce = connect(args.host, args.port)
-        cookie = hashlib.md5(nonce + os.fsencode(args.password)).digest()
-        peer.send(cookie + call)  # the right cookie admits the peer; the same packet may carry a call
-    except (OSError, OverflowError) as error:
-        sys.exit(f"peer.py: cannot reach {args.host}, UDP port {args.port}: {error}")
+    trouble = "nothing that we send is taken: is the password right?"
+    for _ in range(TRIES):
+        try:
+            if write((args.host, args.port), os.fsencode(args.password), call):
+                return
+        except ConnectionRefusedError as error:
+            trouble = error
+            time.sleep(WAIT)  # nobody has the port: the service may be starting
+        except (OSError, OverflowError) as error:
+            trouble = error
+    sys.exit(f"peer.py: no receipt from {args.host}, UDP port {args.port}: {trouble}")
 
 
 if __name__ == "__main__":

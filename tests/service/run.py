@@ -28,9 +28,10 @@ def run(args):
     tool = args.tool or os.path.join(os.path.dirname(args.binary), "syslogctl")
     if os.path.exists(tool):
         files["tool"] = tool
-    lines = os.path.join(os.path.dirname(args.binary), "tests", "velk_lines")
-    if os.path.exists(lines):
-        files["velk_lines"] = lines
+    built = os.path.dirname(args.binary)
+    for name in ("tests/velk_lines", "examples/log_c", "examples/log_cpp"):
+        files[os.path.basename(name)] = os.path.join(built, name)
+    files["log.sh"] = os.path.join(REPOSITORY, "examples", "log.sh")
     if args.collectors:
         files.update({"collectors": args.collectors, "examples": os.path.join(REPOSITORY, "examples")})
     namespace.prepare(files)

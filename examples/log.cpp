@@ -1,0 +1,22 @@
+// A C++ program whose whole log goes to the service too: build/examples/log_cpp "link down"
+#include <stdio.h>
+
+#include "common/GDQUdpClient.h"
+#include "common/LogPrinter.h"
+
+int main(int argc, char** argv) {
+  static Velk::GDQUdpClient client;  // stays: the printer does not let go of it
+  if (!client.Open("127.0.0.1", "mosk")) {
+    perror("cannot reach the log service");
+    return 1;
+  }
+  LogPrinter* const log = LogPrinter::Instance();
+  log->m_appName.Set("example");
+  log->SetLogToGDQUdp(&client);
+
+  log->Log(Warning, "net", "%s\n", argc > 1 ? argv[1] : "link down");
+
+  const unsigned missing = client.Flush(5000);
+  if (missing > 0) fprintf(stderr, "%u lines are not confirmed\n", missing);
+  return missing > 0 ? 1 : 0;
+}

@@ -1,0 +1,38 @@
+"""The programs that people copy from."""
+import os
+import subprocess
+import sys
+
+import namespace
+from harness import ServiceTest, TOOL
+
+PROGRAMS = [[sys.executable, os.path.join(namespace.FILES, "peer.py")],
+            *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh"))]
+LINE = "100%s `~\\ ä"
+
+
+class Examples(ServiceTest):
+    def start_program(self, program):
+        os.makedirs("/tmp/bin", exist_ok=True)
+        if not os.path.exists("/tmp/bin/syslogctl"):
+            os.symlink(TOOL, "/tmp/bin/syslogctl")
+        environment = {**os.environ, "PATH": os.environ["PATH"] + ":/tmp/bin"}
+        return subprocess.Popen([*program, LINE], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                                env=environment)
+
+    def test_each_writes_its_line_once(self):
+        service = self.service()
+        peer = self.peer()
+        for number, program in enumerate(PROGRAMS, start=1):
+            with self.subTest(program[-1]):
+                started = self.start_program(program)
+                said = started.communicate()[0]
+                self.assertEqual(started.returncode, 0, said)
+                service.fence(peer)
+                self.assertEqual(service.count("net.Warning: " + LINE.encode().decode("latin-1")), number)
+
+    def test_each_says_that_nobody_is_there(self):
+        for program in [self.start_program(program) for program in PROGRAMS]:
+            with self.subTest(program.args[-2]):
+                self.assertNotEqual(program.communicate()[0], "")
+                self.assertNotEqual(program.returncode, 0)
