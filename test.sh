@@ -4,7 +4,7 @@
 set -u
 cd "$(dirname "$0")" || exit 1
 
-tools/install.sh g++ cmake ninja-build pkg-config libgtest-dev python3 clang-format clang-tidy clang libclang-rt-dev || exit 1
+tools/install.sh g++ cmake ninja-build pkg-config libgtest-dev python3 clang-format clang-tidy clang libclang-rt-dev mandoc || exit 1
 
 passed=0 failed=0 skipped=0
 failures=()
@@ -45,6 +45,7 @@ for preset in release asan tsan; do
   step "service $preset" service $preset
 done
 step "install" tests/install/run.sh build
+step "man pages" bash -c "mandoc -T lint -W warning man/*"
 step "build fuzz" bash -c "cmake --preset fuzz -DVELK_WERROR=${CI:-OFF} && cmake --build --preset fuzz"
 step "fuzz regressions" fuzz/run.sh 0
 step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' |
