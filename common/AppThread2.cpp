@@ -39,7 +39,7 @@ bool CreateDetached(void* (*entry)(void*), void* argument) {
 }  // namespace
 
 bool AppThread2::Run() {
-  if (m_running.exchange(true, std::memory_order_acq_rel)) return false;
+  if (m_running.exchange(1, std::memory_order_acq_rel) != 0) return false;
   m_stopAcknowledgement.store(nullptr, std::memory_order_relaxed);
   // Not left to the new thread: a Stop() before its first step would see nobody to wait for, and its caller
   // would destroy the object under a thread still to come.
@@ -56,7 +56,7 @@ void* AppThread2::DriverFunction0(void* self) {
   thread->Driver();
   thread->OnExit();
   const bool autoDelete = thread->m_autoDelete;
-  const bool stopped = !thread->m_running.exchange(false, std::memory_order_acq_rel);
+  const bool stopped = thread->m_running.exchange(0, std::memory_order_acq_rel) == 0;
   if (stopped) thread->AcknowledgeStop();
   // Without autoDelete the owner may have destroyed the object by now.
   if (autoDelete) delete thread;
@@ -75,7 +75,7 @@ void AppThread2::AcknowledgeStop() {
 
 void AppThread2::Stop() {
   // The thread was never started, or has cleared this itself and looks for no flag.
-  if (!m_running.exchange(false, std::memory_order_acq_rel)) return;
+  if (m_running.exchange(0, std::memory_order_acq_rel) == 0) return;
   if (!m_active.load(std::memory_order_acquire)) return;  // Run() had failed
   std::atomic<bool> waiting{true};
   m_stopAcknowledgement.store(&waiting, std::memory_order_release);

@@ -35,15 +35,16 @@ class AppThread2 {
   static void* DriverFunction0(void* self);
 
  protected:
-  bool IsRunning() const { return m_running.load(std::memory_order_acquire); }
+  bool IsRunning() const { return m_running.load(std::memory_order_acquire) != 0; }
 
  private:
   void AcknowledgeStop();
 
   char* m_name;
   const bool m_autoDelete;
-  // Set by Run(). Stop() and the ending thread both try to clear it; who succeeds tells who came first.
-  std::atomic<bool> m_running{false};
+  // 1 from Run() on. Stop() and the ending thread both try to clear it; who succeeds tells who came first.
+  // A word: some processors exchange nothing smaller without help from a library.
+  std::atomic<int> m_running{0};
   std::atomic<bool> m_active{false};  // Run() got its thread
   // Flag in the frame of a waiting Stop().
   std::atomic<std::atomic<bool>*> m_stopAcknowledgement{nullptr};
