@@ -115,7 +115,7 @@ TEST(AppThread2, StaysRunningAfterAFailedStart) {
   pthread_attr_t huge;
   ASSERT_EQ(0, pthread_getattr_default_np(&normal));
   pthread_attr_init(&huge);
-  pthread_attr_setstacksize(&huge, SIZE_MAX / 8);  // no room for such a stack
+  pthread_attr_setstacksize(&huge, SIZE_MAX / 8 * 7);  // no room for such a stack
   ASSERT_EQ(0, pthread_setattr_default_np(&huge));
   Worker worker;
   EXPECT_FALSE(worker.Run());

@@ -139,7 +139,7 @@ TEST(ArgsBuilder2, IsReadBackUnchanged) {
     Velk::ArgsBuilder2 builder = keeper << "x";
     Texts expected;
     for (auto left = random() % 16; left != 0; --left) {
-      std::string text(random() % 40, ' ');
+      std::string text(static_cast<size_t>(random() % 40), ' ');
       for (char& c : text)
         c = static_cast<char>(random() % 4 == 0 ? "~`' "[random() % 4] : 1 + random() % 255);
       const auto number = static_cast<long long>(random() >> random() % 64);

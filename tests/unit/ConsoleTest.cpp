@@ -109,7 +109,7 @@ TEST(TimeStamp, FollowsTheZoneFromTheNextSecondOn) {
       char text[Velk::TimeStamp::kLength];
       EXPECT_EQ(Velk::TimeStamp::Put(text), text + sizeof text);
       stamp.assign(text, sizeof text);
-      const long second = (now + row.offset) % 86400;
+      const auto second = static_cast<long>((now + row.offset) % 86400);
       snprintf(text, sizeof text, "[%02ld:%02ld:%02ld.", second / 3600, second / 60 % 60, second % 60);
       expected = text;
       same = stamp.compare(0, expected.size(), expected) == 0 && stamp[13] == ']';
