@@ -12,7 +12,7 @@ bool HeldLines::Open(unsigned lines) {
   uint32_t count = kFewest;
   while (count < lines && count < kMost) count *= 2;
   m_lines = static_cast<Line*>(malloc(count * sizeof(Line)));
-  m_bytes = static_cast<char*>(malloc(count * kMeanLength));
+  m_bytes = static_cast<char*>(malloc(size_t{count} * kMeanLength));
   if (m_lines == nullptr || m_bytes == nullptr) {
     Close();
     return false;
