@@ -32,7 +32,7 @@ constexpr unsigned kLeastAnswerMs = 50;
 constexpr unsigned kMostAnswerMs = 1000;
 constexpr unsigned kProofs = 3;   // probes without an answer before a join has failed
 constexpr unsigned kResends = 1;  // without an answer before we take the service to have forgotten us
-constexpr unsigned kMostDoublings = 3;
+constexpr unsigned kMostDoublings = 5;
 constexpr unsigned kRefusals = 2;          // failed proofs, each with other ports, before we call it that
 constexpr uint64_t kRestUs = 10000 * kMs;  // then it tries again; each wrong cookie is a line in the log
 constexpr unsigned kReopenTries = 4;       // a socket keeps its local address, which may have changed
@@ -104,8 +104,7 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
 }
 
 bool GDQUdpClient::Start() {
-  m_client = NowUs() << 30 ^ static_cast<uint64_t>(getpid()) << 30;  // for want of anything better
-  if (getrandom(&m_client, sizeof m_client, GRND_NONBLOCK) < 0) errno = 0;
+  if (getrandom(&m_client, sizeof m_client, GRND_NONBLOCK) < 0) m_client = NowUs() * kMs << 30;
   m_client &= kClientMask;
   m_epoll = epoll_create1(EPOLL_CLOEXEC);
   m_timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
@@ -121,12 +120,13 @@ bool GDQUdpClient::Start() {
   m_process = getpid();
   m_answerMs = kLeastAnswerMs;
   m_failedProofs = 0;
-  m_isRefused = false;
+  m_state = State::NotJoined;
   StartJoin();
   Arm();
   return true;
 }
 
+// m_epoll first: a child process shares it with its parent and must not take the parent's sockets out of it.
 void GDQUdpClient::CloseDescriptors() {
   if (m_epoll >= 0) close(m_epoll);
   if (m_timer >= 0) close(m_timer);
@@ -147,6 +147,7 @@ void GDQUdpClient::Close() {
   m_lines.Close();
   m_calls.Close();
   m_phase = Phase::Closed;
+  m_state = State::NotJoined;
   m_process = 0;
 }
 
@@ -174,7 +175,7 @@ void GDQUdpClient::Enter() {
 // With new sockets: what the old ones had still to deliver belongs to the past.
 void GDQUdpClient::StartJoin() {
   m_phase = Phase::Connecting;
-  m_isJoined = false;
+  if (m_state == State::Joined) m_state = State::NotJoined;
   m_isBlocked = false;
   m_tries = 0;
   Rewind();
@@ -227,10 +228,9 @@ void GDQUdpClient::SendProof() {
 void GDQUdpClient::BecomeJoined() {
   m_phase = Phase::Joined;
   m_failedProofs = 0;
-  m_isRefused = false;
   m_joinedUs = NowUs();
-  if (!m_isJoined) ++m_joins;
-  m_isJoined = true;
+  if (m_state != State::Joined) ++m_joins;
+  m_state = State::Joined;
 }
 
 // The password is wrong, or another peer shares our record: another port may help.
@@ -241,7 +241,7 @@ void GDQUdpClient::GiveUpProof() {
     socket->ChangePort();
   }
   if (++m_failedProofs < kRefusals) return StartJoin();
-  m_isRefused = true;
+  m_state = State::Refused;
   m_phase = Phase::Resting;
   m_sinceUs = NowUs();
 }
@@ -416,7 +416,7 @@ void GDQUdpClient::OnDue() {
     m_isBlocked = false;
   } else if (m_phase == Phase::Connecting) {
     // After so many without a nonce it is no refusal any more.
-    if (++m_tries == kReopenTries) m_isRefused = false;
+    if (++m_tries == kReopenTries) m_state = State::NotJoined;
     SendConnects();
   } else if (m_phase == Phase::Proving) {
     if (++m_tries < kProofs) return SendProof();
@@ -478,21 +478,31 @@ bool GDQUdpClient::SendMsg(const char* text) {
   }
   const uint64_t now = NowUs();
   if (now >= DueUs()) Service();
-  if (!HasEar() && m_phase == Phase::Joined && now - m_joinedUs > kRejoinUs) StartJoin();
-  const uint64_t end = EndUs(m_options.waitMs);
-  while (!m_lines.Append(text, static_cast<unsigned>(length))) {
-    const uint32_t first = m_lines.First();
-    Service();
-    if (m_lines.First() == first && !WaitUnlocked(end)) {
-      Arm();
-      errno = EAGAIN;
-      return false;
-    }
+  if (!HasEar() && m_phase == Phase::Joined && now - m_joinedUs > kRejoinUs) {
+    StartJoin();
+    // Most likely the nonce comes at once, and perhaps nobody gives us time until the next call.
+    if (m_options.waitMs != 0) WaitUnlocked(now + kLeastAnswerMs * kMs);
+  }
+  if (!Append(text, static_cast<unsigned>(length))) {
+    Arm();
+    errno = EAGAIN;
+    return false;
   }
   Pump();
   if (m_next != m_lines.End()) Service();
   Arm();
   return true;
+}
+
+// Waits for room as long as Options::waitMs.
+bool GDQUdpClient::Append(const char* text, unsigned length) {
+  if (m_lines.Append(text, length)) return true;
+  const uint64_t end = EndUs(m_options.waitMs);
+  do {
+    Service();
+    if (m_lines.Append(text, length)) return true;
+  } while (WaitUnlocked(end));
+  return false;
 }
 
 void GDQUdpClient::Call(const char* name, const char* args) {
@@ -519,16 +529,52 @@ bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* tex
   return true;
 }
 
-unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  if (m_phase == Phase::Closed) return 0;
+// Works until done() or the time is over.
+template <typename Condition>
+void GDQUdpClient::WorkUntil(unsigned timeoutMs, Condition done) {
+  if (m_phase == Phase::Closed) return;
   const uint64_t end = EndUs(timeoutMs);
   do {
     Service();
-  } while (!m_lines.IsEmpty() && WaitUnlocked(end));
+  } while (!done() && WaitUnlocked(end));
   Arm();
+}
+
+unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  WorkUntil(timeoutMs, [this] { return m_lines.IsEmpty(); });
   return m_lines.End() - m_lines.First();
+}
+
+GDQUdpClient::State GDQUdpClient::WaitForAnswer(unsigned timeoutMs) {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  WorkUntil(timeoutMs, [this] { return m_state != State::NotJoined; });
+  return m_state;
+}
+
+template <typename Value>
+Value GDQUdpClient::Locked(const Value& value) {
+  Enter();
+  const ScopedLock lock(m_mutex);
+  return value;
+}
+
+GDQUdpClient::State GDQUdpClient::GetState() {
+  return Locked(m_state);
+}
+
+unsigned GDQUdpClient::Joins() {
+  return Locked(m_joins);
+}
+
+unsigned GDQUdpClient::HandshakeMicros() {
+  return Locked(m_handshakeUs);
+}
+
+int GDQUdpClient::Descriptor() {
+  return Locked(m_epoll);
 }
 
 unsigned GDQUdpClient::Held() {
@@ -543,41 +589,6 @@ unsigned GDQUdpClient::Unreceipted() {
   return m_lines.End() - m_receipted;
 }
 
-GDQUdpClient::State GDQUdpClient::StateLocked() const {
-  if (m_isJoined) return State::Joined;
-  return m_isRefused ? State::Refused : State::NotJoined;
-}
-
-GDQUdpClient::State GDQUdpClient::GetState() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return StateLocked();
-}
-
-GDQUdpClient::State GDQUdpClient::WaitForAnswer(unsigned timeoutMs) {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  if (m_phase == Phase::Closed) return State::NotJoined;
-  const uint64_t end = EndUs(timeoutMs);
-  do {
-    Service();
-  } while (StateLocked() == State::NotJoined && WaitUnlocked(end));
-  Arm();
-  return StateLocked();
-}
-
-unsigned GDQUdpClient::Joins() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return m_joins;
-}
-
-unsigned GDQUdpClient::HandshakeMicros() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return m_handshakeUs;
-}
-
 unsigned GDQUdpClient::Probe() {
   Enter();
   const ScopedLock lock(m_mutex);
@@ -585,12 +596,6 @@ unsigned GDQUdpClient::Probe() {
   SendProbe(true);
   Arm();
   return m_phase == Phase::Joined ? m_probeId : 0;
-}
-
-int GDQUdpClient::Descriptor() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return m_epoll;
 }
 
 void GDQUdpClient::Process() {

@@ -55,7 +55,8 @@ class GDQUdpClient final : public GDQUdpBase {
   struct Options {
     bool reliable = true;  // else each call is sent once
     bool listen = false;   // hear what others call, and notice a restart while idle
-    // How long SendMsg() waits when no more can be held; 0: not at all.
+    // How long SendMsg() waits when no more can be held; 0: not at all. For ever means that a program stands
+    // still until the service comes.
     unsigned waitMs = kForever;
     // Calls held, of 256 bytes each on average; up to kMostHeld. Also bounds the rate of confirmed calls:
     // heldLines in each kSettleMs.
@@ -65,7 +66,7 @@ class GDQUdpClient final : public GDQUdpBase {
 
   enum class State {
     NotJoined,  // nobody answers (yet)
-    Joined,     // without an ear: a nonce came. With one: the service relays what we send
+    Joined,     // as far as we know. Without an ear: a nonce came. With one: what we send is relayed
     Refused,    // the service answers but relays nothing: most likely the wrong password. Keeps trying
   };
 
@@ -150,6 +151,8 @@ class GDQUdpClient final : public GDQUdpBase {
 
   static constexpr unsigned kProbes = 16;
 
+  template <typename Value>
+  Value Locked(const Value& value);
   bool Start();
   void Enter();
   void AfterFork();
@@ -161,8 +164,6 @@ class GDQUdpClient final : public GDQUdpBase {
 
   // All others are called with the mutex held.
   bool HasEar() const { return m_options.reliable || m_options.listen; }
-  State StateLocked() const;
-
   void StartJoin();
   void Rewind();
   void SendConnects();
@@ -189,6 +190,9 @@ class GDQUdpClient final : public GDQUdpBase {
   uint64_t DueUs() const;
   void OnDue();
   void Arm();
+  bool Append(const char* text, unsigned length);
+  template <typename Condition>
+  void WorkUntil(unsigned timeoutMs, Condition done);
   // Gives up the mutex while it waits for datagrams, at most until endUs. False: that has passed.
   bool WaitUnlocked(uint64_t endUs);
 
@@ -208,8 +212,7 @@ class GDQUdpClient final : public GDQUdpBase {
   PeerSocket m_ear{kEarPort};
 
   Phase m_phase = Phase::Closed;
-  bool m_isJoined = false;
-  bool m_isRefused = false;
+  State m_state = State::NotJoined;
   bool m_isBlocked = false;  // the socket takes no more just now
   unsigned m_failedProofs = 0;
   unsigned m_joins = 0;

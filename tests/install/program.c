@@ -5,7 +5,9 @@
 
 #ifdef __cplusplus
 #include <string>
-static std::string text() { return std::string(100, 'x'); } /* has its own operator new beside the library's */
+static std::string text() {
+  return std::string(100, 'x');
+} /* has its own operator new beside the library's */
 #define TEXT text().c_str()
 #else
 #define TEXT "x"
