@@ -1,0 +1,224 @@
+// The reliable client and the server over a network that loses, doubles, reorders and makes up datagrams,
+// with a server that restarts: what the client calls confirmed was run.
+#include <gtest/gtest.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "common/GDQUdpClient.h"
+#include "common/GDQUdpSrv.h"
+#include "tests/unit/CapturedLog.h"
+#include "tests/unit/Choices.h"
+
+namespace {
+
+constexpr uint64_t kMs = 1000;
+
+// Where datagrams are on their way.
+class Network {
+ public:
+  using Datagram = std::pair<unsigned short, std::string>;  // the client's port
+
+  void Put(std::deque<Datagram>& way, const Datagram& datagram, Choices& choices) {
+    const unsigned fate = choices.Below(16);
+    if (fate == 1) return;
+    for (unsigned copies = fate == 2 ? 2 : 1; copies != 0; --copies) {
+      const size_t ahead = fate == 3 ? std::min<size_t>(way.size(), choices.Below(4)) : 0;
+      way.insert(way.end() - static_cast<long>(ahead), datagram);
+    }
+  }
+
+  std::deque<Datagram> m_toServer;
+  std::deque<Datagram> m_toClient;
+};
+
+class World final : public Velk::GDOBase {
+ public:
+  explicit World(Choices choices) : m_choices(choices) {}
+
+  void Run() {
+    Velk::GDQUdpClient::Options options;
+    options.waitMs = 0;
+    options.heldLines = 16;
+    StartServer();
+    ASSERT_TRUE(m_client.Open("127.0.0.1", "", options));
+    while (m_choices.AreLeft()) {
+      Step();
+      Check();
+    }
+    const uint64_t end = m_nowUs + 60000 * kMs;  // all is well from now on
+    for (; m_client.Held() != 0; m_nowUs += 5 * kMs) {
+      ASSERT_LT(m_nowUs, end);
+      for (int i = 0; i < 8; ++i) Deliver();
+      m_client.Process();
+    }
+    Check();
+    m_client.Close();
+  }
+
+  // Run by the server once it has lived on for the time that the client allows it.
+  void Call(const char* name, const char*) override {
+    if (*name != '\0') m_taken.emplace_back(m_nowUs + Velk::GDQUdpClient::kSettleMs * kMs, name);
+  }
+  Velk::ArgsBuilder2 operator<<(const char* name) override { return Velk::ArgsBuilder2(name, this); }
+
+  uint64_t m_nowUs = 1000000 * kMs;
+  Choices m_choices;
+  Network m_network;
+
+ private:
+  void StartServer() {
+    RunTaken();
+    m_taken.clear();
+    m_server = std::make_unique<Velk::GDQUdpSrv>();
+    m_server->AddListener(this);
+  }
+
+  void RunTaken() {
+    for (; !m_taken.empty() && m_taken.front().first <= m_nowUs; m_taken.pop_front())
+      m_ran.insert(m_taken.front().second);
+  }
+
+  void Deliver() {
+    auto& way = m_network.m_toServer;
+    if (way.empty()) return;
+    const auto [port, bytes] = way.front();
+    way.pop_front();
+    std::vector<unsigned char> packet(bytes.begin(), bytes.end());
+    packet.push_back(0xFF);
+    m_server->HandleDatagram(InetAddress2(INADDR_LOOPBACK, port), packet.data(),
+                             static_cast<int>(bytes.size()));
+  }
+
+  void Step() {
+    switch (m_choices.Below(16)) {
+      case 0:
+        return StartServer();
+      case 1: {
+        auto& way = m_network.m_toClient;
+        const unsigned port = Velk::GDQUdpClient::kMouthPort + m_choices.Below(64);
+        way.emplace_back(port, m_choices.Bytes(m_choices.Below(64)));
+        return;
+      }
+      case 2:
+        m_nowUs += m_choices.Below(256) * 4 * kMs;
+        return;
+      case 3:
+      case 4:
+      case 5:
+        if (m_client.SendMsg(("call" + std::to_string(m_sent)).c_str())) ++m_sent;
+        return;
+      case 6:
+        m_client.Probe();
+        return;
+      case 7:
+      case 8:
+        m_nowUs += m_choices.Below(20) * kMs;
+        return;
+      case 9:
+      case 10:
+      case 11:
+        return m_client.Process();
+      default:
+        return Deliver();
+    }
+  }
+
+  void Check() {
+    RunTaken();
+    for (; m_confirmed < m_sent - m_client.Held(); ++m_confirmed)
+      ASSERT_EQ(1u, m_ran.count("call" + std::to_string(m_confirmed))) << m_confirmed;
+  }
+
+  std::unique_ptr<Velk::GDQUdpSrv> m_server;
+  std::deque<std::pair<uint64_t, std::string>> m_taken;  // when each is run
+  std::set<std::string> m_ran;
+  unsigned m_sent = 0;
+  unsigned m_confirmed = 0;
+  Velk::GDQUdpClient m_client;
+};
+
+World* s_world = nullptr;
+
+unsigned short PortOf(int fd) {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin_port);
+}
+
+}  // namespace
+
+extern "C" {
+
+int __real_clock_gettime(clockid_t, timespec*);
+int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+  if (s_world == nullptr) return __real_clock_gettime(clock, time);
+  *time = {static_cast<time_t>(s_world->m_nowUs / 1000000),
+           static_cast<long>(s_world->m_nowUs % 1000000 * 1000)};
+  return 0;
+}
+
+time_t time(time_t*) {
+  return static_cast<time_t>(s_world != nullptr ? s_world->m_nowUs / 1000000 : 0);
+}
+
+ssize_t getrandom(void* bytes, size_t size, unsigned) {
+  memset(bytes, 7, size);
+  return static_cast<ssize_t>(size);
+}
+
+ssize_t send(int fd, const void* bytes, size_t size, int) {
+  const std::string datagram(static_cast<const char*>(bytes), size);
+  s_world->m_network.Put(s_world->m_network.m_toServer, {PortOf(fd), datagram}, s_world->m_choices);
+  return static_cast<ssize_t>(size);
+}
+
+ssize_t sendmsg(int fd, const msghdr* message, int flags) {
+  std::string datagram;
+  for (size_t i = 0; i < message->msg_iovlen; ++i)
+    datagram.append(static_cast<const char*>(message->msg_iov[i].iov_base), message->msg_iov[i].iov_len);
+  return send(fd, datagram.data(), datagram.size(), flags);
+}
+
+// By the server.
+ssize_t sendto(int, const void* bytes, size_t size, int, const sockaddr* to, socklen_t) {
+  sockaddr_in address{};
+  memcpy(&address, to, sizeof address);
+  const std::string datagram(static_cast<const char*>(bytes), size);
+  Network& network = s_world->m_network;
+  network.Put(network.m_toClient, {ntohs(address.sin_port), datagram}, s_world->m_choices);
+  return static_cast<ssize_t>(size);
+}
+
+ssize_t recv(int fd, void* bytes, size_t size, int) {
+  const unsigned short port = PortOf(fd);
+  auto& way = s_world->m_network.m_toClient;
+  const auto first =
+      std::find_if(way.begin(), way.end(), [&](const auto& item) { return item.first == port; });
+  if (first == way.end()) {
+    errno = EAGAIN;
+    return -1;
+  }
+  const size_t length = std::min(size, first->second.size());
+  memcpy(bytes, first->second.data(), length);
+  way.erase(first);
+  return static_cast<ssize_t>(length);
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static CapturedLog log(false);
+  World world(Choices(data, size));
+  s_world = &world;
+  world.Run();
+  s_world = nullptr;
+  log.Take();
+  return 0;
+}
+
+}  // extern "C"
