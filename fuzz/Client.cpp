@@ -110,9 +110,11 @@ class World final : public Velk::GDOBase {
         return;
       case 3:
       case 4:
-      case 5:
-        if (m_client.SendMsg(("call" + std::to_string(m_sent)).c_str())) ++m_sent;
+      case 5: {
+        const std::string args(m_choices.Below(4) * 400, 'x');
+        if (m_client.SendMsg(("call" + std::to_string(m_sent) + " " + args).c_str())) ++m_sent;
         return;
+      }
       case 6:
         m_client.Probe();
         return;
