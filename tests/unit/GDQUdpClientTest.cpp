@@ -157,6 +157,25 @@ TEST(GDQUdpClient, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
   EXPECT_EQ(lines.size() + 1, service.Lines().size());
 }
 
+// The service has restarted within one second, so that we have the cookies of before.
+TEST(GDQUdpClient, TakesNoReceiptOfBeforeARestartForOneOfAfter) {
+  StubService service;
+  GDQUdpClient client;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
+  service.m_holdsReceipts = true;
+  ASSERT_TRUE(SendNumbers(client, 0, 3));
+  ASSERT_TRUE(WaitFor([&] { return service.Lines().size() == 3; }));
+  service.m_losesCalls = true;
+  service.Restart(kLongMs);
+  ASSERT_TRUE(RunUntil(client, [&] { return client.Joins() == 2; }));
+  service.m_holdsReceipts = false;
+  EXPECT_EQ(3u, client.Flush(2 * GDQUdpClient::kSettleMs));
+  service.m_losesCalls = false;
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_EQ(Numbers(0, 3), service.Lines());
+}
+
 TEST(GDQUdpClient, LosesNothingAndKeepsTheOrderThroughEveryFault) {
   StubService service;
   service.m_faultPercent = 5;

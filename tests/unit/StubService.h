@@ -84,7 +84,8 @@ class StubService {
   std::atomic<unsigned> m_faultPercent{0};    // of datagrams lost, doubled and delayed, each
   std::atomic<bool> m_answersRubbish{false};  // to everything
   std::atomic<unsigned short> m_deafPort{0};  // a cookie from there never matches
-  std::atomic<unsigned> m_unknown{0};         // datagrams from peers that are not known
+  std::atomic<bool> m_holdsReceipts{false};   // of calls, until false again
+  std::atomic<bool> m_losesCalls{false};      // but not probes
   std::atomic<unsigned> m_datagrams{0};
 
  private:
@@ -101,7 +102,7 @@ class StubService {
       const int size = isReadable ? m_socket.Read(bytes, sizeof bytes, &from) : -1;
       const std::lock_guard<std::mutex> lock(m_mutex);
       if (size >= 0) Receive(std::string(bytes, static_cast<size_t>(size)), from.GetPort());
-      if (!isReadable) SendDelayed();
+      if (!isReadable && !m_holdsReceipts) SendDelayed();
     }
   }
 
@@ -121,8 +122,7 @@ class StubService {
     }
     if (datagram == "CONN") {
       m_ports.insert(port);
-      std::string nonce(16, ' ');
-      for (char& byte : nonce) byte = static_cast<char>(m_random());
+      const std::string nonce(16, static_cast<char>(port));  // as the real one's within the same second
       Velk::HashMD5 md5;
       unsigned char cookie[16];
       md5.AddBinary(nonce.data(), nonce.size());
@@ -133,14 +133,13 @@ class StubService {
       return;
     }
     const auto peer = m_peers.find(port);
-    if (peer == m_peers.end()) ++m_unknown;
     if (peer == m_peers.end() || port == m_deafPort || datagram.compare(0, 16, peer->second.cookie) != 0)
       return;
     peer->second.isValid = true;
-    if (datagram.size() == 16) return;
     const std::string text = datagram.substr(16);
-    Relay(text, port);
     const size_t end = text.find_last_not_of(" \t");
+    if (end != std::string::npos && m_losesCalls) return;
+    if (!text.empty()) Relay(text, port);
     if (end != std::string::npos) m_lines.emplace_back(text.substr(0, end + 1), Clock::now());
   }
 
@@ -153,7 +152,7 @@ class StubService {
   void Send(const std::string& datagram, unsigned short port) {
     const unsigned chance = static_cast<unsigned>(m_random() % 100);
     if (chance < m_faultPercent) return;
-    if (chance < 2 * m_faultPercent) {
+    if (chance < 2 * m_faultPercent || (m_holdsReceipts && datagram.find("Call") != std::string::npos)) {
       m_delayed.emplace_back(datagram, port);
       return;
     }
