@@ -64,16 +64,6 @@ GDQUdpClient::Options Unwaiting(unsigned heldLines) {
   return options;
 }
 
-class Heard : public Velk::GDOBase {
- public:
-  void Call(const char* name, const char* args) override {
-    m_calls.push_back(std::string(name) + "|" + args);
-  }
-  virtual ~Heard() = default;
-
-  Lines m_calls;
-};
-
 }  // namespace
 
 TEST(GDQUdpClient, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind) {
@@ -219,9 +209,6 @@ TEST(GDQUdpClient, WaitsForRoomOrNotAsAsked) {
   ASSERT_TRUE(service.Start());
   EXPECT_EQ(0u, client.Flush(kLongMs));
   EXPECT_EQ(longest, service.Lines().at(0));
-
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", Unwaiting(16)));
-  EXPECT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
 }
 
 TEST(GDQUdpClient, SendsOnceWhenNotReliable) {
@@ -236,11 +223,11 @@ TEST(GDQUdpClient, SendsOnceWhenNotReliable) {
   EXPECT_EQ(1u, service.Admitted().size());
   EXPECT_EQ(0u, client.Probe());
   service.Stop();
-  client.SendMsg("lost");
+  client.SendMsg("x");  // is refused, which tells of the restart
   ASSERT_TRUE(service.Start());
-  EXPECT_TRUE(SendNumbers(client, 50, 60));  // the refused datagram has told of the restart
+  EXPECT_TRUE(SendNumbers(client, 0, 5));
   EXPECT_EQ(0u, client.Flush(kLongMs));
-  EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 10; }));
+  EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 5; }));
 }
 
 TEST(GDQUdpClient, UsesTheSamePortsForAnyNumberOfRuns) {
@@ -250,16 +237,15 @@ TEST(GDQUdpClient, UsesTheSamePortsForAnyNumberOfRuns) {
     ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
     ASSERT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
   }
-  EXPECT_LE(service.Ports().size(), 2 * Velk::PeerSocket::kPorts);
+  EXPECT_LE(service.m_connectPorts, 2 * Velk::PeerSocket::kPorts);
 
   // More at the same time than there are ports.
-  std::unique_ptr<GDQUdpClient> clients[Velk::PeerSocket::kPorts + 1];
+  std::vector<std::unique_ptr<GDQUdpClient>> clients(Velk::PeerSocket::kPorts + 1);
   for (auto& client : clients) {
     client = std::make_unique<GDQUdpClient>();
     ASSERT_TRUE(client->Open(service.Address().c_str(), "mosk", Unwaiting(16)));
   }
   for (auto& client : clients) EXPECT_EQ(State::Joined, client->WaitForAnswer(kLongMs));
-  EXPECT_EQ(2 * std::size(clients), service.Admitted().size());
 }
 
 TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
@@ -268,8 +254,6 @@ TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
   GDQUdpClient::Options options;
   options.reliable = false;
   options.listen = true;
-  Heard heard;
-  client.AddListener(&heard);
   Lines calls, trips;
   client.SetCallHandler(
       [](const char* name, const char* args, void* user) {
@@ -295,7 +279,6 @@ TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
   EXPECT_EQ(Lines{}, calls);
   EXPECT_TRUE(RunUntil(client, [&] { return trips.size() == 3; }));
   EXPECT_EQ((Lines{"Name|args ", "Alone|"}), calls);
-  EXPECT_EQ(calls, heard.m_calls);
   EXPECT_EQ(ids, trips);
 
   // A listener finds out by itself that it was forgotten, and hears on.

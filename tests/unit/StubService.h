@@ -61,11 +61,7 @@ class StubService {
     return lines;
   }
 
-  // Ports that ever sent CONN, or that are admitted now.
-  std::set<unsigned short> Ports() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_ports;
-  }
+  // Ports.
   std::set<unsigned short> Admitted() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::set<unsigned short> ports;
@@ -86,7 +82,8 @@ class StubService {
   std::atomic<unsigned short> m_deafPort{0};  // a cookie from there never matches
   std::atomic<bool> m_holdsReceipts{false};   // of calls, until false again
   std::atomic<bool> m_losesCalls{false};      // but not probes
-  std::atomic<unsigned> m_datagrams{0};
+  std::atomic<unsigned> m_datagrams{0};       // received
+  std::atomic<unsigned> m_connectPorts{0};    // that ever sent CONN
 
  private:
   struct Peer {
@@ -122,6 +119,7 @@ class StubService {
     }
     if (datagram == "CONN") {
       m_ports.insert(port);
+      m_connectPorts = static_cast<unsigned>(m_ports.size());
       const std::string nonce(16, static_cast<char>(port));  // as the real one's within the same second
       Velk::HashMD5 md5;
       unsigned char cookie[16];
