@@ -127,7 +127,7 @@ bool SetSeconds(const char* name, const char* text, unsigned* milliseconds) {
   if (end == text || *end != '\0' || !(seconds >= 0.001 && seconds <= kLongest)) {
     return Refuse("'%s' is no %s: seconds, 0.001 to 86400", text, name);
   }
-  *milliseconds = static_cast<unsigned>(seconds * 1000 + 0.5);
+  *milliseconds = static_cast<unsigned>(seconds * 1000);
   return true;
 }
 

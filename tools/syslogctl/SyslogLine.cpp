@@ -82,7 +82,7 @@ void SkipTimeStamp(Scan& scan) {
         if (!isdigit(c)) return;
         break;
       default:
-        if (c != kForm[i]) return;
+        if (scan.p[i] != kForm[i]) return;
     }
   }
   scan.p += kLength;
