@@ -48,7 +48,7 @@ step "install" tests/install/run.sh build
 step "man pages" bash -c "mandoc -T lint -W warning man/*"
 step "build fuzz" bash -c "cmake --preset fuzz -DVELK_WERROR=${CI:-OFF} && cmake --build --preset fuzz"
 step "fuzz regressions" fuzz/run.sh 0
-step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' 'tools/*.cpp' |
+step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' 'lib/*.cpp' 'tools/*.cpp' |
   xargs -P 2 -n 4 clang-tidy -p build --quiet"
 
 [ ${#failures[@]} -eq 0 ] || printf 'Failed: %s\n' "${failures[@]}"
