@@ -1,0 +1,11 @@
+#!/bin/sh
+# Counts the user-space instructions that the service spends on one line, with callgrind: bench/instructions.sh
+# Needs root, as compare.sh does. Unlike a timing the figure stays from run to run, so a change shows.
+set -eu
+cd "$(dirname "$0")/.."
+tools/install.sh gcc g++ cmake ninja-build python3 valgrind
+cmake --preset release >/dev/null
+cmake --build --preset release --target syslog -- --quiet
+mkdir -p build/bench
+gcc -O2 -Wall -Wextra bench/load.c -o build/bench/load
+exec unshare --mount --net --pid --fork --mount-proc python3 bench/instructions.py
