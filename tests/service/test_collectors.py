@@ -1,33 +1,20 @@
 """The configurations that we give to users, under the real collectors, fed by the real service."""
 import json
 import os
-import subprocess
 import unittest
 
-import namespace
+import collectors
 from harness import SYSLOG_ON, ServiceTest, until
 
-COLLECTORS = os.path.join(namespace.FILES, "collectors")
-CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
-HOST = "127.0.0.2"
 
 
-@unittest.skipUnless(os.path.isdir(COLLECTORS), "rsyslog and syslog-ng are not unpacked (tools/collectors.sh)")
+@unittest.skipUnless(os.path.isdir(collectors.FOLDER), "rsyslog and syslog-ng are not unpacked (tools/collectors.sh)")
 class Collectors(ServiceTest):
-    def collector(self, name, *arguments):
-        with open(f"{CONFIGURATIONS}/{name}.conf") as configuration:
-            text = configuration.read().replace("/var/log/", "/tmp/")
-        # On one machine the collector's port is taken by the service, which sends from it, but for an address of its own.
-        text = text.replace('port="514"', f'address="{HOST}" port="514"').replace("port(514)", f'ip("{HOST}") port(514)')
-        with open(f"/tmp/{name}.conf", "w") as configuration:
-            configuration.write(text)
-        process = subprocess.Popen([f"{COLLECTORS}/{arguments[0]}", *arguments[1:], "-f", f"/tmp/{name}.conf"],
-                                   stdout=subprocess.DEVNULL)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.terminate)
+    def collector(self, name):
+        self.addCleanup(collectors.Collector(name).stop)
 
     def check_fields(self):
-        self.configure(SYSLOG_ON % HOST)
+        self.configure(SYSLOG_ON % collectors.HOST)
         service = self.service("debug")
         peer = self.peer()
 
@@ -52,9 +39,9 @@ class Collectors(ServiceTest):
         self.assertRegex(found[0]["received"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d")
 
     def test_rsyslog_gets_every_field(self):
-        self.collector("rsyslog", "rsyslogd", "-n", "-i", "/tmp/pid")
+        self.collector("rsyslog")
         self.check_fields()
 
     def test_syslog_ng_gets_every_field(self):
-        self.collector("syslog-ng", "syslog-ng", "-F", "--no-caps", "-R", "/tmp/persist", "-p", "/tmp/pid", "-c", "/tmp/control")
+        self.collector("syslog-ng")
         self.check_fields()

@@ -1,0 +1,147 @@
+#!/usr/bin/env python3
+"""How many lines of how many devices a collector takes, and how many it loses: prints the tables of docs/fleet.md.
+
+rates    lines per second from 10, 100 and 1,000 devices, with the kernel's usual receive buffer and a large one
+bursts   1,000 devices that have 20 lines each to say at the same moment, with several receive buffers
+
+Runs rsyslog and syslog-ng with the configurations of examples/collectors in namespaces of its own. bench/fleet.sh
+builds what it needs. The devices' lines come from the same machine: they take processor time from the collector.
+"""
+import argparse
+import json
+import os
+import shutil
+import subprocess
+import sys
+import time
+
+REPOSITORY = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(REPOSITORY, "tests", "service"))
+import collectors  # noqa: E402  (found by the line above)
+import namespace  # noqa: E402
+
+LOGS = "/tmp/devices"
+# The program's name, and how its configuration writes the receive buffer.
+PROGRAMS = {"rsyslog": '"16m"', "syslog-ng": "(16777216)"}
+USUAL_BUFFER = 106496  # what the kernel doubles to the 212,992 bytes that a socket has by itself
+
+
+def lines_written():
+    total = 0
+    for folder, _, files in os.walk(LOGS):
+        for name in files:
+            with open(os.path.join(folder, name), "rb") as file:
+                while block := file.read(1 << 20):
+                    total += block.count(b" of a fleet")
+    return total
+
+
+def kernel_drops():
+    """Datagrams that found no room in the receive buffer of port 514 of the collector."""
+    with open("/proc/net/udp") as table:
+        rows = [line.split() for line in table]
+    return sum(int(row[-1]) for row in rows if row[1] == "0200007F:0202")
+
+
+def cpu_seconds(pid):
+    with open(f"/proc/{pid}/stat") as stat:
+        return sum(map(int, stat.read().rpartition(")")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")
+
+
+def rss_mib(pid):
+    with open(f"/proc/{pid}/status") as status:
+        return int(next(line for line in status if line.startswith("VmHWM")).split()[1]) / 1024
+
+
+def fleet(devices, rate, lines):
+    run = subprocess.run([f"{namespace.FILES}/fleet", collectors.HOST, str(devices), str(rate), str(lines)],
+                         check=True, capture_output=True, text=True)
+    return json.loads(run.stdout)
+
+
+def until_idle(pid):
+    """Waits until the collector has spent no processor time for a second."""
+    quiet, before = 0, cpu_seconds(pid)
+    while quiet < 10:
+        time.sleep(0.1)
+        now = cpu_seconds(pid)
+        quiet = quiet + 1 if now == before else 0
+        before = now
+
+
+def measure(program, devices, rate, lines, buffer):
+    """One collector, started afresh, and one load."""
+    shutil.rmtree(LOGS, ignore_errors=True)
+    size = PROGRAMS[program]
+    value = size[0] + str(buffer) + size[-1]
+    collector = collectors.Collector(f"{program}-fleet", f"{program}-to-files", **{size: value})
+    pid = collector.process.pid
+    while kernel_drops_missing():
+        time.sleep(0.02)
+    fleet(devices, 1000, devices * 4)  # opens the files, which a collector that has run for a day has open
+    until_idle(pid)
+    begin, drops, cpu = lines_written(), kernel_drops(), cpu_seconds(pid)
+    sent = fleet(devices, rate, lines)
+    until_idle(pid)
+    result = {"sent": sent["sent"], "rate": sent["sent"] / sent["seconds"], "drops": kernel_drops() - drops,
+              "cpu": cpu_seconds(pid) - cpu, "rss": rss_mib(pid)}
+    collector.stop()
+    result["lost"] = result["sent"] - (lines_written() - begin)
+    return result
+
+
+def kernel_drops_missing():
+    with open("/proc/net/udp") as table:
+        return "0200007F:0202" not in table.read()
+
+
+def row(*cells):
+    print("| " + " | ".join(cells) + " |", flush=True)
+
+
+def share(count, total):
+    return "0" if count == 0 else f"{count:,} ({100 * count / total:.1f} %)"
+
+
+def rates(seconds):
+    row("Collector", "Receive buffer", "Devices", "Lines/s sent", "Lost", "of it in the kernel", "Processors busy", "Peak RSS, MiB")
+    row(*["---"] * 8)
+    for program in PROGRAMS:
+        for buffer in (USUAL_BUFFER, 16 << 20):
+            for devices in (10, 100, 1000):
+                for rate in (5000, 10000, 20000, 40000, 80000):
+                    got = measure(program, devices, rate, rate * seconds, buffer)
+                    row(program, "208 KiB" if buffer == USUAL_BUFFER else "16 MiB", f"{devices:,}",
+                        f"{got['rate']:,.0f}", share(got["lost"], got["sent"]), f"{got['drops']:,}",
+                        f"{got['cpu'] / (got['sent'] / got['rate']):.2f}", f"{got['rss']:.0f}")
+
+
+def bursts():
+    row("Collector", "Receive buffer", "Lines at once", "Lost", "of it in the kernel", "Peak RSS, MiB")
+    row(*["---"] * 6)
+    for program in PROGRAMS:
+        for buffer in (USUAL_BUFFER, 1 << 20, 4 << 20, 16 << 20):
+            got = measure(program, 1000, 0, 20000, buffer)
+            row(program, "208 KiB" if buffer == USUAL_BUFFER else f"{buffer >> 20} MiB",
+                f"{got['sent']:,}", share(got["lost"], got["sent"]), f"{got['drops']:,}", f"{got['rss']:.0f}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("what", choices=["rates", "bursts"])
+    parser.add_argument("--seconds", type=int, default=4, help="of each load; default: 4")
+    args = parser.parse_args()
+    status = namespace.enter()
+    if status is not None:
+        sys.exit(status)
+    build = os.path.join(REPOSITORY, "build")
+    namespace.prepare({"fleet": f"{build}/bench/fleet", "collectors": f"{build}/collectors",
+                       "examples": os.path.join(REPOSITORY, "examples")})
+    if args.what == "rates":
+        rates(args.seconds)
+    else:
+        bursts()
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,52 @@
+"""The real rsyslog and syslog-ng, as tools/collectors.sh unpacks them, under the configurations that we give to users."""
+import os
+import subprocess
+
+import namespace
+
+FOLDER = os.path.join(namespace.FILES, "collectors")
+CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
+HOST = "127.0.0.2"  # on one machine the port is taken on all other addresses, by the service that sends from it
+
+
+def configuration(*names, host=HOST, **changes):
+    """The text of configurations, one behind the other, with files below /tmp and the port of one address only.
+
+    changes: new words for old ones, all of them to be found.
+    """
+    text = ""
+    for name in names:
+        with open(f"{CONFIGURATIONS}/{name}.conf") as file:
+            text += file.read()
+    text = text.replace("/var/log/", "/tmp/").replace("/var/spool/rsyslog", "/tmp/own")
+    text = text.replace('port="514"', f'address="{host}" port="514"').replace("port(514)", f'ip("{host}") port(514)')
+    for old, new in changes.items():
+        assert old in text, f"{names} have no {old}"
+        text = text.replace(old, new)
+    return text
+
+
+class Collector:
+    """One that runs until stop(). names: those of its configurations; the first one says which program it is for."""
+
+    def __init__(self, *names, files="/tmp/own", **options):
+        os.makedirs(files, exist_ok=True)
+        with open(f"{files}/conf", "w") as file:
+            file.write(configuration(*names, **options))
+        if names[0].startswith("rsyslog"):
+            self.command = [f"{FOLDER}/rsyslogd", "-n", "-i", f"{files}/pid", "-f", f"{files}/conf"]
+        else:
+            self.command = [f"{FOLDER}/syslog-ng", "-F", "--no-caps", "-R", f"{files}/persist", "-p", f"{files}/pid",
+                            "-c", f"{files}/control", "-f", f"{files}/conf"]
+        self.start()
+
+    def start(self):
+        self.process = subprocess.Popen(self.command, stdout=subprocess.DEVNULL)
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait()
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
