@@ -6,6 +6,7 @@ soak MINUTES      several peers, random calls, killed children: memory, descript
 flood [SECONDS]   a peer that sends as fast as it can: memory, and what others still get
 strangers [COUNT] connects from distinct addresses: memory, and what they cost an admitted peer
 confirmed [COUNT] a child killed COUNT times under `syslogctl log --confirm`: every confirmed line at the collector
+tool [LINES]      lines per second through `syslogctl log` from a pipe, with and without receipts
 
 Runs in namespaces of its own, with the harness of the tests of the service. bench/stress.sh builds what it needs.
 """
@@ -284,9 +285,25 @@ def confirmed(harness, kills):
     require(not lost, "every confirmed line reached the collector")
 
 
+def tool(harness, lines):
+    service = harness.Service(stdout=subprocess.DEVNULL)
+    harness.Peer()
+    text = b"".join(b"line %08d %s\n" % (n, b"x" * 45) for n in range(lines))
+    for options in ([], ["--confirm"]):
+        begin = time.monotonic()
+        process = subprocess.Popen([harness.TOOL, "-q", "--timeout", "60", "log", *options], stdin=subprocess.PIPE)
+        process.stdin.write(text)
+        memory = rss_kib(process.pid)  # it has read all but the last pipe's worth
+        process.stdin.close()
+        require(process.wait() == 0, "exit status 0")
+        print(f"syslogctl log {' '.join(options):9} {lines / (time.monotonic() - begin):9,.0f} lines/s, {memory} KiB resident")
+    print(f"syslogctl has {os.path.getsize(harness.TOOL):,} bytes")
+    service.stop()
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["restart", "soak", "flood", "strangers", "confirmed"])
+    parser.add_argument("what", choices=["restart", "soak", "flood", "strangers", "confirmed", "tool"])
     parser.add_argument("amount", type=float, nargs="?")
     args = parser.parse_args()
     status = namespace.enter()
@@ -299,6 +316,7 @@ def main():
     import harness  # it looks at the service, which is in its place only now
     runs = {"restart": lambda: restart(harness, int(args.amount or 200)), "soak": lambda: soak(harness, args.amount or 10),
             "confirmed": lambda: confirmed(harness, int(args.amount or 1000)),
+            "tool": lambda: tool(harness, int(args.amount or 100000)),
             "flood": lambda: flood(harness, args.amount or 5), "strangers": lambda: strangers(harness, int(args.amount or 200000))}
     runs[args.what]()
     sys.exit(1 if failures else 0)
