@@ -1,8 +1,11 @@
 // The few functions that a C++ compiler expects from its run-time library, so that the device's binaries
 // need none. Linked into executables only: a program that embeds common/ keeps its own run-time.
+#include <errno.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -10,16 +13,13 @@
 
 namespace {
 
-[[noreturn]] void EndProcess(const char* why, size_t length) {
+[[noreturn]] void EndProcess(const char* why) {
+  char* const name = program_invocation_short_name;
+  const iovec pieces[] = {{name, strlen(name)}, {const_cast<char*>(why), strlen(why)}};
   // Where nobody reads, the words are lost: waiting here would keep the next child from starting.
   pollfd errors{STDERR_FILENO, POLLOUT, 0};
-  if (poll(&errors, 1, 0) > 0 && write(STDERR_FILENO, why, length) < 0) _exit(1);
+  if (poll(&errors, 1, 0) > 0 && writev(STDERR_FILENO, pieces, 2) < 0) _exit(1);
   _exit(1);
-}
-
-template <size_t N>
-[[noreturn]] void EndProcess(const char (&why)[N]) {
-  EndProcess(why, N - 1);
 }
 
 pthread_mutex_t s_guardMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -37,7 +37,7 @@ struct Guard {
 // No memory: end this process. The supervisor starts the next child with a fresh heap.
 void* operator new(size_t size) {
   void* block = malloc(size != 0 ? size : 1);
-  if (block == nullptr) EndProcess("syslog: out of memory\n");
+  if (block == nullptr) EndProcess(": out of memory\n");
   return block;
 }
 
@@ -63,7 +63,7 @@ void operator delete[](void* block, size_t) noexcept {
 extern "C" {
 
 [[noreturn]] void __cxa_pure_virtual() {
-  EndProcess("syslog: pure virtual call\n");
+  EndProcess(": pure virtual call\n");
 }
 
 int __cxa_guard_acquire(Guard* guard) {

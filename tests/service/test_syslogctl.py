@@ -12,7 +12,7 @@ import time
 import unittest
 
 from harness import PORT, SANITIZED, SYNC_FILE, TOOL, until, without_file_privileges
-from lines import LINES, PROXY_PORT, LinesTest
+from lines import LINES, LinesTest
 
 DONE, NOT_CONFIRMED, USAGE, NOBODY = range(4)
 
@@ -26,7 +26,7 @@ class ToolTest(LinesTest):
                                 stderr=subprocess.PIPE, timeout=120, **options)
         said = result.stderr.decode()
         self.assertEqual(result.returncode, code, (arguments, said))
-        self.assertEqual(code != DONE, "syslogctl: " in said or "stderr" in str(options), said)
+        self.assertEqual(code != DONE, "syslogctl: " in said, said)
         return (result.stdout or b"").decode(), said
 
     def start_tool(self, *arguments, **options):
@@ -69,29 +69,17 @@ class Log(ToolTest):
         for piece in pieces:
             piece.decode()
 
-    def log_numbers(self, *arguments):
-        """"line 0" and so on through a pipe, see LinesTest."""
+    def test_no_confirmed_line_is_lost_while_the_child_is_killed(self):
+        service, counter = self.start()
         numbers = subprocess.Popen(["seq", "-f", "line %.0f", "0", str(LINES - 1)], stdout=subprocess.PIPE)
         self.addCleanup(numbers.wait)
         with numbers.stdout:
-            return subprocess.Popen([TOOL, *arguments, "log", "--confirm", "-t", "lib"], stdin=numbers.stdout,
+            tool = subprocess.Popen([TOOL, "log", "--confirm", "-t", "lib"], stdin=numbers.stdout,
                                     stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-
-    def test_no_confirmed_line_is_lost_while_the_child_is_killed(self):
-        service, counter = self.start()
-        tool = self.log_numbers()
         for _ in range(10):
             time.sleep(0.3)
             service.kill_child()
         self.check(tool, counter)
-
-    def test_no_confirmed_line_is_lost_on_a_lossy_path(self):
-        service, counter = self.start()
-        self.lossy_path()
-        tool = self.log_numbers("-s", f"127.0.0.1:{PROXY_PORT}")
-        time.sleep(0.5)
-        service.kill_child()
-        self.check(tool, counter, in_order=False)  # see the library's test
 
     def test_runs_leave_nobody_to_relay_to(self):
         def datagrams():
