@@ -22,26 +22,26 @@ class Progress {
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode)) m_total = status.st_size;
     m_next = time(nullptr) + 2;
   }
-  ~Progress() {
-    if (m_wasShown) fputs("\r\033[K", stderr);
-  }
+  ~Progress() { ShowProgress(""); }
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  // A long line is held as several.
   void Show(unsigned long long lines, unsigned held, unsigned long long bytes) {
     const time_t now = m_isShown ? time(nullptr) : 0;
     if (!m_isShown || now < m_next) return;
     m_next = now + 1;
-    m_wasShown = true;
-    fprintf(stderr, "\r%llu lines sent, %llu of them confirmed", lines, lines - held);
-    if (m_total > 0)
-      fprintf(stderr, ", %.0f %%", 100.0 * static_cast<double>(bytes) / static_cast<double>(m_total));
-    fputs("\033[K", stderr);
+    char text[100];
+    const int length = snprintf(text, sizeof text, "%llu lines read, %u held until confirmed", lines, held);
+    if (m_total > 0) {
+      snprintf(text + length, sizeof text - static_cast<size_t>(length), ", %.0f %%",
+               100.0 * static_cast<double>(bytes) / static_cast<double>(m_total));
+    }
+    ShowProgress(text);
   }
 
  private:
   bool m_isShown;
-  bool m_wasShown = false;
   off_t m_total = 0;  // 0: unknown
   time_t m_next;
 };

@@ -60,9 +60,18 @@ const option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
+bool s_isProgressShown = false;
+
 }  // namespace
 
+void ShowProgress(const char* text) {
+  if (*text == '\0' && !s_isProgressShown) return;
+  s_isProgressShown = *text != '\0';
+  fprintf(stderr, "\r%s\033[K", text);
+}
+
 void Say(const char* format, ...) {
+  ShowProgress("");
   va_list args;
   va_start(args, format);
   fputs("syslogctl: ", stderr);

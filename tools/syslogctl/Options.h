@@ -56,4 +56,7 @@ const Command* ParseCommandLine(int argc, char** argv, const Command* commands, 
 // Writes "syslogctl: ..." and a line feed to standard error.
 void Say(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// Shows a line on the terminal that is standard error, until the next one or message; "" takes it away.
+void ShowProgress(const char* text);
+
 }  // namespace Ctl
