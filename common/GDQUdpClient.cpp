@@ -37,8 +37,8 @@ constexpr unsigned kRefusals = 2;          // failed proofs, each with other por
 constexpr uint64_t kRestUs = 10000 * kMs;  // then it tries again; each wrong cookie is a line in the log
 constexpr unsigned kReopenTries = 4;       // a socket keeps its local address, which may have changed
 constexpr uint32_t kLeastWindow = 4;
-constexpr uint32_t kMostWindow = 64;  // datagrams that a default receive buffer has room for
-constexpr unsigned kHeardCalls = 256;
+constexpr uint32_t kMostWindow = 64;    // datagrams that a default receive buffer has room for
+constexpr unsigned kHeardCalls = 1024;  // all that a default receive buffer has room for, of any length
 constexpr unsigned kReadsAtOnce = 256;
 
 uint64_t NowUs() {
