@@ -137,11 +137,12 @@ void GDQUdpClient::CloseDescriptors() {
 
 void GDQUdpClient::Close() {
   if (m_process == 0) return;
-  // After a fork the sockets are still the parent's, who goes on using them.
   if (m_process == getpid()) {
     StopThread();
     if (m_mouth.HasCookie()) m_mouth.SendConnect();
     if (m_ear.HasCookie()) m_ear.SendConnect();
+  } else {
+    ForgetParent();  // who goes on using the sockets
   }
   CloseDescriptors();
   m_lines.Close();
@@ -151,16 +152,20 @@ void GDQUdpClient::Close() {
   m_process = 0;
 }
 
-// Another thread of the parent may have held the lock when it forked, and changed anything meanwhile. So
-// nothing is used but what Open() set.
-void GDQUdpClient::AfterFork() {
+// Its threads are not here. One of them may have held the lock when it forked.
+void GDQUdpClient::ForgetParent() {
   pthread_mutex_init(&m_mutex, nullptr);
   ForgetLock();
+  m_hasThread = false;
+}
+
+// Another thread of the parent may have been changing anything. So nothing is used but what Open() set.
+void GDQUdpClient::AfterFork() {
+  const bool hadThread = m_hasThread;
+  ForgetParent();
   CloseDescriptors();
   m_lines.Clear();
   m_calls.Clear();
-  const bool hadThread = m_hasThread;
-  m_hasThread = false;
   m_process = getpid();
   if (Start() && hadThread) StartThread();
 }

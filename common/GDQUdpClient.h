@@ -155,6 +155,7 @@ class GDQUdpClient final : public GDQUdpBase {
   Value Locked(const Value& value);
   bool Start();
   void Enter();
+  void ForgetParent();
   void AfterFork();
   void CloseDescriptors();
   void StopThread();
