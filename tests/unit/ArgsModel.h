@@ -1,11 +1,14 @@
 // The grammar of argument texts once more, on strings that grow.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
 
-#include "common/IArgsList.h"
+#include "common/ArgsParser.h"
+#include "common/IGenericDispatchObj.h"
 
 using Texts = std::vector<std::string>;
 
@@ -35,4 +38,38 @@ inline bool ParsePlainly(const std::string& text, size_t maxArgs, Texts& args) {
     ++i;
   }
   return true;
+}
+
+struct CallKeeper final : Velk::IGenericDispatchObj {
+  void Call(const char* name, const char* args) override {
+    m_name = name;
+    m_args = args;
+  }
+  Velk::ArgsBuilder2 operator<<(const char* name) override { return Velk::ArgsBuilder2(name, this); }
+
+  std::string m_name;
+  std::string m_args;
+};
+
+// Parses text, which may have maxArgs arguments; then writes what was found, and reads it again.
+inline void CheckArgs(Velk::ArgsParser& parser, unsigned maxArgs, const std::string& text) {
+  SCOPED_TRACE(text);
+  Texts expected;
+  const bool isGood = ParsePlainly(text, maxArgs, expected);
+  ASSERT_EQ(isGood, parser.ParseArgs(std::string(text).c_str()));  // a copy that ends where the text ends
+  const Velk::IArgsList& args = *parser.GetArgs();
+  ASSERT_EQ(expected, TextsOf(args));
+
+  CallKeeper keeper;
+  Velk::ArgsBuilder2 builder = keeper << "x";
+  Texts written;
+  for (unsigned i = 0; i < args.GetCount(); ++i) {
+    args.GetItem(i)->AsNum();
+    builder << args[i]->AsStr() << args[i]->AsInt();
+    written.insert(written.end(), {args[i]->AsStr(), std::to_string(args[i]->AsInt())});
+  }
+  builder.CallObj();
+  Velk::ArgsParser second(2 * maxArgs);
+  ASSERT_TRUE(second.ParseArgs(keeper.m_args.c_str()));
+  ASSERT_EQ(written, TextsOf(*second.GetArgs()));
 }

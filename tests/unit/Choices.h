@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <algorithm>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -13,6 +14,16 @@ class Choices {
  public:
   // The bytes must outlive the object.
   Choices(const uint8_t* bytes, size_t count) : m_next(bytes), m_end(bytes + count) {}
+
+  // As many of a generator's.
+  static Choices Random(unsigned seed, size_t count) {
+    std::mt19937 random(seed);
+    const auto bytes = std::make_shared<std::vector<uint8_t>>(count);
+    for (uint8_t& byte : *bytes) byte = static_cast<uint8_t>(random());
+    Choices choices(bytes->data(), count);
+    choices.m_own = bytes;
+    return choices;
+  }
 
   bool AreLeft() const { return m_next != m_end; }
 
@@ -40,11 +51,5 @@ class Choices {
  private:
   const uint8_t* m_next;
   const uint8_t* m_end;
+  std::shared_ptr<const std::vector<uint8_t>> m_own;
 };
-
-inline std::vector<uint8_t> RandomBytes(unsigned seed, size_t count) {
-  std::mt19937 random(seed);
-  std::vector<uint8_t> bytes(count);
-  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-  return bytes;
-}

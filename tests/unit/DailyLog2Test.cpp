@@ -1,15 +1,12 @@
 #include "common/DailyLog2.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cctype>
 #include <cstring>
 #include <deque>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -36,26 +33,29 @@ std::string WithoutTimes(const std::string& text) {
   return result;
 }
 
-using Pieces = std::vector<std::vector<std::string>>;  // per message
-
 // Keeps what it was shown last; messageLog, where set, gets a warning during each notification.
 struct Watcher final : IDailyLog2::ILogErrorNotify {
   void OnLogError(IDailyLog2::ILogDataBlock** messages, unsigned count, unsigned totalBytes) override {
+    const std::lock_guard<std::mutex> lock(mutex);
     ++calls;
     total = totalBytes;
-    pieces.clear();
+    shown.clear();
     for (unsigned i = 0; i < count; ++i) {
-      pieces.emplace_back();
+      sizes.clear();
       for (auto* piece = messages[i]; piece != nullptr; piece = piece->GetNext()) {
-        pieces.back().emplace_back(piece->GetDataPtr(), piece->GetDataSize());
+        shown.append(piece->GetDataPtr(), piece->GetDataSize());
+        sizes.push_back(piece->GetDataSize());
       }
     }
+    EXPECT_LE(shown.size(), totalBytes);
     if (messageLog != nullptr) messageLog->Log(Warning, "nested", "warning\n");
   }
 
+  std::mutex mutex;
   int calls = 0;
   unsigned total = 0;
-  Pieces pieces;
+  std::string shown;
+  std::vector<size_t> sizes;  // of the last message's pieces
   IDailyLog2* messageLog = nullptr;
 };
 
@@ -90,30 +90,26 @@ TEST_F(DailyLog2Test, StoresStampHeaderAndText) {
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
   std::mt19937 random(42);
-  for (const unsigned capacity : {1u, 2u, 7u, 500u}) {
+  for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
     DailyLog2 log(capacity, Path().c_str());
     Watcher watcher;
     log.AddErrorNotify(&watcher);
     std::deque<std::string> model;
-    for (int i = 0; i < 1500; ++i) {
+    for (unsigned count = 1; count <= 1500; ++count) {
       const std::string module(random() % 4 == 0 ? random() % 140 : random() % 10, 'm');
       const std::string text(random() % 8 == 0 ? random() % 3000 : random() % 300,
-                             static_cast<char>('a' + i % 26));
-      const bool error = random() % 16 == 0;
+                             static_cast<char>('a' + count % 26));
+      const bool isLookedAt = random() % 32 == 0 || (count + 1 >= capacity && count <= capacity + 1);
       const std::string header =
-          ((module.empty() ? "" : module + ".") + (error ? "Error: " : "Info: ")).substr(0, 113);
-      log.Log(error ? Error : Info, module.c_str(), text.c_str());
+          ((module.empty() ? "" : module + ".") + (isLookedAt ? "Error: " : "Info: ")).substr(0, 113);
+      log.Log(isLookedAt ? Error : Info, module.c_str(), text.c_str());
       model.push_back("# " + header + text);
       if (model.size() > capacity) model.pop_front();
-      if (!error) continue;
+      if (!isLookedAt) continue;
       std::string expected;
-      std::string shown;
       for (const std::string& line : model) expected += line;
-      for (const auto& message : watcher.pieces) {
-        for (const std::string& piece : message) shown += piece;
-      }
-      ASSERT_EQ(expected, WithoutTimes(shown)) << i;
-      ASSERT_EQ(expected, WithoutTimes(Synced(log))) << i;
+      ASSERT_EQ(expected, WithoutTimes(watcher.shown)) << count;
+      ASSERT_EQ(expected, WithoutTimes(Synced(log))) << count;
     }
   }
 }
@@ -131,8 +127,7 @@ TEST_F(DailyLog2Test, FillsPiecesToTheLastByte) {
       {5, 100, {128}, 128},
       {5, 101, {128, 1}, 129},
       {5, 300, {128, 128, 72}, 328},
-      {105, 0, {128}, 128},  // a header of 113
-      {105, 1, {128, 1}, 129},
+      {105, 1, {128, 1}, 129},  // a header of 113
       {106, 1, {128, 1}, 130},  // of 114: cut to fit, yet counted
       {200, 128, {128, 128}, 15 + 126 + 128},
   };
@@ -141,10 +136,7 @@ TEST_F(DailyLog2Test, FillsPiecesToTheLastByte) {
   log.AddErrorNotify(&watcher);
   for (const auto& row : rows) {
     log.Log(Error, std::string(row.module, 'm').c_str(), std::string(row.text, 't').c_str());
-    ASSERT_EQ(1u, watcher.pieces.size());
-    std::vector<size_t> sizes;
-    for (const auto& piece : watcher.pieces[0]) sizes.push_back(piece.size());
-    EXPECT_EQ(row.pieces, sizes) << row.module << " " << row.text;
+    EXPECT_EQ(row.pieces, watcher.sizes) << row.module << " " << row.text;
     EXPECT_EQ(row.total, watcher.total) << row.module << " " << row.text;
   }
 }
@@ -162,48 +154,28 @@ TEST_F(DailyLog2Test, UsesThePiecesOfOldMessagesAgain) {
 
 TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
   DailyLog2 log(3, nullptr);
-  Watcher first;
-  Watcher second;
-  log.Log(Error, nullptr, "nobody watches\n");
-  log.AddErrorNotify(&first);
-  log.AddErrorNotify(&second);
-  log.AddErrorNotify(&first);
-  log.Log(Info, nullptr, "quiet\n");
-  log.Log(Trace, nullptr, "quiet\n");
-  EXPECT_EQ(0, first.calls);
-
+  Watcher first, second;
+  const auto callsAfter = [&](ELogMessageType type) {
+    log.Log(type, nullptr, "text\n");
+    return std::to_string(first.calls) + " " + std::to_string(second.calls);
+  };
+  EXPECT_EQ("0 0", callsAfter(Error));
+  for (Watcher* watcher : {&first, &second, &first}) log.AddErrorNotify(watcher);
+  EXPECT_EQ("0 0", callsAfter(Info));
+  EXPECT_EQ("0 0", callsAfter(Trace));
   first.messageLog = &log;
-  log.Log(Warning, nullptr, "loud\n");
-  EXPECT_EQ(2, first.calls);  // added twice; its own warnings tell nobody
-  EXPECT_EQ(1, second.calls);
+  EXPECT_EQ("2 1", callsAfter(Warning));  // added twice; its own warnings tell nobody
   first.messageLog = nullptr;
-  log.Log(Error, nullptr, "louder\n");
-  EXPECT_EQ(4, first.calls);
-  EXPECT_EQ(2, second.calls);
-  EXPECT_EQ("nested.Warning: warning\n", second.pieces[0][0].substr(kStamp));
-
+  EXPECT_EQ("4 2", callsAfter(Error));
+  EXPECT_EQ("nested.Warning: warning\n", second.shown.substr(kStamp, 24));
   log.RemoveErrorNotify(&first);
   log.RemoveErrorNotify(&second);
   log.RemoveErrorNotify(&second);  // no longer there
-  log.Log(Error, nullptr, "loudest\n");
-  EXPECT_EQ(5, first.calls);
-  EXPECT_EQ(2, second.calls);
+  EXPECT_EQ("5 2", callsAfter(Error));
   log.RemoveErrorNotify(&first);
-  log.Log(Error, nullptr, "nobody is left\n");
-  EXPECT_EQ(5, first.calls);
+  EXPECT_EQ("5 2", callsAfter(Error));
   log.AddErrorNotify(&second);  // takes an entry that was given up
-  log.Log(Warning, nullptr, "again\n");
-  EXPECT_EQ(3, second.calls);
-}
-
-TEST_F(DailyLog2Test, KeepsNothingWithoutCapacity) {
-  DailyLog2 log(0, Path().c_str());
-  Watcher watcher;
-  log.AddErrorNotify(&watcher);
-  log.Log(Error, nullptr, "gone\n");
-  EXPECT_EQ(1, watcher.calls);
-  EXPECT_EQ(0u, watcher.total);
-  EXPECT_EQ("", Synced(log));
+  EXPECT_EQ("5 3", callsAfter(Warning));
 }
 
 TEST_F(DailyLog2Test, MakesTheDirectoryOfTheSyncFile) {
@@ -214,45 +186,16 @@ TEST_F(DailyLog2Test, MakesTheDirectoryOfTheSyncFile) {
     DailyLog2 log(5, (deep + "/synclog").c_str());
     log.Log(Info, nullptr, "x\n");
     log.SyncLog();
+    EXPECT_EQ("# Info: x\n", WithoutTimes(m_dir.Read("a/b/synclog")));
+    if (i == 1) std::filesystem::remove_all(deep);
+    log.SyncLog();  // where it went away, nothing breaks
   }
   DailyLog2 local(5, "synclog");
-  DailyLog2 none(5, "");
-  none.SyncLog();
+  DailyLog2(5, "").SyncLog();
   const std::string said = testing::internal::GetCapturedStdout();
   EXPECT_NE(std::string::npos, said.find("Info: SyncLog path '" + deep + "' does not exist, creating..\n"));
   EXPECT_NE(std::string::npos, said.find("Info: Using file path '" + deep + "' for SyncLog\n"));
   EXPECT_NE(std::string::npos, said.find("Info: Using file path '.' for SyncLog\n"));
-  EXPECT_EQ("# Info: x\n", WithoutTimes(m_dir.Read("a/b/synclog")));
-}
-
-TEST_F(DailyLog2Test, ReplacesOnlyARegularSyncFile) {
-  DailyLog2 log(5, Path().c_str());
-  log.Log(Info, nullptr, "new\n");
-  m_dir.Write("synclog", "an old and longer text\n");
-  chmod(Path().c_str(), 0640);
-  EXPECT_EQ("# Info: new\n", WithoutTimes(Synced(log)));
-  struct stat info {};
-  ASSERT_EQ(0, stat(Path().c_str(), &info));
-  EXPECT_EQ(0640u, info.st_mode & 07777);
-  unlink(Path().c_str());
-
-  m_dir.Write("precious", "precious");
-  ASSERT_EQ(0, symlink("precious", Path().c_str()));
-  log.SyncLog();
-  EXPECT_EQ("precious", m_dir.Read("precious"));
-  unlink(Path().c_str());
-
-  ASSERT_EQ(0, mkfifo(Path().c_str(), 0600));
-  log.SyncLog();  // returns, though nobody reads
-  ASSERT_EQ(0, lstat(Path().c_str(), &info));
-  EXPECT_TRUE(S_ISFIFO(info.st_mode));
-  unlink(Path().c_str());
-
-  ASSERT_EQ(0, mkdir(Path().c_str(), 0777));
-  log.SyncLog();
-  EXPECT_EQ(0, rmdir(Path().c_str()));
-  std::filesystem::remove_all(m_dir.path);
-  log.SyncLog();  // no directory either: nothing to tell, nothing breaks
 }
 
 TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
@@ -295,31 +238,26 @@ TEST_F(DailyLog2Test, ForwardsToTheSyslogServer) {
   DailyLog2 log(5, nullptr);
   log.Log(Info, nullptr, "off\n");
   ASSERT_TRUE(log.EnableSyslog("127.77.0.1:9999", 0));  // that port is not used
+  // What cannot be used leaves it as it was.
+  EXPECT_FALSE(log.EnableSyslog(nullptr, 0) || log.EnableSyslog("127.77.0.1:0", 0));
   struct {
     ELogMessageType type;
-    const char* module;
-    const char* packet;
+    std::string module;
+    std::string text;
+    std::string packet;
   } const rows[] = {
-      {Trace, "Syslog", "<131>Syslog.Trace: x"},
-      {Info, "Syslog", "<134>Syslog.Info: x"},
-      {Warning, nullptr, "<132>Warning: x"},
-      {Error, "", "<131>Error: x"},
+      {Trace, "Syslog", "x", "<131>Syslog.Trace: x"},
+      {Info, "Syslog", "x", "<134>Syslog.Info: x"},
+      {Warning, "", "x", "<132>Warning: x"},
+      {Error, "", "x", "<131>Error: x"},
+      {Info, "", std::string(2000, 't'), "<134>Info: " + std::string(1024 - 11, 't')},
+      {Info, std::string(200, 'm'), "t", "<134>" + std::string(126, 'm') + "t"},
   };
   for (const auto& row : rows) {
-    log.Log(row.type, row.module, "x");
+    log.Log(row.type, row.module.c_str(), row.text.c_str());
     EXPECT_EQ(row.packet, Receive(server));
   }
-  log.Log(Info, nullptr, std::string(2000, 't').c_str());
-  EXPECT_EQ("<134>Info: " + std::string(1024 - 11, 't'), Receive(server));
-  log.Log(Info, std::string(200, 'm').c_str(), "t");
-  EXPECT_EQ("<134>" + std::string(126, 'm') + "t", Receive(server));
-
-  // What cannot be used leaves it as it was; enabling again moves to the asked source port.
-  EXPECT_FALSE(log.EnableSyslog(nullptr, 0));
-  EXPECT_FALSE(log.EnableSyslog("127.77.0.1:0", 0));
-  log.Log(Info, nullptr, "still on");
-  EXPECT_EQ("<134>Info: still on", Receive(server));
-  ASSERT_TRUE(log.EnableSyslog(kServer, 51477));
+  ASSERT_TRUE(log.EnableSyslog(kServer, 51477));  // moves to the asked source port
   log.Log(Info, nullptr, "from a port");
   InetAddress2 from(0, 0);
   EXPECT_EQ("<134>Info: from a port", Receive(server, &from));
@@ -344,24 +282,11 @@ TEST_F(DailyLog2Test, LogsTheFailedLookUpOfItsOwnServer) {
 }
 
 TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
-  struct Counter final : IDailyLog2::ILogErrorNotify {
-    void OnLogError(IDailyLog2::ILogDataBlock** messages, unsigned count, unsigned totalBytes) override {
-      ++calls;
-      std::string all;
-      for (unsigned i = 0; i < count; ++i) {
-        for (auto* piece = messages[i]; piece != nullptr; piece = piece->GetNext())
-          all.append(piece->GetDataPtr(), piece->GetDataSize());
-      }
-      EXPECT_EQ(totalBytes, all.size());
-    }
-    std::atomic<int> calls{0};
-  };
   constexpr unsigned kCapacity = 50;
   constexpr int kThreads = 3;
   DailyLog2 log(kCapacity, Path().c_str());
-  Counter always;
+  Watcher always, comesAndGoes[kThreads];
   log.AddErrorNotify(&always);
-  Counter comesAndGoes[kThreads];
   std::vector<std::thread> threads;
   for (int id = 0; id < kThreads; ++id) {
     threads.emplace_back([&log, &comesAndGoes, id] {
@@ -378,12 +303,11 @@ TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_GT(always.calls, 0);
+  EXPECT_EQ(always.shown.size(), always.total);
 
   std::istringstream lines(WithoutTimes(Synced(log)));
   unsigned count = 0;
-  for (std::string line; std::getline(lines, line); ++count) {
-    const size_t textAt = line.find(": ") + 2;
-    EXPECT_EQ(std::string(200, line.back()), line.substr(textAt));
-  }
+  for (std::string line; std::getline(lines, line); ++count)
+    EXPECT_EQ(std::string(200, line.back()), line.substr(line.find(": ") + 2));
   EXPECT_EQ(kCapacity, count);
 }

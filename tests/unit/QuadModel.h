@@ -2,8 +2,12 @@
 // pieces.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
+
+#include "common/InetAddress2.h"
 
 inline bool ModelQuad(const std::string& text, unsigned long* ip) {
   std::string kept;
@@ -26,4 +30,20 @@ inline bool ModelQuad(const std::string& text, unsigned long* ip) {
   }
   *ip = address;
   return true;
+}
+
+// Returns whether text is a dotted quad.
+inline bool CheckQuad(const std::string& text) {
+  unsigned long ip = 0;
+  const bool isQuad = ModelQuad(text, &ip);
+  bool error = isQuad;
+  EXPECT_EQ(ip, InetAddress2::StringToIP(text.c_str(), &error)) << text;
+  EXPECT_EQ(!isQuad, error) << text;
+  return isQuad;
+}
+
+inline std::string TextOf(const InetAddress2& address) {
+  char text[InetAddress2::kMaxText];
+  char* const end = InetAddress2::IPToString(text, address.GetIP(), address.GetPort());
+  return std::string(text, end);
 }

@@ -9,52 +9,49 @@
 
 using Velk::SimpleString;
 
+namespace {
+
+const char* const kNull = nullptr;
+
+}  // namespace
+
 TEST(SimpleString, AgreesWithAPlainString) {
-  const auto bytes = RandomBytes(20240229, 200000);
-  StringModel<SimpleString>(Choices(bytes.data(), bytes.size())).Run();
+  StringModel<SimpleString>(Choices::Random(20240229, 200000)).Run();
 }
 
 TEST(SimpleString, EmptyStringsShareOneBlock) {
-  const SimpleString absent(nullptr);
-  const SimpleString none("", 0);
-  const SimpleString cut = SimpleString("hello").Mid(6);
-  EXPECT_EQ(absent.Str(), none.Str());
-  EXPECT_EQ(absent.Str(), cut.Str());
-  EXPECT_EQ(absent.Str(), SimpleString(none).Str());
+  const SimpleString absent(kNull);
+  EXPECT_EQ(absent.Str(), SimpleString("", 0).Str());
+  EXPECT_EQ(absent.Str(), SimpleString("hello").Mid(6).Str());
+  EXPECT_EQ(absent.Str(), SimpleString(absent).Str());
   EXPECT_NE(absent.Str(), SimpleString().Str());
   EXPECT_NE(absent.Str(), SimpleString("").Str());
 }
 
 TEST(SimpleString, CapacityGrowsInWholeSteps) {
-  SimpleString text;
-  EXPECT_EQ(0u, text.Capacity());
-  text.Append('a');
-  EXPECT_EQ(32u, text.Capacity());
-  text.Append("12345678901234567890123456789012", 31);
-  EXPECT_EQ(32u, text.Capacity());
-  text.Append('b');
-  EXPECT_EQ(64u, text.Capacity());
-  text.Empty();
-  EXPECT_EQ(64u, text.Capacity());
-
-  SimpleString zeroStep(10, 0);
-  zeroStep.Append("12345678901");
-  EXPECT_EQ(42u, zeroStep.Capacity());
-
-  SimpleString tens(5, 10);
-  tens.Append("123456");
-  EXPECT_EQ(15u, tens.Capacity());
+  const char* const x = "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx";
+  EXPECT_EQ(0u, SimpleString().Capacity());
+  EXPECT_EQ(32u, SimpleString().Append('x').Capacity());
+  EXPECT_EQ(32u, SimpleString().Append(x, 32).Capacity());
+  EXPECT_EQ(64u, SimpleString().Append(x, 33).Capacity());
+  EXPECT_EQ(42u, SimpleString(10, 0).Append(x, 11).Capacity());
+  EXPECT_EQ(15u, SimpleString(5, 10).Append(x, 6).Capacity());
+  EXPECT_EQ(35u, SimpleString(5, 10).Append(x, 5).Append2('x', 21).Capacity());
+  SimpleString tens(x, 5);
+  tens.SetGrowBy(10);
   tens.GrowStringBy(11);
+  EXPECT_EQ(25u, tens.Capacity());
+  tens.GetBuffer(26);
   EXPECT_EQ(35u, tens.Capacity());
-  tens.GetBuffer(36);
-  EXPECT_EQ(45u, tens.Capacity());
   tens.ReleaseBuffer(INT_MAX);
-  EXPECT_EQ(45u, tens.Length());
-  tens.Append2('x', 21);
-  EXPECT_EQ(75u, tens.Capacity());
-  EXPECT_EQ(46u, tens.Length());
+  EXPECT_EQ(35u, tens.Length());
   // The copy starts with the step that it was given, not with the capacity.
-  EXPECT_EQ(50u, SimpleString(tens).Capacity());
+  EXPECT_EQ(40u, SimpleString(tens).Capacity());
+  tens.Empty();
+  EXPECT_EQ(35u, tens.Capacity());
+  SimpleString absent(kNull);
+  absent.SetGrowBy(100);  // takes a block, though it is empty
+  EXPECT_EQ(100u, absent.Append('x').Capacity());
 }
 
 TEST(SimpleString, ExactFitMovesToABlockOfTheSameCapacity) {
@@ -72,30 +69,15 @@ TEST(SimpleString, ExactFitMovesToABlockOfTheSameCapacity) {
   EXPECT_LE(104u, text.Capacity());
 }
 
-TEST(SimpleString, SetGrowByOfAnEmptyStringTakesANewBlock) {
-  SimpleString text(nullptr);  // owns no block that could be left behind
-  const char* before = text.Str();
-  text.SetGrowBy(100);
-  EXPECT_NE(before, text.Str());
-  text.Append('a');
-  EXPECT_EQ(100u, text.Capacity());
-  text.SetGrowBy(7);
-  text.GrowStringBy(1);
-  EXPECT_EQ(107u, text.Capacity());
-}
-
 TEST(SimpleString, SetReplacesButNotWithItself) {
   SimpleString text("hello");
-  text.Set(text);
-  text.Set(text.Str(), 2);
+  text.Set(text).Set(text.Str(), 2);
   EXPECT_STREQ("hello", text.Str());
-  text.Set(text.Str() + 2);
-  EXPECT_STREQ("llo", text.Str());
-  text.Set("abc", 2);
-  EXPECT_STREQ("ab", text.Str());
-  text.Set(static_cast<const char*>(nullptr));
-  EXPECT_STREQ("", text.Str());
-  EXPECT_FALSE(text == static_cast<const char*>(nullptr));
+  EXPECT_STREQ("llo", text.Set(text.Str() + 2).Str());
+  EXPECT_STREQ("ab", text.Set("abc", 2).Str());
+  EXPECT_STREQ("c", text.Set('c').Str());
+  EXPECT_STREQ("", text.Set(kNull).Str());
+  EXPECT_FALSE(text == kNull || text.EqNoCase(kNull));
 }
 
 TEST(SimpleString, ComparesAsFarAsTheShorterText) {
@@ -104,8 +86,8 @@ TEST(SimpleString, ComparesAsFarAsTheShorterText) {
     const char* b;
     int sign;
   } const rows[] = {
-      {"abc", "ABCDEF", 0}, {"", "x", 0},      {"abd", "ABC", 1},     {"ABC", "abd", -1},
-      {nullptr, "a", -1},   {"a", nullptr, 1}, {nullptr, nullptr, 0}, {"\x80", "a", 1},
+      {"abc", "ABCDEF", 0}, {"", "x", 0},    {"abd", "ABC", 1}, {"ABC", "abd", -1},
+      {kNull, "a", -1},     {"a", kNull, 1}, {kNull, kNull, 0}, {"\x80", "a", 1},
   };
   for (const auto& row : rows) {
     const int result = SimpleString::cmpni(row.a, row.b);
@@ -123,11 +105,9 @@ TEST(SimpleString, OneThreadsCopiesDoNotDisturbAnothers) {
     const SimpleString source(0u, growBy);
     for (int i = 0; i < 1000; ++i) {
       SimpleString copy(source);
-      EXPECT_STREQ("", copy.Str());
       copy.ReleaseBuffer(-1);
       copy.Trim();
-      copy.Append("text");
-      EXPECT_STREQ("text", copy.Str());
+      EXPECT_STREQ("text", copy.Append("text").Str());
     }
   };
   std::thread other(copyMany, 16);

@@ -4,6 +4,7 @@
 #include <ctype.h>
 #include <gtest/gtest.h>
 #include <string.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <string>
@@ -17,7 +18,7 @@ class StringModel {
 
   void Run() {
     for (unsigned step = 0; m_choices.AreLeft() && !::testing::Test::HasFailure(); ++step) {
-      const unsigned operation = Pick(14);
+      const unsigned operation = Pick(15);
       SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(operation));
       Change(operation);
       CheckText();
@@ -45,69 +46,67 @@ class StringModel {
     switch (operation) {
       case 0:
         m_text.Empty();
-        m_model.clear();
-        break;
+        return m_model.clear();
       case 1:
         m_text.Append(text.c_str());
         m_model += text;
-        break;
+        return;
       case 2: {
         const unsigned n = Pick(static_cast<unsigned>(text.size()) + 1);
         m_text.Append(text.c_str(), n);
         m_model += n != 0 ? text.substr(0, n) : text;
-        break;
+        return;
       }
       case 3:
         m_text.Append('c').Append(m_copy);
         m_model += 'c' + m_copyModel;
-        break;
+        return;
       case 4: {
         const unsigned long value = Pick(3) == 0 ? ~0ul : Pick(1000);
         m_text.AppendNum(value);
         m_model += std::to_string(value);
-        break;
+        return;
       }
       case 5:
         m_text.Format("%s-%d", text.c_str(), 7);
         m_model = text + "-7";
-        break;
+        return;
       case 6: {  // from the own text
         const unsigned start = Pick(static_cast<unsigned>(m_model.size()) + 1);
         m_text.Append(m_text.Str() + start);
         m_model += m_model.substr(start);
-        break;
+        return;
       }
       case 7:
         m_text.Append(m_text);
         m_model += m_model;
-        break;
+        return;
       case 8:
-        m_text.TrimLeft();
-        m_model.erase(0, std::min(m_model.find_first_not_of(" \t\r\n"), m_model.size()));
-        break;
       case 9:
-        m_text.TrimRight();
-        m_model.erase(m_model.find_last_not_of(" \t\r\n") + 1);
-        break;
+      case 13:
+        if (operation == 8) m_text.TrimLeft();
+        if (operation == 9) m_text.TrimRight();
+        if (operation == 13) m_text.Trim();
+        if (operation != 8) m_model.erase(m_model.find_last_not_of(" \t\r\n") + 1);
+        if (operation != 9) m_model.erase(0, std::min(m_model.find_first_not_of(" \t\r\n"), m_model.size()));
+        return;
       case 10: {
         const unsigned n = Pick(80);
         memset(m_text.GetBuffer(n), 'w', n);
         m_text.ReleaseBuffer(static_cast<int>(n));
         m_model.assign(n, 'w');
-        break;
+        return;
       }
       case 11:
         m_text.MakeReverse();
-        std::reverse(m_model.begin(), m_model.end());
-        break;
+        return std::reverse(m_model.begin(), m_model.end());
       case 12:
         m_text.MakeUpper();
         for (char& c : m_model) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-        break;
+        return;
       default:
         m_text.MakeLower();
         for (char& c : m_model) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-        break;
     }
   }
 
@@ -119,6 +118,7 @@ class StringModel {
     EXPECT_EQ(static_cast<int>(m_model.rfind('\xff')), m_text.FindRev('\xff'));
     EXPECT_TRUE(m_text == m_model.c_str());
     EXPECT_EQ(m_model == m_copyModel, m_text == m_copy);
+    EXPECT_EQ(strcasecmp(m_model.c_str(), m_copyModel.c_str()) == 0, m_text.EqNoCase(m_copy));
     EXPECT_EQ(m_model < m_copyModel, m_text < m_copy);
     EXPECT_EQ(m_model > m_copyModel, m_text > m_copy);
   }

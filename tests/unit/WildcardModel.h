@@ -2,10 +2,13 @@
 #pragma once
 
 #include <ctype.h>
+#include <gtest/gtest.h>
 
 #include <map>
 #include <string>
 #include <utility>
+
+#include "common/DosMatch2.h"
 
 class WildcardModel {
  public:
@@ -48,3 +51,11 @@ class WildcardModel {
   const char* m_patternEnd;
   std::map<std::pair<const char*, const char*>, bool> m_known;
 };
+
+// Returns whether the rules say that text matches.
+inline bool CheckMatch(const std::string& text, const std::string& pattern, bool caseSensitive) {
+  const bool matches = WildcardModel::Match(text, pattern, caseSensitive);
+  EXPECT_EQ(matches, Velk::DosMatch2(text.c_str(), pattern.c_str(), caseSensitive))
+      << text << " ~ " << pattern << (caseSensitive ? " exact" : " any case");
+  return matches;
+}

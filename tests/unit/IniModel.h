@@ -1,0 +1,61 @@
+// A configuration file's content as one text, and what a file must keep of it.
+#pragma once
+
+#include <ctype.h>
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+
+#include "common/IniFile3.h"
+#include "tests/unit/TempDirectory.h"
+
+// All content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
+inline std::string Dump(const IniFile3& ini) {
+  struct Context {
+    const IniFile3* ini;
+    std::string text;
+  } context{&ini, {}};
+  ini.EnumSections(
+      [](const char* name, void* user) {
+        auto* to = static_cast<Context*>(user);
+        to->text += std::string("[") + (name != nullptr ? name : "-") + "]";
+        return to->ini->EnumValues(
+            name,
+            [](const char*, const char* key, const char* value, void* out) {
+              static_cast<Context*>(out)->text += std::string("{") + key + "|" + (value ? value : "-") + "}";
+              return true;
+            },
+            user);
+      },
+      &context);
+  return context.text;
+}
+
+// Whether the format can tell this value.
+inline bool Survives(const char*, const char* key, const char* value, void*) {
+  if (strchr(value, '\n') != nullptr) return false;
+  const bool isQuoted = strchr(value, ' ') != nullptr;
+  if (!isQuoted && (*value == '"' || isspace(static_cast<unsigned char>(*value)) != 0)) return false;
+  constexpr size_t kMarks = 5;  // equals sign, quotes, line feed, NUL
+  return strlen(key) + 2 * strlen(value) + kMarks <= IniFile3::kLineSize;
+}
+
+// What was loaded is the same after it was saved and loaded again, where the format can tell it at all.
+// Returns whether it can.
+inline bool CheckSavedAndLoaded(const TempDirectory& directory, const std::string& text) {
+  const std::string path = directory.path + "/f";
+  directory.Write("f", text);
+  IniFile3 ini;
+  EXPECT_EQ(text.size() <= IniFile3::kMaxFileSize ? 1 : 0, ini.Load(path.c_str()));
+  const auto finds = [](const char* section, const char* key, const char* value, void* user) {
+    return strcmp(value, static_cast<const IniFile3*>(user)->GetString(section, key, "?")) == 0;
+  };
+  EXPECT_TRUE(ini.EnumAllValues(finds, &ini));
+  const std::string content = Dump(ini);
+  const bool isTold = ini.EnumAllValues(Survives, nullptr);
+  EXPECT_NE(0, ini.Save(path.c_str()));
+  EXPECT_NE(0, ini.Load(path.c_str()));
+  EXPECT_TRUE(!isTold || content == Dump(ini)) << text << "\n-> " << content << "\n-> " << Dump(ini);
+  return isTold;
+}
