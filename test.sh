@@ -1,8 +1,10 @@
 #!/bin/bash
 # Builds everything and runs every test: unit and black-box, in the release and both sanitizer builds.
+# "./test.sh cross" does so for other processors, under an emulator.
 # Writes into build*/ only, but for Debian packages that it installs when root. Ends with one summary.
 set -u
 cd "$(dirname "$0")" || exit 1
+[ "${1:-}" != cross ] || exec tools/cross.sh "${@:2}"
 
 tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-tidy || exit 1
 

@@ -1,0 +1,149 @@
+#!/bin/bash
+# Builds for every processor of cmake/toolchains with Debian's cross compilers and runs the tests of all under
+# qemu-user: tools/cross.sh [ARCHITECTURE...]. Ends with a table. Writes into build-cross/ and, while it runs, into
+# a folder under /var/tmp, which the tests of the service see (they hide /tmp).
+set -u
+cd "$(dirname "$0")/.." || exit 1
+
+declare -A triplets=([armhf]=arm-linux-gnueabihf [aarch64]=aarch64-linux-gnu [i386]=i686-linux-gnu
+  [mips]=mips-linux-gnu [s390x]=s390x-linux-gnu [riscv64]=riscv64-linux-gnu)
+architectures=("$@")
+[ $# -gt 0 ] || architectures=(armhf aarch64 i386 mips s390x riscv64)
+
+packages=(cmake ninja-build python3 googletest qemu-user-static)
+for architecture in "${architectures[@]}"; do
+  [ -n "${triplets[$architecture]:-}" ] || { echo "Unknown: $architecture" >&2; exit 2; }
+  packages+=("g++-${triplets[$architecture]}")
+done
+tools/install.sh "${packages[@]}" || exit 1
+
+stage=$(mktemp -d /var/tmp/velk-cross.XXXXXX)
+trap 'rm -rf "$stage"' EXIT
+logs=build-cross/logs
+mkdir -p $logs
+unit_out=() service_out=()
+
+# What the emulator cannot do, one test and its reason per line.
+emulator_limits() {
+  cat <<'END'
+unit UdpSocket3.JoinsAndLeavesAGroup qemu-user knows no IP_MULTICAST_IF
+unit UdpSocket3.SetsTheOptionsOfIp qemu-user knows no IP_MULTICAST_IF
+service test_each_function the library that lets calls fail is for this machine, not for the emulated one
+service test_restarts_a_child_that_gets_no_thread each child's emulator itself needs a thread first
+service test_restarts_a_child_without_memory_though_nobody_reads_its_last_words the emulator needs more address space than that limit leaves
+END
+}
+
+# This machine's kernel runs i386 code itself, which shows more than an emulator.
+native_limits() {
+  cat <<'END'
+service test_each_function the library that lets calls fail is for 64-bit programs
+service test_restarts_a_child_that_gets_no_thread the filter of system calls knows the numbers of 64-bit programs only
+service test_ends_when_it_cannot_fork the filter of system calls knows the numbers of 64-bit programs only
+service test_ends_with_its_child_when_it_cannot_wait the filter of system calls knows the numbers of 64-bit programs only
+END
+}
+
+leave_out() {  # reads limits
+  local kind name reason
+  unit_out=() service_out=()
+  while read -r kind name reason; do
+    echo "left out: $1 $name: $reason"
+    if [ "$kind" = unit ]; then unit_out+=("$name"); else service_out+=("$name"); fi
+  done
+}
+
+# Sets runner: the words before a program of the architecture that make it run here.
+choose_runner() {
+  local sysroot=/usr/${triplets[$1]}
+  local loader=$sysroot/lib/ld-linux.so.2
+  runner=("qemu-$1-static" -L "$sysroot")
+  case $1 in
+    armhf) runner[0]=qemu-arm-static ;;
+    i386) if "$loader" --library-path "$sysroot/lib" build-cross/i386/syslogctl --version >/dev/null 2>&1; then
+        runner=("$loader" --library-path "$sysroot/lib")
+      fi ;;
+  esac
+  case ${runner[0]} in
+    qemu-i386-static) leave_out "$1" < <(emulator_limits
+      echo 'unit *DeathTest* a forked child of that emulator never ends') ;;
+    qemu-*) leave_out "$1" < <(emulator_limits) ;;
+    *) leave_out "$1" < <(native_limits) ;;
+  esac
+}
+
+build() {
+  cmake -S . -B "build-cross/$1" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELK_WERROR="${CI:-OFF}" \
+    -DVELK_BUILD_TESTS=ON --toolchain "cmake/toolchains/$1.cmake" && cmake --build "build-cross/$1"
+}
+
+unit() {
+  local filter
+  filter=$(IFS=:; echo "${unit_out[*]}")
+  timeout 600 "${runner[@]}" "build-cross/$1/tests/unit_tests" --gtest_brief=1 --gtest_filter="-$filter"
+}
+
+# The tests start a program by its name alone, so the emulator's part of the command goes into a script.
+wrap() {
+  local program wrapper
+  rm -rf "${stage:?}"/*
+  for program in syslog syslogctl tests/velk_lines examples/log_c examples/log_cpp; do
+    wrapper=$stage/wrapped/$program
+    mkdir -p "$(dirname "$wrapper")" "$(dirname "$stage/real/$program")"
+    cp "build-cross/$1/$program" "$stage/real/$program" || return 1
+    { echo "#!/bin/sh"; echo "exec ${runner[*]} $stage/real/$program \"\$@\""; } >"$wrapper"
+    chmod +x "$wrapper"
+  done
+}
+
+# Each file of tests in a run of its own: emulated, all together would take longer than one run may.
+service() {
+  local file name names status=0
+  wrap "$1" || return 1
+  for file in tests/service/test_*.py; do
+    names=()
+    while read -r name; do
+      [[ " ${service_out[*]} " == *" $name "* ]] || names+=(-k "$(basename "$file" .py).*.$name")
+    done < <(grep -oP '^    def \Ktest_\w+' "$file")
+    [ ${#names[@]} -gt 0 ] || continue
+    python3 tests/service/run.py --binary "$stage/wrapped/syslog" "${names[@]}" || status=1
+  done
+  return $status
+}
+
+# Runs a step of an architecture quietly and sets outcome to a count of tests, "ok" or "FAILED".
+step() {
+  local log=$logs/$2-$1.log
+  if "$1" "$2" >"$log" 2>&1; then
+    outcome=ok
+    case $1 in
+      unit) outcome=$(grep -oP '(?<=PASSED  \] )\d+' "$log") ;;
+      service) outcome=$(awk '/^Ran /{n += $2} /^left out:/{n--} END{print n}' "$log")
+        sed -n "s/^left out: /&$2 /p" "$log" ;;
+    esac
+  else
+    outcome=FAILED
+    failed=$((failed + 1))
+    echo "$1 $2 failed; the end of $log:"
+    grep -E '^(ERROR|FAIL|\[  FAILED|Assertion)|Failure|warning:|error:' "$log" | tail -n 40
+  fi
+}
+
+failed=0
+table=$logs/table
+printf '%-12s %14s %8s %9s\n' architecture 'syslog, bytes' unit service >$table
+for architecture in "${architectures[@]}"; do
+  size=- units=- services=-
+  step build "$architecture"
+  if [ "$outcome" = ok ]; then
+    size=$(stat -c %s "build-cross/$architecture/syslog")
+    choose_runner "$architecture"
+    step unit "$architecture"
+    units=$outcome
+    step service "$architecture"
+    services=$outcome
+  fi
+  printf '%-12s %14s %8s %9s\n' "$architecture" "$size" "$units" "$services" >>$table
+done
+cat $table
+[ "$failed" -eq 0 ]
