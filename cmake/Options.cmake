@@ -4,6 +4,7 @@ option(VELK_BUILD_TESTS "Build the tests (needs GoogleTest)" ON)
 option(VELK_FUZZ "Build the fuzz targets (clang only)" OFF)
 option(VELK_BUILD_BENCH "Build the microbenchmarks (needs Google Benchmark)" OFF)
 option(VELK_WERROR "Treat warnings as errors (CI does)" OFF)
+option(VELK_STATIC "Executables that need no shared library, made for size" OFF)
 set(VELK_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
 set(CMAKE_CXX_STANDARD 17)
@@ -34,7 +35,8 @@ if(VELK_SANITIZE)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(velk_options INTERFACE
     -ffunction-sections -fdata-sections -fstack-protector-strong
-    $<IF:$<BOOL:$<TARGET_PROPERTY:VELK_PIC>>,-fPIC,-fPIE>
+    $<IF:$<BOOL:$<TARGET_PROPERTY:VELK_PIC>>,-fPIC,$<IF:$<BOOL:${VELK_STATIC}>,-fno-pie,-fPIE>>
+    $<$<BOOL:${VELK_STATIC}>:-Os>
     $<$<COMPILE_LANGUAGE:CXX>:-fno-asynchronous-unwind-tables>)
   target_compile_definitions(velk_options INTERFACE _FORTIFY_SOURCE=2)
   target_link_options(velk_options INTERFACE
@@ -51,6 +53,6 @@ function(velk_add_executable name)
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE C)
   endif()
   if(CMAKE_BUILD_TYPE STREQUAL "Release")
-    target_link_options(${name} PRIVATE -pie -s)
+    target_link_options(${name} PRIVATE -s $<IF:$<BOOL:${VELK_STATIC}>,-static;-no-pie;-Wl$<COMMA>-z$<COMMA>noseparate-code,-pie>)
   endif()
 endfunction()

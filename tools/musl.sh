@@ -1,0 +1,25 @@
+#!/bin/sh
+# Builds Debian's source of musl for size, as builders of images do (the package is built for speed), into
+# FOLDER, an absolute path: tools/musl.sh FOLDER. Then: cmake --preset musl -DVELK_MUSL=FOLDER.
+set -eu
+folder=$1
+[ ! -e "$folder/lib/libc.a" ] || exit 0
+"$(dirname "$0")/install.sh" gcc make dpkg-dev ca-certificates
+
+# Lists of sources that only this run sees.
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+mkdir -p lists/partial
+chmod -R a+rwX .
+# shellcheck disable=SC1091  # of the machine
+. /etc/os-release
+echo "deb-src http://deb.debian.org/debian $VERSION_CODENAME main" >sources
+apt() { apt-get -qq -o Dir::Etc::sourcelist="$work/sources" -o Dir::Etc::sourceparts=/dev/null \
+  -o Dir::State::lists="$work/lists" -o APT::Sandbox::User=root "$@"; }
+apt update
+apt source musl >/dev/null  # with Debian's patches
+cd musl-*/
+./configure --prefix="$folder" --disable-shared --enable-wrapper=gcc \
+  CFLAGS="-Os -ffunction-sections -fdata-sections" >/dev/null
+make -s -j2 install >/dev/null
