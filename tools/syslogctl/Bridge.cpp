@@ -36,6 +36,7 @@ class KernelLog {
   int Descriptor() const { return m_fd; }
 
  private:
+  void GiveUp(ssize_t result);
   void CountLoss(const char* record, size_t length, RecordRing& ring);
 
   int m_fd = -1;
@@ -45,7 +46,8 @@ class KernelLog {
 bool KernelLog::Open() {
   m_fd = open("/dev/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (m_fd >= 0) return true;
-  Say("cannot read the kernel's log, /dev/kmsg: %s", strerror(errno));
+  Say("cannot read the kernel's log, /dev/kmsg: %s; %sleave out --kmsg", strerror(errno),
+      errno == EPERM || errno == EACCES ? "run as root, or " : "");
   return false;
 }
 
@@ -54,10 +56,19 @@ void KernelLog::ReadInto(RecordRing& ring) {
   for (int i = 0; i < kReadsAtOnce && ring.HasRoom(); ++i) {
     const ssize_t length = read(m_fd, record, sizeof record);
     if (length < 0 && errno == EPIPE) continue;  // overwritten before we came: the numbers will say how many
-    if (length <= 0) return;
+    if (length < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (length <= 0) return GiveUp(length);
     CountLoss(record, static_cast<size_t>(length), ring);
     ring.Add({record, static_cast<size_t>(length), true});
   }
+}
+
+// Containers have anything under that name, often what is always readable.
+void KernelLog::GiveUp(ssize_t result) {
+  Say("cannot read the kernel's log, /dev/kmsg: %s; going on without it",
+      result == 0 ? "it ends, so it is something else" : strerror(errno));
+  close(m_fd);
+  m_fd = -1;
 }
 
 void KernelLog::CountLoss(const char* record, size_t length, RecordRing& ring) {

@@ -65,7 +65,8 @@ bool LogSocket::ClearTheWay() {
     return false;
   }
   if (unlink(m_path) == 0 || errno == ENOENT) return true;
-  Say("cannot remove the stale %s: %s", m_path, strerror(errno));
+  Say("cannot remove the stale %s: %s; run as root, or name another path with --socket", m_path,
+      strerror(errno));
   return false;
 }
 
