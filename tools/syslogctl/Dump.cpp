@@ -123,6 +123,23 @@ bool PrintWithoutMarks(const Content& content) {
   return fflush(stdout) == 0;
 }
 
+// error: of the last reading, or 0.
+int ExplainFile(int error) {
+  if (error == 0 || error == ENOENT) {
+    Say("%s is %s: the service cannot write it, so look at its permissions and those of /tmp, or it has "
+        "another "
+        "/tmp, as in a container",
+        kPath, error == 0 ? "not the log of now" : "not there");
+    return kNotConfirmed;
+  }
+  if (error == EINVAL || error == ELOOP) {
+    Say("%s is no regular file of at most %zu MiB, so not the service's: remove it", kPath, kMaxFile >> 20);
+  } else {
+    Say("cannot read %s: %s", kPath, strerror(error));
+  }
+  return kUsage;
+}
+
 int WaitForFile(const Options& options, Session& session, const Mark& mark, Content& content) {
   constexpr unsigned kPauseMs = 20;
   const unsigned tries = options.timeoutMs / kPauseMs + 1;
@@ -132,15 +149,7 @@ int WaitForFile(const Options& options, Session& session, const Mark& mark, Cont
     if (error == 0 && HasMark(content, mark)) return kDone;
     session.Pause(kPauseMs);
   }
-  if (error != 0) {
-    Say("cannot read %s: %s", kPath, strerror(error));
-  } else {
-    Say("%s is not the log of now: either the service cannot write it (see its owner and permissions), or "
-        "the "
-        "service has another /tmp, as in a container",
-        kPath);
-  }
-  return error != 0 ? kUsage : kNotConfirmed;
+  return ExplainFile(error);
 }
 
 }  // namespace

@@ -112,7 +112,7 @@ int Session::ExplainSilence() {
 
 int Session::GiveUp(unsigned left) {
   ExplainSilence();
-  Say("%u calls are not confirmed, nor what was to follow", left);
+  Say("%u %s not confirmed, nor what was to follow", left, left == 1 ? "call is" : "calls are");
   return kNotConfirmed;
 }
 
