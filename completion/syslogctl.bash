@@ -8,12 +8,16 @@ _syslogctl() {
   # The first word that is neither an option nor an option's value.
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
-      -s | --server | --password-file | --timeout | = | :) ((i++)) ;;
+      -s | --server | --password-file | --timeout)
+        [[ ${COMP_WORDS[i + 1]} == = ]] && ((i++))
+        ((i++)) ;;
+      :) ((i++)) ;;
       -*) ;;
       *) command=${COMP_WORDS[i]}; break ;;
     esac
   done
 
+  [[ $before == = ]] && before=${COMP_WORDS[COMP_CWORD - 2]}
   case $before in
     -l | --level) mapfile -t COMPREPLY < <(compgen -W 'info warning error trace' -- "$word"); return ;;
     --password-file | --socket) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
