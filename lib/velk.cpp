@@ -42,6 +42,10 @@ int velk_log(velk* log, int type, const char* module, const char* format, ...) {
 }
 
 int velk_vlog(velk* log, int type, const char* module, const char* format, va_list args) {
+  if (type < VELK_TRACE || type > VELK_ERROR) {
+    errno = EINVAL;
+    return -1;
+  }
   char text[1024];
   va_list again;
   va_copy(again, args);

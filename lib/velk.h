@@ -47,7 +47,7 @@ VELK_API velk* velk_open(const char* server, const char* password, unsigned flag
 
 /* Logs one line; "\n" is added where the text has none. module NULL or "" stands for the service's own name.
  * Lines that are too long for a datagram become several. Returns 0, or -1 with errno: EAGAIN (see
- * VELK_NOWAIT), EMSGSIZE the module is too long, EINVAL the format is not valid, ENOMEM. */
+ * VELK_NOWAIT), EMSGSIZE the module is too long, EINVAL the type or the format is not valid, ENOMEM. */
 VELK_API int velk_log(velk* log, int type, const char* module, const char* format, ...) VELK_PRINTF(4, 5);
 VELK_API int velk_vlog(velk* log, int type, const char* module, const char* format, va_list args)
     VELK_PRINTF(4, 0);

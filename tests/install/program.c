@@ -23,6 +23,7 @@ int main(void) {
     perror("velk_log or velk_flush");
     return 1;
   }
+  if (velk_log(log, VELK_ERROR + 1, "test", "x") != -1 || errno != EINVAL) return 1;
   velk_close(log);
   if (velk_open(":", "password", 0) != NULL || errno != EHOSTUNREACH) return 1;
   return 0;
