@@ -125,10 +125,10 @@ class GDQUdpClient final : public GDQUdpBase {
   // What others call, with Options::listen; after those added with AddListener(). Set before Open().
   void SetCallHandler(CallHandler handler, void* user) { m_onCall = {handler, user}; }
 
-  // Sends a call without a name, which the service relays and then ignores: a round trip that nobody sees.
-  // Returns its id, or 0 when it cannot be sent: not joined, or no ear (neither reliable nor listen). The
-  // handler, set before Open(), gets the microseconds until its receipt came; if that is lost it is not
-  // called. At most the latest 16 probes are waited for.
+  // Sends a call without a name, which the service relays and then ignores, but for a trace line. Returns its
+  // id, or 0 when it cannot be sent: not joined, or no ear (neither reliable nor listen). The handler, set
+  // before Open(), gets the microseconds until its receipt came; if that is lost it is not called. At most
+  // the latest 16 probes are waited for.
   unsigned Probe();
   void SetProbeHandler(ProbeHandler handler, void* user) { m_onProbe = {handler, user}; }
 
