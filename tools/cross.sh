@@ -96,20 +96,7 @@ wrap() {
   done
 }
 
-# Each file of tests in a run of its own: emulated, all together would take longer than one run may.
-service() {
-  local file name names status=0
-  wrap "$1" || return 1
-  for file in tests/service/test_*.py; do
-    names=()
-    while read -r name; do
-      [[ " ${service_out[*]} " == *" $name "* ]] || names+=(-k "$(basename "$file" .py).*.$name")
-    done < <(grep -oP '^    def \Ktest_\w+' "$file")
-    [ ${#names[@]} -gt 0 ] || continue
-    python3 tests/service/run.py --binary "$stage/wrapped/syslog" "${names[@]}" || status=1
-  done
-  return $status
-}
+service() { wrap "$1" && tools/service.sh "$stage/wrapped" "${service_out[@]}"; }
 
 # Runs a step of an architecture quietly and sets outcome to a count of tests, "ok" or "FAILED".
 step() {

@@ -1,0 +1,89 @@
+#!/bin/bash
+# Builds the executables that need no shared library, tests the service in each form, and prints what every form
+# takes on disk and in memory. Writes into build*/ only.
+# shellcheck disable=SC2317  # step() runs the functions
+set -u
+cd "$(dirname "$0")/.." || exit 1
+tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 || exit 1
+
+# What the tests do to the service in ways that do not reach every form: form, test, reason.
+limits() {
+  local starved=test_restarts_a_child_without_memory_though_nobody_reads_its_last_words
+  cat <<END
+static test_each_function calls are made to fail by a library that a static program does not load
+static $starved maps less than its limit leaves
+musl test_each_function calls are made to fail by a library that a static program does not load
+musl $starved maps less than its limit leaves
+musl test_ends_when_it_cannot_fork forks by a system call that the filter does not know
+END
+}
+
+# Resident and proportional memory of supervisor and child together in KiB, after the first line.
+memory() {
+  # shellcheck disable=SC2016  # for the inner shell
+  unshare --net sh -eu -c '
+    ip link set lo up
+    "$1" >/dev/null 2>&1 &
+    until python3 examples/peer.py hello >/dev/null 2>&1; do kill -0 $!; done
+    cat /proc/$!/smaps_rollup /proc/"$(cat /proc/$!/task/$!/children | tr -d " ")"/smaps_rollup
+    kill $!
+  ' memory "$1" | awk '/^Rss/{rss += $2} /^Pss:/{pss += $2} END{print rss, pss}'
+}
+
+build() {  # NAME PRESET
+  local options=()
+  if [ "$1" = musl ]; then
+    tools/musl.sh "$PWD/build-musl/musl" || return 1
+    options=("-DVELK_MUSL=$PWD/build-musl/musl")
+  fi
+  cmake --preset "$2" -B "build-$1" -DVELK_WERROR="${CI:-OFF}" "${options[@]}" && cmake --build "build-$1"
+}
+
+# The helpers of the tests are of this machine's ordinary build, the service and its tool of the form.
+service() {
+  rm -rf "build-$1/stage"
+  mkdir -p "build-$1/stage/tests" "build-$1/stage/examples"
+  cp "build-$1/syslog" "build-$1/syslogctl" "build-$1/stage/"
+  cp build/tests/velk_lines "build-$1/stage/tests/"
+  cp build/examples/log_c build/examples/log_cpp "build-$1/stage/examples/"
+  local left_out
+  mapfile -t left_out < <(limits | sed -n "s/^$1 \([^ ]*\) .*/\1/p")
+  tools/service.sh "build-$1/stage" "${left_out[@]}"
+}
+
+needs_nothing() { ! readelf -d "$1" | grep NEEDED; }
+
+failed=0
+step() {
+  local log=build/logs/static-$2-$1.log
+  "$@" >"$log" 2>&1 && return
+  failed=1
+  echo "$1 $2 failed; the end of $log:"
+  tail -n 40 "$log"
+}
+
+row() {
+  local file=$2 rss pss
+  read -r rss pss < <(memory "$file/syslog")
+  printf '%-14s %10s %10s %9s %9s\n' "$1" "$(stat -c %s "$file/syslog")" "$(stat -c %s "$file/syslogctl")" "$rss" "$pss"
+}
+
+mkdir -p build/logs
+cmake --preset release -DVELK_BUILD_TESTS=ON >/dev/null && cmake --build --preset release >/dev/null || exit 1
+step build static static
+step build musl-package musl
+step build musl musl
+limits | sed 's/ /: /2; s/^/left out: /'
+for form in static musl; do step service $form; done
+for form in static musl-package musl; do
+  for program in syslog syslogctl; do
+    needs_nothing build-$form/$program || failed=1
+  done
+done
+printf '%-14s %10s %10s %9s %9s\n' form syslog syslogctl "RSS, KiB" "PSS, KiB"
+row shared build
+row glibc build-static
+row musl-package build-musl-package
+row musl build-musl
+[ "$(stat -c %s build-musl/syslog)" -le $((100 * 1024)) ] || { echo "build-musl/syslog has more than 100 KiB"; failed=1; }
+exit $failed
