@@ -95,7 +95,8 @@ __attribute__((format(printf, 1, 2))) bool Refuse(const char* format, ...) {
 bool SetServer(const char* text, Options* options) {
   constexpr unsigned long kMaxPort = 65535;
   const char* const colon = strchr(text, ':');
-  if (colon == text || *text == '\0') return Refuse("'%s' names no server", text);
+  if (colon == text || *text == '\0')
+    return Refuse("'%s' names no server: a host's name or IPv4 address", text);
   if (colon != nullptr) {
     const size_t digits = strspn(colon + 1, "0123456789");
     const unsigned long port = strtoul(colon + 1, nullptr, 10);
@@ -107,9 +108,21 @@ bool SetServer(const char* text, Options* options) {
   return true;
 }
 
+// Reads until there is a whole line, as far as there is room: a pipe may bring it in pieces. -1: errno.
+ssize_t ReadFirstLine(int fd, char* buffer, size_t size) {
+  size_t held = 0;
+  while (held < size && memchr(buffer, '\n', held) == nullptr) {
+    const ssize_t count = read(fd, buffer + held, size - held);
+    if (count < 0) return -1;
+    if (count == 0) break;
+    held += static_cast<size_t>(count);
+  }
+  return static_cast<ssize_t>(held);
+}
+
 bool ReadPassword(const char* path, Options* options) {
   const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-  const ssize_t size = fd >= 0 ? read(fd, options->password, sizeof options->password) : -1;
+  const ssize_t size = fd >= 0 ? ReadFirstLine(fd, options->password, sizeof options->password) : -1;
   const int error = errno;
   if (fd >= 0) close(fd);
   if (size < 0) {
