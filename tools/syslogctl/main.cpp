@@ -13,7 +13,7 @@ constexpr int kMostArguments = 32;  // that the service takes with one call
 const Ctl::Command kCommands[] = {
     {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [--confirm] [TEXT...]", Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", Ctl::RunSet},
-    {"remote", "", 1, 2, "on HOST, or: remote off", Ctl::RunRemote},
+    {"remote", "", 1, 2, "on HOST, or: syslogctl remote off", Ctl::RunRemote},
     {"dump", "", 0, 0, "(no arguments)", Ctl::RunDump},
     {"watch", "Jn", 0, 0, "[--json] [-n COUNT]", Ctl::RunWatch},
     {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", Ctl::RunPing},
