@@ -18,6 +18,9 @@ set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
 add_library(velk_options INTERFACE)
+# The same bytes wherever the tree and the build folder are.
+target_compile_options(velk_options INTERFACE
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${CMAKE_BINARY_DIR}/=)
 target_compile_options(velk_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)

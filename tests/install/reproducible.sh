@@ -1,0 +1,21 @@
+#!/bin/sh
+# Builds the tree in two folders, an hour apart as far as files tell, and compares what a device gets.
+set -eu
+cd "$(dirname "$0")/../.."
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+build() {  # FOLDER TIME
+  mkdir -p "$work/$1"
+  git ls-files -z --cached --others --exclude-standard | xargs -0 ls -d 2>/dev/null | tar -c -T - --mtime="$2" |
+    tar -x -C "$work/$1"
+  cmake -S "$work/$1" -B "$work/$1/out" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELK_BUILD_TESTS=OFF >"$work/log"
+  cmake --build "$work/$1/out" >>"$work/log" || { cat "$work/log"; exit 1; }
+}
+
+build here '2 hours ago'
+build some/where/else '1 hour ago'
+for file in syslog syslogctl lib/libvelk.a "lib/$(readlink "$work/here/out/lib/libvelk.so.1")"; do
+  cmp "$work/here/out/$file" "$work/some/where/else/out/$file"
+  echo "the same twice: $file"
+done
