@@ -31,6 +31,7 @@ class Collector:
 
     def __init__(self, *names, files="/tmp/own", **options):
         os.makedirs(files, exist_ok=True)
+        self.errors = f"{files}/errors"
         with open(f"{files}/conf", "w") as file:
             file.write(configuration(*names, **options))
         if names[0].startswith("rsyslog"):
@@ -41,7 +42,8 @@ class Collector:
         self.start()
 
     def start(self):
-        self.process = subprocess.Popen(self.command, stdout=subprocess.DEVNULL)
+        with open(self.errors, "a") as errors:
+            self.process = subprocess.Popen(self.command, stdout=errors, stderr=errors)
 
     def stop(self):
         self.process.terminate()

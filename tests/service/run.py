@@ -31,7 +31,8 @@ def run(args):
     built = os.path.dirname(args.binary)
     for name in ("tests/velk_lines", "examples/log_c", "examples/log_cpp"):
         files[os.path.basename(name)] = os.path.join(built, name)
-    files["log.sh"] = os.path.join(REPOSITORY, "examples", "log.sh")
+    for name in ("log.sh", "network-up.sh"):
+        files[name] = os.path.join(REPOSITORY, "examples", name)
     if args.collectors:
         files.update({"collectors": args.collectors, "examples": os.path.join(REPOSITORY, "examples")})
     namespace.prepare(files)

@@ -11,10 +11,13 @@ import time
 import unittest
 
 import collectors
-from harness import SYSLOG_ON, SYSLOG_PORT, ServiceTest, until
+import namespace
+from harness import SYSLOG_ON, SYSLOG_PORT, TOOL, ServiceTest, until
 
 DEVICES = [f"127.1.{i // 250}.{1 + i % 250}" for i in range(1000)]
 FILES = "/tmp/devices"
+NEEDS_COLLECTORS = unittest.skipUnless(os.path.isdir(collectors.FOLDER),
+                                       "rsyslog and syslog-ng are not unpacked (tools/collectors.sh)")
 
 
 def lines_of(path):
@@ -27,14 +30,19 @@ def lines_of(path):
 
 
 class FleetTest(ServiceTest):
-    def collector(self, *names, probe=True, **options):
-        """One that listens: asked until it answers with a file, but where its lines go elsewhere."""
+    def collector(self, *names, **options):
+        """One that listens."""
         collector = collectors.Collector(*names, **options)
         self.addCleanup(collector.stop)
-        if probe:
-            until(lambda: self.say("127.0.0.1", b"probe.Info: up?") or os.path.exists(f"{FILES}/127.0.0.1/probe.json"),
-                  "the collector's first line")
+        self.until_listening()
         return collector
+
+    @staticmethod
+    def until_listening():
+        def listens():
+            with open("/proc/net/udp") as sockets:
+                return ": 0200007F:0202" in sockets.read()  # port 514 of collectors.HOST, as the kernel writes it
+        until(listens, "a socket at the syslog port")
 
     @staticmethod
     def say(device, *texts, priority=b"<134>"):
@@ -46,7 +54,7 @@ class FleetTest(ServiceTest):
                 own.sendto(priority + text + b"\n", (collectors.HOST, SYSLOG_PORT))
 
 
-@unittest.skipUnless(os.path.isdir(collectors.FOLDER), "rsyslog and syslog-ng are not unpacked (tools/collectors.sh)")
+@NEEDS_COLLECTORS
 class Fleet(FleetTest):
     def check_thousand_devices(self, program, up):
         self.collector(f"{program}-fleet", f"{program}-to-files")
@@ -76,3 +84,220 @@ class Fleet(FleetTest):
 
     def test_syslog_ng_splits_a_thousand_devices(self):
         self.check_thousand_devices("syslog-ng", "______up")
+
+
+class Bulk(http.server.BaseHTTPRequestHandler):
+    """Stands for OpenSearch and for Loki: takes everything, and keeps what was posted in the server's list."""
+
+    protocol_version = "HTTP/1.1"
+
+    def answer(self, body):
+        self.send_response(200)
+        self.send_header("Content-Type", "application/json")
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def do_GET(self):
+        self.answer(b"{}")
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers["Content-Length"])).decode()
+        self.server.posted.append((self.path, body))
+        actions = body.count('{"index":')
+        self.answer(json.dumps({"errors": False, "items": [{"index": {"status": 201}}] * actions}).encode())
+
+    def log_message(self, *_):
+        pass
+
+
+@NEEDS_COLLECTORS
+class Outlets(FleetTest):
+    SAID = [("127.1.0.1", "net", 'a "quoted" \\ text'), ("127.1.0.2", "app", "größer"), ("127.1.0.3", "app", "")]
+
+    def check_arrival(self, arrived):
+        for device, module, text in self.SAID:
+            self.say(device, f"{module}.Warning: {text}".encode(), priority=b"<132>")
+        until(lambda: sorted(arrived()) == self.SAID, lambda: list(arrived()))
+
+    def posts(self, port):
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Bulk)
+        server.posted = []
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
+        return server.posted
+
+    def check_opensearch(self, program):
+        posted = self.posts(9200)
+        self.collector(f"{program}-fleet", f"{program}-to-opensearch")
+
+        def documents():
+            for path, body in posted:
+                self.assertTrue(path.startswith("/_bulk"))
+                lines = [json.loads(line) for line in body.splitlines()]
+                self.assertEqual([line for line in lines[::2] if line["index"]["_index"] != "devices"], [])
+                for line in lines[1::2]:
+                    self.assertEqual((line["facility"], line["severity"]), ("local0", "warning"))
+                    self.assertRegex(line["received"], r"^\d{4}-\d\d-\d\dT")
+                    yield line["host"], line["module"], line["text"]
+        self.check_arrival(documents)
+
+    def test_rsyslog_posts_to_opensearch(self):
+        self.check_opensearch("rsyslog")
+
+    def test_syslog_ng_posts_to_opensearch(self):
+        self.check_opensearch("syslog-ng")
+
+    def test_syslog_ng_posts_to_loki(self):
+        posted = self.posts(3100)
+        self.collector("syslog-ng-fleet", "syslog-ng-to-loki")
+
+        def entries():
+            for path, body in posted:
+                self.assertEqual(path, "/loki/api/v1/push")
+                for stream in json.loads(body)["streams"]:
+                    self.assertEqual(stream["stream"]["severity"], "warning")
+                    for nanoseconds, text in stream["values"]:
+                        self.assertLess(abs(int(nanoseconds) / 1e9 - time.time()), 60)
+                        yield stream["stream"]["host"], stream["stream"]["module"], text
+        self.check_arrival(entries)
+
+    def broker(self):
+        """The address of a Kafka broker, which librdkafka keeps for tests."""
+        library = ctypes.CDLL(glob.glob(f"{collectors.FOLDER}/usr/lib/*/librdkafka.so.1")[0])
+        library.rd_kafka_new.restype = library.rd_kafka_mock_cluster_new.restype = ctypes.c_void_p
+        library.rd_kafka_mock_cluster_bootstraps.restype = ctypes.c_char_p
+        client = ctypes.c_void_p(library.rd_kafka_new(0, None, None, 0))
+        cluster = ctypes.c_void_p(library.rd_kafka_mock_cluster_new(client, 1))
+        self.addCleanup(library.rd_kafka_destroy, client)
+        self.addCleanup(library.rd_kafka_mock_cluster_destroy, cluster)
+        return library.rd_kafka_mock_cluster_bootstraps(cluster).decode()
+
+    def check_kafka(self, program):
+        broker = self.broker()
+        self.collector(f"{program}-fleet", f"{program}-to-kafka", **{"127.0.0.1:9092": broker})
+
+        def messages():
+            consumer = subprocess.run([f"{collectors.FOLDER}/kcat", "-C", "-q", "-b", broker, "-t", "devices", "-e", "-o", "beginning", "-J"],
+                                      stdin=subprocess.DEVNULL, capture_output=True)
+            for line in consumer.stdout.splitlines():
+                message = json.loads(line)
+                record = json.loads(message["payload"])
+                self.assertEqual((message["key"], record["severity"]), (record["host"], "warning"))
+                yield record["host"], record["module"], record["text"]
+        self.check_arrival(messages)
+
+    def test_rsyslog_writes_to_kafka(self):
+        self.check_kafka("rsyslog")
+
+    def test_syslog_ng_writes_to_kafka(self):
+        self.check_kafka("syslog-ng")
+
+
+@NEEDS_COLLECTORS
+class Relay(FleetTest):
+    RATE = 4000  # lines per second
+
+    def say_at_rate(self, first, seconds):
+        """Numbered lines of ten devices in turn; returns the number of the next one."""
+        end = first + int(seconds * self.RATE)
+        begin = time.monotonic()
+        for number in range(first, end):
+            time.sleep(max(0, (number - first) / self.RATE - (time.monotonic() - begin)))
+            self.say(f"127.2.0.{number % 10}", b"net.Info: line %d" % number)
+        return end
+
+    def test_what_reached_the_relay_outlives_the_collector_and_a_restart(self):
+        center = collectors.Collector("rsyslog-center", files="/tmp/center")
+        self.addCleanup(center.stop)
+        relay = self.collector("rsyslog-fleet", "rsyslog-to-center", CENTER="127.0.0.1",
+                               **{'resumeInterval="2"': 'resumeInterval="1"'})
+
+        def arrived():
+            return [int(line["text"].split()[1]) for device in range(10) for line in lines_of(f"{FILES}/127.2.0.{device}/net.json")]
+
+        def missing(count):
+            until(lambda: count - 1 in arrived(), f"line {count - 1}")
+            return set(range(count)) - set(arrived())
+        sent = self.say_at_rate(0, 0.3)
+        until(arrived, "the first line at the collector")
+        center.kill()  # with lines on the way
+        sent = self.say_at_rate(sent, 2)
+        center.start()
+        self.assertEqual(missing(sent), set())
+
+        center.stop()
+        first = sent
+        sent = self.say_at_rate(sent, 1)
+        until(lambda: sum(map(os.path.getsize, glob.glob("/tmp/own/center.0*"))) > 1000000, "a queue on disk")
+        time.sleep(0.5)  # what is in its socket yet is gone with the relay
+        relay.stop()
+        relay.start()
+        self.until_listening()
+        sent = self.say_at_rate(sent, 0.2)
+        center.start()
+        # What it had sent before it noticed is gone with the relay, too.
+        self.assertLessEqual(missing(sent), set(range(first, first + 1000)))
+
+
+def ip(*arguments):
+    subprocess.run(["ip", *arguments], check=True)
+
+
+class Far(threading.Thread):
+    """Another machine: a thread in a network of its own, on the far end of a cable to an interface "late" of ours."""
+
+    ADDRESS, OURS = "10.9.8.1", "10.9.8.2"
+
+    def __init__(self, work):
+        super().__init__()
+        self.work = work
+        self.start()
+        self.join()  # what it has opened and started stays there
+
+    def run(self):
+        CLONE_NEWNET = 0x40000000
+        namespace.check(ctypes.CDLL(None, use_errno=True).unshare(CLONE_NEWNET), "a network")
+        ip("link", "add", "far", "type", "veth", "peer", "name", "late", "netns", str(os.getpid()))
+        ip("address", "add", f"{self.ADDRESS}/24", "dev", "far")
+        ip("link", "set", "far", "up")
+        self.result = self.work()
+
+
+@NEEDS_COLLECTORS
+class Late(FleetTest):
+    def test_boot_lines_reach_the_collector_when_network_and_name_come_up_late(self):
+        far = Far(lambda: collectors.Collector("rsyslog-fleet", "rsyslog-to-files", host=Far.ADDRESS))
+        self.addCleanup(far.result.stop)
+        self.configure(SYSLOG_ON % "collector.test")
+        service = self.service()
+        service.wait_for("Syslog.ERROR: Cannot connect to syslog server at UDP collector.test:514")
+        peer = self.peer()
+        early = [("info", "app", "one"), ("warning", "my net", "no link: yet"), ("err", "app", "Info: three")]
+        for kind, (_, module, text) in enumerate(early, 1):
+            peer.log(text.encode() + b"\n", kind=kind, module=module.encode())
+        service.fence(peer)
+
+        os.mkdir("/tmp/bin")
+        os.symlink(TOOL, "/tmp/bin/syslogctl")
+        environment = {**os.environ, "PATH": "/tmp/bin:" + os.environ["PATH"], "MARKER": "/tmp/marker"}
+        hook = subprocess.Popen([f"{namespace.FILES}/network-up.sh", "collector.test"], env=environment, stderr=subprocess.DEVNULL)
+        service.wait_for("Syslog.ERROR: Cannot connect to syslog server at UDP collector.test:514", count=2)
+        ip("address", "add", f"{Far.OURS}/24", "dev", "late")
+        ip("link", "set", "late", "up")
+        with open("/tmp/hosts", "w") as hosts:
+            hosts.write(f"{Far.ADDRESS} collector.test\n")
+        namespace.mount("/tmp/hosts", "/etc/hosts", None, namespace.MS_BIND)
+        self.addCleanup(namespace.unmount, "/etc/hosts")
+        self.assertEqual(hook.wait(20), 0)
+        peer.log(b"late\n", module=b"app")
+        subprocess.run(hook.args, env=environment, check=True)  # the network goes and comes: nothing twice
+
+        def lines():
+            return [line for name in ("app", "my net") for line in lines_of(f"{FILES}/{Far.OURS}/{name}.json")]
+        until(lambda: len(lines()) >= 4, lambda: str(lines()))
+        self.assertEqual([line["text"] for line in lines() if not line["text"].startswith("[")], ["late"])
+        found = [(line["severity"], line["module"], line["text"].partition("] ")[2]) for line in lines() if line["text"] != "late"]
+        self.assertEqual(sorted(found), sorted(early))
+        self.assertTrue(os.path.exists(f"{FILES}/{Far.OURS}/Syslog.json"))

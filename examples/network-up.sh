@@ -1,0 +1,47 @@
+#!/bin/sh
+# Run when the network is up: forwards the log to the collector from now on, and sends it once what was logged before.
+#
+#   network-up.sh COLLECTOR
+#
+# For example by /etc/network/if-up.d (ifupdown), the "bound" case of udhcpc's script, /etc/hotplug.d/iface (OpenWrt) or
+# a dispatcher of NetworkManager or systemd-networkd. It may run at every change of the network.
+set -eu
+collector=$1
+marker=${MARKER:-/run/syslog-boot-lines-sent}  # in memory, so that a reboot removes it
+
+# Says whether the service forwards to the collector. Whether it could find it stands in its log only.
+forwards() {
+  syslogctl remote on "$collector" || return 1
+  lines=$(syslogctl dump) || return 1
+  printf '%s\n' "$lines" | grep -e 'Using syslog server at UDP' -e 'Cannot connect to syslog server' | tail -n 1 | grep -q Using
+}
+
+# The name service may take longer than the network.
+tries=10
+until forwards; do
+  tries=$((tries - 1))
+  [ "$tries" -gt 0 ] || exit 1
+  sleep 2
+done
+
+[ ! -e "$marker" ] || exit 0
+
+# Up to the service's last word that it uses a server nothing was forwarded; all that is behind it was.
+unsent() {
+  printf '%s\n' "$lines" | awk '
+    { line[NR] = $0 }
+    /Using syslog server at UDP / { last = NR }
+    END { for (i = 1; i <= last; ++i) print line[i] }'
+}
+
+if logger --help 2>&1 | grep -q -- --server; then
+  unsent | awk '
+    { priority = 131 }
+    /^[^ ]* ([^:]*\.)?Info: / { priority = 134 }
+    /^[^ ]* ([^:]*\.)?Warning: / { priority = 132 }
+    { print "<" priority ">" $0 }' |
+    logger --server "$collector" --udp --port 514 --rfc3164 --tag boot --prio-prefix
+else
+  unsent | syslogctl -q log -t boot --confirm  # BusyBox: its logger knows no server, but the service does
+fi
+: >"$marker"
