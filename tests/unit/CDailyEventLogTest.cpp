@@ -11,31 +11,18 @@
 
 #include "tests/unit/TempDirectory.h"
 
-namespace {
-
-time_t s_now = 0;  // 0: the real time
-
-}  // namespace
+time_t g_now = 0;  // 0: the real time
 
 // Stands before the C library's for the whole test program, so that a day passes when a test says so.
 extern "C" time_t time(time_t* out) noexcept {
   timespec real{};
   clock_gettime(CLOCK_REALTIME, &real);
-  const time_t now = s_now != 0 ? s_now : real.tv_sec;
+  const time_t now = g_now != 0 ? g_now : real.tv_sec;
   if (out != nullptr) *out = now;
   return now;
 }
 
 namespace {
-
-void SetZone(const char* zone) {
-  if (zone != nullptr) {
-    setenv("TZ", zone, 1);
-  } else {
-    unsetenv("TZ");
-  }
-  tzset();
-}
 
 // Berlin's rules, written out so that no zone files are needed.
 constexpr char kZone[] = "CET-1CEST,M3.5.0,M10.5.0/3";
@@ -47,12 +34,12 @@ constexpr time_t kDay = 86400;
 class CDailyEventLogTest : public testing::Test {
  protected:
   CDailyEventLogTest() {
-    SetZone(kZone);
-    s_now = kNoon;
+    setenv("TZ", kZone, 1);
+    g_now = kNoon;
   }
   ~CDailyEventLogTest() override {
-    s_now = 0;
-    SetZone(nullptr);
+    g_now = 0;
+    unsetenv("TZ");
   }
 
   TempDirectory m_dir;
@@ -99,10 +86,8 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
 }
 
 TEST_F(CDailyEventLogTest, MakesMissingDirectories) {
-  const std::string deep = m_dir.path + "//x/y/";
-  EXPECT_TRUE(m_log.Open(nullptr, nullptr, deep.c_str(), 0));
+  EXPECT_TRUE(m_log.Open(nullptr, nullptr, (m_dir.path + "//x/y/").c_str(), 0));
   EXPECT_EQ(0, access((m_dir.path + "/x/y/2024-01-02.log").c_str(), F_OK));
-
   m_dir.Write("file", "");
   EXPECT_FALSE(CDailyEventLog::MakeDirectories((m_dir.path + "/file/z").c_str()));
   EXPECT_EQ(ENOTDIR, errno);
@@ -112,8 +97,7 @@ TEST_F(CDailyEventLogTest, MakesMissingDirectories) {
 
 TEST_F(CDailyEventLogTest, RefusesNamesThatDoNotFit) {
   const std::string tail = "2024-01-02.log";
-  const size_t room = CDailyEventLog::kPathSize - 1 - (m_dir.path + "/" + tail).size();
-  const std::string fits(room, 'f');
+  const std::string fits(CDailyEventLog::kPathSize - 1 - (m_dir.path + "/" + tail).size(), 'f');
   ASSERT_TRUE(m_log.Open(fits.c_str(), nullptr, m_dir.path.c_str(), 0));
   m_log.Print("1");
   EXPECT_FALSE(m_log.Open((fits + "f").c_str(), nullptr, m_dir.path.c_str(), 0));
@@ -138,34 +122,33 @@ TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
   EXPECT_EQ(before + "\nWARNING: File size limit of 100 bytes reached! Logging stopped until next day.\n\n",
             m_dir.Read(today));
 
-  s_now += kDay;
+  g_now += kDay;
   m_log.Print(std::string(99, 'z').c_str());
   EXPECT_EQ(std::string(99, 'z'), m_dir.Read("2024-01-03.log"));
 }
 
 TEST_F(CDailyEventLogTest, MovesOnAtLocalMidnight) {
   struct {
-    const char* what;
     time_t opened;
     time_t midnight;
     const char* today;
     const char* tomorrow;
   } const rows[] = {
-      {"noon", kNoon, kNoon + kDay / 2, "2024-01-02.log", "2024-01-03.log"},
-      {"last second of the year", 1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},
-      {"late before a day of 23 hours", 1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},
-      {"early on a day of 25 hours", 1729981800, 1730070000, "2024-10-27.log", "2024-10-28.log"},
+      {kNoon, kNoon + kDay / 2, "2024-01-02.log", "2024-01-03.log"},
+      {1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},  // from the last second of the year
+      {1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},  // late before a day of 23 hours
+      {1729981800, 1730070000, "2024-10-27.log", "2024-10-28.log"},  // early on a day of 25 hours
   };
   for (const auto& row : rows) {
     const TempDirectory dir;
-    s_now = row.opened;
-    ASSERT_TRUE(m_log.Open(nullptr, nullptr, dir.path.c_str(), 1)) << row.what;
-    s_now = row.midnight - 1;
+    g_now = row.opened;
+    ASSERT_TRUE(m_log.Open(nullptr, nullptr, dir.path.c_str(), 1)) << row.today;
+    g_now = row.midnight - 1;
     m_log.Print("last");
-    s_now = row.midnight;
+    g_now = row.midnight;
     m_log.Print("first");
-    EXPECT_EQ("last", dir.Read(row.today)) << row.what;
-    EXPECT_EQ("first", dir.Read(row.tomorrow)) << row.what;
+    EXPECT_EQ("last", dir.Read(row.today)) << row.today;
+    EXPECT_EQ("first", dir.Read(row.tomorrow)) << row.today;
   }
 }
 
@@ -187,7 +170,7 @@ TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
   const std::string gone = m_dir.path + "/gone";
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, gone.c_str(), 1));
   std::filesystem::remove_all(gone);
-  s_now += kDay;
+  g_now += kDay;
   m_log.Print("lost");
   EXPECT_FALSE(m_log.IsOpen());
   ASSERT_EQ(0, mkdir(gone.c_str(), 0777));
@@ -203,7 +186,7 @@ TEST_F(CDailyEventLogTest, WritesToStandardOutput) {
     CDailyEventLog log;
     ASSERT_TRUE(log.Open("stdout", nullptr, nullptr, 1));
     log.Print("one ");
-    s_now += 2 * kDay;
+    g_now += 2 * kDay;
     log.Print("two ");
     log.Close();
     log.Print("lost ");

@@ -1,0 +1,218 @@
+// The queue by posts, timers and cancels from outside and from handlers, beside a sorted vector, on a clock
+// that the choices drive. The queue's thread is the caller's: what it does while it would wait is up to them.
+// For one source of a program, which is linked with --wrap of the functions at the end.
+#pragma once
+
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/time.h>
+
+#include "common/GDQ.h"
+#include "common/IGenericDispatchTarget.h"
+#include "tests/unit/Choices.h"
+
+class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
+ public:
+  static constexpr uint64_t kForever = UINT32_MAX;
+
+  explicit QueueModel(Choices choices) : m_choices(choices) {
+    m_queue.m_errorReporter = this;
+    m_queue.m_maxPosts = m_choices.Below(8);
+    for (Target& target : m_targets) target.m_run = this;
+  }
+
+  void Run() {
+    s_run = this;
+    EXPECT_FALSE(m_queue.Run());  // gets no thread, but counts as running until it is stopped
+    m_queue.Driver();
+    s_run = nullptr;
+  }
+
+  int Wait(uint64_t deadlineMs) {
+    if (!m_keepsWait) {
+      m_waitMs = m_pending.empty() ? kForever : m_pending[0].dueMs - m_nowMs;
+      EXPECT_TRUE(m_pending.empty() || m_pending[0].dueMs >= m_nowMs) << "due, but not delivered";
+    }
+    EXPECT_EQ(m_waitMs == kForever ? kForever : m_nowMs + m_waitMs, deadlineMs);
+    m_isSignalled = false;
+    Operate();
+    if (!m_choices.AreLeft()) m_queue.Stop();
+    const bool timesOut = deadlineMs != kForever && !m_isSignalled && m_choices.Below(2) == 0;
+    m_keepsWait = !timesOut && !m_isSignalled;
+    m_isSignalled = false;
+    if (!timesOut) return 0;
+    m_nowMs = std::max(m_nowMs, deadlineMs);
+    return ETIMEDOUT;
+  }
+
+  static inline thread_local QueueModel* s_run = nullptr;  // null: the C library does all as usual
+  uint64_t m_nowMs = 1000000;
+
+ private:
+  struct Message {
+    uint64_t dueMs;
+    uint32_t periodMs;
+    unsigned id;
+    Velk::IGenericDispatchTarget* target;
+    std::string name;
+    const char* args;
+  };
+
+  struct Target final : Velk::IGenericDispatchTarget {
+    bool Dispatch(const char* name, const Velk::IArgsList*) override {
+      m_run->Deliver(this, name);
+      m_run->Operate();
+      EXPECT_EQ(m_run->m_delivered, name);
+      return this != &m_run->m_targets[0];
+    }
+    QueueModel* m_run = nullptr;
+  };
+
+  void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
+    EXPECT_TRUE(args == std::string(kOpen) || args == std::string(kMany)) << args;
+    Deliver(target, name);
+    // The rest is looked at after a wait as long as the last one, unless there was a post or are many.
+    const auto isPost = [](const Message& message) { return message.dueMs == 0; };
+    const auto posts = std::count_if(m_pending.begin(), m_pending.end(), isPost);
+    if (m_queue.m_maxPosts != 0 && posts > m_queue.m_maxPosts / 2) return;
+    m_keepsWait = !m_isSignalled;
+    m_isSignalled = false;
+  }
+  void OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
+    if (target == nullptr) Deliver(target, name);
+    EXPECT_TRUE(target == nullptr || target == &m_targets[0]);
+    EXPECT_EQ(m_delivered, name);
+    EXPECT_EQ(m_deliveredArgs, args);
+  }
+  void OnPostError(Velk::IGenericDispatchTarget*, const char*, const char*) override { FAIL(); }
+
+  void Add(const Message& message) {
+    const auto later = [](const Message& a, const Message& b) { return a.dueMs < b.dueMs; };
+    m_pending.insert(std::upper_bound(m_pending.begin(), m_pending.end(), message, later), message);
+  }
+
+  void Deliver(const Velk::IGenericDispatchTarget* target, const char* name) {
+    m_keepsWait = false;
+    ASSERT_FALSE(m_pending.empty());
+    Message message = m_pending[0];
+    m_pending.erase(m_pending.begin());
+    ASSERT_EQ(message.name, name);
+    ASSERT_EQ(message.target, target);
+    ASSERT_LT(message.dueMs, m_nowMs);
+    m_delivered = name;
+    m_deliveredArgs = message.args != nullptr ? message.args : "";
+    message.dueMs = m_nowMs + message.periodMs;
+    if (message.periodMs != 0) Add(message);
+  }
+
+  void Operate() {
+    for (unsigned n = m_choices.Below(4); n != 0; --n) OperateOnce();
+  }
+
+  void OperateOnce() {
+    const char* const kArgs[] = {"", "one 'two'", nullptr, kOpen, kMany};
+    const unsigned operation = m_choices.Below(8);
+    const unsigned which = m_choices.Below(4);
+    Velk::IGenericDispatchTarget* target = which != 3 ? &m_targets[which] : nullptr;
+    Message message{0, 0, 0, target, std::to_string(++m_count), kArgs[m_choices.Below(5)]};
+    if (m_choices.Below(16) == 0) message.name.insert(0, 300, 'x');
+    switch (operation) {
+      case 0:
+      case 1:
+        m_queue.Post(target, message.name.c_str(), message.args);
+        break;
+      case 2:
+      case 3:
+        message.id = m_choices.Below(3);
+        message.periodMs = m_choices.Below(2) * m_choices.Below(20);
+        message.dueMs = m_nowMs + message.periodMs;
+        m_queue.PostTimer(message.id, message.periodMs, target, message.name.c_str(), message.args);
+        break;
+      case 4:
+        m_queue.CancelAllMessages(target);
+        return Forget([&](const Message& m) { return m.target == target; }, m_pending.size());
+      case 5: {
+        const unsigned id = m_choices.Below(3);
+        m_queue.CancelTimer(id, target);
+        return Forget([&](const Message& m) { return m.target == target && m.id == id; }, 1);
+      }
+      case 6:
+        m_nowMs -= m_choices.Below(20);
+        return;
+      default:
+        m_nowMs += m_choices.Below(40);
+        return;
+    }
+    m_isSignalled = true;
+    Add(message);
+  }
+
+  template <typename Predicate>
+  void Forget(Predicate matches, size_t most) {
+    for (auto at = m_pending.begin(); most != 0 && at != m_pending.end();) {
+      at = std::find_if(at, m_pending.end(), matches);
+      if (at != m_pending.end()) at = m_pending.erase(at);
+      --most;
+    }
+  }
+
+  static constexpr char kOpen[] = "'open";
+  static constexpr char kMany[] =
+      "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29 30 31 32 33";
+
+  Choices m_choices;
+  std::vector<Message> m_pending;
+  std::string m_delivered;
+  std::string m_deliveredArgs;
+  unsigned m_count = 0;
+  uint64_t m_waitMs = 0;
+  bool m_keepsWait = true;  // the next wait is as long as the last one
+  bool m_isSignalled = false;
+  Target m_targets[3];
+  Velk::GDQ m_queue{0, 0, "queue", false};
+};
+
+extern "C" {
+
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*entry)(void*), void* arg) {
+  return QueueModel::s_run != nullptr ? EAGAIN : __real_pthread_create(thread, attr, entry, arg);
+}
+
+int __real_clock_gettime(clockid_t, timespec*);
+int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+  const QueueModel* const run = QueueModel::s_run;
+  if (run == nullptr || clock != CLOCK_REALTIME) return __real_clock_gettime(clock, time);
+  *time = {static_cast<time_t>(run->m_nowMs / 1000), static_cast<long>(run->m_nowMs % 1000 * 1000000)};
+  return 0;
+}
+
+int __real_gettimeofday(timeval*, void*);
+int __wrap_gettimeofday(timeval* time, void* zone) {
+  const QueueModel* const run = QueueModel::s_run;
+  if (run == nullptr) return __real_gettimeofday(time, zone);
+  *time = {static_cast<time_t>(run->m_nowMs / 1000), static_cast<suseconds_t>(run->m_nowMs % 1000 * 1000)};
+  return 0;
+}
+
+int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  const timespec* deadline) {
+  QueueModel* const run = QueueModel::s_run;
+  if (run == nullptr) return __real_pthread_cond_timedwait(condition, mutex, deadline);
+  pthread_mutex_unlock(mutex);
+  const int result = run->Wait(static_cast<uint64_t>(deadline->tv_sec) * 1000 +
+                               static_cast<uint64_t>(deadline->tv_nsec) / 1000000);
+  pthread_mutex_lock(mutex);
+  return result;
+}
+
+int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (QueueModel::s_run == nullptr) return __real_pthread_cond_wait(condition, mutex);
+  const timespec never{QueueModel::kForever / 1000, QueueModel::kForever % 1000 * 1000000};
+  return __wrap_pthread_cond_timedwait(condition, mutex, &never);
+}
+
+}  // extern "C"

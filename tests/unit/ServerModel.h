@@ -1,0 +1,219 @@
+// The channel's server by any sequence of datagrams, beside a list of peers. For one source of a program,
+// which is linked with --wrap=sendto and in which time(2) returns g_now.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <map>
+#include <utility>
+
+#include "common/GDQUdpSrv.h"
+#include "common/HashMD5.h"
+#include "tests/unit/CapturedLog.h"
+#include "tests/unit/Choices.h"
+
+extern time_t g_now;  // 0: the real time
+
+using Endpoint = std::pair<uint32_t, uint16_t>;
+using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
+using Calls = std::vector<std::pair<std::string, std::string>>;
+
+inline Datagrams* s_sent = nullptr;  // null: datagrams are really sent
+
+extern "C" {
+
+ssize_t __real_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t);
+ssize_t __wrap_sendto(int fd, const void* bytes, size_t size, int flags, const sockaddr* to,
+                      socklen_t length) {
+  if (s_sent == nullptr) return __real_sendto(fd, bytes, size, flags, to, length);
+  InetAddress2 address(0, 0);
+  memcpy(&address.Native(), to, sizeof address.Native());
+  s_sent->emplace_back(Endpoint(address.GetIP(), address.GetPort()),
+                       std::string(static_cast<const char*>(bytes), size));
+  return static_cast<ssize_t>(size);
+}
+
+}  // extern "C"
+
+inline std::string Md5(const std::string& bytes) {
+  Velk::HashMD5 md5;
+  unsigned char digest[Velk::GDQUdpSrv::kCookieSize];
+  md5.AddBinary(bytes.data(), bytes.size());
+  md5.GetDigest(digest);
+  return std::string(digest, digest + sizeof digest);
+}
+
+inline std::string Hex(const std::string& bytes) {
+  std::string text;
+  char piece[4];
+  for (const char byte : bytes) {
+    snprintf(piece, sizeof piece, " %2.2x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    text += piece;
+  }
+  return text;
+}
+
+struct CallList : Velk::GDOBase {
+  virtual ~CallList() = default;
+  void Call(const char* name, const char* args) override { m_calls.emplace_back(name, args); }
+  Calls m_calls;
+};
+
+// Lets the server see one datagram, in a buffer just large enough for it.
+inline void Give(Velk::GDQUdpSrv& server, const Endpoint& from, const std::string& datagram) {
+  std::vector<unsigned char> packet(datagram.begin(), datagram.end());
+  packet.push_back(0xFF);
+  server.HandleDatagram(InetAddress2(static_cast<long>(from.first), from.second), packet.data(),
+                        static_cast<int>(datagram.size()));
+}
+
+class ServerModel {
+ public:
+  explicit ServerModel(Choices choices) : m_choices(choices) {}
+
+  void Run() {
+    CapturedLog log(true);
+    Datagrams sent;
+    CallList listener;
+    Velk::GDQUdpSrv server;
+    server.AddListener(&listener);
+    server.AddListener(&listener);
+    s_sent = &sent;
+    for (g_now = 1; m_choices.AreLeft() && !::testing::Test::HasFailure(); g_now += m_choices.Below(3)) {
+      if (m_choices.Below(16) == 0) {
+        const std::string text = MakeText();
+        EXPECT_EQ(SendMsg(text), server.SendMsg(text.c_str()));
+      } else {
+        const Endpoint from = MakeEndpoint();
+        const std::string datagram = MakeDatagram(from);
+        Take(from, datagram);
+        Give(server, from, datagram);
+      }
+      EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(sent, {}));
+      EXPECT_EQ(std::exchange(m_calls, {}), std::exchange(listener.m_calls, {}));
+      EXPECT_EQ(std::exchange(m_lines, {}), log.Take());
+    }
+    s_sent = nullptr;
+    g_now = 0;
+  }
+
+ private:
+  struct Peer {
+    Endpoint endpoint;
+    std::string cookie;
+    bool isValid;
+  };
+
+  static uint32_t Key(const Endpoint& endpoint) { return endpoint.first * endpoint.second; }
+
+  // Endpoints of the same product are one peer: the first two, and every fourth of the others with the one
+  // before. Many share buckets and bits.
+  Endpoint MakeEndpoint() {
+    static const Endpoint kSpecial[] = {{2, 6},          {4, 3},          {1, 31},         {1, 62},
+                                        {0xFFFFFFFF, 1}, {0x80000000, 2}, {0x7F000001, 9}, {0, 0}};
+    if (m_choices.Below(4) != 0) return kSpecial[m_choices.Below(8)];
+    const unsigned n = m_choices.Below(200);
+    const auto port = static_cast<uint16_t>(2000 + n / 4 * 124);
+    return n % 4 == 3 ? Endpoint(0x02000000, port / 2) : Endpoint(0x01000000, port + n % 4 * 62);
+  }
+
+  std::string MakeDatagram(const Endpoint& from) {
+    const size_t kCookieSize = Velk::GDQUdpSrv::kCookieSize;
+    const Peer* const peer = Find(from);
+    std::string cookie = peer != nullptr ? peer->cookie : std::string(kCookieSize, 'c');
+    switch (m_choices.Below(6)) {
+      case 0:
+      case 1:
+        return "CONN";
+      case 2:
+        return m_choices.Bytes(m_choices.Below(20));
+      case 3:
+        cookie[m_choices.Below(kCookieSize)] ^= static_cast<char>(1 << m_choices.Below(8));
+        return cookie + m_choices.Bytes(m_choices.Below(4));
+      case 4:
+        return cookie + std::string(Velk::GDQUdpSrv::kMaxText - 2 + m_choices.Below(4), ' ');
+      default:
+        return cookie + m_choices.Bytes(m_choices.Below(40));
+    }
+  }
+
+  std::string MakeText() {
+    if (m_choices.Below(8) != 0) return m_choices.Bytes(m_choices.Below(20)).c_str();
+    return std::string(Velk::GDQUdpSrv::kMaxText - 1 + m_choices.Below(3), 'x');
+  }
+
+  // Whether the text can be sent.
+  bool SendMsg(const std::string& text) {
+    m_lines.push_back("0:GDQUdpSrv::SendMsg('" + text + "')\n");
+    if (text.size() > Velk::GDQUdpSrv::kMaxText) return false;
+    Relay(text, nullptr);
+    for (const auto& [to, datagram] : m_sent)
+      m_lines.push_back("0:GDQUdpSrv::Send to port " + std::to_string(to.second) + "!!!\n");
+    return true;
+  }
+
+  // What a datagram makes the server send, call and log.
+  void Take(const Endpoint& from, const std::string& datagram) {
+    if (datagram.size() > Velk::GDQUdpSrv::kMaxDatagram) return;
+    Peer* peer = Find(from);
+    if (datagram == "CONN") return Connect(from, peer);
+    const size_t kCookieSize = Velk::GDQUdpSrv::kCookieSize;
+    if (peer == nullptr || datagram.size() < kCookieSize) return;
+    const std::string cookie = datagram.substr(0, kCookieSize);
+    if (cookie != peer->cookie) {
+      m_lines = {"3:Cookies do not match:", "0:expected cookie:" + Hex(peer->cookie) + "\n",
+                 "0:received cookie:" + Hex(cookie) + "\n"};
+      return;
+    }
+    peer->isValid = true;
+    if (datagram.size() == kCookieSize) return;
+    Relay(datagram.substr(kCookieSize), &from);
+    const std::string text = datagram.c_str() + kCookieSize;
+    const std::string space = " \t\n\v\f\r";
+    const std::string call = text.substr(std::min(text.find_first_not_of(space), text.size()));
+    const size_t end = std::min(call.find_first_of(space), call.size());
+    m_calls.emplace_back(call.substr(0, end), end < call.size() ? call.substr(end + 1) : "");
+  }
+
+  void Relay(const std::string& text, const Endpoint* sender) {
+    for (const auto& [bucket, chain] : m_chains) {
+      for (const Peer& peer : chain) {
+        if (!peer.isValid || (sender != nullptr && peer.endpoint == *sender)) continue;
+        m_sent.emplace_back(peer.endpoint, peer.cookie + text);
+      }
+    }
+  }
+
+  Peer* Find(const Endpoint& from) {
+    for (Peer& peer : m_chains[Key(from) % 31]) {
+      if (Key(peer.endpoint) == Key(from)) return &peer;
+    }
+    return nullptr;
+  }
+
+  void Connect(const Endpoint& from, Peer* peer) {
+    std::string seed;
+    for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(g_now >> shift);
+    for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(from.first >> shift);
+    for (const int shift : {0, 8}) seed += static_cast<char>(from.second >> shift);
+    const std::string nonce = Md5(seed);
+    m_sent.emplace_back(from, nonce);
+    if (peer == nullptr) {
+      m_chains[Key(from) % 31].push_back({from, "", false});
+      peer = &m_chains[Key(from) % 31].back();
+    }
+    peer->cookie = Md5(nonce);  // the password is empty until the server listens
+    peer->isValid = false;
+    char wrote[64];
+    snprintf(wrote, sizeof wrote, "1:srv wrote 16 to 0x%x:%u...\n", from.first, from.second);
+    m_lines = {"0:srv nonce:" + Hex(nonce) + "\n", "0:cookie:" + Hex(peer->cookie) + "\n", wrote};
+  }
+
+  Choices m_choices;
+  std::map<uint32_t, std::vector<Peer>> m_chains;
+  Datagrams m_sent;
+  Calls m_calls;
+  std::vector<std::string> m_lines;
+};
