@@ -1,19 +1,11 @@
 // What the tool does to the records of other programs: taken apart, written as calls, shown on a screen.
 #include <ctype.h>
-#include <gtest/gtest.h>
-#include <locale.h>
-#include <stdlib.h>
 
-#include "common/ArgsParser.h"
-#include "common/LogCall.h"
+#include "tests/unit/LogCallModel.h"
 #include "tools/syslogctl/SyslogLine.h"
 #include "tools/syslogctl/Text.h"
 
 namespace {
-
-bool IsUtf8(const std::string& text) {
-  return mbstowcs(nullptr, text.c_str(), 0) != static_cast<size_t>(-1);
-}
 
 bool HasControl(const std::string& text) {
   for (const char c : text) {
@@ -31,30 +23,6 @@ void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   if (line.pidLength == 0) return;
   ASSERT_LT(record.data(), line.pid);
   ASSERT_LE(line.pid + line.pidLength, line.text);
-}
-
-// The pieces are the text, each a call that the service understands.
-void CheckCalls(ELogMessageType type, const char* module, std::string text) {
-  Velk::LogCall call(type, module, text.c_str());
-  ASSERT_TRUE(call.IsValid());
-  Velk::ArgsParser parser(3);
-  std::string joined;
-  while (const char* const next = call.Next()) {
-    ASSERT_LE(strlen(next), Velk::LogCall::kMost);
-    ASSERT_EQ(0, strncmp("LogMsg ", next, 7));
-    ASSERT_TRUE(parser.ParseArgs(next + 7));
-    const Velk::IArgsList& args = *parser.GetArgs();
-    ASSERT_EQ(3u, args.GetCount());
-    ASSERT_EQ(type, args[0]->AsInt());
-    ASSERT_STREQ(module, args[1]->AsStr());
-    std::string piece = args[2]->AsStr();
-    ASSERT_EQ('\n', piece.back());
-    piece.pop_back();
-    ASSERT_TRUE(!IsUtf8(text) || IsUtf8(piece));
-    joined += piece;
-  }
-  if (!text.empty() && text.back() == '\n') text.pop_back();
-  ASSERT_EQ(text, joined);
 }
 
 void CheckScreen(const char* text) {
@@ -87,8 +55,6 @@ void CheckScreen(const char* text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool isReady = setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
-  EXPECT_TRUE(isReady);
   const std::string record(data, data + size);
   Ctl::SyslogLine line = Ctl::ParseSyslog(record.data(), size);
   CheckParts(line, record);

@@ -1,0 +1,45 @@
+// Writes a text as calls and reads them again.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <locale.h>
+#include <stdlib.h>
+
+#include <string>
+
+#include "common/ArgsParser.h"
+#include "common/LogCall.h"
+
+inline bool IsUtf8(const std::string& text) {
+  static const bool isReady = setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+  EXPECT_TRUE(isReady);
+  return mbstowcs(nullptr, text.c_str(), 0) != static_cast<size_t>(-1);
+}
+
+// The pieces are the text, each a call that the service understands and that begins and ends with whole
+// characters. Returns how many there are.
+inline unsigned CheckCalls(ELogMessageType type, const char* module, std::string text) {
+  Velk::LogCall call(type, module, text.c_str());
+  EXPECT_TRUE(call.IsValid());
+  Velk::ArgsParser parser(4);
+  std::string joined;
+  unsigned pieces = 0;
+  for (; const char* const next = call.Next(); ++pieces) {
+    EXPECT_LE(strlen(next), Velk::LogCall::kMost);
+    EXPECT_TRUE(parser.ParseArgs(next));
+    const Velk::IArgsList& args = *parser.GetArgs();
+    EXPECT_EQ(4u, args.GetCount()) << next;
+    if (args.GetCount() != 4) break;
+    EXPECT_STREQ("LogMsg", args[0]->AsStr());
+    EXPECT_EQ(type, args[1]->AsInt());
+    EXPECT_STREQ(module, args[2]->AsStr());
+    std::string piece = args[3]->AsStr();
+    EXPECT_EQ('\n', piece.back());
+    piece.pop_back();
+    EXPECT_TRUE(!IsUtf8(text) || IsUtf8(piece)) << piece;
+    joined += piece;
+  }
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  EXPECT_EQ(text, joined);
+  return pieces;
+}
