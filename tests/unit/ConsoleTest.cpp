@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <signal.h>
+#include <string.h>
 
 #include <string>
 #include <thread>
 
 #include "common/TimeStamp.h"
 #include "tests/unit/StdoutPipe.h"
+#include "tests/unit/WaitFor.h"
 
 namespace {
 
@@ -25,12 +27,20 @@ std::string ReadAtLeast(StdoutPipe& out, size_t bytes) {
   return all;
 }
 
+// On a thread that never waits, to its end.
+template <typename Action>
+void RunNeverWaiting(Action action) {
+  std::thread([&action] {
+    Velk::Console::NeverWaitOnThisThread();
+    action();
+  }).join();
+}
+
 TEST(Console, AThreadThatNeverWaitsKeepsItsLinesForLater) {
   StdoutPipe out;
   const size_t filled = StdoutPipe::Fill();
   std::string expected;
-  std::thread busy([&] {
-    Velk::Console::NeverWaitOnThisThread();
+  RunNeverWaiting([&] {
     for (int i = 0; i < 100; ++i) {
       const std::string line = "line " + std::to_string(i) + "\n";
       WriteLine(line);  // returns although nobody reads
@@ -39,7 +49,6 @@ TEST(Console, AThreadThatNeverWaitsKeepsItsLinesForLater) {
     // More than is kept is lost as whole lines, without harm to those kept before.
     WriteLine(std::string(Velk::Console::kKeptBytes, 'x'));
   });
-  busy.join();
   EXPECT_EQ(out.Read(), std::string(filled, '#'));
   WriteLine("next\n");
   EXPECT_EQ(out.Read(), expected + "next\n");
@@ -49,8 +58,7 @@ TEST(Console, KeptLinesGoOutWholeSoThatAnotherProcessFitsBetween) {
   StdoutPipe out;
   StdoutPipe::Fill();
   std::string shown;
-  std::thread busy([&] {
-    Velk::Console::NeverWaitOnThisThread();
+  RunNeverWaiting([&] {
     for (int i = 0; i < 100; ++i)
       WriteLine("a line whose length is no divisor of a page, " + std::to_string(i) + "\n");
     shown = out.Read(PIPE_BUF);  // room for some of them
@@ -58,7 +66,6 @@ TEST(Console, KeptLinesGoOutWholeSoThatAnotherProcessFitsBetween) {
     shown = out.Read();
     WriteLine("last\n");
   });
-  busy.join();
   ASSERT_NE(shown.find("page"), std::string::npos);
   EXPECT_EQ(shown.find("next"), std::string::npos);
   EXPECT_EQ(shown.back(), '\n') << shown.substr(shown.size() - 80);
@@ -68,11 +75,7 @@ TEST(Console, AThreadThatWaitsLosesNothingAndHoldsNobodyUp) {
   StdoutPipe out;
   const size_t filled = StdoutPipe::Fill();
   std::thread waiting([] { WriteLine("waited\n"); });
-  std::thread busy([] {
-    Velk::Console::NeverWaitOnThisThread();
-    WriteLine("kept\n");
-  });
-  busy.join();
+  RunNeverWaiting([] { WriteLine("kept\n"); });
   const std::string all = ReadAtLeast(out, filled + 12).substr(filled);
   waiting.join();
   EXPECT_TRUE(all == "waited\nkept\n" || all == "kept\nwaited\n") << all;
@@ -96,25 +99,18 @@ TEST(Console, SurvivesANonBlockingDescriptorAndAReaderThatLeft) {
 }
 
 TEST(TimeStamp, FollowsTheZoneFromTheNextSecondOn) {
-  struct {
-    const char* zone;
-    long offset;
-  } const rows[] = {{"UTC0", 0}, {"XYZ-5:30", 19800}, {"ABC+3", -10800}};
-  for (const auto& row : rows) {
-    setenv("TZ", row.zone, 1);
-    std::string stamp, expected;
-    bool same = false;
-    for (const time_t begin = time(nullptr); !same && time(nullptr) < begin + 5;) {
-      const time_t now = time(nullptr);
-      char text[Velk::TimeStamp::kLength];
-      EXPECT_EQ(Velk::TimeStamp::Put(text), text + sizeof text);
-      stamp.assign(text, sizeof text);
-      const auto second = static_cast<long>((now + row.offset) % 86400);
-      snprintf(text, sizeof text, "[%02ld:%02ld:%02ld.", second / 3600, second / 60 % 60, second % 60);
-      expected = text;
-      same = stamp.compare(0, expected.size(), expected) == 0 && stamp[13] == ']';
-    }
-    EXPECT_TRUE(same) << stamp << " is not " << expected << " in " << row.zone;
+  const std::pair<const char*, long> kZones[] = {{"UTC0", 0}, {"XYZ-5:30", 19800}, {"ABC+3", -10800}};
+  for (const auto& [zone, offset] : kZones) {
+    setenv("TZ", zone, 1);
+    // "[HH:MM:SS." by the clock, and by the stamp.
+    EXPECT_TRUE(WaitFor([offset = offset] {
+      const long second = static_cast<long>((time(nullptr) + offset) % 86400);
+      char stamp[Velk::TimeStamp::kLength], expected[32];
+      EXPECT_EQ(Velk::TimeStamp::Put(stamp), stamp + sizeof stamp);
+      snprintf(expected, sizeof expected, "[%02ld:%02ld:%02ld.", second / 3600, second / 60 % 60,
+               second % 60);
+      return memcmp(stamp, expected, strlen(expected)) == 0 && stamp[13] == ']';
+    })) << zone;
   }
   unsetenv("TZ");
 }

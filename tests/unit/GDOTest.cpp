@@ -9,20 +9,22 @@
 
 namespace {
 
+using Lines = std::vector<std::string>;
+
 // Keeps posts instead of delivering them.
-class PostKeeper final : public Velk::IGenericDispatchQueue {
- public:
+struct PostKeeper final : Velk::IGenericDispatchQueue {
+  explicit PostKeeper(Velk::IGenericDispatchTarget* owner) : m_owner(owner) {}
   void PostTimer(unsigned, unsigned long, Velk::IGenericDispatchTarget*, const char*, const char*) override {}
   void CancelTimer(unsigned, Velk::IGenericDispatchTarget*) override {}
-  void CancelAllMessages(Velk::IGenericDispatchTarget* target) override { m_cancelled.push_back(target); }
+  void CancelAllMessages(Velk::IGenericDispatchTarget* target) override {
+    m_seen.push_back(target == m_owner ? "cancelled" : "?");
+  }
   void Post(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
-    m_target = target;
-    m_posts.push_back(std::string(name) + args);
+    m_seen.push_back((target == m_owner ? "" : "?") + std::string(name) + args);
   }
 
-  Velk::IGenericDispatchTarget* m_target = nullptr;
-  std::vector<std::string> m_posts;
-  std::vector<Velk::IGenericDispatchTarget*> m_cancelled;
+  const Velk::IGenericDispatchTarget* m_owner;
+  Lines m_seen;
 };
 
 class Lamp : public Velk::GDO<Lamp> {
@@ -52,39 +54,30 @@ TEST(GDO, FindsHandlersByNameInAnyCase) {
   struct {
     const char* name;
     const char* args;
-    bool done;
-    int level;
+    int level;  // 0: refused
   } const rows[] = {
-      {"SwitchOn", "", true, 100}, {"dIM", "30", true, 30}, {"DIM", "", false, 0},     {"Di", "30", false, 0},
-      {"Dimm", "30", false, 0},    {"", "", false, 0},      {nullptr, "30", false, 0},
+      {"SwitchOn", "", 100}, {"dIM", "30", 30}, {"DIM", "", 0},     {"Di", "30", 0},
+      {"Dimm", "30", 0},     {"", "", 0},       {nullptr, "30", 0},
   };
   Velk::ArgsParser parser(2);
   for (const auto& row : rows) {
     Lamp lamp;
-    const char* shown = row.name != nullptr ? row.name : "null";
     ASSERT_TRUE(parser.ParseArgs(row.args));
-    EXPECT_EQ(row.done, lamp.Dispatch(row.name, parser.GetArgs())) << shown;
-    EXPECT_EQ(row.level, lamp.m_level) << shown;
+    EXPECT_EQ(row.level != 0, lamp.Dispatch(row.name, parser.GetArgs())) << testing::PrintToString(row.name);
+    EXPECT_EQ(row.level, lamp.m_level) << testing::PrintToString(row.name);
   }
 }
 
 TEST(GDO, PostsCallsAndTakesThemBack) {
-  PostKeeper first;
-  PostKeeper second;
-  Velk::IGenericDispatchTarget* target = nullptr;
-  {
-    Lamp lamp;
-    target = &lamp;
-    lamp.Call("SwitchOn", "");  // no queue: dropped
-    lamp.AttachQueue(&first);
-    (lamp << "Dim" << 30).CallObj();
-    EXPECT_EQ(0, lamp.m_level);
-    EXPECT_EQ(target, first.m_target);
-    EXPECT_EQ(std::vector<std::string>{"Dim 30"}, first.m_posts);
-    EXPECT_TRUE(first.m_cancelled.empty());
-    lamp.AttachQueue(&second);
-    EXPECT_EQ(std::vector<Velk::IGenericDispatchTarget*>{target}, first.m_cancelled);
-    EXPECT_TRUE(second.m_cancelled.empty());
-  }
-  EXPECT_EQ(std::vector<Velk::IGenericDispatchTarget*>{target}, second.m_cancelled);
+  auto* const lamp = new Lamp;
+  PostKeeper first(lamp), second(lamp);
+  lamp->Call("SwitchOn", "");  // no queue: dropped
+  lamp->AttachQueue(&first);
+  (*lamp << "Dim" << 30).CallObj();
+  EXPECT_EQ(Lines{"Dim 30"}, first.m_seen);
+  EXPECT_EQ(0, lamp->m_level);
+  lamp->AttachQueue(&second);
+  EXPECT_EQ((Lines{"Dim 30", "cancelled"}), first.m_seen);
+  delete lamp;
+  EXPECT_EQ(Lines{"cancelled"}, second.m_seen);
 }

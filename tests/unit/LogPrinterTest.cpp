@@ -5,26 +5,23 @@
 #include <sys/wait.h>
 
 #include <regex>
-#include <vector>
 
 #include "common/GDQUdpBase.h"
 #include "common/ThreadId.h"
+#include "tests/unit/CapturedLog.h"
 #include "tests/unit/StdoutPipe.h"
 
 namespace {
 
-struct Sink : IDailyLog2 {
-  bool EnableSyslog(const char*, unsigned short) override { return true; }
-  void DisableSyslog() override {}
+using Lines = std::vector<std::string>;
+
+// Takes the module's names too. While it lives, the one instance is silent.
+struct Sink : CapturedLog {
+  Sink() : CapturedLog(false) {}
   void Log(ELogMessageType type, const char* module, const char* text) override {
     seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);
   }
-  void SyncLog() override {}
-  void AddErrorNotify(ILogErrorNotify*) override {}
-  void RemoveErrorNotify(ILogErrorNotify*) override {}
-  const char* GetLogPath() override { return nullptr; }
-  bool EnumerateLogs(bool (*)(const char*, const char*, void*), void*) override { return true; }
-  std::vector<std::string> seen;
+  Lines seen;
 };
 
 struct RemotePeer : Velk::GDQUdpBase {
@@ -59,8 +56,7 @@ TEST(LogPrinter, ShowsEachTypeWithItsWordModuleAndThread) {
       std::regex_match(shown, std::regex(prefix + "Info: bare 1\n" + prefix + "App\\.Trace: a\n" + prefix +
                                          "net\\.Warning: b\n" + prefix + "App\\.ERROR: c %s\n")))
       << shown;
-  EXPECT_EQ(sink.seen, (std::vector<std::string>{"1||bare 1\n", "0|App|a\n", "2|net|b\n", "3|App|c %s\n",
-                                                 "7|net|sink only\n"}));
+  EXPECT_EQ(sink.seen, (Lines{"1||bare 1\n", "0|App|a\n", "2|net|b\n", "3|App|c %s\n", "7|net|sink only\n"}));
   printer.m_consoleEnabled = false;
   printer.Log(Info, nullptr, "sink\n");
   EXPECT_EQ(out.Read(), "");
@@ -77,7 +73,7 @@ TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
   const std::string text(3000, 'x');
   printer.Log(Info, "m", "%s", text.c_str());
   const std::string cut = text.substr(0, LogPrinter::kMaxMessage);
-  EXPECT_EQ(sink.seen.at(0), "1|m|" + cut);
+  EXPECT_EQ(sink.seen.back(), "1|m|" + cut);
   EXPECT_EQ(peer.sent.at(0), "logmsg  1 `m` `" + cut + "`");
   const std::string shown = out.Read();
   EXPECT_EQ(shown.substr(shown.find(": ") + 2), cut);
@@ -97,9 +93,10 @@ TEST(LogPrinter, DoesNotSendWhatItsQueueLogsWhileSending) {
   StdoutPipe out;
   printer.SetLogToGDQUdp(&peer);
   peer.talksTo = &printer;
+  sink.seen.clear();
   for (int i = 0; i < 2; ++i) printer.Log(Info, "m", "x");
-  EXPECT_EQ(peer.sent, (std::vector<std::string>(2, "logmsg  1 `m` `x`")));
-  EXPECT_EQ(sink.seen, (std::vector<std::string>{"1|queue|sends\n", "1|m|x", "1|queue|sends\n", "1|m|x"}));
+  EXPECT_EQ(peer.sent, (Lines(2, "logmsg  1 `m` `x`")));
+  EXPECT_EQ(sink.seen, (Lines{"1|queue|sends\n", "1|m|x", "1|queue|sends\n", "1|m|x"}));
 }
 
 TEST(LogPrinter, DebugPairGoesToTheSinkElseToStandardError) {
@@ -108,7 +105,7 @@ TEST(LogPrinter, DebugPairGoesToTheSinkElseToStandardError) {
   StdoutPipe out;
   withSink.LogDebugBegin("C:\\src\\dir/main.cpp", 12);
   withSink.LogDebugEnd("%d\n", 5);
-  EXPECT_EQ(sink.seen, (std::vector<std::string>{"1|(null)|dir/main.cpp(12): 4294967295: 5\n"}));
+  EXPECT_EQ(sink.seen, (Lines{"1|(null)|dir/main.cpp(12): 4294967295: 5\n"}));
   EXPECT_EQ(out.Read(), "");
 
   LogPrinter bare(nullptr);

@@ -34,19 +34,14 @@ TEST(Win32FindFiles, ReportsFilesAndDirectoriesOnly) {
   ASSERT_EQ(0, symlink("nowhere", (dir.path + "/dangling.log").c_str()));
   ASSERT_EQ(0, mkfifo((dir.path + "/pipe.log").c_str(), 0600));
   const std::string prefix = dir.path + "//";  // the caller's slash and the walk's own
-
-  Seen all;
-  EXPECT_TRUE(Win32FindFiles::EnumAll((dir.path + "/").c_str(), Note, &all));
-  const std::set<std::string> everything = {"./ " + prefix + ".",         "../ " + prefix + "..",
-                                            "a.log " + prefix + "a.log",  "b.txt " + prefix + "b.txt",
-                                            "C.LOG/ " + prefix + "C.LOG", "link.log " + prefix + "link.log"};
-  EXPECT_EQ(everything, all.entries);
-
-  Seen logs;
+  std::set<std::string> expected = {"a.log " + prefix + "a.log", "C.LOG/ " + prefix + "C.LOG",
+                                    "link.log " + prefix + "link.log"};
+  Seen logs, all;
   EXPECT_TRUE(Win32FindFiles::EnumFiles((dir.path + "/").c_str(), "*.log", Note, &logs));
-  const std::set<std::string> matching = {"a.log " + prefix + "a.log", "C.LOG/ " + prefix + "C.LOG",
-                                          "link.log " + prefix + "link.log"};
-  EXPECT_EQ(matching, logs.entries);
+  EXPECT_EQ(expected, logs.entries);
+  expected.insert({"./ " + prefix + ".", "../ " + prefix + "..", "b.txt " + prefix + "b.txt"});
+  EXPECT_TRUE(Win32FindFiles::EnumAll((dir.path + "/").c_str(), Note, &all));
+  EXPECT_EQ(expected, all.entries);
 }
 
 TEST(Win32FindFiles, StopsWhenToldAndRefusesWhatItCannotOpen) {
@@ -54,9 +49,8 @@ TEST(Win32FindFiles, StopsWhenToldAndRefusesWhatItCannotOpen) {
   dir.Write("file", "");
   Seen seen;
   EXPECT_FALSE(Win32FindFiles::EnumAll(nullptr, Note, &seen));
-  EXPECT_FALSE(Win32FindFiles::EnumAll((dir.path + "/none").c_str(), Note, &seen));
-  EXPECT_FALSE(Win32FindFiles::EnumAll((dir.path + "/file").c_str(), Note, &seen));
-  EXPECT_FALSE(Win32FindFiles::EnumAll(std::string(5000, '/').c_str(), Note, &seen));
+  for (const std::string& path : {dir.path + "/none", dir.path + "/file", std::string(5000, '/')})
+    EXPECT_FALSE(Win32FindFiles::EnumAll(path.c_str(), Note, &seen));
   EXPECT_TRUE(seen.entries.empty());
   seen.stopAfter = 1;
   EXPECT_FALSE(Win32FindFiles::EnumAll(dir.path.c_str(), Note, &seen));
@@ -65,9 +59,8 @@ TEST(Win32FindFiles, StopsWhenToldAndRefusesWhatItCannotOpen) {
 
 TEST(Win32FindFiles, SkipsPathsThatDoNotFit) {
   const TempDirectory dir;
-  const std::string longName(200, 'n');
   dir.Write("x", "");
-  dir.Write(longName, "");
+  dir.Write(std::string(200, 'n'), "");
   // Slashes lengthen the path without changing what it names.
   std::string directory = dir.path;
   directory.resize(Win32FindFiles::kMaxPath - 4, '/');
