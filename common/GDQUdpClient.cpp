@@ -34,6 +34,7 @@ constexpr unsigned kProofs = 3;   // probes without an answer before a join has 
 constexpr unsigned kResends = 1;  // without an answer before we take the service to have forgotten us
 constexpr unsigned kMostDoublings = 5;
 constexpr unsigned kRefusals = 2;          // failed proofs, each with other ports, before we call it that
+constexpr unsigned kDoubts = 8;            // the same once joined: the password was right, so it is the way
 constexpr uint64_t kRestUs = 10000 * kMs;  // then it tries again; each wrong cookie is a line in the log
 constexpr unsigned kReopenTries = 4;       // a socket keeps its local address, which may have changed
 constexpr uint32_t kLeastWindow = 4;
@@ -245,7 +246,7 @@ void GDQUdpClient::GiveUpProof() {
     socket->SendConnect();  // leaves the port
     socket->ChangePort();
   }
-  if (++m_failedProofs < kRefusals) return StartJoin();
+  if (++m_failedProofs < (m_joins == 0 ? kRefusals : kDoubts)) return StartJoin();
   m_state = State::Refused;
   m_phase = Phase::Resting;
   m_sinceUs = NowUs();
