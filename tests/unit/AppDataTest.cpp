@@ -32,7 +32,7 @@ void* Letter(const char* letter) {
 TEST(AppData, FlagsWhatChangedUntilSaved) {
   const TempDirectory dir;
   dir.Write("ini", "[Data]\nremotelog_type=SysLog server\n");
-  ASSERT_NE(0, data->Load((dir.path + "/ini").c_str()));
+  ASSERT_NE(0, data->Load(dir.Path("ini").c_str()));
   data->SetVar("remotelog_type", "SysLog server");
   data->SetVar("absent", "");  // absent reads as empty, so this is no change
   EXPECT_FALSE(data->IsVarChanged("remotelog_type") || data->IsVarChanged("absent"));

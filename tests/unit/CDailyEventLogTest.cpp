@@ -72,8 +72,8 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
     const TempDirectory dir;
     dir.Write(row.listed, "");
     dir.Write(row.notListed, "");
-    mkdir((dir.path + "/e-directory.log").c_str(), 0777);
-    mkdir((dir.path + "/e-directory.txt").c_str(), 0777);
+    mkdir(dir.Path("e-directory.log").c_str(), 0777);
+    mkdir(dir.Path("e-directory.txt").c_str(), 0777);
     const bool withSlash = row.base != nullptr;
     ASSERT_TRUE(m_log.Open(row.base, row.extension, (dir.path + (withSlash ? "/" : "")).c_str(), 0));
     EXPECT_EQ(dir.path + "/", m_log.GetLogPath());
@@ -87,11 +87,11 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
 
 TEST_F(CDailyEventLogTest, MakesMissingDirectories) {
   EXPECT_TRUE(m_log.Open(nullptr, nullptr, (m_dir.path + "//x/y/").c_str(), 0));
-  EXPECT_EQ(0, access((m_dir.path + "/x/y/2024-01-02.log").c_str(), F_OK));
+  EXPECT_EQ(0, access(m_dir.Path("x/y/2024-01-02.log").c_str(), F_OK));
   m_dir.Write("file", "");
-  EXPECT_FALSE(CDailyEventLog::MakeDirectories((m_dir.path + "/file/z").c_str()));
+  EXPECT_FALSE(CDailyEventLog::MakeDirectories(m_dir.Path("file/z").c_str()));
   EXPECT_EQ(ENOTDIR, errno);
-  EXPECT_FALSE(m_log.Open(nullptr, nullptr, (m_dir.path + "/file/z").c_str(), 0));
+  EXPECT_FALSE(m_log.Open(nullptr, nullptr, m_dir.Path("file/z").c_str(), 0));
   EXPECT_FALSE(CDailyEventLog::MakeDirectories(nullptr));
 }
 
@@ -158,16 +158,16 @@ TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
   EXPECT_FALSE(m_log.EnumerateLogs(Collect, nullptr));
 
   // Nothing of this stops or blocks the caller: a directory, a full device or a pipe without a reader there.
-  ASSERT_EQ(0, mkdir((m_dir.path + "/d2024-01-02.log").c_str(), 0777));
+  ASSERT_EQ(0, mkdir(m_dir.Path("d2024-01-02.log").c_str(), 0777));
   EXPECT_FALSE(m_log.Open("d", nullptr, m_dir.path.c_str(), 1));
-  ASSERT_EQ(0, mkfifo((m_dir.path + "/p2024-01-02.log").c_str(), 0600));
+  ASSERT_EQ(0, mkfifo(m_dir.Path("p2024-01-02.log").c_str(), 0600));
   EXPECT_FALSE(m_log.Open("p", nullptr, m_dir.path.c_str(), 1));
-  ASSERT_EQ(0, symlink("/dev/full", (m_dir.path + "/f2024-01-02.log").c_str()));
+  ASSERT_EQ(0, symlink("/dev/full", m_dir.Path("f2024-01-02.log").c_str()));
   EXPECT_TRUE(m_log.Open("f", nullptr, m_dir.path.c_str(), 1));
   for (int i = 0; i < 1000; ++i) m_log.Print("0123456789\n");
 
   // The directory goes away over night.
-  const std::string gone = m_dir.path + "/gone";
+  const std::string gone = m_dir.Path("gone");
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, gone.c_str(), 1));
   std::filesystem::remove_all(gone);
   g_now += kDay;

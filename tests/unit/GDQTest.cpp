@@ -161,23 +161,6 @@ TEST(GDQ, LimitHoldsPostersBackButNeverItsOwnThread) {
   late.join();
 }
 
-TEST(GDQ, LimitIsNoTrapForGarbage) {
-  Target target;
-  Queue queue;
-  queue.m_errorReporter = &target;
-  queue.m_maxPosts = 8;
-  target.m_handler = [](const char*, const Velk::IArgsList*) { usleep(20000); };  // the poster gets ahead
-  ASSERT_TRUE(queue.Run());
-  usleep(20000);  // asleep until the next post
-  std::thread poster([&] {
-    queue.Post(&target, "Slow", nullptr);
-    for (int i = 0; i < 50; ++i) queue.Post(&target, "Bad", "'open");
-  });
-  EXPECT_TRUE(target.WaitForCount(40));  // the rest may wait for the next post
-  queue.Stop();
-  poster.join();
-}
-
 // Many posters, timers and cancels at once; each poster's messages arrive complete and in its order.
 TEST(GDQ, KeepsOrderPerPoster) {
   constexpr int kPosters = 4;

@@ -13,11 +13,9 @@ namespace {
 
 class IniFile3Test : public testing::Test {
  protected:
-  std::string Path(const std::string& name) const { return m_dir.path + "/" + name; }
-
-  std::string Write(const std::string& text) const {
+  int Load(IniFile3& ini, const std::string& text) const {
     m_dir.Write("a.ini", text);
-    return Path("a.ini");
+    return ini.Load(m_dir.Path("a.ini").c_str());
   }
 
   TempDirectory m_dir;
@@ -48,7 +46,7 @@ TEST_F(IniFile3Test, LoadsLinesAsListed) {
   };
   for (const auto& row : rows) {
     IniFile3 ini;
-    EXPECT_NE(0, ini.Load(Write(row.text).c_str()));
+    EXPECT_NE(0, Load(ini, row.text));
     EXPECT_EQ(row.content, Dump(ini)) << row.text;
   }
 }
@@ -62,8 +60,7 @@ TEST_F(IniFile3Test, SavesLinesAsListed) {
   ini.SetString(nullptr, "first", "");
   ini.SetString("A", nullptr, "no key");
   ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // a part of the value it replaces
-  const std::string path = Path("out.ini");
-  EXPECT_NE(0, ini.Save(path.c_str()));
+  EXPECT_NE(0, ini.Save(m_dir.Path("out.ini").c_str()));
   EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n",
             m_dir.Read("out.ini"));
 }
@@ -83,15 +80,18 @@ TEST_F(IniFile3Test, ComesBackFromItsFileAsItWas) {
 
 TEST_F(IniFile3Test, ReadsAndWritesTypes) {
   IniFile3 ini;
-  const auto set = [&ini](const char* text) { ini.SetString("s", "k", text); };
-  const auto get = [&ini] { return std::string(ini.GetString("S", "K", "none")); };
-  const std::pair<const char*, bool> kBools[] = {{"T", true},   {"true", true}, {"Y", true},
-                                                 {"yes", true}, {"1x", true},   {"", false},
-                                                 {"on", false}, {"0", false},   {" true", false}};
-  for (const auto& [text, isTrue] : kBools) {
-    set(text);
-    EXPECT_EQ(isTrue, ini.GetBool("s", "k", !isTrue)) << text;
+  for (const char* yes : {"T", "true", "Y", "yes", "1x"}) {
+    ini.SetString("s", "k", yes);
+    EXPECT_TRUE(ini.GetBool("S", "K", false)) << yes;
   }
+  for (const char* no : {"", "on", "0", " true"}) {
+    ini.SetString("s", "k", no);
+    EXPECT_FALSE(ini.GetBool("s", "k", true)) << no;
+  }
+  ini.SetString("s", "k", " 99999999999999999999");
+  EXPECT_EQ(INT_MAX, ini.GetInt("s", "k", 0));
+  ini.SetString("s", "k", "-2147483649");
+  EXPECT_EQ(INT_MIN, ini.GetInt("s", "k", 0));
   for (const char* section : {"s", "none"}) {
     EXPECT_TRUE(ini.GetBool(section, "none", true));
     EXPECT_EQ(7, ini.GetInt(section, "none", 7));
@@ -99,38 +99,31 @@ TEST_F(IniFile3Test, ReadsAndWritesTypes) {
     EXPECT_EQ(-3.0f, ini.GetDb(section, "none", -3.0f));
     EXPECT_STREQ("def", ini.GetString(section, "none", "def"));
   }
-  ini.SetInt("s", "k", INT_MIN);
-  EXPECT_EQ(INT_MIN, ini.GetInt("s", "k", 0));
-  set(" 99999999999999999999");
-  EXPECT_EQ(INT_MAX, ini.GetInt("s", "k", 0));
-  for (const double value : {0.25, -1e15, DBL_MAX}) {
-    ini.SetDouble("s", "k", value);
-    EXPECT_EQ(value, ini.GetDouble("s", "k", 0));
-  }
-  ini.SetDouble("s", "k", -9e-10);
-  EXPECT_EQ("0.000000", get());
-  ini.SetBool("s", "k", true);
-  EXPECT_EQ("true", get());
-  ini.SetDb("s", "k", 0.1f);
-  EXPECT_EQ("-20.000000", get());
-  EXPECT_NEAR(0.1, ini.GetDb("s", "k", 0), 1e-6);
+  ini.SetInt("s", "int", INT_MIN);
+  ini.SetDouble("s", "tiny", -9e-10);
+  ini.SetBool("s", "bool", true);
+  ini.SetDb("s", "db", 0.1f);
+  ini.SetString("s", "null", nullptr);
+  EXPECT_EQ("[s]{k|-2147483649}{int|-2147483648}{tiny|0.000000}{bool|true}{db|-20.000000}{null|-}",
+            Dump(ini));
+  ini.SetDouble("s", "k", DBL_MAX);
+  EXPECT_EQ(DBL_MAX, ini.GetDouble("s", "k", 0));
+  EXPECT_NEAR(0.1, ini.GetDb("s", "db", 0), 1e-6);
+  EXPECT_EQ(1.0f, ini.GetDb("s", "null", 5));  // present
+  EXPECT_EQ(5, ini.GetInt("s", "null", 5));
   EXPECT_EQ(-100, IniFile3::Float2Db(0));
-  set(nullptr);
-  EXPECT_EQ(1.0f, ini.GetDb("s", "k", 5));  // present, but null
-  EXPECT_EQ(5, ini.GetInt("s", "k", 5));
 
   char buf[4] = "old";
-  set("abcdef");
   EXPECT_EQ(nullptr, ini.GetString("s", "k", buf, 0, "def"));
   EXPECT_STREQ("def", ini.GetString("s", "none", buf, sizeof buf, "def"));
   EXPECT_STREQ("old", buf);
-  EXPECT_EQ(buf, ini.GetString("s", "k", buf, sizeof buf, "def"));
-  EXPECT_STREQ("abc", buf);
+  EXPECT_EQ(buf, ini.GetString("s", "int", buf, sizeof buf, "def"));
+  EXPECT_STREQ("-21", buf);
 }
 
 TEST_F(IniFile3Test, StopsEnumeratingAtTheFirstFalse) {
   IniFile3 ini;
-  ini.Load(Write("[A]\na=1\nb=2\n[B]\nc=3\n").c_str());
+  Load(ini, "[A]\na=1\nb=2\n[B]\nc=3\n");
   int calls = 0;
   const auto untilB = [](const char*, const char* key, const char*, void* user) {
     ++*static_cast<int*>(user);
@@ -143,11 +136,12 @@ TEST_F(IniFile3Test, StopsEnumeratingAtTheFirstFalse) {
 }
 
 TEST_F(IniFile3Test, RefusesWhatItCannotLoad) {
-  ASSERT_EQ(0, mkfifo(Path("fifo").c_str(), 0600));
+  ASSERT_EQ(0, mkfifo(m_dir.Path("fifo").c_str(), 0600));
   m_dir.Write("huge", "[A]\nk=v\n");
-  ASSERT_EQ(0, truncate(Path("huge").c_str(), IniFile3::kMaxFileSize + 1));
-  for (const std::string& path : {m_dir.path, Path("fifo"), std::string("/dev/zero"), Path("huge"),
-                                  Path("none/a.ini"), Path(std::string(300, 'p')), std::string()}) {
+  ASSERT_EQ(0, truncate(m_dir.Path("huge").c_str(), IniFile3::kMaxFileSize + 1));
+  const std::string tooLong = m_dir.Path(std::string(300, 'p'));
+  for (const std::string& path : {m_dir.path, m_dir.Path("fifo"), std::string("/dev/zero"),
+                                  m_dir.Path("huge"), m_dir.Path("none/a.ini"), tooLong, std::string()}) {
     IniFile3 ini;
     ini.SetString("A", "k", "old");
     EXPECT_EQ(0, ini.Load(path.c_str())) << path;
@@ -156,24 +150,22 @@ TEST_F(IniFile3Test, RefusesWhatItCannotLoad) {
   }
   IniFile3 ini;
   EXPECT_EQ(0, ini.Load(nullptr));
-  EXPECT_EQ(0, ini.Save(Path(std::string(300, 'p')).c_str()));
-  EXPECT_EQ(0, ini.Load(Path("new.ini").c_str()));  // a missing file is where a new one starts
+  EXPECT_EQ(0, ini.Save(tooLong.c_str()));
+  EXPECT_EQ(0, ini.Load(m_dir.Path("new.ini").c_str()));  // a missing file is where a new one starts
   ini.SetInt("A", "k", 1);
   EXPECT_NE(0, ini.Save(nullptr));
   EXPECT_EQ("[A]\nk=1\n", m_dir.Read("new.ini"));
 }
 
 TEST_F(IniFile3Test, SavesThroughALinkAndKeepsIt) {
-  Write("[A]\nk=1\n");
-  ASSERT_EQ(0, symlink("a.ini", Path("link.ini").c_str()));
   IniFile3 ini;
-  ASSERT_NE(0, ini.Load(Path("link.ini").c_str()));
+  m_dir.Write("file", "[A]\nk=1\n");
+  ASSERT_EQ(0, symlink("file", m_dir.Path("link").c_str()));
+  ASSERT_NE(0, ini.Load(m_dir.Path("link").c_str()));
   ini.SetInt("A", "k", 2);
   EXPECT_NE(0, ini.Save(nullptr));
-  struct stat status {};
-  EXPECT_EQ(0, lstat(Path("link.ini").c_str(), &status));
-  EXPECT_TRUE(S_ISLNK(status.st_mode));
-  EXPECT_EQ("[A]\nk=2\n", m_dir.Read("a.ini"));
+  EXPECT_TRUE(std::filesystem::is_symlink(m_dir.Path("link")));
+  EXPECT_EQ("[A]\nk=2\n", m_dir.Read("file"));
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ inline bool Survives(const char*, const char* key, const char* value, void*) {
 // What was loaded is the same after it was saved and loaded again, where the format can tell it at all.
 // Returns whether it can.
 inline bool CheckSavedAndLoaded(const TempDirectory& directory, const std::string& text) {
-  const std::string path = directory.path + "/f";
+  const std::string path = directory.Path("f");
   directory.Write("f", text);
   IniFile3 ini;
   EXPECT_EQ(text.size() <= IniFile3::kMaxFileSize ? 1 : 0, ini.Load(path.c_str()));

@@ -22,13 +22,14 @@ struct TempDirectory {
   TempDirectory(const TempDirectory&) = delete;
   TempDirectory& operator=(const TempDirectory&) = delete;
 
+  std::string Path(const std::string& name) const { return path + "/" + name; }
   void Write(const std::string& name, const std::string& text) const {
-    std::ofstream(path + "/" + name, std::ios::binary) << text;
+    std::ofstream(Path(name), std::ios::binary) << text;
   }
   // Empty when there is no such file.
   std::string Read(const std::string& name) const {
     std::ostringstream text;
-    std::ifstream file(path + "/" + name, std::ios::binary);
+    std::ifstream file(Path(name), std::ios::binary);
     if (file) text << file.rdbuf();
     return text.str();
   }

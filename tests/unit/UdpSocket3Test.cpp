@@ -1,25 +1,20 @@
 #include "common/UdpSocket3.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <unistd.h>
 
-#include <string>
+#include <filesystem>
 #include <vector>
 
 namespace {
 
 constexpr unsigned long kLoopback = INADDR_LOOPBACK;
 
-int CountDescriptors() {
-  int count = 0;
-  DIR* dir = opendir("/proc/self/fd");
-  while (readdir(dir) != nullptr) ++count;
-  closedir(dir);
-  return count;
+long CountDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 int NextDescriptor() {
@@ -78,7 +73,7 @@ TEST(UdpSocket3, RefusesWhatItCannotDo) {
 }
 
 TEST(UdpSocket3, OwnsAtMostOneDescriptor) {
-  const int before = CountDescriptors();
+  const long before = CountDescriptors();
   {
     UdpSocket3 socket;
     const int fd = NextDescriptor();

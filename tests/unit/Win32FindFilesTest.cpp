@@ -28,11 +28,11 @@ TEST(Win32FindFiles, ReportsFilesAndDirectoriesOnly) {
   const TempDirectory dir;
   dir.Write("a.log", "");
   dir.Write("b.txt", "");
-  ASSERT_EQ(0, mkdir((dir.path + "/C.LOG").c_str(), 0777));
+  ASSERT_EQ(0, mkdir(dir.Path("C.LOG").c_str(), 0777));
   dir.Write("C.LOG/inner.log", "");
-  ASSERT_EQ(0, symlink("a.log", (dir.path + "/link.log").c_str()));
-  ASSERT_EQ(0, symlink("nowhere", (dir.path + "/dangling.log").c_str()));
-  ASSERT_EQ(0, mkfifo((dir.path + "/pipe.log").c_str(), 0600));
+  ASSERT_EQ(0, symlink("a.log", dir.Path("link.log").c_str()));
+  ASSERT_EQ(0, symlink("nowhere", dir.Path("dangling.log").c_str()));
+  ASSERT_EQ(0, mkfifo(dir.Path("pipe.log").c_str(), 0600));
   const std::string prefix = dir.path + "//";  // the caller's slash and the walk's own
   std::set<std::string> expected = {"a.log " + prefix + "a.log", "C.LOG/ " + prefix + "C.LOG",
                                     "link.log " + prefix + "link.log"};
@@ -49,7 +49,7 @@ TEST(Win32FindFiles, StopsWhenToldAndRefusesWhatItCannotOpen) {
   dir.Write("file", "");
   Seen seen;
   EXPECT_FALSE(Win32FindFiles::EnumAll(nullptr, Note, &seen));
-  for (const std::string& path : {dir.path + "/none", dir.path + "/file", std::string(5000, '/')})
+  for (const std::string& path : {dir.Path("none"), dir.Path("file"), std::string(5000, '/')})
     EXPECT_FALSE(Win32FindFiles::EnumAll(path.c_str(), Note, &seen));
   EXPECT_TRUE(seen.entries.empty());
   seen.stopAfter = 1;
