@@ -6,6 +6,7 @@ set -u
 cd "$(dirname "$0")" || exit 1
 [ "${1:-}" != cross ] || exec tools/cross.sh "${@:2}"
 [ "${1:-}" != static ] || exec tools/static.sh
+[ "${1:-}" != deb ] || exec packaging/test-deb.sh
 
 tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-tidy || exit 1
 

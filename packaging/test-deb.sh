@@ -1,0 +1,62 @@
+#!/bin/bash
+# Makes Debian's package and its next version, lets lintian look at it, and tries it in a bare Debian that boots in
+# a container of its own: packaging/test-deb.sh. Needs root. Writes into build-deb/ and, while it runs, /var/tmp.
+set -eu
+cd "$(dirname "$0")/.."
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "left out: trying Debian's package: needs root"
+  exit 0
+fi
+tools/install.sh g++ cmake ninja-build dpkg-dev lintian debootstrap systemd-container
+
+cmake --preset deb >/dev/null
+cmake --build --preset deb >/dev/null
+rm -f build-deb/*.deb
+for release in 2 1; do (cd build-deb && cpack -D "CPACK_DEBIAN_PACKAGE_RELEASE=$release" >/dev/null); done
+package=$(echo build-deb/velk_*-1_*.deb)
+upgrade=$(echo build-deb/velk_*-2_*.deb)
+lintian --fail-on error "$package"
+
+cache=$PWD/build-deb/root.tar
+work=$(mktemp -d /var/tmp/velk-deb.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+root=$work/root
+mkdir "$root"
+# shellcheck disable=SC1091  # of the machine
+suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+if [ -e "$cache" ]; then
+  tar -x -C "$root" -f "$cache"
+elif debootstrap --variant=minbase --include=systemd-sysv,dbus,adduser,procps,python3-minimal "$suite" "$root" >"$work/log"; then
+  rm -f "$root"/var/cache/apt/archives/*.deb
+  tar -c -C "$root" -f "$cache" .
+else
+  tail -n 3 "$work/log"
+  echo "left out: trying Debian's package in a bare root: debootstrap gets none here"
+  exit 0
+fi
+
+echo "installs where nothing runs, as builders of images do"
+cp "$package" "$root/package.deb"
+cp "$upgrade" "$root/upgrade.deb"
+chroot "$root" dpkg -i /package.deb >/dev/null
+
+install -m 755 packaging/debian/inside.sh "$root/inside.sh"
+cat >"$root/etc/systemd/system/velk-test.service" <<'END'
+[Unit]
+After=multi-user.target
+[Service]
+Type=oneshot
+ExecStart=/inside.sh
+ExecStopPost=systemctl poweroff
+StandardOutput=file:/result
+StandardError=file:/result
+[Install]
+WantedBy=multi-user.target
+END
+chroot "$root" systemctl --quiet enable velk-test.service
+timeout 300 systemd-nspawn --quiet --directory="$root" --private-network --register=no --keep-unit --boot \
+  </dev/null >"$work/boot" 2>&1 || true
+[ -e "$root/result" ] || { cat "$work/boot"; echo "The root did not boot"; exit 1; }
+cat "$root/result"
+[ "$(tail -n 1 "$root/result")" = "all well" ]
