@@ -68,12 +68,12 @@ def without_file_privileges():
 
 
 def roomy_socket():
-    """A UDP socket that holds some ten thousand datagrams where this namespace may go beyond the limit."""
+    """A UDP socket that holds some fifty thousand datagrams where this namespace may go beyond the limit."""
     SO_RCVBUFFORCE = 33
     new = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for option in (socket.SO_RCVBUF, SO_RCVBUFFORCE):
         with contextlib.suppress(PermissionError):
-            new.setsockopt(socket.SOL_SOCKET, option, 8 << 20)
+            new.setsockopt(socket.SOL_SOCKET, option, 64 << 20)
     return new
 
 
