@@ -87,26 +87,3 @@ TEST(AppThread2, DeletesItselfWhenAsked) {
     ASSERT_TRUE(WaitFor([&] { return counts.deleted == round + 1; }));
   }
 }
-
-#ifdef __GLIBC__
-TEST(AppThread2, StaysRunningAfterAFailedStart) {
-  pthread_attr_t normal;
-  pthread_attr_t huge;
-  ASSERT_EQ(0, pthread_getattr_default_np(&normal));
-  pthread_attr_init(&huge);
-  pthread_attr_setstacksize(&huge, SIZE_MAX / 8 * 7);  // no room for such a stack
-  ASSERT_EQ(0, pthread_setattr_default_np(&huge));
-  Counts counts;
-  Worker worker(counts, false);
-  EXPECT_FALSE(worker.Run());
-  ASSERT_EQ(0, pthread_setattr_default_np(&normal));
-  EXPECT_FALSE(worker.Run());  // not until the failure was acknowledged
-  worker.Stop();
-  EXPECT_EQ(0, counts.starts);
-  EXPECT_TRUE(worker.Run());
-  worker.Stop();
-  EXPECT_EQ(1, counts.starts);
-  pthread_attr_destroy(&huge);
-  pthread_attr_destroy(&normal);
-}
-#endif

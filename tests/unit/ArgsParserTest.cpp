@@ -3,15 +3,13 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 
+#include <tuple>
+
 #include "tests/unit/ArgsModel.h"
 #include "tests/unit/Choices.h"
 
 TEST(ArgsParser, SplitsAsListed) {
-  struct {
-    const char* text;
-    bool ok;
-    Texts args;
-  } const rows[] = {
+  const std::tuple<const char*, bool, Texts> rows[] = {
       {nullptr, true, {}},
       {" \t\r\n\v\f ", true, {}},
       {"a `b c` 'd~'e'", true, {"a", "b c", "d'e"}},
@@ -24,10 +22,10 @@ TEST(ArgsParser, SplitsAsListed) {
       {"1 2 3 4 5", false, {"1", "2", "3", "4"}},
   };
   Velk::ArgsParser parser(4);
-  for (const auto& row : rows) {
-    const char* shown = row.text != nullptr ? row.text : "null";
-    EXPECT_EQ(row.ok, parser.ParseArgs(row.text)) << shown;
-    EXPECT_EQ(row.args, TextsOf(*parser.GetArgs())) << shown;
+  for (const auto& [text, ok, args] : rows) {
+    const char* shown = text != nullptr ? text : "null";
+    EXPECT_EQ(ok, parser.ParseArgs(text)) << shown;
+    EXPECT_EQ(args, TextsOf(*parser.GetArgs())) << shown;
   }
 }
 
@@ -40,11 +38,7 @@ TEST(ArgsParser, AgreesWithAPlainParserAndReadsWhatTheBuilderWrites) {
 }
 
 TEST(ArgsParser, ReadsNumbers) {
-  struct {
-    const char* text;
-    long long asInt;
-    double asNum;
-  } const rows[] = {
+  const std::tuple<const char*, long long, double> rows[] = {
       {"' -12x'", -12, -12},
       {"+7", 7, 7},
       {"0x10", 0, 16},
@@ -57,12 +51,12 @@ TEST(ArgsParser, ReadsNumbers) {
       {"18446744073709551617", 1, 18446744073709551617.0},
   };
   Velk::ArgsParser parser(1);
-  for (const auto& row : rows) {
-    ASSERT_TRUE(parser.ParseArgs(row.text));
+  for (const auto& [text, asInt, asNum] : rows) {
+    ASSERT_TRUE(parser.ParseArgs(text));
     const Velk::IArg* arg = parser.GetArgs()->GetItem(0);
-    EXPECT_EQ(row.asInt, arg->AsInt()) << row.text;
-    EXPECT_DOUBLE_EQ(row.asNum, arg->AsNum()) << row.text;
-    EXPECT_EQ(static_cast<uintptr_t>(row.asInt), reinterpret_cast<uintptr_t>(arg->AsPtr())) << row.text;
+    EXPECT_EQ(asInt, arg->AsInt()) << text;
+    EXPECT_DOUBLE_EQ(asNum, arg->AsNum()) << text;
+    EXPECT_EQ(static_cast<uintptr_t>(asInt), reinterpret_cast<uintptr_t>(arg->AsPtr())) << text;
   }
 }
 

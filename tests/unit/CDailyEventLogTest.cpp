@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "tests/unit/TempDirectory.h"
 
@@ -56,32 +57,27 @@ bool Collect(const char* name, const char* fullPath, void* context) {
 }  // namespace
 
 TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
-  struct {
-    const char* base;
-    const char* extension;
-    const char* file;
-    const char* listed;
-    const char* notListed;
-  } const rows[] = {
+  // Base name, extension, file; then one that is listed and one that is not.
+  const std::tuple<const char*, const char*, const char*, const char*, const char*> rows[] = {
       {"event", nullptr, "event2024-01-02.log", "EVENT-old.LOG", "vent2024-01-02.log"},
       {nullptr, "", "2024-01-02.log", "x.log", "x.txt"},
       {"e", "txt", "e2024-01-02.txt", "e1.txt", "e1.log"},
       {"e", ".txt", "e2024-01-02.txt", "e1.txt", "e1txt"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [base, extension, file, listed, notListed] : rows) {
     const TempDirectory dir;
-    dir.Write(row.listed, "");
-    dir.Write(row.notListed, "");
+    dir.Write(listed, "");
+    dir.Write(notListed, "");
     mkdir(dir.Path("e-directory.log").c_str(), 0777);
     mkdir(dir.Path("e-directory.txt").c_str(), 0777);
-    const bool withSlash = row.base != nullptr;
-    ASSERT_TRUE(m_log.Open(row.base, row.extension, (dir.path + (withSlash ? "/" : "")).c_str(), 0));
+    const bool withSlash = base != nullptr;
+    ASSERT_TRUE(m_log.Open(base, extension, (dir.path + (withSlash ? "/" : "")).c_str(), 0));
     EXPECT_EQ(dir.path + "/", m_log.GetLogPath());
     m_log.Print("text\n");
-    EXPECT_EQ("text\n", dir.Read(row.file));
+    EXPECT_EQ("text\n", dir.Read(file));
     std::set<std::string> names;
     EXPECT_TRUE(m_log.EnumerateLogs(Collect, &names));
-    EXPECT_EQ((std::set<std::string>{row.file, row.listed}), names);
+    EXPECT_EQ((std::set<std::string>{file, listed}), names);
   }
 }
 
@@ -128,27 +124,23 @@ TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
 }
 
 TEST_F(CDailyEventLogTest, MovesOnAtLocalMidnight) {
-  struct {
-    time_t opened;
-    time_t midnight;
-    const char* today;
-    const char* tomorrow;
-  } const rows[] = {
+  // When it is opened, midnight, the files before and after.
+  const std::tuple<time_t, time_t, const char*, const char*> rows[] = {
       {kNoon, kNoon + kDay / 2, "2024-01-02.log", "2024-01-03.log"},
       {1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},  // from the last second of the year
       {1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},  // late before a day of 23 hours
       {1729981800, 1730070000, "2024-10-27.log", "2024-10-28.log"},  // early on a day of 25 hours
   };
-  for (const auto& row : rows) {
+  for (const auto& [opened, midnight, today, tomorrow] : rows) {
     const TempDirectory dir;
-    g_now = row.opened;
-    ASSERT_TRUE(m_log.Open(nullptr, nullptr, dir.path.c_str(), 1)) << row.today;
-    g_now = row.midnight - 1;
+    g_now = opened;
+    ASSERT_TRUE(m_log.Open(nullptr, nullptr, dir.path.c_str(), 1)) << today;
+    g_now = midnight - 1;
     m_log.Print("last");
-    g_now = row.midnight;
+    g_now = midnight;
     m_log.Print("first");
-    EXPECT_EQ("last", dir.Read(row.today)) << row.today;
-    EXPECT_EQ("first", dir.Read(row.tomorrow)) << row.today;
+    EXPECT_EQ("last", dir.Read(today)) << today;
+    EXPECT_EQ("first", dir.Read(tomorrow)) << today;
   }
 }
 

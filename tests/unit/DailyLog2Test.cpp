@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "common/LogPrinter.h"
@@ -72,20 +73,8 @@ class DailyLog2Test : public testing::Test {
 
 }  // namespace
 
-TEST_F(DailyLog2Test, StoresStampHeaderAndText) {
-  DailyLog2 log(10, Path().c_str());
-  log.Log(Trace, "Syslog", "a\n");
-  log.Log(Info, nullptr, "b %s\n");
-  log.Log(Warning, "", "c\n");
-  log.Log(Error, "net", nullptr);
-  log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
-  log.Log(Info, std::string(200, 'm').c_str(), "long module\n");
-  EXPECT_EQ("# Syslog.Trace: a\n# Info: b %s\n# Warning: c\n# net.Error: # " + std::string(113, 'm') +
-                "long module\n",
-            WithoutTimes(Synced(log)));
-}
-
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
+  const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
     DailyLog2 log(capacity, Path().c_str());
@@ -94,12 +83,12 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
     std::deque<std::string> model;
     for (unsigned count = 1; count <= 1500; ++count) {
       const std::string module(random() % 4 == 0 ? random() % 140 : random() % 10, 'm');
-      const std::string text(random() % 8 == 0 ? random() % 3000 : random() % 300,
-                             static_cast<char>('a' + count % 26));
+      const std::string text(random() % 8 == 0 ? random() % 3000 : random() % 300, "%s\n[ab"[count % 6]);
       const bool isLookedAt = random() % 32 == 0 || (count + 1 >= capacity && count <= capacity + 1);
-      const std::string header =
-          ((module.empty() ? "" : module + ".") + (isLookedAt ? "Error: " : "Info: ")).substr(0, 113);
-      log.Log(isLookedAt ? Error : Info, module.c_str(), text.c_str());
+      const unsigned type = isLookedAt ? 3 : static_cast<unsigned>(random() % 4);
+      const std::string header = ((module.empty() ? "" : module + ".") + kWords[type]).substr(0, 113);
+      log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
+      log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
       model.push_back("# " + header + text);
       if (model.size() > capacity) model.pop_front();
       if (!isLookedAt) continue;
@@ -112,12 +101,8 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
 }
 
 TEST_F(DailyLog2Test, FillsPiecesToTheLastByte) {
-  struct {
-    size_t module;
-    size_t text;
-    std::vector<size_t> pieces;
-    unsigned total;
-  } const rows[] = {
+  // Lengths of the module and the text, of the pieces, and the total.
+  const std::tuple<size_t, size_t, std::vector<size_t>, unsigned> rows[] = {
       // The stamp takes 15 bytes, ".Error: " takes 8.
       {0, 0, {22}, 22},
       {5, 99, {127}, 127},
@@ -131,10 +116,10 @@ TEST_F(DailyLog2Test, FillsPiecesToTheLastByte) {
   DailyLog2 log(1, nullptr);
   Watcher watcher;
   log.AddErrorNotify(&watcher);
-  for (const auto& row : rows) {
-    log.Log(Error, std::string(row.module, 'm').c_str(), std::string(row.text, 't').c_str());
-    EXPECT_EQ(row.pieces, watcher.sizes) << row.module << " " << row.text;
-    EXPECT_EQ(row.total, watcher.total) << row.module << " " << row.text;
+  for (const auto& [module, text, pieces, total] : rows) {
+    log.Log(Error, std::string(module, 'm').c_str(), std::string(text, 't').c_str());
+    EXPECT_EQ(pieces, watcher.sizes) << module << " " << text;
+    EXPECT_EQ(total, watcher.total) << module << " " << text;
   }
 }
 
@@ -182,8 +167,9 @@ TEST_F(DailyLog2Test, MakesTheDirectoryOfTheSyncFile) {
   for (int i = 0; i < 2; ++i) {
     DailyLog2 log(5, (deep + "/synclog").c_str());
     log.Log(Info, nullptr, "x\n");
+    log.Log(Info, nullptr, nullptr);
     log.SyncLog();
-    EXPECT_EQ("# Info: x\n", WithoutTimes(m_dir.Read("a/b/synclog")));
+    EXPECT_EQ("# Info: x\n# Info: ", WithoutTimes(m_dir.Read("a/b/synclog")));
   }
   DailyLog2(5, "").SyncLog();
   DailyLog2 gone(5, (deep + "/synclog").c_str());

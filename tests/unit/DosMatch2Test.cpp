@@ -2,16 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tests/unit/Choices.h"
 #include "tests/unit/WildcardModel.h"
 
 TEST(DosMatch2, MatchesAsListed) {
-  struct {
-    const char* text;
-    const char* pattern;
-    bool exact;
-    bool any;  // without regard to case
-  } const rows[] = {
+  // Text, pattern, whether they match exactly, and without regard to case.
+  const std::tuple<const char*, const char*, bool, bool> rows[] = {
       {"A.LOG", "*.log", true, true},  // behind the found "." case no longer counts
       {"ac", "a?c", false, false},    {"abc", "abc*", false, false},  // a star needs a character
       {"abcd", "abc*", true, true},   {"", "*", false, false},
@@ -20,11 +18,10 @@ TEST(DosMatch2, MatchesAsListed) {
       {"\xE4", "\xC4", false, false},  // only ASCII has case
       {nullptr, nullptr, true, true},
   };
-  for (const auto& row : rows) {
-    const std::string what =
-        std::string(row.text ? row.text : "null") + " ~ " + (row.pattern ? row.pattern : "null");
-    EXPECT_EQ(row.exact, Velk::DosMatch2(row.text, row.pattern, true)) << what;
-    EXPECT_EQ(row.any, Velk::DosMatch2(row.text, row.pattern, false)) << what;
+  for (const auto& [text, pattern, exact, any] : rows) {
+    const std::string what = std::string(text ? text : "null") + " ~ " + (pattern ? pattern : "null");
+    EXPECT_EQ(exact, Velk::DosMatch2(text, pattern, true)) << what;
+    EXPECT_EQ(any, Velk::DosMatch2(text, pattern, false)) << what;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "common/ArgsParser.h"
@@ -27,18 +28,14 @@ struct PostKeeper final : Velk::IGenericDispatchQueue {
   Lines m_seen;
 };
 
-class Lamp : public Velk::GDO<Lamp> {
- public:
+struct Lamp : Velk::GDO<Lamp> {
   Lamp() {
-    AddHandler("SwitchOn", &Lamp::SwitchOn);
+    AddHandler("SwitchOff", &Lamp::SwitchOff);
     AddHandler("Dim", &Lamp::Dim);
   }
 
-  int m_level = 0;
-
- private:
-  bool SwitchOn(const Velk::IArgsList*) {
-    m_level = 100;
+  bool SwitchOff(const Velk::IArgsList*) {
+    m_level = 0;
     return true;
   }
   bool Dim(const Velk::IArgsList* args) {
@@ -46,36 +43,35 @@ class Lamp : public Velk::GDO<Lamp> {
     m_level = static_cast<int>(args->GetItem(0)->AsInt());
     return true;
   }
+
+  int m_level = 100;
 };
 
 }  // namespace
 
 TEST(GDO, FindsHandlersByNameInAnyCase) {
-  struct {
-    const char* name;
-    const char* args;
-    int level;  // 0: refused
-  } const rows[] = {
-      {"SwitchOn", "", 100}, {"dIM", "30", 30}, {"DIM", "", 0},     {"Di", "30", 0},
-      {"Dimm", "30", 0},     {"", "", 0},       {nullptr, "30", 0},
-  };
+  // Name, arguments, whether it is done, level.
+  const std::tuple<const char*, const char*, bool, int> rows[] = {
+      {"SwitchOff", "", true, 0}, {"dIM", "30", true, 30},    {"DIM", "", false, 100},
+      {"Di", "30", false, 100},   {"Dimm", "30", false, 100}, {"", "", false, 100},
+      {nullptr, "30", false, 100}};
   Velk::ArgsParser parser(2);
-  for (const auto& row : rows) {
+  for (const auto& [name, args, done, level] : rows) {
     Lamp lamp;
-    ASSERT_TRUE(parser.ParseArgs(row.args));
-    EXPECT_EQ(row.level != 0, lamp.Dispatch(row.name, parser.GetArgs())) << testing::PrintToString(row.name);
-    EXPECT_EQ(row.level, lamp.m_level) << testing::PrintToString(row.name);
+    ASSERT_TRUE(parser.ParseArgs(args));
+    EXPECT_EQ(done, lamp.Dispatch(name, parser.GetArgs())) << testing::PrintToString(name);
+    EXPECT_EQ(level, lamp.m_level) << testing::PrintToString(name);
   }
 }
 
 TEST(GDO, PostsCallsAndTakesThemBack) {
   auto* const lamp = new Lamp;
   PostKeeper first(lamp), second(lamp);
-  lamp->Call("SwitchOn", "");  // no queue: dropped
+  lamp->Call("SwitchOff", "");  // no queue: dropped
   lamp->AttachQueue(&first);
   (*lamp << "Dim" << 30).CallObj();
   EXPECT_EQ(Lines{"Dim 30"}, first.m_seen);
-  EXPECT_EQ(0, lamp->m_level);
+  EXPECT_EQ(100, lamp->m_level);
   lamp->AttachQueue(&second);
   EXPECT_EQ((Lines{"Dim 30", "cancelled"}), first.m_seen);
   delete lamp;

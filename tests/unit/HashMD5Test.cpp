@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -20,10 +21,7 @@ std::string Md5(const std::string& text, size_t pieceSize) {
 }  // namespace
 
 TEST(HashMD5, GivesTheDigestsOfRfc1321) {
-  struct {
-    const char* text;
-    const char* digest;
-  } const rows[] = {
+  const std::tuple<const char*, const char*> rows[] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
       {"a", "0cc175b9c0f1b6a831c399e269772661"},
       {"abc", "900150983cd24fb0d6963f7d28e17f72"},
@@ -34,12 +32,12 @@ TEST(HashMD5, GivesTheDigestsOfRfc1321) {
        "57edf4a22be3c955ac49da2e2107b67a"},
   };
   Velk::HashMD5 hash;
-  for (const auto& row : rows) {
+  for (const auto& [text, digest] : rows) {
     char digits[33];
     hash.Reset();
-    hash.AddString(row.text);
+    hash.AddString(text);
     hash.GetAsString(digits);
-    EXPECT_STREQ(row.digest, digits) << row.text;
+    EXPECT_STREQ(digest, digits) << text;
   }
 }
 

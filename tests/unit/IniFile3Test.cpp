@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include "tests/unit/Choices.h"
 #include "tests/unit/IniModel.h"
 
@@ -23,10 +25,7 @@ class IniFile3Test : public testing::Test {
 
 TEST_F(IniFile3Test, LoadsLinesAsListed) {
   const std::string longValue(2000, 'v');
-  struct {
-    std::string text;
-    std::string content;
-  } const rows[] = {
+  const std::tuple<std::string, std::string> rows[] = {
       {"", ""},
       {"[A]\nk=v\n", "[A]{k|v}"},
       {"[A]\nk=v", "[A]{k|v}"},
@@ -44,10 +43,10 @@ TEST_F(IniFile3Test, LoadsLinesAsListed) {
       {"[A]\nk=" + longValue + "=w\n",
        "[A]{k|" + longValue.substr(0, 1021) + "}{" + longValue.substr(1021) + "|w}"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [text, content] : rows) {
     IniFile3 ini;
-    EXPECT_NE(0, Load(ini, row.text));
-    EXPECT_EQ(row.content, Dump(ini)) << row.text;
+    EXPECT_NE(0, Load(ini, text));
+    EXPECT_EQ(content, Dump(ini)) << text;
   }
 }
 

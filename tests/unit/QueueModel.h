@@ -26,6 +26,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     s_run = this;
     EXPECT_FALSE(m_queue.Run());  // gets no thread, but counts as running until it is stopped
     m_queue.Driver();
+    EXPECT_FALSE(m_choices.AreLeft());
     s_run = nullptr;
   }
 

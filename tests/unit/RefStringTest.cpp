@@ -4,6 +4,7 @@
 #include <limits.h>
 
 #include <thread>
+#include <tuple>
 
 #include "tests/unit/StringModel.h"
 
@@ -14,20 +15,17 @@ TEST(RefString, AgreesWithAPlainString) {
 }
 
 TEST(RefString, CapacityIsRoundedBeyondTheLength) {
-  struct {
-    unsigned long length;
-    unsigned long growBy;
-    unsigned capacity;
-    unsigned capacityFor20;  // of the private block that takes 20 characters
-  } const rows[] = {{31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},
-                    {256, 256, 511, 255}, {0, 1, 1, 21},    {0, 0, 0, 20}};
-  for (const auto& row : rows) {
-    RefString text(row.length, row.growBy);
-    EXPECT_EQ(row.capacity, text.Capacity()) << row.length << " by " << row.growBy;
+  // Length, growth step, capacity, and that of the private block that takes 20 characters.
+  const std::tuple<unsigned long, unsigned long, unsigned, unsigned> rows[] = {
+      {31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},
+      {256, 256, 511, 255}, {0, 1, 1, 21},    {0, 0, 0, 20}};
+  for (const auto& [length, growBy, capacity, capacityFor20] : rows) {
+    RefString text(length, growBy);
+    EXPECT_EQ(capacity, text.Capacity()) << length << " by " << growBy;
     EXPECT_TRUE(text.IsEmpty());
     const RefString other(text);
     text.Append("12345678901234567890");
-    EXPECT_EQ(row.capacityFor20, text.Capacity()) << row.length << " by " << row.growBy;
+    EXPECT_EQ(capacityFor20, text.Capacity()) << length << " by " << growBy;
   }
 }
 
@@ -78,13 +76,9 @@ TEST(RefString, NullAndEmptyAreTheSame) {
 }
 
 TEST(RefString, HashIsTheSameOnEveryMachine) {
-  struct {
-    const char* text;
-    unsigned long hash;
-  } const rows[] = {
+  const std::tuple<const char*, unsigned long> rows[] = {
       {"", 0}, {"abcd", 0x61626364}, {"\x80", 0xFFFFFF80}, {"abcde", 0x62636404}, {"\x80\x61", 0xFFFFFF9E}};
-  for (const auto& row : rows)
-    EXPECT_EQ(row.hash, static_cast<unsigned long>(RefString(row.text))) << row.text;
+  for (const auto& [text, hash] : rows) EXPECT_EQ(hash, static_cast<unsigned long>(RefString(text))) << text;
 }
 
 TEST(RefString, CopiesMayLiveInDifferentThreads) {

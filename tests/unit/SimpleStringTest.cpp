@@ -4,6 +4,7 @@
 #include <limits.h>
 
 #include <thread>
+#include <tuple>
 
 #include "tests/unit/StringModel.h"
 
@@ -81,17 +82,13 @@ TEST(SimpleString, SetReplacesButNotWithItself) {
 }
 
 TEST(SimpleString, ComparesAsFarAsTheShorterText) {
-  struct {
-    const char* a;
-    const char* b;
-    int sign;
-  } const rows[] = {
+  const std::tuple<const char*, const char*, int> rows[] = {
       {"abc", "ABCDEF", 0}, {"", "x", 0},    {"abd", "ABC", 1}, {"ABC", "abd", -1},
       {kNull, "a", -1},     {"a", kNull, 1}, {kNull, kNull, 0}, {"\x80", "a", 1},
   };
-  for (const auto& row : rows) {
-    const int result = SimpleString::cmpni(row.a, row.b);
-    EXPECT_EQ(row.sign, (result > 0) - (result < 0)) << (row.a != nullptr ? row.a : "null");
+  for (const auto& [a, b, sign] : rows) {
+    const int result = SimpleString::cmpni(a, b);
+    EXPECT_EQ(sign, (result > 0) - (result < 0)) << (a != nullptr ? a : "null");
   }
 }
 
