@@ -1,5 +1,6 @@
 // The reliable client and the server over a network that loses, doubles, reorders and makes up datagrams,
 // with a server that restarts: what the client calls confirmed was run.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -31,6 +32,13 @@ class Network {
       const size_t ahead = fate == 3 ? std::min<size_t>(way.size(), choices.Below(4)) : 0;
       way.insert(way.end() - static_cast<long>(ahead), datagram);
     }
+  }
+
+  // 0, or why the machine refuses a client's call at once: no room, or nobody had the port just now.
+  static int Refusal(Choices& choices) {
+    const unsigned fate = choices.Below(64);
+    if (fate == 1) return EAGAIN;
+    return fate == 2 ? ECONNREFUSED : 0;
   }
 
   std::deque<Datagram> m_toServer;
@@ -176,6 +184,8 @@ ssize_t getrandom(void* bytes, size_t size, unsigned) {
 }
 
 ssize_t send(int fd, const void* bytes, size_t size, int) {
+  errno = Network::Refusal(s_world->m_choices);
+  if (errno != 0) return -1;
   const std::string datagram(static_cast<const char*>(bytes), size);
   s_world->m_network.Put(s_world->m_network.m_toServer, {PortOf(fd), datagram}, s_world->m_choices);
   return static_cast<ssize_t>(size);
@@ -204,7 +214,7 @@ ssize_t recv(int fd, void* bytes, size_t size, int) {
   const auto first =
       std::find_if(way.begin(), way.end(), [&](const auto& item) { return item.first == port; });
   if (first == way.end()) {
-    errno = EAGAIN;
+    errno = Network::Refusal(s_world->m_choices) != ECONNREFUSED ? EAGAIN : ECONNREFUSED;
     return -1;
   }
   const size_t length = std::min(size, first->second.size());
