@@ -1,5 +1,5 @@
 # Add packaging/yocto to your layers. Builds from the tree that this file is in.
-# Not tried: Debian has neither BitBake nor the layers; only the names of its steps and files were checked by eye.
+# Not tried at all: Debian has neither BitBake nor the layers.
 SUMMARY = "Log service for the programs of a device"
 DESCRIPTION = "Keeps the recent log in memory, prints it, and forwards it to a syslog server."
 LICENSE = "MIT"
