@@ -1,6 +1,7 @@
 #!/bin/bash
 # Builds everything and runs every test: unit and black-box, in the release and both sanitizer builds.
-# "./test.sh cross" does so for other processors, under an emulator.
+# More, by a word: "./test.sh cross" does so for other processors under an emulator, "static" for the executables
+# that need no shared library, "deb" tries Debian's package in a root that boots.
 # Writes into build*/ only, but for Debian packages that it installs when root. Ends with one summary.
 set -u
 cd "$(dirname "$0")" || exit 1
@@ -63,6 +64,9 @@ for preset in release asan tsan; do
 done
 step "release binaries" tests/binary.sh build/syslog build/syslogctl
 step_with "pkg-config" "install" tests/install/run.sh build
+step "reproducible" tests/install/reproducible.sh
+step "memory limit" python3 packaging/memory_limit.py build/syslog
+step_with "busybox-static shellcheck make" "start scripts" packaging/test.sh
 step_with "mandoc" "man pages" mandoc -T lint -W warning man/*
 step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
 step_with "shellcheck" "shell scripts" bash -c "git ls-files '*.sh' | xargs shellcheck -S warning"
