@@ -115,19 +115,22 @@ def row(*cells):
 def share(got):
     if got["lost"] != got["drops"]:
         print(f"{got['lost'] - got['drops']} lines were lost outside the receive buffer", file=sys.stderr)
-    return "0" if got["lost"] == 0 else f"{got['lost']:,} ({100 * got['lost'] / got['sent']:.1f} %)"
+    percent = 100 * got["lost"] / got["sent"]
+    return "0" if got["lost"] == 0 else "< 0.01 %" if percent < 0.01 else f"{percent:.2f} %"
 
 
 def rates(seconds):
-    row("Collector", "Receive buffer", "Devices", "Lines/s sent", "Lines/s written", "Lost", "CPU per line, µs", "Peak RSS, MiB")
-    row(*["---"] * 8)
+    asked = (5000, 20000, 40000, 80000)
+    row("Collector", "Receive buffer", "Devices", *[f"Lost at {rate:,}/s" for rate in asked], f"Written/s at {asked[-1]:,}/s",
+        f"CPU per line at {asked[1]:,}/s, µs", "Peak RSS, MiB")
+    row(*["---"] * 10)
     for program in PROGRAMS:
         for buffer in (106496, 4 << 20):
             for devices in (10, 100, 1000):
-                for rate in (5000, 20000, 40000, 80000):
-                    got = measure(program, devices, rate, rate * seconds, buffer)
-                    row(program, BUFFERS[buffer], f"{devices:,}", f"{got['rate']:,.0f}", f"{got['written']:,.0f}",
-                        share(got), f"{got['cpu'] / (got['sent'] - got['lost']) * 1e6:.1f}", f"{got['rss']:.0f}")
+                got = [measure(program, devices, rate, rate * seconds, buffer) for rate in asked]
+                cpu = got[1]["cpu"] / (got[1]["sent"] - got[1]["lost"]) * 1e6
+                row(program, BUFFERS[buffer], f"{devices:,}", *map(share, got), f"{got[-1]['written']:,.0f}", f"{cpu:.0f}",
+                    f"{max(one['rss'] for one in got):.0f}")
 
 
 def bursts():

@@ -1,0 +1,108 @@
+#!/bin/bash
+# Plays a newcomer's first five minutes and prints what the screen shows: tools/transcript.sh >docs/first-five-minutes.txt
+# All of it is a real run, in namespaces of its own; only the pauses in which a person would read are left out.
+set -eu
+cd "$(dirname "$0")/.."
+
+if [ "${1:-}" != inside ]; then
+  tools/install.sh g++ cmake ninja-build python3 iproute2 bsdutils >&2
+  cmake --preset release >&2
+  cmake --build --preset release --target syslog syslogctl >&2
+  tools/collectors.sh build/collectors >&2
+  exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
+fi
+
+# The tree moves out of the way of an empty /tmp.
+mount --bind "$PWD" /mnt
+cd /mnt
+mount -t tmpfs tmpfs /tmp
+mount -t tmpfs tmpfs /var/log
+mount -t proc proc /proc
+ip link set lo up
+
+shown=0
+quiet=none
+# What the service has printed since the last time, behind a bar: it runs in a terminal of its own.
+console() {
+  sleep 0.3
+  tail -n "+$((shown + 1))" /tmp/console | grep -v "$quiet" | sed 's/^/                                | /' || true
+  shown=$(wc -l </tmp/console)
+}
+remark() {
+  echo
+  printf '# %s\n' "$@"
+}
+run() {
+  printf '$ %s\n' "$1"
+  bash -c "$1" 2>&1 || echo "(exit status $?)"
+  console
+}
+# Like run, for what goes on while other commands run; its output comes with finish.
+start() {
+  printf '$ %s &\n' "$1"
+  bash -c "exec $1" >/tmp/background 2>&1 &
+  background=$!
+  sleep 0.5
+}
+finish() {
+  wait "$background" || true
+  sed 's/^/(from the background) /' /tmp/background
+}
+
+echo "The first five minutes, as tools/transcript.sh played them on $(date +%F). What stands behind the bar comes from the"
+echo "service, in a terminal of its own."
+
+remark "The service. It needs no configuration; in a device's image it gets one."
+printf '$ build/syslog\n'
+set -m  # else it would be born deaf to Ctrl-C
+build/syslog >/tmp/console 2>&1 &
+service=$!
+set +m
+console
+
+remark "A first line, from Python: no library, one file to copy from."
+run 'python3 examples/peer.py "link down"'
+quiet="srv wrote"
+remark "It noted each handshake, too; these lines are left out from here on."
+
+remark "From a shell. --confirm comes back when the service has the lines for good."
+run 'build/syslogctl log -l error -t disk "only 3 MiB left"'
+run 'seq 3 | sed "s/^/step /" | build/syslogctl log -t update --confirm; echo "exit status $?"'
+
+remark "How fast is the way there and back?"
+run 'build/syslogctl ping -n 3 -i 0.2'
+
+remark "What do all the programs say? watch hears every call, also of those that come later."
+start 'build/syslogctl watch -n 2'
+run 'build/syslogctl log -l warning -t fan "4200 rpm"'
+run 'python3 examples/peer.py --module app "hello"'
+finish
+
+remark "Programs that know syslog(3) only: a bridge takes what they write to /dev/log, here another socket."
+start 'build/syslogctl bridge --socket /tmp/log'
+run 'logger -u /tmp/log -t cron -p cron.warning "job took 12 s"'
+kill "$background"
+finish
+
+remark "The last 500 lines, from memory."
+run 'build/syslogctl dump | grep -v "srv wrote"'
+
+remark "A collector: rsyslog with examples/collectors/rsyslog.conf, on an address of its own because all is one machine here."
+sed 's/port="514"/address="127.0.0.2" port="514"/' examples/collectors/rsyslog.conf >/tmp/rsyslog.conf
+build/collectors/rsyslogd -n -i /tmp/pid -f /tmp/rsyslog.conf &
+collector=$!
+sleep 1
+run 'build/syslogctl remote on 127.0.0.2'
+run 'build/syslogctl log -l warning -t net "eth0 is back"'
+run 'grep eth0 /var/log/devices.json'
+
+remark "The serving process dies. Another one serves at once; lines that are confirmed wait for it." \
+  "(From here on forwarding is off again: variables that are set live as long as the process.)"
+run "kill -9 \$(pgrep -P $service); build/syslogctl log -t after --confirm 'still here'; echo \"exit status \$?\""
+
+remark "Ctrl-C."
+kill -INT "$service"
+wait "$service" || true
+console
+kill "$collector"
+wait "$collector" || true
