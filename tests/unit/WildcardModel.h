@@ -4,6 +4,7 @@
 #include <ctype.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -12,49 +13,42 @@
 
 class WildcardModel {
  public:
-  static bool Match(const std::string& text, const std::string& pattern, bool caseSensitive) {
-    return WildcardModel(text, pattern).Match(text.c_str(), pattern.c_str(), caseSensitive);
+  WildcardModel(const std::string& text, const std::string& pattern) : m_text(text), m_pattern(pattern) {}
+
+  bool Match(size_t text, size_t pattern, bool caseSensitive) {
+    if (text == m_text.size() || pattern == m_pattern.size())
+      return text == m_text.size() && pattern == m_pattern.size();
+    if (m_pattern[pattern] != '*')
+      return IsSame(text, pattern, caseSensitive) && Match(text + 1, pattern + 1, caseSensitive);
+    pattern = std::min(m_pattern.find_first_not_of("*?", pattern), m_pattern.size());
+    if (pattern == m_pattern.size()) return true;
+    for (; text != m_text.size(); ++text) {
+      if (IsSame(text, pattern, caseSensitive) && MatchBehindStar(text, pattern)) return true;
+    }
+    return false;
   }
 
  private:
-  WildcardModel(const std::string& text, const std::string& pattern)
-      : m_textEnd(text.c_str() + text.size()), m_patternEnd(pattern.c_str() + pattern.size()) {}
-
-  static bool Same(char a, char b, bool caseSensitive) {
-    return caseSensitive ? a == b : toupper(a) == toupper(b);
-  }
-
-  bool Match(const char* text, const char* pattern, bool caseSensitive) {
-    for (; text != m_textEnd; ++text, ++pattern) {
-      if (pattern == m_patternEnd) return false;
-      if (*pattern == '*') {
-        while (*pattern == '*' || *pattern == '?') ++pattern;
-        if (pattern == m_patternEnd) return true;
-        for (; text != m_textEnd; ++text) {
-          if (Same(*text, *pattern, caseSensitive) && MatchBehindStar(text, pattern)) return true;
-        }
-        return false;
-      }
-      if (*pattern != '?' && !Same(*text, *pattern, caseSensitive)) return false;
-    }
-    return pattern == m_patternEnd;
+  bool IsSame(size_t text, size_t pattern, bool caseSensitive) const {
+    const char a = m_text[text], b = m_pattern[pattern];
+    return b == '?' || (caseSensitive ? a == b : toupper(a) == toupper(b));
   }
 
   // Remembers its results: without that the time is exponential in the number of stars.
-  bool MatchBehindStar(const char* text, const char* pattern) {
+  bool MatchBehindStar(size_t text, size_t pattern) {
     const auto [known, isNew] = m_known.try_emplace({text, pattern}, false);
     if (isNew) known->second = Match(text, pattern, false);
     return known->second;
   }
 
-  const char* m_textEnd;
-  const char* m_patternEnd;
-  std::map<std::pair<const char*, const char*>, bool> m_known;
+  const std::string& m_text;
+  const std::string& m_pattern;
+  std::map<std::pair<size_t, size_t>, bool> m_known;
 };
 
 // Returns whether the rules say that text matches.
 inline bool CheckMatch(const std::string& text, const std::string& pattern, bool caseSensitive) {
-  const bool matches = WildcardModel::Match(text, pattern, caseSensitive);
+  const bool matches = WildcardModel(text, pattern).Match(0, 0, caseSensitive);
   EXPECT_EQ(matches, Velk::DosMatch2(text.c_str(), pattern.c_str(), caseSensitive))
       << text << " ~ " << pattern << (caseSensitive ? " exact" : " any case");
   return matches;
