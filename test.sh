@@ -1,13 +1,14 @@
 #!/bin/bash
 # Builds everything and runs every test: unit and black-box, in the release and both sanitizer builds.
 # More, by a word: "./test.sh cross" does so for other processors under an emulator, "static" for the executables
-# that need no shared library, "deb" tries Debian's package in a root that boots.
+# that need no shared library, "deb" tries Debian's package in a root that boots, "image" boots a whole device.
 # Writes into build*/ only, but for Debian packages that it installs when root. Ends with one summary.
 set -u
 cd "$(dirname "$0")" || exit 1
 [ "${1:-}" != cross ] || exec tools/cross.sh "${@:2}"
 [ "${1:-}" != static ] || exec tools/static.sh
 [ "${1:-}" != deb ] || exec packaging/test-deb.sh
+[ "${1:-}" != image ] || exec examples/image/test.sh
 
 tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-tidy || exit 1
 

@@ -4,6 +4,7 @@ import glob
 import http.server
 import json
 import os
+import shutil
 import socket
 import subprocess
 import threading
@@ -266,6 +267,7 @@ class Far(threading.Thread):
 
 
 @NEEDS_COLLECTORS
+@unittest.skipUnless(shutil.which("ip"), "iproute2 is not installed")
 class Late(FleetTest):
     def test_boot_lines_reach_the_collector_when_network_and_name_come_up_late(self):
         far = Far(lambda: collectors.Collector("rsyslog-fleet", "rsyslog-to-files", host=Far.ADDRESS))
