@@ -66,24 +66,21 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
   };
   for (const auto& [base, extension, file, listed, notListed] : rows) {
     const TempDirectory dir;
-    dir.Write(listed, "");
-    dir.Write(notListed, "");
-    mkdir(dir.Path("e-directory.log").c_str(), 0777);
-    mkdir(dir.Path("e-directory.txt").c_str(), 0777);
-    const bool withSlash = base != nullptr;
-    ASSERT_TRUE(m_log.Open(base, extension, (dir.path + (withSlash ? "/" : "")).c_str(), 0));
-    EXPECT_EQ(dir.path + "/", m_log.GetLogPath());
+    const std::string place = dir.path + "//x/y" + (base != nullptr ? "/" : "");  // is made
+    ASSERT_TRUE(m_log.Open(base, extension, place.c_str(), 0));
+    EXPECT_EQ(dir.path + "//x/y/", m_log.GetLogPath());
     m_log.Print("text\n");
-    EXPECT_EQ("text\n", dir.Read(file));
+    EXPECT_EQ("text\n", dir.Read(std::string("x/y/") + file));
+    for (const char* name : {listed, notListed}) dir.Write(std::string("x/y/") + name, "");
+    for (const char* name : {"x/y/e-directory.log", "x/y/e-directory.txt"})
+      mkdir(dir.Path(name).c_str(), 0777);
     std::set<std::string> names;
     EXPECT_TRUE(m_log.EnumerateLogs(Collect, &names));
     EXPECT_EQ((std::set<std::string>{file, listed}), names);
   }
 }
 
-TEST_F(CDailyEventLogTest, MakesMissingDirectories) {
-  EXPECT_TRUE(m_log.Open(nullptr, nullptr, (m_dir.path + "//x/y/").c_str(), 0));
-  EXPECT_EQ(0, access(m_dir.Path("x/y/2024-01-02.log").c_str(), F_OK));
+TEST_F(CDailyEventLogTest, MakesNoDirectoryWhereAFileIs) {
   m_dir.Write("file", "");
   EXPECT_FALSE(CDailyEventLog::MakeDirectories(m_dir.Path("file/z").c_str()));
   EXPECT_EQ(ENOTDIR, errno);
