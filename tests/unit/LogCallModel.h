@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <string>
 

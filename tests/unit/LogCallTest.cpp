@@ -25,6 +25,6 @@ TEST(LogCall, CutsLongLinesBetweenCharacters) {
   // What is no UTF-8 is cut anywhere, but all of it arrives; a full last piece has no empty one behind it.
   CheckCalls(Warning, "m", std::string(5000, '\x80'));
   const size_t room = LogCall::kMost - strlen("LogMsg 1 `m` `\n`");
-  EXPECT_EQ(1u, CheckCalls(Info, "m", std::string(room, 'x') + "\n"));
-  EXPECT_EQ(2u, CheckCalls(Info, "m", std::string(room + 1, 'x')));
+  EXPECT_EQ(3u, CheckCalls(Info, "m", std::string(3 * room, 'x') + "\n"));
+  EXPECT_EQ(4u, CheckCalls(Info, "m", std::string(3 * room + 1, 'x')));
 }
