@@ -142,10 +142,11 @@ def write_file(path, text):
 
 
 def rows(folder):
-    rsyslog = write_file(f"{folder}/rsyslog.conf", f"""
+    def rsyslog(port, head=""):
+        return write_file(f"{folder}/rsyslog-{port}.conf", f"""{head}
 module(load="imudp")
-input(type="imudp" address="127.0.0.1" port="1514")
-action(type="omfile" file="{folder}/rsyslog.log" asyncWriting="off" flushOnTXEnd="on")
+input(type="imudp" address="127.0.0.1" port="{port}")
+action(type="omfile" file="{folder}/rsyslog-{port}.log" asyncWriting="off" flushOnTXEnd="on")
 action(type="omfwd" target="{COLLECTOR}" port="514" protocol="udp")
 """)
     syslog_ng = write_file(f"{folder}/syslog-ng.conf", f"""@version: 3.38
@@ -159,12 +160,14 @@ log {{ source(s); destination(f); destination(n); }};
     found = [
         Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "bench/floor.c"),
         Row("this service", [os.path.abspath("build/syslog")], "call", "11001", "this tree"),
-        Row("rsyslogd", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog, "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
-            first_line([f"{collectors}/rsyslogd", "-v"]).split(" (")[0]),
+        Row("rsyslogd, batches", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
+            first_line([f"{collectors}/rsyslogd", "-v"]).split(" (")[0] + " as it comes, which writes lines in batches"),
+        Row("rsyslogd", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog(1515, 'main_queue(queue.dequeueBatchSize="1")'), "-i",
+                         f"{folder}/rsyslog.pid"], "raw", "1515", "with each line written at once"),
         Row("syslog-ng", [f"{collectors}/syslog-ng", "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist", "-p",
                           f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
             first_line([f"{collectors}/syslog-ng", "-V"]).strip()),
-        Row("this service, one CPU", ["taskset", "-c", "0", os.path.abspath("build/syslog")], "call", "11001", "held on one processor by taskset"),
+        Row("this service, 1 CPU", ["taskset", "-c", "0", os.path.abspath("build/syslog")], "call", "11001", "held on one processor by taskset"),
         Row("busybox syslogd", ["busybox", "syslogd", "-n", "-L", "-R", f"{COLLECTOR}:514", "-O",
                                 f"{folder}/busybox.log"], "unix", "/dev/log",
             first_line(["busybox"]).split(" (")[0]),
