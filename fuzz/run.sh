@@ -14,7 +14,7 @@ mkdir -p build-fuzz/found
 
 run() {
   local name=$1 log=build-fuzz/$1.log
-  local options=(-timeout=10 -artifact_prefix="build-fuzz/found/$name-" -print_final_stats=1)
+  local options=(-timeout=60 -artifact_prefix="build-fuzz/found/$name-" -print_final_stats=1)
   local folders=()
   for folder in "fuzz/seeds/$name" "fuzz/regressions/$name"; do [ ! -d "$folder" ] || folders+=("$folder"); done
   if [ "$seconds" -eq 0 ]; then

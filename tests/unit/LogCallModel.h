@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 
 #include "common/ArgsParser.h"
@@ -14,7 +15,10 @@
 inline bool IsUtf8(const std::string& text) {
   static const bool isReady = setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
   EXPECT_TRUE(isReady);
-  return mbstowcs(nullptr, text.c_str(), 0) != static_cast<size_t>(-1);
+  std::wstring wide(text.size(), L'\0');
+  if (mbstowcs(&wide[0], text.c_str(), wide.size()) == static_cast<size_t>(-1)) return false;
+  // The C library also reads what lies beyond Unicode.
+  return std::all_of(wide.begin(), wide.end(), [](wchar_t c) { return c <= 0x10FFFF; });
 }
 
 // The pieces are the text, each a call that the service understands and that begins and ends with whole
