@@ -47,6 +47,8 @@ static int OpenCollector(const char* address) {
   const struct timeval patience = {0, 500000};
   const struct sockaddr_in self = Endpoint(address, 514);
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const int buffer = 64 << 20; /* the collector is not what loses */
+  setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   return bind(fd, (const struct sockaddr*)&self, sizeof self) == 0 ? fd : -1;
 }

@@ -4,6 +4,7 @@
 restart [COUNT]   time from a killed child to the next nonce
 soak MINUTES      several peers, random calls, killed children: memory, descriptors and order are watched
 flood [SECONDS]   a peer that sends as fast as it can: memory, and what others still get
+burst [TIMES]     lines that a peer sends at once, without waiting for any: how many are lost
 strangers [COUNT] connects from distinct addresses: memory, and what they cost an admitted peer
 confirmed [COUNT] a child killed COUNT times under `syslogctl log --confirm`: every confirmed line at the collector
 tool [LINES]      lines per second through `syslogctl log` from a pipe, with and without receipts
@@ -191,17 +192,31 @@ def flood(harness, seconds):
     service.stop()
 
 
-def rate(harness, lines=100000):
-    """Lines per second of load.c's peer through the service to the collector."""
+def load(harness, lines, window):
+    """What load.c's peer finds out by sending lines through the service to the collector."""
     peer = harness.Peer(port=LOAD_PORT)
     for call in (b"SetVar remotelog_type 'SysLog server'", b"SetVar remotelog_addr " + COLLECTOR.encode(), b"SyncVar"):
         peer.call(call)
     peer.close()
     time.sleep(0.2)
-    run = subprocess.run([f"{namespace.FILES}/load", "call", str(harness.PORT), COLLECTOR, str(lines), "64",
+    run = subprocess.run([f"{namespace.FILES}/load", "call", str(harness.PORT), COLLECTOR, str(lines), str(window),
                           peer.cookie.hex()], check=True, capture_output=True, text=True)
-    result = json.loads(run.stdout)
+    return json.loads(run.stdout)
+
+
+def rate(harness, lines=100000):
+    result = load(harness, lines, 64)
     return result["lines"] / result["seconds"]
+
+
+def burst(harness, times):
+    service = harness.Service(stdout=subprocess.DEVNULL)
+    load(harness, 5000, 64)
+    for lines in (250, 500, 1000, 2000, 4000):
+        lost = [load(harness, lines, lines)["lost"] for _ in range(times)]
+        print(f"{lines} lines at once: {statistics.median(lost):.0f} lost as a rule, {max(lost)} at most")
+        require(lines > 1000 or max(lost) == 0, "up to 1,000 are held")
+    service.stop()
 
 
 def strangers(harness, count):
@@ -303,7 +318,7 @@ def tool(harness, lines):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["restart", "soak", "flood", "strangers", "confirmed", "tool"])
+    parser.add_argument("what", choices=["restart", "soak", "flood", "burst", "strangers", "confirmed", "tool"])
     parser.add_argument("amount", type=float, nargs="?")
     args = parser.parse_args()
     status = namespace.enter()
@@ -317,6 +332,7 @@ def main():
     runs = {"restart": lambda: restart(harness, int(args.amount or 200)), "soak": lambda: soak(harness, args.amount or 10),
             "confirmed": lambda: confirmed(harness, int(args.amount or 1000)),
             "tool": lambda: tool(harness, int(args.amount or 100000)),
+            "burst": lambda: burst(harness, int(args.amount or 9)),
             "flood": lambda: flood(harness, args.amount or 5), "strangers": lambda: strangers(harness, int(args.amount or 200000))}
     runs[args.what]()
     sys.exit(1 if failures else 0)

@@ -43,6 +43,11 @@ bool UdpSocket3::BindAddress(InetAddress2& addr) {
   return bind(m_socket, reinterpret_cast<const sockaddr*>(&addr.Native()), sizeof(sockaddr_in)) == 0;
 }
 
+void UdpSocket3::SetReceiveBuffer(int bytes) {
+  if (!SetOption(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, bytes))
+    SetOption(m_socket, SOL_SOCKET, SO_RCVBUF, bytes);
+}
+
 int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
   if (len < 0) return -1;
   auto* sender = from != nullptr ? reinterpret_cast<sockaddr*>(&from->Native()) : nullptr;

@@ -27,6 +27,10 @@ class UdpSocket3 {
   // The same without the range check, e.g. for a multicast group.
   bool BindAddress(InetAddress2& addr);
 
+  // The kernel's memory for datagrams not yet read; it counts twice the bytes, as it has overhead. At most
+  // net.core.rmem_max unless root asks, see socket(7).
+  void SetReceiveBuffer(int bytes);
+
   // Blocks for one datagram and notes its sender in from. Returns its bytes, cut to len, or -1.
   int Read(void* buf, long len, InetAddress2* from);
   // Sends one datagram. Returns the bytes sent or -1.

@@ -37,6 +37,7 @@ InetAddress2 BindSomewhere(UdpSocket3& socket) {
 
 TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
   UdpSocket3 a, b;
+  const int fd = NextDescriptor();
   const InetAddress2 addressA = BindSomewhere(a);
   const InetAddress2 addressB = BindSomewhere(b);
   EXPECT_EQ(0, b.WaitForRead(0));
@@ -56,6 +57,13 @@ TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
   EXPECT_EQ(-1, b.Read(text, -1, &from));
   EXPECT_EQ(0, a.Write("", 0, &addressB));
   EXPECT_EQ(0, b.Read(text, sizeof text, nullptr));
+
+  constexpr int kBytes = 100000;
+  a.SetReceiveBuffer(kBytes);
+  int given = 0;
+  socklen_t size = sizeof given;
+  EXPECT_EQ(0, getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &given, &size));
+  EXPECT_EQ(2 * kBytes, given);
 }
 
 TEST(UdpSocket3, RefusesWhatItCannotDo) {
