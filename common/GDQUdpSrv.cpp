@@ -195,7 +195,8 @@ bool GDQUdpSrv::IsValid(const InetAddress2& from, unsigned char* cookie) {
 
 void GDQUdpSrv::Admit(Peer* peer) {
   if (peer->valid.load(std::memory_order_relaxed)) return;
-  std::atomic<Peer*>* link = &m_buckets[peer->Key() % kBuckets].admitted;
+  const uint32_t bucket = peer->Key() % kBuckets;
+  std::atomic<Peer*>* link = &m_buckets[bucket].admitted;
   Peer* next = link->load(std::memory_order_relaxed);
   while (next != nullptr && next->order < peer->order) {
     link = &next->nextAdmitted;
@@ -204,6 +205,7 @@ void GDQUdpSrv::Admit(Peer* peer) {
   if (next != peer) {  // not admitted before its latest Connect
     peer->nextAdmitted.store(next, std::memory_order_relaxed);
     link->store(peer, std::memory_order_release);
+    m_inUse.fetch_or(uint32_t{1} << bucket, std::memory_order_release);
   }
   peer->valid.store(true, std::memory_order_release);
 }
@@ -211,7 +213,9 @@ void GDQUdpSrv::Admit(Peer* peer) {
 // Bucket by bucket, each in the order in which its peers connected first.
 template <typename Action>
 void GDQUdpSrv::ForEachValid(Action action) {
-  for (const Bucket& bucket : m_buckets) {
+  uint32_t left = m_inUse.load(std::memory_order_acquire);
+  for (; left != 0; left &= left - 1) {
+    const Bucket& bucket = m_buckets[__builtin_ctz(left)];
     for (const Peer* peer = bucket.admitted.load(std::memory_order_acquire); peer != nullptr;
          peer = peer->nextAdmitted.load(std::memory_order_acquire)) {
       if (peer->valid.load(std::memory_order_acquire)) action(*peer);

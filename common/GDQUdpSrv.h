@@ -81,7 +81,7 @@ class GDQUdpSrv : public GDQUdpBase {
     std::atomic<Peer*> admitted{nullptr};  // in the order of the chain; never shrinks
   };
 
-  static constexpr unsigned kBuckets = 31;
+  static constexpr unsigned kBuckets = 31;  // at most 32: m_inUse has a bit for each
 
   static uint32_t KeyOf(const InetAddress2& from);
   static void FreeChain(Peer* first);
@@ -95,6 +95,7 @@ class GDQUdpSrv : public GDQUdpBase {
   UdpSocket3 m_socket;
   SimpleString m_password;
   Bucket m_buckets[kBuckets];
+  std::atomic<uint32_t> m_inUse{0};  // the buckets with admitted peers: a call need not look into the others
   Peer* m_free = nullptr;  // spare records, used before the heap; none comes back while the server runs
   uint32_t m_peerCount = 0;
 };
