@@ -39,6 +39,10 @@ void MakeProcessRobust() {
 // second of work. At the limit datagrams stay in the socket's buffer, which drops what it cannot hold.
 constexpr unsigned kMaxPendingCalls = 2000;
 
+// Pending calls at which the receive loop pauses, so that the next ones gather in the socket's buffer, which
+// holds 277 short ones by the kernel's default.
+constexpr unsigned kPausePendingCalls = 40;
+
 void LoadConfiguration(const char* path) {
   if (AppData::GetInstance()->Load(path)) return;
   LogPrinter::Instance()->Log(Warning, nullptr, "Was not able to load conf options!\n");
@@ -86,6 +90,7 @@ int RunChild(const ServiceValues& values) {
   Velk::GDQ queue(0, 0, "AppThread2", false);
   queue.m_errorReporter = &reporter;
   queue.m_maxPosts = kMaxPendingCalls;
+  queue.m_pausePosts = kPausePendingCalls;
   RemoteMessages messages;
   messages.AttachQueue(&queue);
   if (!queue.Run()) {

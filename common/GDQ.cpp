@@ -11,6 +11,19 @@ namespace {
 
 thread_local const GDQ* t_driven = nullptr;  // the queue whose thread this is
 
+timespec DeadlineIn(clockid_t clock, uint32_t waitMs) {
+  constexpr long kSecond = 1000000000;
+  timespec deadline{};
+  clock_gettime(clock, &deadline);
+  deadline.tv_sec += static_cast<time_t>(waitMs / 1000);
+  deadline.tv_nsec += static_cast<long>(waitMs % 1000) * 1000000;
+  if (deadline.tv_nsec >= kSecond) {
+    deadline.tv_nsec -= kSecond;
+    ++deadline.tv_sec;
+  }
+  return deadline;
+}
+
 }  // namespace
 
 void GDQ::NodeList::InsertAfter(Node* after, Node* node) {
@@ -86,6 +99,11 @@ GDQ::GDQ(int first, int second, const char* threadName, bool autoDelete)
   pthread_mutex_init(&m_wakeMutex, nullptr);
   pthread_cond_init(&m_wakeCondition, nullptr);
   pthread_cond_init(&m_room, nullptr);
+  pthread_condattr_t monotonic;  // the time of day may be set back during a pause
+  pthread_condattr_init(&monotonic);
+  pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
+  pthread_cond_init(&m_caughtUp, &monotonic);
+  pthread_condattr_destroy(&monotonic);
 }
 
 GDQ::~GDQ() {
@@ -94,6 +112,7 @@ GDQ::~GDQ() {
     m_messages.DeleteAll();
     m_free.DeleteAll();
   }
+  pthread_cond_destroy(&m_caughtUp);
   pthread_cond_destroy(&m_room);
   pthread_mutex_destroy(&m_listMutex);
   // The wake mutex and condition are left as they are: a program may end with the thread still asleep on
@@ -135,7 +154,10 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
                   const char* name, const char* args) {
   {
     const ScopedLock lock(m_listMutex);
-    if (dueMs == 0) WaitForRoomLocked();
+    if (dueMs == 0 && t_driven != this) {
+      PauseLocked();
+      WaitForRoomLocked();
+    }
     Node* node = TakeSpareLocked();
     node->m_dueMs = dueMs;
     node->m_periodMs = periodMs;
@@ -148,26 +170,51 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
     node->m_args.Append(args);
     m_messages.AddOrdered(node);
   }
+  // Still up from an earlier post: the thread takes it down before it locks the list, so it has yet to look
+  // there.
+  if (m_signalled.load(std::memory_order_relaxed)) return;
   const ScopedLock lock(m_wakeMutex);
   WakeLocked();
 }
 
-// A thread that waited for itself would wait for ever, so a handler's post goes beyond the limit.
+// Called on the queue's own thread it would wait for ever, so a handler's post goes beyond the limit.
 void GDQ::WaitForRoomLocked() {
-  if (m_maxPosts == 0 || m_messages.PostCount() < m_maxPosts || t_driven == this) return;
+  if (m_maxPosts == 0 || m_messages.PostCount() < m_maxPosts) return;
   ++m_waitingPosters;
   // Not only until the next one is done: the two threads would then take turns, one message each.
   while (IsRunning() && m_messages.PostCount() > m_maxPosts / 2) pthread_cond_wait(&m_room, &m_listMutex);
   --m_waitingPosters;
 }
 
-bool GDQ::IsHalfFull() {
+void GDQ::PauseLocked() {
+  // Far more than the thread needs as a rule, and longer than a clock tick: a nearer deadline would make the
+  // kernel set its timer for each pause, which costs as much as the pause is to save.
+  constexpr uint32_t kLongestMs = 10;
+  if (m_pausePosts == 0 || m_messages.PostCount() < m_pausePosts || !m_mayPause) return;
+  m_mayPause = false;
+  ++m_pausingPosters;
+  const timespec deadline = DeadlineIn(CLOCK_MONOTONIC, kLongestMs);
+  int result = 0;
+  while (result == 0 && IsRunning() && !HasCaughtUpLocked())
+    result = pthread_cond_timedwait(&m_caughtUp, &m_listMutex, &deadline);
+  --m_pausingPosters;
+}
+
+// Few are left for the thread, but some: it should not run dry while the poster wakes.
+bool GDQ::HasCaughtUpLocked() const {
+  return m_messages.PostCount() <= m_pausePosts / 8;
+}
+
+bool GDQ::MayHoldBackPoster() {
   const ScopedLock lock(m_listMutex);
-  return m_maxPosts != 0 && m_messages.PostCount() > m_maxPosts / 2;
+  return m_pausingPosters != 0 || (m_maxPosts != 0 && m_messages.PostCount() > m_maxPosts / 2);
 }
 
 void GDQ::TellRoomLocked() {
   if (m_waitingPosters != 0 && m_messages.PostCount() <= m_maxPosts / 2) pthread_cond_broadcast(&m_room);
+  if (!HasCaughtUpLocked()) return;
+  m_mayPause = true;
+  if (m_pausingPosters != 0) pthread_cond_broadcast(&m_caughtUp);
 }
 
 GDQ::Node* GDQ::TakeSpareLocked() {
@@ -213,24 +260,8 @@ void GDQ::Driver() {
   t_driven = nullptr;
   const ScopedLock lock(m_listMutex);
   pthread_cond_broadcast(&m_room);
+  pthread_cond_broadcast(&m_caughtUp);
 }
-
-namespace {
-
-timespec DeadlineIn(uint32_t waitMs) {
-  constexpr long kSecond = 1000000000;
-  timespec deadline{};
-  clock_gettime(CLOCK_REALTIME, &deadline);
-  deadline.tv_sec += static_cast<time_t>(waitMs / 1000);
-  deadline.tv_nsec += static_cast<long>(waitMs % 1000) * 1000000;
-  if (deadline.tv_nsec >= kSecond) {
-    deadline.tv_nsec -= kSecond;
-    ++deadline.tv_sec;
-  }
-  return deadline;
-}
-
-}  // namespace
 
 // Sleeps until there was a post, or at most waitMs milliseconds. A wake-up without a post starts the wait
 // anew, which may make it longer; what is due is decided by the message clock alone.
@@ -241,7 +272,7 @@ void GDQ::WaitForPost(uint32_t waitMs) {
     if (waitMs == kNothingDue) {
       result = pthread_cond_wait(&m_wakeCondition, &m_wakeMutex);
     } else {
-      const timespec deadline = DeadlineIn(waitMs);
+      const timespec deadline = DeadlineIn(CLOCK_REALTIME, waitMs);
       result = pthread_cond_timedwait(&m_wakeCondition, &m_wakeMutex, &deadline);
     }
   }
@@ -271,7 +302,7 @@ void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
     // Deliberately with the wait as it was: what is due behind a message that does not parse is looked at
     // when that wait ends or with the next post, so that a peer's garbage gets one look per post and no more.
     // Unless that could be the post that waits for room: both threads would wait for ever.
-    if (!Deliver(delivery, parser) && !IsHalfFull()) break;
+    if (!Deliver(delivery, parser) && !MayHoldBackPoster()) break;
   }
   if (done == nullptr) return;
   const ScopedLock lock(m_listMutex);
@@ -287,9 +318,9 @@ bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
     waitMs = kNothingDue;
     return false;
   }
-  const uint64_t now = Timer64x::GetMsecCount64();
+  const uint64_t now = node->m_dueMs != 0 ? Timer64x::GetMsecCount64() : 0;  // a plain post needs no clock
   // Only once the clock has passed it, so that no message comes early by a part of a millisecond.
-  if (node->m_dueMs >= now) {
+  if (node->m_dueMs != 0 && node->m_dueMs >= now) {
     waitMs = static_cast<uint32_t>(node->m_dueMs - now);
     return false;
   }

@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstdint>
 
 #include "common/AppThread2.h"
@@ -98,7 +99,9 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   void Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericDispatchTarget* target,
                const char* name, const char* args);
   void WaitForRoomLocked();
-  bool IsHalfFull();
+  void PauseLocked();
+  bool HasCaughtUpLocked() const;
+  bool MayHoldBackPoster();
   void TellRoomLocked();
   Node* TakeSpareLocked();
   void RecycleLocked(Node* node) { m_free.InsertAfter(nullptr, node); }
@@ -111,12 +114,17 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   pthread_mutex_t m_listMutex;  // guards m_free and m_messages
   NodeList m_free;
   MessageList m_messages;
-  pthread_mutex_t m_wakeMutex;  // guards the two flags
+  pthread_mutex_t
+      m_wakeMutex;  // guards the flags m_signalled, which posters also read without, and m_keepSignalled
   pthread_cond_t m_wakeCondition;
-  pthread_cond_t m_room;  // with m_listMutex: fewer posts are pending, or the thread has ended
-  uint32_t m_waitingPosters = 0;
-  bool m_signalled = false;      // there was a post since the thread last woke
-  bool m_keepSignalled = false;  // the thread is to end and must not sleep again
+  // With m_listMutex: fewer posts are pending, or the thread has ended.
+  pthread_cond_t m_room;
+  pthread_cond_t m_caughtUp;
+  uint32_t m_waitingPosters = 0;         // on m_room
+  uint32_t m_pausingPosters = 0;         // on m_caughtUp
+  bool m_mayPause = true;                // the thread has caught up since the last pause
+  std::atomic<bool> m_signalled{false};  // there was a post since the thread last woke
+  bool m_keepSignalled = false;          // the thread is to end and must not sleep again
 
  public:
   // Written by the owner before Run(). Not owned; null: failures are dropped silently.
@@ -126,6 +134,13 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // while the thread runs, until half of them are done; on the queue's own thread, so in handlers, it never
   // waits. Timers do not count.
   uint32_t m_maxPosts = 0;
+
+  // Plain posts pending at which Post pauses until an eighth of them is left, but at most 10 ms; 0: it never
+  // does. Written by the owner before Run(). For a poster that waits for input of its own: it is faster than
+  // the thread and would fall asleep over each message, and to wake it costs more than to post; while it
+  // pauses its input gathers. A thread that stands still holds nobody back: after a pause there is none until
+  // it has caught up.
+  uint32_t m_pausePosts = 0;
 };
 
 }  // namespace Velk

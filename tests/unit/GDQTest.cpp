@@ -170,6 +170,25 @@ TEST(GDQ, LimitHoldsPostersBackButNeverItsOwnThread) {
   late.join();
 }
 
+// A pause has an end, and there is no second one before the thread has caught up.
+TEST(GDQ, ThreadThatStandsStillHoldsNobodyBack) {
+  constexpr size_t kPosts = 4000;  // take longer than WaitFor() does, should each of them pause
+  std::atomic<bool> mayGoOn{false};
+  Target target;
+  Queue queue;
+  queue.m_pausePosts = 4;
+  target.m_handler = [&](const char*, const Velk::IArgsList*) { WaitFor([&] { return mayGoOn.load(); }); };
+  ASSERT_TRUE(queue.Run());
+  std::atomic<size_t> posted{0};
+  std::thread poster([&] {
+    for (size_t i = 0; i < kPosts; ++i, ++posted) queue.Post(&target, "Peer", nullptr);
+  });
+  EXPECT_TRUE(WaitFor([&] { return posted == kPosts; }));
+  mayGoOn = true;
+  EXPECT_TRUE(target.WaitForCount(kPosts));
+  poster.join();
+}
+
 // Many posters, timers and cancels at once; each poster's messages arrive complete and in its order.
 TEST(GDQ, KeepsOrderPerPoster) {
   constexpr int kPosters = 4;
@@ -177,6 +196,7 @@ TEST(GDQ, KeepsOrderPerPoster) {
   Target target;
   Target noise;
   Queue queue;
+  queue.m_pausePosts = 8;
   noise.m_handler = [&](const char*, const Velk::IArgsList*) { queue.Post(&noise, "Echo", "'of a timer'"); };
   ASSERT_TRUE(queue.Run());
   std::vector<std::thread> posters;
