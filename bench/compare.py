@@ -159,6 +159,8 @@ log {{ source(s); destination(f); destination(n); }};
     collectors = os.path.abspath("build/collectors")
     found = [
         Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "bench/floor.c"),
+        Row("floor, two threads", [f"{WORK}/floor", "3515", f"{folder}/floor2.log", COLLECTOR, "two"], "raw", "3515",
+            "the same, one thread receives and hands over"),
         Row("this service", [os.path.abspath("build/syslog")], "call", "11001", "this tree"),
         Row("rsyslogd, batches", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
             first_line([f"{collectors}/rsyslogd", "-v"]).split(" (")[0] + " as it comes, which writes lines in batches"),
@@ -167,7 +169,7 @@ log {{ source(s); destination(f); destination(n); }};
         Row("syslog-ng", [f"{collectors}/syslog-ng", "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist", "-p",
                           f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
             first_line([f"{collectors}/syslog-ng", "-V"]).strip()),
-        Row("this service, 1 CPU", ["taskset", "-c", "0", os.path.abspath("build/syslog")], "call", "11001", "held on one processor by taskset"),
+        Row("this service, musl", [os.path.abspath("build-musl/syslog")], "call", "11001", "the static binary of the preset musl"),
         Row("busybox syslogd", ["busybox", "syslogd", "-n", "-L", "-R", f"{COLLECTOR}:514", "-O",
                                 f"{folder}/busybox.log"], "unix", "/dev/log",
             first_line(["busybox"]).split(" (")[0]),
@@ -248,7 +250,7 @@ def main():
                     result = row.results[-1]
                     print(f"round {number + 1}: {row.name:16} {result['rate']:9,.0f} lines/s  "
                           f"{result['cpu_us']:6.2f} µs  lost {result['lost']}", flush=True)
-            syscalls = {row.name: row.count_syscalls(folder, 20000) for row in found[:2]}
+            syscalls = {row.name: row.count_syscalls(folder, 20000) for row in found[:3]}
             report(found, syscalls, rounds, lines)
             draw(found, folder, os.path.abspath("docs/benchmarks.svg"))
         finally:

@@ -2,15 +2,18 @@
 # Compares the service with a bare floor and with other log daemons doing the same work, all in one run:
 #   bench/compare.sh [ROUNDS] [LINES]
 # Needs root (a network and mount namespace of its own). Installs Debian packages, but for the two whose packages
-# conflict: they are unpacked into build/collectors. Writes docs/benchmarks.md and docs/benchmarks.svg.
+# conflict: they are unpacked into build/collectors, and musl is built in build-musl. Writes docs/benchmarks.md and docs/benchmarks.svg.
 set -eu
 cd "$(dirname "$0")/.."
-tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox
+tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox musl-tools
+tools/musl.sh "$PWD/build-musl/musl"
 
 cmake --preset release >/dev/null
 cmake --build --preset release --target syslog -- --quiet
+cmake --preset musl "-DVELK_MUSL=$PWD/build-musl/musl" >/dev/null
+cmake --build --preset musl --target syslog -- --quiet
 work=build/bench
 mkdir -p $work
-for program in floor load; do gcc -O2 -Wall -Wextra bench/$program.c -o $work/$program; done
+for program in floor load; do gcc -O2 -Wall -Wextra -pthread bench/$program.c -o $work/$program; done
 tools/collectors.sh build/collectors
 exec unshare --mount --net --pid --fork --mount-proc python3 bench/compare.py "$@"

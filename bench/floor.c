@@ -1,10 +1,15 @@
 /* The floor of the comparison: what the kernel alone costs. One thread that does nothing but receive a
- * datagram, write it to a file and send it to the collector, three system calls a line: floor PORT FILE
- * COLLECTOR-ADDRESS */
+ * datagram, write it to a file and send it to the collector, three system calls a line:
+ *
+ *   floor PORT FILE COLLECTOR-ADDRESS [two]
+ *
+ * two: the same with two threads, one of which receives and hands over, so that peers are served while the
+ * other one stands still. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -20,22 +25,75 @@ static struct sockaddr_in Endpoint(const char* address, const char* port) {
   return endpoint;
 }
 
+struct Line {
+  ssize_t length;
+  char text[2048];
+};
+
+enum { kLines = 512 };
+
+static struct {
+  pthread_mutex_t mutex;
+  pthread_cond_t added;
+  unsigned first, next; /* count on beyond kLines */
+  struct Line lines[kLines];
+} pending = {.mutex = PTHREAD_MUTEX_INITIALIZER, .added = PTHREAD_COND_INITIALIZER};
+
+static int in, out, file;
+static struct sockaddr_in collector;
+
+static void Store(const struct Line* line) {
+  if (write(file, line->text, (size_t)line->length) < 0) _exit(1);
+  sendto(out, line->text, (size_t)line->length, 0, (const struct sockaddr*)&collector, sizeof collector);
+}
+
+static void* StorePending(void* unused) {
+  for (;;) {
+    pthread_mutex_lock(&pending.mutex);
+    while (pending.first == pending.next) pthread_cond_wait(&pending.added, &pending.mutex);
+    const struct Line* line = &pending.lines[pending.first % kLines];
+    pthread_mutex_unlock(&pending.mutex);
+    Store(line);
+    pthread_mutex_lock(&pending.mutex);
+    ++pending.first;
+    pthread_mutex_unlock(&pending.mutex);
+  }
+  return unused;
+}
+
+static void HandOver(struct Line* line) {
+  pthread_mutex_lock(&pending.mutex);
+  if (pending.next - pending.first < kLines) {
+    struct Line* free_line = &pending.lines[pending.next++ % kLines];
+    free_line->length = line->length;
+    memcpy(free_line->text, line->text, (size_t)line->length);
+    pthread_cond_signal(&pending.added);
+  }
+  pthread_mutex_unlock(&pending.mutex);
+}
+
 int main(int argc, char** argv) {
-  if (argc != 4) return 2;
+  if (argc != 4 && argc != 5) return 2;
   const struct sockaddr_in self = Endpoint("127.0.0.1", argv[1]);
-  const struct sockaddr_in collector = Endpoint(argv[3], "514");
-  const int in = socket(AF_INET, SOCK_DGRAM, 0);
-  const int out = socket(AF_INET, SOCK_DGRAM, 0);
-  const int file = open(argv[2], O_WRONLY | O_CREAT | O_APPEND, 0600);
+  collector = Endpoint(argv[3], "514");
+  in = socket(AF_INET, SOCK_DGRAM, 0);
+  out = socket(AF_INET, SOCK_DGRAM, 0);
+  file = open(argv[2], O_WRONLY | O_CREAT | O_APPEND, 0600);
   if (in < 0 || out < 0 || file < 0 || bind(in, (const struct sockaddr*)&self, sizeof self) != 0) {
     perror("floor");
     return 1;
   }
-  char line[2048];
+  pthread_t thread;
+  const int two = argc == 5;
+  if (two && pthread_create(&thread, NULL, StorePending, NULL) != 0) return 1;
+  struct Line line;
   for (;;) {
-    const ssize_t length = recv(in, line, sizeof line, 0);
-    if (length <= 0) continue;
-    if (write(file, line, (size_t)length) < 0) return 1;
-    sendto(out, line, (size_t)length, 0, (const struct sockaddr*)&collector, sizeof collector);
+    line.length = recv(in, line.text, sizeof line.text, 0);
+    if (line.length <= 0) continue;
+    if (two) {
+      HandOver(&line);
+    } else {
+      Store(&line);
+    }
   }
 }
