@@ -114,8 +114,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   pthread_mutex_t m_listMutex;  // guards m_free and m_messages
   NodeList m_free;
   MessageList m_messages;
-  pthread_mutex_t
-      m_wakeMutex;  // guards the flags m_signalled, which posters also read without, and m_keepSignalled
+  pthread_mutex_t m_wakeMutex;  // guards the last two flags; posters also read the first one without it
   pthread_cond_t m_wakeCondition;
   // With m_listMutex: fewer posts are pending, or the thread has ended.
   pthread_cond_t m_room;
