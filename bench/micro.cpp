@@ -146,8 +146,10 @@ void ReceiveAmong(benchmark::State& state) {
 }
 BENCHMARK(ReceiveAmong)
     ->ArgNames({"admitted", "known"})
-    ->Args({0, 0})
+    ->Args({0, 1})
+    ->Args({0, 10})
     ->Args({0, 100})
+    ->Args({0, 1000})
     ->Args({0, 10000})
     ->Args({0, 200000})
     ->Args({1, 0})
