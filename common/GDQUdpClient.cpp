@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 #include <sys/epoll.h>
@@ -86,9 +87,27 @@ GDQUdpClient::~GDQUdpClient() {
   pthread_mutex_destroy(&m_mutex);
 }
 
+namespace {
+
+// Stricter than the address itself, which takes the lower half of whatever number there is.
+bool HasUsablePort(const char* server) {
+  const char* const colon = strchr(server, ':');
+  if (colon == nullptr) return true;
+  char* end = nullptr;
+  const long port = strtol(colon + 1, &end, 10);
+  return end != colon + 1 && *end == '\0' && port > 0 && port <= UINT16_MAX;
+}
+
+}  // namespace
+
 bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
   Close();
-  if (!m_server.SetAddressString(server != nullptr ? server : "", kDefaultPort)) {
+  if (server == nullptr) server = "";
+  if (!HasUsablePort(server)) {
+    errno = EINVAL;
+    return false;
+  }
+  if (!m_server.SetAddressString(server, kDefaultPort)) {
     errno = EHOSTUNREACH;
     return false;
   }

@@ -78,8 +78,9 @@ class GDQUdpClient final : public GDQUdpBase {
   ~GDQUdpClient() override;
 
   // Starts to join the service at "host" or "host:port" and returns at once, whether or not it is there.
-  // Both texts are copied. A host name is resolved here and never again. False with errno: EHOSTUNREACH no
-  // such host, ENOMEM, or what creating descriptors failed with.
+  // Both texts are copied. A host name is resolved here and never again. False with errno: EINVAL the
+  // port is no number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or what creating descriptors failed
+  // with.
   bool Open(const char* server, const char* password, const Options& options);
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 

@@ -42,7 +42,8 @@ enum {
 };
 
 /* Starts to join the service at "host" or "host:port" (NULL: this machine), which may come up later. Returns
- * NULL with errno on failure: EHOSTUNREACH the name does not resolve, ENOMEM, EMFILE and the like. */
+ * NULL with errno on failure: EINVAL the port is no number from 1 to 65535, EHOSTUNREACH the name does not
+ * resolve, ENOMEM, EMFILE and the like. */
 VELK_API velk* velk_open(const char* server, const char* password, unsigned flags);
 
 /* Logs one line; "\n" is added where the text has none. module NULL or "" stands for the service's own name.

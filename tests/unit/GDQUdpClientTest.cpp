@@ -108,6 +108,10 @@ TEST(GDQUdpClient, TellsRefusalFromSilenceAndRubbish) {
 
   EXPECT_FALSE(client.Open("", "mosk"));
   EXPECT_EQ(EHOSTUNREACH, errno);
+  for (const char* server : {"127.0.0.1:", "127.0.0.1:0", "127.0.0.1:70000", "127.0.0.1:1x"}) {
+    EXPECT_FALSE(client.Open(server, "mosk"));
+    EXPECT_EQ(EINVAL, errno) << server;
+  }
 }
 
 TEST(GDQUdpClient, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {

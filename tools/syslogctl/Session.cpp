@@ -76,6 +76,10 @@ int Session::Open(const Velk::GDQUdpClient::Options& how) {
     Say("there is no host '%s': check the name, or give its IPv4 address", m_options.server);
     return kNobodyAnswers;
   }
+  if (errno == EINVAL) {
+    Say("'%s' has no port from 1 to 65535 behind its colon", m_options.server);
+    return kUsage;
+  }
   Say("cannot open sockets: %s", strerror(errno));
   return kUsage;
 }
