@@ -3,22 +3,11 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "common/TextOps.h"
+
 namespace Velk {
 
 namespace {
-
-// A byte of UTF-8 that is not a character's first.
-bool IsInside(char c) {
-  return (c & 0xC0) == 0x80;
-}
-
-// How many of the bytes before cut belong to a character that goes on at cut. No UTF-8: none.
-long BrokenBytes(const char* text, const char* cut) {
-  constexpr long kMostBytes = 3;
-  long count = 0;
-  while (count < kMostBytes && cut - count > text && IsInside(cut[-count])) ++count;
-  return IsInside(cut[-count]) ? 0 : count;
-}
 
 // Writes as much of *text as fits before end, quoted, with ending before the closing quote. Moves *text
 // behind that and returns the end of what was written.
@@ -33,7 +22,8 @@ char* PutQuoted(char* out, const char* end, const char** text, const char* textE
     *out++ = *in++;
   }
   if (in != textEnd) {
-    const long broken = BrokenBytes(*text, in);
+    const auto length = static_cast<size_t>(in - *text);
+    const size_t broken = length - TextOps::CharacterStart(*text, length);
     in -= broken;
     out -= broken;
   }

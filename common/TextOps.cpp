@@ -64,6 +64,13 @@ int TextOps::FindRev(const char* text, char c) {
   return IndexIn(text, strrchr(text, c));
 }
 
+size_t TextOps::CharacterStart(const char* text, size_t at) {
+  constexpr size_t kMaxContinuations = 3;
+  size_t start = at;
+  while (start > 0 && at - start < kMaxContinuations && IsContinuation(text[start])) --start;
+  return start > 0 && !IsContinuation(text[start]) ? start : at;
+}
+
 unsigned TextOps::PutNum(char* out, unsigned long long value) {
   unsigned digits = 0;
   do {

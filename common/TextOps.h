@@ -1,6 +1,8 @@
 // Foundation layer: what both string classes do to their characters.
 #pragma once
 
+#include <cstddef>
+
 namespace Velk {
 
 // Works on bare characters; lengths are in bytes, nothing here needs or writes a NUL unless it says so.
@@ -34,6 +36,12 @@ class TextOps {
   // Index of the first or last c in a NUL-terminated text, or -1.
   static int Find(const char* text, char c);
   static int FindRev(const char* text, char c);
+
+  // The nearest place at or before at where a UTF-8 character starts, or at itself in text that is not UTF-8.
+  // text[at] must be there.
+  static size_t CharacterStart(const char* text, size_t at);
+  // Whether c is a byte of a UTF-8 character, but not its first.
+  static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }
 
   // Writes value in decimal without a NUL and returns how many digits it took; out holds kMaxDigits.
   static unsigned PutNum(char* out, unsigned long long value);

@@ -4,7 +4,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "tools/syslogctl/Text.h"
+#include "common/TextOps.h"
 
 namespace Ctl {
 
@@ -22,7 +22,7 @@ bool LineReader::Next(const char** text, size_t* length) {
     m_begin += *length + 1;
     return true;
   }
-  *length = isLong ? CharacterStart(begin, m_mostLength) : held;
+  *length = isLong ? Velk::TextOps::CharacterStart(begin, m_mostLength) : held;
   m_begin += *length;
   return true;
 }

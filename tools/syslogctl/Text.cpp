@@ -3,7 +3,12 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "common/TextOps.h"
+
 namespace Ctl {
+
+using Velk::TextOps;
+
 bool TakeLine(const char** text, size_t* left, const char** line, size_t* length) {
   if (*left == 0) return false;
   const auto* const lineFeed = static_cast<const char*>(memchr(*text, '\n', *left));
@@ -13,21 +18,6 @@ bool TakeLine(const char** text, size_t* left, const char** line, size_t* length
   *text += taken;
   *left -= taken;
   return true;
-}
-
-namespace {
-
-bool IsContinuation(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
-}  // namespace
-
-size_t CharacterStart(const char* text, size_t at) {
-  constexpr size_t kMaxContinuations = 3;
-  size_t start = at;
-  while (start > 0 && at - start < kMaxContinuations && IsContinuation(text[start])) --start;
-  return start > 0 && !IsContinuation(text[start]) ? start : at;
 }
 
 void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length) {
@@ -55,7 +45,7 @@ unsigned Utf8Length(const char* text) {
   const unsigned high = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
   if (byte(1) < low || byte(1) > high) return 0;
   for (unsigned i = 2; i < length; ++i) {
-    if (!IsContinuation(text[i])) return 0;
+    if (!TextOps::IsContinuation(text[i])) return 0;
   }
   return length;
 }

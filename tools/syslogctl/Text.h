@@ -11,10 +11,6 @@ namespace Ctl {
 // is behind it. False: the text is empty.
 bool TakeLine(const char** text, size_t* left, const char** line, size_t* length);
 
-// The nearest place at or before at where a UTF-8 character starts, or at itself in text that is not UTF-8.
-// text[at] must be there.
-size_t CharacterStart(const char* text, size_t at);
-
 // Appends text with each NUL, which would end the call, as the two characters \0.
 void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length);
 
