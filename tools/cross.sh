@@ -29,7 +29,6 @@ emulator_limits() {
 unit UdpSocket3.JoinsAndLeavesAGroup qemu-user knows no IP_MULTICAST_IF
 unit UdpSocket3.SetsTheOptionsOfIp qemu-user knows no IP_MULTICAST_IF
 service test_each_function the library that lets calls fail is for this machine, not for the emulated one
-service test_restarts_a_child_that_gets_no_thread each child's emulator itself needs a thread first
 service test_restarts_a_child_without_memory_though_nobody_reads_its_last_words the emulator needs more address space than that limit leaves
 END
 }
@@ -38,9 +37,6 @@ END
 native_limits() {
   cat <<'END'
 service test_each_function the library that lets calls fail is for 64-bit programs
-service test_restarts_a_child_that_gets_no_thread the filter of system calls knows the numbers of 64-bit programs only
-service test_ends_when_it_cannot_fork the filter of system calls knows the numbers of 64-bit programs only
-service test_ends_with_its_child_when_it_cannot_wait the filter of system calls knows the numbers of 64-bit programs only
 END
 }
 

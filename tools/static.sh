@@ -14,7 +14,6 @@ static test_each_function calls are made to fail by a library that a static prog
 static $starved maps less than its limit leaves
 musl test_each_function calls are made to fail by a library that a static program does not load
 musl $starved maps less than its limit leaves
-musl test_ends_when_it_cannot_fork forks by a system call that the filter does not know
 END
 }
 

@@ -56,6 +56,7 @@ LET_FAIL(FILE*, open_memstream, (char** b, size_t* n), (b, n), NULL, ENOMEM)
 LET_FAIL(int, socket, (int d, int t, int p), (d, t, p), -1, EMFILE)
 LET_FAIL(int, bind, (int s, const struct sockaddr* a, socklen_t l), (s, a, l), -1, EADDRINUSE)
 LET_FAIL(pid_t, fork, (void), (), -1, EAGAIN)
+LET_FAIL(pid_t, waitpid, (pid_t p, int* s, int o), (p, s, o), -1, ECHILD)
 LET_FAIL(int, pthread_create, (pthread_t * t, const pthread_attr_t* a, void* (*f)(void*), void* p),
          (t, a, f, p), EAGAIN, 0)
 

@@ -14,7 +14,6 @@ import namespace
 
 BINARY = os.path.join(namespace.FILES, "syslog")
 TOOL = os.path.join(namespace.FILES, "tool")
-EXAMPLE_PEER = os.path.join(namespace.FILES, "peer.py")
 CONFIG = "/flash/conf/kavlune.conf"
 SYNC_FILE = "/tmp/synclog"
 SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
@@ -77,7 +76,24 @@ def roomy_socket():
     return new
 
 
-class Peer:
+class Ear:
+    """Whoever receives datagrams, with a socket."""
+
+    def receive(self, timeout=DEADLINE):
+        """The next datagram, or None when there is none in time."""
+        self.socket.settimeout(timeout)
+        try:
+            datagram, self.sender = self.socket.recvfrom(65536)
+            return datagram
+        except (TimeoutError, BlockingIOError):
+            return None
+
+    def heard(self):
+        """All that has arrived and was not received yet."""
+        return list(iter(lambda: self.receive(0), None))
+
+
+class Peer(Ear):
     """One admitted socket. connect=False: a stranger."""
 
     def __init__(self, host="127.0.0.1", port=0, connect=True):
@@ -125,20 +141,8 @@ class Peer:
     def log(self, text, kind=1, module=b"test"):
         self.call(log_call(kind, module, text))
 
-    def receive(self, timeout=DEADLINE):
-        """The next datagram, or None when there is none in time."""
-        self.socket.settimeout(timeout)
-        try:
-            return self.socket.recv(65536)
-        except (TimeoutError, BlockingIOError):
-            return None
 
-    def heard(self):
-        """All that has arrived and was not received yet."""
-        return list(iter(lambda: self.receive(0), None))
-
-
-class Collector:
+class Collector(Ear):
     """What a remote syslog server hears. share=False keeps the service from sending from port 514."""
 
     def __init__(self, host="127.0.0.2", share=True):
@@ -146,18 +150,6 @@ class Collector:
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, int(share))
         self.socket.bind((host, SYSLOG_PORT))
         self.host = host
-
-    def receive(self, timeout=DEADLINE):
-        self.socket.settimeout(timeout)
-        try:
-            datagram, self.sender = self.socket.recvfrom(65536)
-            return datagram
-        except (TimeoutError, BlockingIOError):
-            return None
-
-    def heard(self):
-        """All that has arrived and was not received yet."""
-        return list(iter(lambda: self.receive(0), None))
 
 
 class Service:

@@ -1,4 +1,4 @@
-"""The call channel: who is let in, who hears what, and which datagrams count."""
+"""The call channel: who is let in, and which datagrams count."""
 import hashlib
 import struct
 import time
@@ -8,41 +8,11 @@ from harness import ServiceTest, log_call
 MAX_DATAGRAM = 1450
 
 
-def product(address):
-    ip = struct.unpack(">I", bytes(map(int, address[0].split("."))))[0]
-    return ip * address[1] % (1 << 32)
-
-
-def address_of_same_product(address):
-    """Another loopback address with a port such that address times port is the same in 32 bits."""
-    for port in range(20001, 60001, 2):
-        ip = product(address) * pow(port, -1, 1 << 32) % (1 << 32)
-        if ip >> 24 == 127 and port != address[1]:
-            return ".".join(map(str, struct.pack(">I", ip))), port
-    raise AssertionError("no such address")
-
-
 class Channel(ServiceTest):
     def setUp(self):
         super().setUp()
         self.running = self.service("debug")
         self.speaker = self.peer()
-
-    def relayed(self, *listeners):
-        """Sends a call and returns whether each listener hears it; nobody hears what he should not."""
-        self.running.fence(self.speaker)
-        for peer in (self.speaker, *listeners):
-            peer.heard()
-        self.speaker.call(b"Any thing")
-        self.running.fence(self.speaker)
-        self.assertEqual(self.speaker.heard(), [], "an echo")
-        results = []
-        for listener in listeners:
-            heard = listener.heard()
-            self.assertIn([datagram[16:] for datagram in heard][:1], [[], [b"Any thing"]])
-            self.assertLessEqual({datagram[:16] for datagram in heard}, {listener.cookie})
-            results.append(bool(heard))
-        return results
 
     def test_handshake(self):
         before = int(time.time()) - 1  # the C library's time() may be some milliseconds behind
@@ -71,66 +41,16 @@ class Channel(ServiceTest):
         self.assertEqual(stranger.heard(), [])
         self.assertEqual(self.running.texts()[before:], ["test.Info: ", "fence 2"])
 
-    def test_admission_begins_with_the_cookie_and_ends_with_a_connect(self):
-        known, bare, busy = self.peer(connect=False), self.peer(), self.peer(connect=False)
-        known.connect()
-        busy.connect()
-        busy.call(b"Any thing")
-        self.assertEqual(self.relayed(known, bare, busy), [False, True, True])
-        known.send(known.cookie)
-        old = busy.cookie
-        busy.send(b"CONN")
-        busy.cookie = hashlib.md5(busy.receive() + b"mosk").digest()
-        self.assertEqual(self.relayed(known, bare, busy), [True, True, False])
-        if busy.cookie != old:  # the same when that took less than a second
-            busy.send(old)
-            self.assertEqual(self.relayed(known, bare, busy), [True, True, False])
-        busy.send(busy.cookie)
-        self.assertEqual(self.relayed(known, bare, busy), [True, True, True])
-
-    def test_wrong_cookie_is_logged_and_changes_nothing(self):
-        listener = self.peer()
-        wrong = bytes(range(0xF8, 0x108 - 8)) + bytes(8)
-        listener.send(wrong)
-        listener.send(wrong + log_call(1, b"test", b"forged\n"))
-        self.assertEqual(self.relayed(listener), [True])
-        joined = "\n".join(self.running.texts())
-        self.assertNotIn("forged", joined)
-        # The first line has no end of its own: the next one completes it.
-        complaints = joined.split("Syslog.ERROR: Cookies do not match:")[1:]
-        self.assertEqual(len(complaints), 2)
-        for complaint in complaints:
-            self.assertRegex(complaint,
-                             rf"^\[.*\] Syslog\.Trace: expected cookie: {listener.cookie.hex(' ')}\n"
-                             rf"Syslog\.Trace: received cookie: {wrong.hex(' ')}\n")
-
     def test_datagrams_of_1450_bytes_count_and_of_1451_do_not(self):
         listener = self.peer()
         overhead = 16 + len(log_call(1, b"test", b"\n"))
         for size in (MAX_DATAGRAM, MAX_DATAGRAM + 1, 9000, 65507):
-            with self.subTest(size=size):
-                text = b"%d " % size
-                text += b"x" * (size - overhead - len(text))
-                self.speaker.log(text + b"\n")
-                self.running.fence(self.speaker)
-                heard = listener.heard()
-                accepted = size <= MAX_DATAGRAM
-                self.assertEqual(self.running.count("test.Info: " + text.decode()), accepted)
-                self.assertEqual(len(heard), 1 + accepted)
-                self.assertEqual(len(heard[0]) == size, accepted)
-
-    def test_endpoints_of_one_product_are_one_peer(self):
-        first = self.peer()
-        second = self.peer(*address_of_same_product(first.name), connect=False)
-        self.assertNotEqual(first.name, second.name)
-        first_address_cookie = first.cookie
-        second.connect()
-        first.log(b"by the first\n")
-        second.log(b"by the second\n")
-        self.running.fence(self.speaker)
-        self.assertEqual(self.running.count("test.Info: by the first"), 0)
-        self.assertEqual(self.running.count("test.Info: by the second"), 1)
-        self.assertNotEqual(first_address_cookie, second.cookie)
-        # One record: relays go to where it was made, with the cookie that was made last.
-        first.cookie = second.cookie
-        self.assertEqual(self.relayed(first, second), [True, False])
+            text = b"x" * (size - overhead)
+            self.speaker.log(text + b"\n")
+            self.running.fence(self.speaker)
+            accepted = size <= MAX_DATAGRAM
+            self.assertEqual(self.running.count("test.Info: " + text.decode()), accepted)
+            heard = listener.heard()
+            self.assertEqual([len(datagram) for datagram in heard[:-1]], [size] * accepted)
+            self.assertEqual({datagram[:16] for datagram in heard}, {listener.cookie})
+        self.assertEqual(self.speaker.heard(), [], "an echo")

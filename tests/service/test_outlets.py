@@ -1,4 +1,5 @@
 """Outlets that fail: whatever becomes of its lines, the service serves on."""
+import contextlib
 import os
 import re
 import select
@@ -9,7 +10,7 @@ from harness import DEADLINE, SYNC_FILE, SYSLOG_ON, ServiceTest, until, without_
 
 def read_sync():
     try:
-        with open(SYNC_FILE, "rb") as sync:
+        with open(SYNC_FILE, "rb", opener=lambda path, flags: os.open(path, flags | os.O_NONBLOCK)) as sync:
             return sync.read()
     except OSError:
         return b""
@@ -31,22 +32,15 @@ class Console(ServiceTest):
         for pid in (service.pid, service.child()):
             self.assertEqual([os.readlink(f"/proc/{pid}/fd/{fd}") for fd in range(3)], ["/dev/null"] * 3)
 
-    def test_full_device(self):
-        with open("/dev/full", "wb") as full:
-            service = self.service("debug", stdout=full)
-        self.check_serves()
-        service.kill_child()
-        self.check_serves()
-
-    def test_reader_that_left(self):
-        reader, writer = os.pipe()
-        service = self.service("debug", stdout=writer)
-        os.close(writer)
-        self.check_serves()
+    def test_full_device_and_reader_that_left(self):
+        reader, left = os.pipe()
         os.close(reader)
-        self.check_serves()
-        service.kill_child()
-        self.check_serves()
+        for writer in (os.open("/dev/full", os.O_WRONLY), left):
+            service = self.service("debug", stdout=writer)
+            os.close(writer)
+            self.check_serves()
+            service.kill_child()
+            self.check_serves()
 
     def test_reader_that_stands_still(self):
         reader, writer = os.pipe()
@@ -55,18 +49,18 @@ class Console(ServiceTest):
         os.close(writer)
         child = service.child()
         peer, listener = self.peer(), self.peer()
-        for number in range(500):
-            peer.log(b"line %d " % number + b"x" * 200 + b"\n")
-            self.assertIn(b"line %d x" % number, listener.receive())
-        self.assertEqual(service.child(), child)
 
-        # No line was lost meanwhile.
+        def fill():
+            for number in range(500):
+                peer.log(b"line %d " % number + b"x" * 200 + b"\n")
+                self.assertIn(b"line %d x" % number, listener.receive())
+
+        fill()
+        self.assertEqual(service.child(), child)
         text = self.read_until(reader, b"line 499 x")
         self.assertEqual(re.findall(rb"Info: line (\d+) x{200}\n", text), [b"%d" % n for n in range(500)])
 
-        for _ in range(500):
-            peer.log(b"x" * 200 + b"\n")
-            self.assertIsNotNone(listener.receive())
+        fill()
         self.assertNotEqual(service.kill_child(), child)
         peer, listener = self.peer(), self.peer()
         peer.log(b"last\n")
@@ -86,73 +80,53 @@ class Console(ServiceTest):
 
 
 class SyncFile(ServiceTest):
-    """Each test puts something in the way and takes it away again."""
-
-    def start(self):
+    def test_what_stands_in_the_way_is_left_alone(self):
         service = self.service(prepare=without_file_privileges)
-        peer = self.peer()
-        self.serving = service.child()
-        return service, peer
-
-    def sync(self, service, peer):
-        peer.log(b"kept\n")
-        peer.call(b"SyncLog")
-        service.fence(peer)
-        self.assertEqual(service.child(), self.serving)
-        return read_sync()
-
-    def test_what_is_no_plain_file_is_left_alone(self):
-        victim = "/tmp/victim"
-        with open(victim, "w") as file:
-            file.write("precious")
-        service, peer = self.start()
-        for name, make, remove in [("directory", lambda: os.mkdir(SYNC_FILE), os.rmdir),
-                                   ("pipe", lambda: os.mkfifo(SYNC_FILE), os.unlink),
-                                   ("link", lambda: os.symlink(victim, SYNC_FILE), os.unlink),
-                                   ("loose link", lambda: os.symlink("/tmp/new", SYNC_FILE), os.unlink)]:
-            with self.subTest(name):
-                make()
-                before = os.lstat(SYNC_FILE)
-                if name == "pipe":
-                    peer.call(b"SyncLog")
-                    service.fence(peer)
-                else:
-                    self.assertIn(self.sync(service, peer), (b"", b"precious"))
-                self.assertEqual(os.lstat(SYNC_FILE), before)
-                self.assertEqual(sorted(os.listdir("/tmp")), ["synclog", "victim"])
-                remove(SYNC_FILE)
-                self.assertIn(b"kept", self.sync(service, peer))
-                os.unlink(SYNC_FILE)
-
-    def test_read_only(self):
-        service, peer = self.start()
-        whole = self.sync(service, peer)
-        os.chmod(SYNC_FILE, 0o444)
-        self.assertEqual(self.sync(service, peer), whole)
-        os.chmod(SYNC_FILE, 0o644)
-        os.chmod("/tmp", 0o555)
-        self.addCleanup(os.chmod, "/tmp", 0o1777)
-        # A file that can't be replaced is written over.
-        self.assertGreater(len(self.sync(service, peer)), len(whole))
-
-    def test_read_only_and_full_device(self):
-        service, peer = self.start()
+        peer, child = self.peer(), service.child()
         namespace.mount("tmpfs", "/tmp", "tmpfs", 0, "size=32k")
         self.addCleanup(namespace.unmount, "/tmp")
-        whole = self.sync(service, peer)
-        self.assertIn(b"kept", whole)
+        with open("/tmp/victim", "w") as file:
+            file.write("precious")
 
-        namespace.mount(None, "/tmp", None, namespace.MS_REMOUNT | namespace.MS_RDONLY)
-        self.assertEqual(self.sync(service, peer), whole)
-        namespace.mount(None, "/tmp", None, namespace.MS_REMOUNT)
+        def sync():
+            peer.log(b"kept\n")
+            peer.call(b"SyncLog")
+            service.fence(peer)
+            self.assertEqual(service.child(), child)
+            return read_sync()
 
-        with open("/tmp/filler", "wb", buffering=0) as filler, self.assertRaises(OSError):
-            while True:
-                filler.write(b"x" * 4096)
-        self.assertEqual(self.sync(service, peer), whole)
-        self.assertEqual(sorted(os.listdir("/tmp")), ["filler", "synclog"])
-        os.unlink("/tmp/filler")
-        self.assertGreater(len(self.sync(service, peer)), len(whole))
+        def state():
+            return sorted(os.listdir("/tmp")), os.lstat(SYNC_FILE)[:7], read_sync()
+
+        def remount(flags):
+            namespace.mount(None, "/tmp", None, namespace.MS_REMOUNT | flags)
+
+        def fill():
+            with open("/tmp/filler", "wb", buffering=0) as filler, contextlib.suppress(OSError):
+                while True:
+                    filler.write(b"x" * 4096)
+
+        for name, make, remove in [
+                ("directory", lambda: os.mkdir(SYNC_FILE), lambda: os.rmdir(SYNC_FILE)),
+                ("pipe", lambda: os.mkfifo(SYNC_FILE), lambda: os.unlink(SYNC_FILE)),
+                ("link", lambda: os.symlink("/tmp/victim", SYNC_FILE), lambda: os.unlink(SYNC_FILE)),
+                ("loose link", lambda: os.symlink("/tmp/new", SYNC_FILE), lambda: os.unlink(SYNC_FILE)),
+                ("read-only file", lambda: os.chmod(SYNC_FILE, 0o444), lambda: os.chmod(SYNC_FILE, 0o644)),
+                ("read-only device", lambda: remount(namespace.MS_RDONLY), lambda: remount(0)),
+                ("full device", fill, lambda: os.unlink("/tmp/filler"))]:
+            with self.subTest(name):
+                make()
+                before = state()
+                sync()
+                self.assertEqual(state(), before)
+                remove()
+                whole = sync()
+                self.assertIn(b"kept", whole)
+                if name in ("directory", "pipe", "link"):
+                    os.unlink(SYNC_FILE)
+        os.chmod("/tmp", 0o555)
+        # A file that can't be replaced is written over.
+        self.assertGreater(len(sync()), len(whole))
 
 
 class RemoteSyslog(ServiceTest):

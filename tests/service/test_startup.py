@@ -45,19 +45,13 @@ class StartUp(ServiceTest):
                     self.assertEqual(service.count("Syslog." + text), expected, text)
                 self.assertEqual(service.count("test.Trace: trace"), debug)
 
-    def test_forwards_from_the_first_line_after_the_configuration(self):
-        service, collector = self.forwarding_service()
-        service.fence(self.peer())
-        self.assertIn("Syslog.Info: Using syslog server at UDP 127.0.0.2:514", service.texts())
-        self.assertEqual(service.count(NO_CONFIG), 0)
-        self.assertEqual(collector.receive(), b"<134>Syslog.Info: TRACE messages will not be logged!\n")
-
-    def test_does_not_forward_for_another_type_or_without_a_server(self):
+    def test_forwards_for_the_one_type_and_a_server_that_has_an_address(self):
         collector = self.collector()
         on = SYSLOG_ON % collector.host
-        failed = ["Syslog.Info: Using syslog server at UDP %s:514",
-                  "Syslog.ERROR: Cannot connect to syslog server at UDP %s:514"]
-        for config, expected in [(on.replace("SysLog", "syslog"), []), (on.replace("[Data]", "[Other]"), []),
+        using = "Syslog.Info: Using syslog server at UDP %s:514"
+        failed = [using, "Syslog.ERROR: Cannot connect to syslog server at UDP %s:514"]
+        for config, expected in [(on, [using % collector.host]), (on.replace("SysLog", "syslog"), []),
+                                 (on.replace("[Data]", "[Other]"), []),
                                  (on.split("remotelog_addr")[0], [line % "" for line in failed]),
                                  (SYSLOG_ON % "host.invalid", [line % "host.invalid" for line in failed])]:
             with self.subTest(config=config):
@@ -65,7 +59,9 @@ class StartUp(ServiceTest):
                 service = self.service()
                 service.fence(self.peer())
                 self.assertEqual([text for text in service.texts() if "server at UDP" in text], expected)
-                self.assertEqual(collector.heard(), [])
+                self.assertEqual(service.count(NO_CONFIG), 0)
+                first = [b"<134>Syslog.Info: TRACE messages will not be logged!\n"] * (config == on)
+                self.assertEqual(collector.heard()[:1], first)
 
     def test_serves_whatever_the_configuration_is(self):
         def unreadable():
@@ -77,9 +73,7 @@ class StartUp(ServiceTest):
         for name, make, loaded in [
                 ("directory", lambda: os.makedirs(CONFIG), False), ("unreadable", unreadable, False),
                 ("pipe", lambda: (os.makedirs(os.path.dirname(CONFIG)), os.mkfifo(CONFIG)), False),
-                ("empty", lambda: self.configure(""), True), ("binary", lambda: self.configure(noise), True),
-                ("one line", lambda: self.configure(b"[Data]remotelog_type=" + b"x" * 60000), True),
-                ("many keys", lambda: self.configure(b"".join(b"%d=\n" % i for i in range(9000))), True),
+                ("binary", lambda: self.configure(noise), True),
                 ("huge", lambda: self.configure(on + b"#" * (1 << 26)), False)]:
             with self.subTest(name):
                 self.clear_files()

@@ -7,11 +7,9 @@ import statistics
 import time
 import unittest
 
-import faults
 from harness import PORT, SANITIZED, ServiceTest, processes, until
 
 RESTART = "Syslog.Info: Child exited with code %d, restarting..."
-needs_filter = unittest.skipIf(faults.NUMBERS is None, "no system call numbers for this machine")
 
 
 class Supervision(ServiceTest):
@@ -83,28 +81,6 @@ class Supervision(ServiceTest):
             return first not in processes()
         until(piled_up, "the end of the child")
         self.peer()
-
-    @needs_filter
-    def test_restarts_a_child_that_gets_no_thread(self):
-        service = self.service(prepare=faults.refuse_threads)
-        service.wait_for(RESTART % 256, 3)
-        self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open queue!"), 3)
-
-    @needs_filter
-    def test_ends_when_it_cannot_fork(self):
-        # The leak check at the end of the process would need a helper process.
-        service = self.service(prepare=faults.refuse_forks, environment={"ASAN_OPTIONS": "detect_leaks=0"})
-        self.assertEqual(service.process.wait(20), 1)
-        self.assertEqual(service.texts()[-3:], ["Syslog.Info: Start child...", "Syslog.ERROR: fork() failed!",
-                                                "Syslog.Info: Exiting application..."])
-
-    @needs_filter
-    def test_ends_with_its_child_when_it_cannot_wait(self):
-        service = self.service(prepare=faults.refuse_waiting, environment={"ASAN_OPTIONS": "detect_leaks=0"})
-        self.assertEqual(service.process.wait(20), 1)
-        last = [text for text in service.texts() if "aitp" in text or "Wait" in text]
-        self.assertRegex("\n".join(last), r"^Syslog\.Info: Wait for child (\d+)\.\.\.\n"
-                                          r"Syslog\.ERROR: Waitpid returned -1 instead of \1! Exiting\.\.\.$")
 
     def test_a_signal_to_the_supervisor_ends_both(self):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
