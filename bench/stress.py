@@ -326,7 +326,7 @@ def main():
         sys.exit(status)
     build = os.path.join(REPOSITORY, "build")
     tests = os.path.dirname(namespace.__file__)
-    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "tool": f"{build}/syslogctl", "tests": tests})
+    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "syslogctl": f"{build}/syslogctl", "tests": tests})
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
     import harness  # it looks at the service, which is in its place only now
     runs = {"restart": lambda: restart(harness, int(args.amount or 200)), "soak": lambda: soak(harness, args.amount or 10),

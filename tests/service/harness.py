@@ -13,7 +13,8 @@ import unittest
 import namespace
 
 BINARY = os.path.join(namespace.FILES, "syslog")
-TOOL = os.path.join(namespace.FILES, "tool")
+TOOL = os.path.join(namespace.FILES, "syslogctl")
+WITH_TOOL = {**os.environ, "PATH": f"{namespace.FILES}:{os.environ['PATH']}"}  # an environment
 CONFIG = "/flash/conf/kavlune.conf"
 SYNC_FILE = "/tmp/synclog"
 SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
@@ -96,10 +97,11 @@ class Ear:
 class Peer(Ear):
     """One admitted socket. connect=False: a stranger."""
 
+    socket = None
+    cookie = b""
+
     def __init__(self, host="127.0.0.1", port=0, connect=True):
         self.address = (host, port)
-        self.socket = None
-        self.cookie = None
         self.open()
         if connect:
             until(self.connect, "an answer to CONN")

@@ -4,7 +4,6 @@ The service's paths and ports are fixed, so its tests need a machine on which /f
 and 11001 belong to nobody. All happens on a tmpfs that only this namespace sees; nothing outside changes.
 """
 import ctypes
-import errno
 import fcntl
 import os
 import shutil

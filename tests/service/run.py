@@ -27,7 +27,7 @@ def run(args):
     files = {"syslog": args.binary, "tests": HERE, "peer.py": os.path.join(REPOSITORY, "examples", "peer.py")}
     tool = args.tool or os.path.join(os.path.dirname(args.binary), "syslogctl")
     if os.path.exists(tool):
-        files["tool"] = tool
+        files["syslogctl"] = tool
     built = os.path.dirname(args.binary)
     for name in ("tests/velk_lines", "examples/log_c", "examples/log_cpp"):
         files[os.path.basename(name)] = os.path.join(built, name)

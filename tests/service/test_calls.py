@@ -1,4 +1,6 @@
 """What each call does once it is let in."""
+import os
+
 from harness import SYNC_FILE, ServiceTest
 
 ON, OFF = b"'SysLog server'", b"none"
@@ -70,7 +72,11 @@ class Calls(ServiceTest):
                 (b"4 net", None, None, None), (b"-1 net", None, None, None)]
         for kind, *_ in rows:
             peer.call(b"LogMsg " + kind + b" '100%s %n %d\n'")
-        kept = [line.partition(" ")[2] for line in self.sync_lines(service, peer) if "100%" in line]
+        service.fence(peer)
+        self.assertFalse(os.path.exists(SYNC_FILE), "is written on request only")
+        *lines, end = self.sync_lines(service, peer)
+        self.assertEqual(end, "")
+        kept = [line.partition(" ")[2] for line in lines if "100%" in line]
         known = rows[:6]
         self.assertEqual([text for text in service.texts()[start:] if "100%" in text],
                          [f"{console}: 100%s %n %d" for _, console, _, _ in known])
@@ -101,13 +107,3 @@ class Calls(ServiceTest):
                     "LogMsg,1 net)", "LogMsg,1 net a b)", "Nonsense, %s %n)", "LogMsg,)")]
                 self.assertEqual(texts, (trace if arguments else []) + [
                     "Syslog.ERROR: OnParseError(LogMsg,1 net `x)", "Syslog.ERROR: OnParseError(SyncLog,'a~)"])
-
-    def test_sync_file_is_written_only_on_request(self):
-        service, peer = self.service(), self.peer()
-        service.fence(peer)
-        with self.assertRaises(FileNotFoundError):
-            open(SYNC_FILE)
-        for text in (b"first\n", b"second\n"):
-            peer.log(text)
-            last, end = self.sync_lines(service, peer)[-2:]
-            self.assertEqual((last.partition(" ")[2], end), ("test.Info: " + text.decode()[:-1], ""))

@@ -4,7 +4,7 @@ import subprocess
 import sys
 
 import namespace
-from harness import ServiceTest, TOOL
+from harness import WITH_TOOL, ServiceTest
 
 PROGRAMS = [[sys.executable, os.path.join(namespace.FILES, "peer.py")],
             *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh"))]
@@ -13,12 +13,8 @@ LINE = "100%s `~\\ ä"
 
 class Examples(ServiceTest):
     def start_program(self, program):
-        os.makedirs("/tmp/bin", exist_ok=True)
-        if not os.path.exists("/tmp/bin/syslogctl"):
-            os.symlink(TOOL, "/tmp/bin/syslogctl")
-        environment = {**os.environ, "PATH": os.environ["PATH"] + ":/tmp/bin"}
         return subprocess.Popen([*program, LINE], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                env=environment)
+                                env=WITH_TOOL)
 
     def test_each_writes_its_line_once(self):
         service = self.service()

@@ -48,7 +48,7 @@ class Faults(ServiceTest):
         peer = Peer(connect=False)
         until(lambda: self.ended() or peer.connect(), "an answer to CONN")
         with contextlib.suppress(ConnectionRefusedError):  # the child has ended
-            peer.send(peer.cookie or b"")
+            peer.send(peer.cookie)
             for text in texts if not self.ended() else ():
                 peer.call(text)
         peer.close()

@@ -13,7 +13,7 @@ import unittest
 
 import collectors
 import namespace
-from harness import SYSLOG_ON, SYSLOG_PORT, TOOL, ServiceTest, until
+from harness import SYSLOG_ON, SYSLOG_PORT, WITH_TOOL, ServiceTest, until
 
 PROGRAMS = {"rsyslog": ".._.._up", "syslog-ng": "______up"}  # to the file name that module "../../up" gets
 DEVICES = [f"127.1.{i // 250}.{1 + i % 250}" for i in range(1000)]
@@ -282,9 +282,7 @@ class Late(FleetTest):
             peer.log(text.encode() + b"\n", kind=kind, module=module.encode())
         service.fence(peer)
 
-        os.mkdir("/tmp/bin")
-        os.symlink(TOOL, "/tmp/bin/syslogctl")
-        environment = {**os.environ, "PATH": "/tmp/bin:" + os.environ["PATH"], "MARKER": "/tmp/marker"}
+        environment = {**WITH_TOOL, "MARKER": "/tmp/marker"}
         hook = subprocess.Popen([f"{namespace.FILES}/network-up.sh", "collector.test"], env=environment, stderr=subprocess.DEVNULL)
         service.wait_for("Syslog.ERROR: Cannot connect to syslog server at UDP collector.test:514", count=2)
         ip("address", "add", f"{Far.OURS}/24", "dev", "late")

@@ -147,13 +147,3 @@ class RemoteSyslog(ServiceTest):
         self.assertEqual(other.heard(), [])
         self.assertEqual(service.child(), child)
         self.assertEqual(service.count("test.Info: lost 99"), 1)
-
-    def test_address_without_a_road(self):
-        for address in ("203.0.113.1", "255.255.255.255", "0.0.0.0"):
-            with self.subTest(address):
-                self.configure(SYSLOG_ON % address)
-                service, peer = self.service(), self.peer()
-                peer.log(b"a line\n")
-                service.fence(peer)
-                self.assertEqual(service.count("test.Info: a line"), 1)
-                self.assertEqual(service.count(f"Syslog.Info: Using syslog server at UDP {address}:514"), 1)
