@@ -47,6 +47,15 @@ def log_call(kind, module, text):
     return b"LogMsg %d %s %s" % (kind, quote(module), quote(text))
 
 
+def read_sync():
+    """The content of the sync file, empty when it can't be read."""
+    try:
+        with open(SYNC_FILE, "rb", opener=lambda path, flags: os.open(path, flags | os.O_NONBLOCK)) as sync:
+            return sync.read()
+    except OSError:
+        return b""
+
+
 def processes():
     """Maps the id of every process of the namespace to (parent, state). A zombie's state is Z."""
     found = {}
@@ -267,8 +276,7 @@ class ServiceTest(unittest.TestCase):
         """Has the sync file written and returns its lines, the end of the last one included."""
         peer.call(b"SyncLog")
         service.fence(peer)
-        with open(SYNC_FILE, encoding="latin-1", newline="\n") as sync:
-            return sync.read().split("\n")
+        return read_sync().decode("latin-1").split("\n")
 
     def configure(self, text):
         os.makedirs(os.path.dirname(CONFIG), exist_ok=True)

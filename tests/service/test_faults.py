@@ -10,7 +10,7 @@ import time
 import unittest
 
 import namespace
-from harness import SANITIZED, SYNC_FILE, SYSLOG_ON, Peer, ServiceTest, processes, until
+from harness import SANITIZED, SYSLOG_ON, Peer, ServiceTest, processes, read_sync, until
 
 LIBRARY = os.path.join(namespace.FILES, "fail_kth.so")
 FAIL_FILE = os.path.join(namespace.FILES, "fail_kth")
@@ -58,10 +58,8 @@ class Faults(ServiceTest):
         line = f"after {time.monotonic()}"
         self.call(b"LogMsg 1 `test` `%s\n`" % line.encode(), b"SyncLog")
         for _ in range(50):
-            if self.started.count("test.Info: " + line) and os.path.exists(SYNC_FILE):
-                with open(SYNC_FILE, encoding="latin-1") as sync:
-                    if line in sync.read():
-                        return True
+            if self.started.count("test.Info: " + line) and line.encode() in read_sync():
+                return True
             time.sleep(0.001)
         return self.ended()
 

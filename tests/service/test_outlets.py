@@ -5,15 +5,7 @@ import re
 import select
 
 import namespace
-from harness import DEADLINE, SYNC_FILE, SYSLOG_ON, ServiceTest, until, without_file_privileges
-
-
-def read_sync():
-    try:
-        with open(SYNC_FILE, "rb", opener=lambda path, flags: os.open(path, flags | os.O_NONBLOCK)) as sync:
-            return sync.read()
-    except OSError:
-        return b""
+from harness import DEADLINE, SYNC_FILE, SYSLOG_ON, ServiceTest, read_sync, until, without_file_privileges
 
 
 class Console(ServiceTest):
