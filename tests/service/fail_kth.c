@@ -70,16 +70,12 @@ int open64(const char* path, int flags, ...) {
 }
 
 // All three count as malloc. The C library's own names: dlsym(3) may need memory itself.
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* block, size_t size);
+#define LET_FAIL_MEMORY(name, parameters, arguments)                 \
+  void* __libc_##name parameters;                                    \
+  void* name parameters {                                            \
+    return fails("malloc", ENOMEM) ? NULL : __libc_##name arguments; \
+  }
 
-void* malloc(size_t size) {
-  return fails("malloc", ENOMEM) ? NULL : __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) {
-  return fails("malloc", ENOMEM) ? NULL : __libc_calloc(count, size);
-}
-void* realloc(void* block, size_t size) {
-  return fails("malloc", ENOMEM) ? NULL : __libc_realloc(block, size);
-}
+LET_FAIL_MEMORY(malloc, (size_t size), (size))
+LET_FAIL_MEMORY(calloc, (size_t count, size_t size), (count, size))
+LET_FAIL_MEMORY(realloc, (void* block, size_t size), (block, size))
