@@ -282,7 +282,7 @@ class Trouble(ToolTest):
             said = self.run_tool("--password-file", "/tmp/password", *command, code=NOT_CONFIRMED)[1]
             self.assertIn("the password is wrong", said)
         with open("/tmp/password", "w") as password:
-            password.write("mosk")
+            password.write("mosk\nrest\n")
         self.run_tool("--password-file", "/tmp/password", "log", "x")
 
     def test_closed_and_full_standard_descriptors_are_told(self):
