@@ -79,6 +79,8 @@ class Faults(ServiceTest):
         if self.ended():
             self.assertEqual(self.started.process.returncode, 1)
             self.assertRegex(said, LAST_WORDS.get(function, r"\A((?!Start child)(.|\n))*\Z"))
+        else:
+            self.assertNotRegex(said, r"fork\(\) failed|Waitpid returned")
         codes = [int(code) for code in re.findall(r"Child exited with code (\d+)", said)]
         self.assertLessEqual(set(codes), {signal.SIGKILL, 256})
         self.assertIn(errors, ("", "syslog: out of memory\n"))
