@@ -1,7 +1,6 @@
 // The address parser beside a plain one, with a resolver that knows all hosts with an even number of letters.
 #include <arpa/inet.h>
 #include <netdb.h>
-#include <stdlib.h>
 
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/QuadModel.h"

@@ -1,15 +1,7 @@
 // The reliable client and the server over a network that loses, doubles, reorders and makes up datagrams,
 // with a server that restarts: what the client calls confirmed was run.
-#include <errno.h>
-#include <gtest/gtest.h>
-#include <string.h>
 #include <sys/socket.h>
 #include <time.h>
-
-#include <deque>
-#include <map>
-#include <memory>
-#include <set>
 
 #include "common/GDQUdpClient.h"
 #include "common/GDQUdpSrv.h"

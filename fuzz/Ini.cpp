@@ -1,5 +1,4 @@
 // Configuration files: loaded, saved and loaded again.
-#include <stdint.h>
 
 #include "tests/unit/IniModel.h"
 

@@ -1,6 +1,5 @@
 // The wildcard matcher beside its rules. Input: the pattern, a line feed, the text; case counts if that
 // begins with an upper-case letter.
-#include <stdint.h>
 
 #include "tests/unit/WildcardModel.h"
 

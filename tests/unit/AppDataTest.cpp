@@ -1,13 +1,9 @@
 #include "common/AppData.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/TempDirectory.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 AppData* const data = AppData::GetInstance();
 

@@ -1,12 +1,8 @@
 #include "common/AppThread2.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
-#include <atomic>
-
-#include "tests/unit/WaitFor.h"
+#include "tests/unit/Test.h"
 
 namespace {
 

@@ -1,14 +1,9 @@
 // The grammar of argument texts once more, on strings that grow.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "common/ArgsParser.h"
 #include "common/IGenericDispatchObj.h"
+#include "tests/unit/Test.h"
 
 using Texts = std::vector<std::string>;
 

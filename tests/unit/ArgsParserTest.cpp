@@ -1,10 +1,5 @@
 #include "common/ArgsParser.h"
 
-#include <gtest/gtest.h>
-#include <limits.h>
-
-#include <tuple>
-
 #include "tests/unit/ArgsModel.h"
 #include "tests/unit/Choices.h"
 

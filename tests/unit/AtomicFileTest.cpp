@@ -1,13 +1,8 @@
 #include "common/AtomicFile.h"
 
-#include <gtest/gtest.h>
-#include <limits.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <string>
 
 #include "tests/unit/TempDirectory.h"
 

@@ -1,14 +1,7 @@
 #include "common/CDailyEventLog.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <set>
-#include <string>
-#include <tuple>
 
 #include "tests/unit/TempDirectory.h"
 

@@ -1,11 +1,8 @@
 // Collects what is logged while it lives, instead of printing it.
 #pragma once
 
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include "common/LogPrinter.h"
+#include "tests/unit/Test.h"
 
 class CapturedLog : public IDailyLog2 {
  public:

@@ -1,14 +1,7 @@
 // What a random test decides by: bytes, be they random or a fuzzer's.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
-
-#include <algorithm>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
+#include "tests/unit/Test.h"
 
 class Choices {
  public:

@@ -1,16 +1,9 @@
 #include "common/Console.h"
 
-#include <gtest/gtest.h>
-#include <limits.h>
 #include <signal.h>
-#include <string.h>
-
-#include <string>
-#include <thread>
 
 #include "common/TimeStamp.h"
 #include "tests/unit/StdoutPipe.h"
-#include "tests/unit/WaitFor.h"
 
 namespace {
 

@@ -1,17 +1,8 @@
 #include "common/DailyLog2.h"
 
-#include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <cctype>
-#include <cstring>
-#include <deque>
-#include <mutex>
-#include <random>
-#include <string>
-#include <thread>
-#include <tuple>
-#include <vector>
 
 #include "common/LogPrinter.h"
 #include "tests/unit/TempDirectory.h"

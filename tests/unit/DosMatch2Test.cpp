@@ -1,9 +1,5 @@
 #include "common/DosMatch2.h"
 
-#include <gtest/gtest.h>
-
-#include <tuple>
-
 #include "tests/unit/Choices.h"
 #include "tests/unit/WildcardModel.h"
 

@@ -1,16 +1,9 @@
 #include "common/GDO.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "common/ArgsParser.h"
+#include "tests/unit/Test.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 // Keeps posts instead of delivering them.
 struct PostKeeper final : Velk::IGenericDispatchQueue {

@@ -1,21 +1,12 @@
 #include "common/GDQ.h"
 
-#include <gtest/gtest.h>
 #include <sched.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <functional>
-#include <mutex>
-#include <thread>
 
 #include "tests/unit/QueueModel.h"
-#include "tests/unit/WaitFor.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 // Notes the calls that it gets and the failures that it is told of.
 class Target : public Velk::IGenericDispatchTarget, public Velk::IGenericDispatchQueue::IErrorReport {

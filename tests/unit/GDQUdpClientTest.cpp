@@ -1,24 +1,17 @@
 #include "common/GDQUdpClient.h"
 
-#include <errno.h>
 #include <poll.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <memory>
 
 #include "common/LogPrinter.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/StubService.h"
-#include "tests/unit/WaitFor.h"
 
 using Velk::GDQUdpClient;
 using State = GDQUdpClient::State;
 
 namespace {
 
-using Lines = std::vector<std::string>;
 constexpr unsigned kLongMs = 20000;
 
 std::string Number(unsigned number) {

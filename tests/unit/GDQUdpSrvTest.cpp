@@ -1,11 +1,5 @@
 #include "common/GDQUdpSrv.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
-
 #include "tests/unit/ServerModel.h"
 
 using Velk::GDQUdpSrv;

@@ -1,9 +1,6 @@
 #include "common/HashMD5.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
+#include "tests/unit/Test.h"
 
 namespace {
 

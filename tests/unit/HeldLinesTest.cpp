@@ -1,10 +1,6 @@
 #include "common/HeldLines.h"
 
-#include <gtest/gtest.h>
-
-#include <deque>
-#include <random>
-#include <string>
+#include "tests/unit/Test.h"
 
 TEST(HeldLines, KeepsTextsInOrderBesideADeque) {
   std::mt19937 random(3);

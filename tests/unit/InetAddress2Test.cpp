@@ -1,10 +1,5 @@
 #include "common/InetAddress2.h"
 
-#include <gtest/gtest.h>
-#include <string.h>
-
-#include <tuple>
-
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
 #include "tests/unit/QuadModel.h"

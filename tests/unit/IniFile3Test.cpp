@@ -1,12 +1,7 @@
 #include "common/IniFile3.h"
 
 #include <float.h>
-#include <gtest/gtest.h>
-#include <limits.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <tuple>
 
 #include "tests/unit/Choices.h"
 #include "tests/unit/IniModel.h"

@@ -2,10 +2,6 @@
 #pragma once
 
 #include <ctype.h>
-#include <gtest/gtest.h>
-#include <string.h>
-
-#include <string>
 
 #include "common/IniFile3.h"
 #include "tests/unit/TempDirectory.h"

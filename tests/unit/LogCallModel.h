@@ -1,16 +1,11 @@
 // Writes a text as calls and reads them again.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <locale.h>
-#include <stdlib.h>
-#include <string.h>
-
-#include <algorithm>
-#include <string>
 
 #include "common/ArgsParser.h"
 #include "common/LogCall.h"
+#include "tests/unit/Test.h"
 
 inline bool IsUtf8(const std::string& text) {
   static const bool isReady = setlocale(LC_CTYPE, "C.UTF-8") != nullptr;

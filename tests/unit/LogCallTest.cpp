@@ -1,7 +1,5 @@
 #include "common/LogCall.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/unit/Choices.h"
 #include "tests/unit/LogCallModel.h"
 

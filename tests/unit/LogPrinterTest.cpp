@@ -1,6 +1,5 @@
 #include "common/LogPrinter.h"
 
-#include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -12,8 +11,6 @@
 #include "tests/unit/StdoutPipe.h"
 
 namespace {
-
-using Lines = std::vector<std::string>;
 
 // Takes the module's names too. While it lives, the one instance is silent.
 struct Sink : CapturedLog {

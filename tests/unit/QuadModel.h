@@ -2,12 +2,8 @@
 // pieces.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "common/InetAddress2.h"
+#include "tests/unit/Test.h"
 
 inline bool ModelQuad(const std::string& text, unsigned long* ip) {
   std::string kept;

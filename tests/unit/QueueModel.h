@@ -3,8 +3,6 @@
 // For one source of a program, which is linked with --wrap of the functions at the end.
 #pragma once
 
-#include <errno.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/time.h>
 

@@ -1,11 +1,5 @@
 #include "common/RefString.h"
 
-#include <gtest/gtest.h>
-#include <limits.h>
-
-#include <thread>
-#include <tuple>
-
 #include "tests/unit/StringModel.h"
 
 using Velk::RefString;

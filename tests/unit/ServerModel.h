@@ -2,12 +2,8 @@
 // which is linked with --wrap=sendto and in which time(2) returns g_now.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <time.h>
-
-#include <map>
-#include <utility>
 
 #include "common/GDQUdpSrv.h"
 #include "common/HashMD5.h"

@@ -1,11 +1,5 @@
 #include "common/SimpleString.h"
 
-#include <gtest/gtest.h>
-#include <limits.h>
-
-#include <thread>
-#include <tuple>
-
 #include "tests/unit/StringModel.h"
 
 using Velk::SimpleString;

@@ -3,10 +3,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <string>
+#include "tests/unit/Test.h"
 
 class StdoutPipe {
  public:

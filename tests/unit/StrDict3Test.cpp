@@ -1,12 +1,7 @@
 #include "common/StrDict3.h"
 
-#include <gtest/gtest.h>
-
-#include <map>
-#include <random>
-#include <string>
-
 #include "common/SimpleListDL.h"
+#include "tests/unit/Test.h"
 
 namespace {
 

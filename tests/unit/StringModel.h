@@ -2,12 +2,7 @@
 #pragma once
 
 #include <ctype.h>
-#include <gtest/gtest.h>
-#include <string.h>
 #include <strings.h>
-
-#include <algorithm>
-#include <string>
 
 #include "tests/unit/Choices.h"
 

@@ -1,21 +1,9 @@
 // The service as a client sees it, with every fault that a network and a restart can bring.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <map>
-#include <mutex>
-#include <random>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "common/HashMD5.h"
 #include "common/UdpSocket3.h"
+#include "tests/unit/Test.h"
 
 class StubService {
  public:

@@ -1,13 +1,6 @@
 // The parts of the command line tool that need no service.
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstring>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
-
+#include "tests/unit/Test.h"
 #include "tools/syslogctl/LineReader.h"
 #include "tools/syslogctl/RecordRing.h"
 #include "tools/syslogctl/SyslogLine.h"

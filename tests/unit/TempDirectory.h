@@ -1,13 +1,12 @@
 // A directory of its own for a test, removed with everything in it.
 #pragma once
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <system_error>
+
+#include "tests/unit/Test.h"
 
 struct TempDirectory {
   TempDirectory() {

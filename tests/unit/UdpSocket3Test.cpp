@@ -1,13 +1,12 @@
 #include "common/UdpSocket3.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/select.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <vector>
+
+#include "tests/unit/Test.h"
 
 namespace {
 

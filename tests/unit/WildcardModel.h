@@ -2,14 +2,9 @@
 #pragma once
 
 #include <ctype.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <map>
-#include <string>
-#include <utility>
 
 #include "common/DosMatch2.h"
+#include "tests/unit/Test.h"
 
 class WildcardModel {
  public:

@@ -1,11 +1,6 @@
 #include "common/Win32FindFiles.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <set>
-#include <string>
 
 #include "tests/unit/TempDirectory.h"
 
