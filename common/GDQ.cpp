@@ -190,14 +190,19 @@ void GDQ::PauseLocked() {
   // Far more than the thread needs as a rule, and longer than a clock tick: a nearer deadline would make the
   // kernel set its timer for each pause, which costs as much as the pause is to save.
   constexpr uint32_t kLongestMs = 10;
+  constexpr uint64_t kShortMs = 1;
   if (m_pausePosts == 0 || m_messages.PostCount() < m_pausePosts || !m_mayPause) return;
   m_mayPause = false;
   ++m_pausingPosters;
+  const uint64_t startMs = Timer64x::GetMsecCount64();
   const timespec deadline = DeadlineIn(CLOCK_MONOTONIC, kLongestMs);
   int result = 0;
   while (result == 0 && IsRunning() && !HasCaughtUpLocked())
     result = pthread_cond_timedwait(&m_caughtUp, &m_listMutex, &deadline);
   --m_pausingPosters;
+  // Behind a slow thread pause after pause would leave a burst to the kernel's buffer, which is smaller than
+  // this queue.
+  if (Timer64x::GetMsecCount64() - startMs <= kShortMs) m_mayPause = true;
 }
 
 // Few are left for the thread, but some: it should not run dry while the poster wakes.
@@ -212,9 +217,8 @@ bool GDQ::MayHoldBackPoster() {
 
 void GDQ::TellRoomLocked() {
   if (m_waitingPosters != 0 && m_messages.PostCount() <= m_maxPosts / 2) pthread_cond_broadcast(&m_room);
-  if (!HasCaughtUpLocked()) return;
-  m_mayPause = true;
-  if (m_pausingPosters != 0) pthread_cond_broadcast(&m_caughtUp);
+  if (m_messages.PostCount() == 0) m_mayPause = true;
+  if (m_pausingPosters != 0 && HasCaughtUpLocked()) pthread_cond_broadcast(&m_caughtUp);
 }
 
 GDQ::Node* GDQ::TakeSpareLocked() {

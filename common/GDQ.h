@@ -121,7 +121,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   pthread_cond_t m_caughtUp;
   uint32_t m_waitingPosters = 0;         // on m_room
   uint32_t m_pausingPosters = 0;         // on m_caughtUp
-  bool m_mayPause = true;                // the thread has caught up since the last pause
+  bool m_mayPause = true;                // the last pause was short, or no post was left since
   std::atomic<bool> m_signalled{false};  // there was a post since the thread last woke
   bool m_keepSignalled = false;          // the thread is to end and must not sleep again
 
@@ -137,8 +137,8 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // Plain posts pending at which Post pauses until an eighth of them is left, but at most 10 ms; 0: it never
   // does. Written by the owner before Run(). For a poster that waits for input of its own: it is faster than
   // the thread and would fall asleep over each message, and to wake it costs more than to post; while it
-  // pauses its input gathers. A thread that stands still holds nobody back: after a pause there is none until
-  // it has caught up.
+  // pauses its input gathers. A slow thread holds nobody back: after a pause of over 1 ms there is none until
+  // no post is left.
   uint32_t m_pausePosts = 0;
 };
 

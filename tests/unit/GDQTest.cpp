@@ -153,7 +153,7 @@ TEST(GDQ, LimitHoldsPostersBackButNeverItsOwnThread) {
   EXPECT_LE(mostAhead, 8 + 1);  // and the one that is being handled
 
   // A poster that waits must not wait for a thread that has ended.
-  slow.m_handler = [](const char*, const Velk::IArgsList*) { usleep(1000); };
+  slow.m_handler = [](const char*, const Velk::IArgsList*) { usleep(200); };
   std::thread late([&] {
     for (int i = 0; i < kPosts; ++i) queue.Post(&slow, "Late", nullptr);
   });
@@ -161,13 +161,15 @@ TEST(GDQ, LimitHoldsPostersBackButNeverItsOwnThread) {
   late.join();
 }
 
-// A pause has an end, and there is no second one before the thread has caught up.
-TEST(GDQ, ThreadThatStandsStillHoldsNobodyBack) {
+// A pause has an end, and after a long one there is no other before the thread is done with all posts.
+TEST(GDQ, ThreadThatIsSlowOrStandsStillHoldsNobodyBack) {
   constexpr size_t kPosts = 4000;  // take longer than WaitFor() does, should each of them pause
+  constexpr size_t kSlowPosts = 500;
   std::atomic<bool> mayGoOn{false};
-  Target target;
+  Target target, slow;
   Queue queue;
-  queue.m_pausePosts = 4;
+  queue.m_pausePosts = 16;
+  slow.m_handler = [](const char*, const Velk::IArgsList*) { usleep(200); };
   target.m_handler = [&](const char*, const Velk::IArgsList*) { WaitFor([&] { return mayGoOn.load(); }); };
   ASSERT_TRUE(queue.Run());
   std::atomic<size_t> posted{0};
@@ -178,6 +180,10 @@ TEST(GDQ, ThreadThatStandsStillHoldsNobodyBack) {
   mayGoOn = true;
   EXPECT_TRUE(target.WaitForCount(kPosts));
   poster.join();
+
+  for (size_t i = 0; i < kSlowPosts; ++i) queue.Post(&slow, "Peer", nullptr);
+  EXPECT_GT(kSlowPosts / 2, slow.Get().size());
+  EXPECT_TRUE(slow.WaitForCount(kSlowPosts));
 }
 
 // Many posters, timers and cancels at once; each poster's messages arrive complete and in its order.
