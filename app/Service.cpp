@@ -40,7 +40,7 @@ void MakeProcessRobust() {
 constexpr unsigned kMaxPendingCalls = 2000;
 
 // Pending calls at which the receive loop pauses, so that the next ones gather in the socket's buffer, which
-// holds 277 short ones by the kernel's default.
+// holds some hundreds.
 constexpr unsigned kPausePendingCalls = 40;
 
 void LoadConfiguration(const char* path) {

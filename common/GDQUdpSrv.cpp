@@ -57,8 +57,8 @@ void GDQUdpSrv::FreeChain(Peer* first) {
 }
 
 bool GDQUdpSrv::Open(const char* password, unsigned short port) {
-  // Holds 1,300 short calls where the kernel's default holds 277: a burst on loopback comes in less time than
-  // it takes to wake a thread.
+  // Holds 1,300 short calls where the kernel's default holds 277, or 550 without the privilege to exceed its
+  // usual limit: a burst on loopback comes in less time than it takes to wake a thread.
   constexpr int kReceiveBuffer = 512 << 10;
   if (!m_socket.Open() || !m_socket.Bind(port, INADDR_ANY)) return false;
   m_socket.SetReceiveBuffer(kReceiveBuffer);

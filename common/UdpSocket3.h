@@ -28,7 +28,7 @@ class UdpSocket3 {
   bool BindAddress(InetAddress2& addr);
 
   // The kernel's memory for datagrams not yet read; it counts twice the bytes, as it has overhead. At most
-  // net.core.rmem_max unless root asks, see socket(7).
+  // net.core.rmem_max without CAP_NET_ADMIN, see socket(7).
   void SetReceiveBuffer(int bytes);
 
   // Blocks for one datagram and notes its sender in from. Returns its bytes, cut to len, or -1.
