@@ -9,26 +9,21 @@ time_t g_now = 0;  // 0: the real time
 
 // Stands before the C library's for the whole test program, so that a day passes when a test says so.
 extern "C" time_t time(time_t* out) noexcept {
-  timespec real{};
-  clock_gettime(CLOCK_REALTIME, &real);
-  const time_t now = g_now != 0 ? g_now : real.tv_sec;
-  if (out != nullptr) *out = now;
-  return now;
+  timespec now{g_now, 0};
+  if (g_now == 0) clock_gettime(CLOCK_REALTIME, &now);
+  if (out != nullptr) *out = now.tv_sec;
+  return now.tv_sec;
 }
 
 namespace {
 
-// Berlin's rules, written out so that no zone files are needed.
-constexpr char kZone[] = "CET-1CEST,M3.5.0,M10.5.0/3";
-
-// 2024-01-02 12:00:00 in kZone.
-constexpr time_t kNoon = 1704193200;
+constexpr time_t kNoon = 1704193200;  // 2024-01-02 12:00:00 in Berlin
 constexpr time_t kDay = 86400;
 
 class CDailyEventLogTest : public testing::Test {
  protected:
   CDailyEventLogTest() {
-    setenv("TZ", kZone, 1);
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);  // Berlin's rules, without zone files
     g_now = kNoon;
   }
   ~CDailyEventLogTest() override {
@@ -41,9 +36,8 @@ class CDailyEventLogTest : public testing::Test {
 };
 
 bool Collect(const char* name, const char* fullPath, void* context) {
-  auto* names =
-      static_cast<std::set<std::string>*>(static_cast<CDailyEventLog::EnumContext*>(context)->context);
-  names->insert(name);
+  void* const names = static_cast<CDailyEventLog::EnumContext*>(context)->context;
+  static_cast<std::set<std::string>*>(names)->insert(name);
   return access(fullPath, F_OK) == 0;
 }
 
@@ -65,8 +59,7 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
     m_log.Print("text\n");
     EXPECT_EQ("text\n", dir.Read(std::string("x/y/") + file));
     for (const char* name : {listed, notListed}) dir.Write(std::string("x/y/") + name, "");
-    for (const char* name : {"x/y/e-directory.log", "x/y/e-directory.txt"})
-      mkdir(dir.Path(name).c_str(), 0777);
+    for (const char* name : {"x/y/e-dir.log", "x/y/e-dir.txt"}) mkdir(dir.Path(name).c_str(), 0777);
     std::set<std::string> names;
     EXPECT_TRUE(m_log.EnumerateLogs(Collect, &names));
     EXPECT_EQ((std::set<std::string>{file, listed}), names);
@@ -97,12 +90,11 @@ TEST_F(CDailyEventLogTest, RefusesNamesThatDoNotFit) {
 }
 
 TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
-  const std::string today = "2024-01-02.log";
+  const std::string today = "2024-01-02.log", before = std::string(50, '.') + "123456789\n";
   m_dir.Write(today, std::string(50, '.'));
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, m_dir.path.c_str(), 1));
   m_log.LimitSpaceUsedBytes(100);
-  m_log.Print("123456789\n");  // 60 bytes
-  const std::string before = m_dir.Read(today);
+  m_log.Print("123456789\n");
   m_log.Print(std::string(40, 'x').c_str());  // would be exactly 100
   m_log.Print("y");
   EXPECT_EQ(before + "\nWARNING: File size limit of 100 bytes reached! Logging stopped until next day.\n\n",
@@ -164,17 +156,15 @@ TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
 
 TEST_F(CDailyEventLogTest, WritesToStandardOutput) {
   testing::internal::CaptureStdout();
-  {
-    CDailyEventLog log;
-    ASSERT_TRUE(log.Open("stdout", nullptr, nullptr, 1));
-    log.Print("one ");
-    g_now += 2 * kDay;
-    log.Print("two ");
-    log.Close();
-    log.Print("lost ");
-    ASSERT_TRUE(log.OpenTodaysFile());
-    log.Print("three ");
-  }
+  ASSERT_TRUE(m_log.Open("stdout", nullptr, nullptr, 1));
+  m_log.Print("one ");
+  g_now += 2 * kDay;
+  m_log.Print("two ");
+  m_log.Close();
+  m_log.Print("lost ");
+  ASSERT_TRUE(m_log.OpenTodaysFile());
+  m_log.Print("three ");
+  m_log.Close();
   puts("four");  // still open
   EXPECT_EQ("one two three four\n", testing::internal::GetCapturedStdout());
 }

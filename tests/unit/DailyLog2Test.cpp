@@ -2,22 +2,17 @@
 
 #include <malloc.h>
 
-#include <cctype>
-
-#include "common/LogPrinter.h"
+#include "tests/unit/CapturedLog.h"
 #include "tests/unit/TempDirectory.h"
 
 namespace {
 
-constexpr size_t kStamp = 15;                    // "[HH:MM:SS.mmm] "
-constexpr unsigned long kServerIp = 0x7F4D0001;  // 127.77.0.1, which no real server uses
-
 // "[12:34:56.789] " becomes "# ", wherever it stands, so that texts compare.
 std::string WithoutTimes(std::string text) {
   for (size_t at = 0; (at = text.find('[', at)) != std::string::npos; ++at) {
-    std::string form = text.substr(at, kStamp);
-    for (char& c : form) c = isdigit(static_cast<unsigned char>(c)) != 0 ? '0' : c;
-    if (form == "[00:00:00.000] ") text.replace(at, kStamp, "# ");
+    int length = 0;
+    sscanf(text.substr(at, 15).c_str(), "[%*2u:%*2u:%*2u.%*3u] %n", &length);
+    if (length == 15) text.replace(at, 15, "# ");
   }
   return text;
 }
@@ -50,16 +45,14 @@ struct Watcher final : IDailyLog2::ILogErrorNotify {
 
 class DailyLog2Test : public testing::Test {
  protected:
-  DailyLog2Test() { LogPrinter::Instance()->m_consoleEnabled = false; }
-  ~DailyLog2Test() override { LogPrinter::Instance()->m_consoleEnabled = true; }
-
-  std::string Path() const { return m_dir.Path("synclog"); }
   std::string Synced(DailyLog2& log) const {
     log.SyncLog();
-    return m_dir.Read("synclog");
+    return WithoutTimes(m_dir.Read("synclog"));
   }
 
-  TempDirectory m_dir;
+  const TempDirectory m_dir;
+  const std::string m_path = m_dir.Path("synclog");
+  CapturedLog m_captured{false};
 };
 
 }  // namespace
@@ -68,7 +61,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
-    DailyLog2 log(capacity, Path().c_str());
+    DailyLog2 log(capacity, m_path.c_str());
     Watcher watcher;
     log.AddErrorNotify(&watcher);
     std::deque<std::string> model;
@@ -86,7 +79,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
       std::string expected;
       for (const std::string& line : model) expected += line;
       ASSERT_EQ(expected, WithoutTimes(watcher.shown)) << count;
-      ASSERT_EQ(expected, WithoutTimes(Synced(log))) << count;
+      ASSERT_EQ(expected, Synced(log)) << count;
     }
   }
 }
@@ -96,12 +89,10 @@ TEST_F(DailyLog2Test, FillsPiecesToTheLastByte) {
   const std::tuple<size_t, size_t, std::vector<size_t>, unsigned> rows[] = {
       // The stamp takes 15 bytes, ".Error: " takes 8.
       {0, 0, {22}, 22},
-      {5, 99, {127}, 127},
       {5, 100, {128}, 128},
       {5, 101, {128, 1}, 129},
       {5, 300, {128, 128, 72}, 328},
-      {105, 1, {128, 1}, 129},  // a header of 113
-      {106, 1, {128, 1}, 130},  // of 114: cut to fit, yet counted
+      {106, 1, {128, 1}, 130},  // a header of 114: cut to fit, yet counted
       {200, 128, {128, 128}, 15 + 126 + 128},
   };
   DailyLog2 log(1, nullptr);
@@ -140,7 +131,7 @@ TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
   EXPECT_EQ("2 1", callsAfter(Warning));  // added twice; its own warnings tell nobody
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
-  EXPECT_EQ("nested.Warning: warning\n", second.shown.substr(kStamp, 24));
+  EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));
   log.RemoveErrorNotify(&first);
   log.RemoveErrorNotify(&second);
   log.RemoveErrorNotify(&second);  // no longer there
@@ -153,8 +144,6 @@ TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
 
 TEST_F(DailyLog2Test, MakesTheDirectoryOfTheSyncFile) {
   const std::string deep = m_dir.Path("a/b");
-  LogPrinter::Instance()->m_consoleEnabled = true;
-  testing::internal::CaptureStdout();
   for (int i = 0; i < 2; ++i) {
     DailyLog2 log(5, (deep + "/synclog").c_str());
     log.Log(Info, nullptr, "x\n");
@@ -166,9 +155,9 @@ TEST_F(DailyLog2Test, MakesTheDirectoryOfTheSyncFile) {
   DailyLog2 gone(5, (deep + "/synclog").c_str());
   std::filesystem::remove_all(deep);
   gone.SyncLog();
-  const std::string said = testing::internal::GetCapturedStdout();
-  EXPECT_NE(std::string::npos, said.find("Info: SyncLog path '" + deep + "' does not exist, creating..\n"));
-  EXPECT_NE(std::string::npos, said.find("Info: Using file path '" + deep + "' for SyncLog\n"));
+  const std::string found = "1:Using file path '" + deep + "' for SyncLog\n";
+  EXPECT_EQ((Lines{"1:SyncLog path '" + deep + "' does not exist, creating..\n", found, found}),
+            m_captured.Take());
 }
 
 TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
@@ -191,7 +180,8 @@ TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
 // The rest of forwarding shows on the running service.
 TEST_F(DailyLog2Test, ForwardsToPort514WithTheHeaderCut) {
   UdpSocket3 server;
-  if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kServerIp)) GTEST_SKIP() << "port not permitted";
+  constexpr unsigned long kIp = 0x7F4D0001;  // 127.77.0.1, which no real server uses
+  if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kIp)) GTEST_SKIP() << "port not permitted";
   DailyLog2 log(5, nullptr);
   ASSERT_TRUE(log.EnableSyslog("127.77.0.1:9999", 51477));  // that port is not used
   // What cannot be used leaves it as it was.
@@ -210,7 +200,7 @@ TEST_F(DailyLog2Test, ForwardsToPort514WithTheHeaderCut) {
 TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
   constexpr unsigned kCapacity = 50;
   constexpr int kThreads = 3;
-  DailyLog2 log(kCapacity, Path().c_str());
+  DailyLog2 log(kCapacity, m_path.c_str());
   Watcher always, comesAndGoes[kThreads];
   log.AddErrorNotify(&always);
   std::vector<std::thread> threads;
@@ -231,7 +221,7 @@ TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
   EXPECT_GT(always.calls, 0);
   EXPECT_EQ(always.shown.size(), always.total);
 
-  std::istringstream lines(WithoutTimes(Synced(log)));
+  std::istringstream lines(Synced(log));
   unsigned count = 0;
   for (std::string line; std::getline(lines, line); ++count)
     EXPECT_EQ(std::string(200, line.back()), line.substr(line.find(": ") + 2));

@@ -57,16 +57,27 @@ GDQUdpClient::Options Unwaiting(unsigned heldLines) {
   return options;
 }
 
+class GDQUdpClientTest : public testing::Test {
+ protected:
+  bool Open(GDQUdpClient& opened, GDQUdpClient::Options options = {}) const {
+    return opened.Open(service.Address().c_str(), "mosk", options);
+  }
+  bool Join(GDQUdpClient& joined) const {
+    return Open(joined) && joined.WaitForAnswer(kLongMs) == State::Joined;
+  }
+
+  StubService service;
+  GDQUdpClient client;
+};
+
 }  // namespace
 
-TEST(GDQUdpClient, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind) {
-  StubService service;
+TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind) {
   service.Stop();
-  GDQUdpClient client;
   EXPECT_EQ(-1, client.Descriptor());
   EXPECT_FALSE(client.SendMsg("x"));
   EXPECT_EQ(EBADF, errno);
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_TRUE(Open(client));
   EXPECT_TRUE(SendNumbers(client, 0, 300));
   EXPECT_EQ(300u, client.Flush(150));
   EXPECT_EQ(State::NotJoined, client.GetState());
@@ -81,10 +92,8 @@ TEST(GDQUdpClient, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind) {
   EXPECT_TRUE(WaitFor([&] { return service.Admitted().empty(); }));
 }
 
-TEST(GDQUdpClient, TellsRefusalFromSilenceAndRubbish) {
-  StubService service("other");
-  GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", Unwaiting(100)));
+TEST_F(GDQUdpClientTest, TellsRefusalFromSilenceAndRubbish) {
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "other", Unwaiting(100)));
   EXPECT_EQ(State::Refused, client.WaitForAnswer(kLongMs));
   EXPECT_TRUE(client.SendMsg("x"));
   EXPECT_EQ(1u, client.Flush(0));
@@ -94,9 +103,8 @@ TEST(GDQUdpClient, TellsRefusalFromSilenceAndRubbish) {
   client.Flush(300);  // must not fill the service's log with its wrong cookies
   EXPECT_EQ(datagrams, service.m_datagrams);
 
-  StubService rubbish;
-  rubbish.m_answersRubbish = true;
-  ASSERT_TRUE(client.Open(rubbish.Address().c_str(), "mosk"));
+  service.m_answersRubbish = true;
+  ASSERT_TRUE(Open(client));
   EXPECT_NE(State::Joined, client.WaitForAnswer(kLongMs));
 
   EXPECT_FALSE(client.Open("", "mosk"));
@@ -107,24 +115,17 @@ TEST(GDQUdpClient, TellsRefusalFromSilenceAndRubbish) {
   }
 }
 
-TEST(GDQUdpClient, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
-  StubService service;
-  GDQUdpClient probe;
-  ASSERT_TRUE(probe.Open(service.Address().c_str(), "mosk"));
-  ASSERT_EQ(State::Joined, probe.WaitForAnswer(kLongMs));
+TEST_F(GDQUdpClientTest, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
+  ASSERT_TRUE(Join(client));
   service.m_deafPort = *service.Admitted().begin();
-  probe.Close();
-  GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_TRUE(Open(client));
   EXPECT_TRUE(SendNumbers(client, 0, 1));
   EXPECT_EQ(0u, client.Flush(kLongMs));
 }
 
 // The service may end with what it has taken but not run.
-TEST(GDQUdpClient, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
-  StubService service;
-  GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+TEST_F(GDQUdpClientTest, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
+  ASSERT_TRUE(Open(client));
   ASSERT_TRUE(SendNumbers(client, 0, 10));
   ASSERT_EQ(0u, client.Flush(kLongMs));
   ASSERT_TRUE(SendNumbers(client, 10, 20));
@@ -145,11 +146,8 @@ TEST(GDQUdpClient, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
 }
 
 // The service has restarted within one second, so that we have the cookies of before.
-TEST(GDQUdpClient, TakesNoReceiptOfBeforeARestartForOneOfAfter) {
-  StubService service;
-  GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
-  ASSERT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
+TEST_F(GDQUdpClientTest, TakesNoReceiptOfBeforeARestartForOneOfAfter) {
+  ASSERT_TRUE(Join(client));
   service.m_holdsReceipts = true;
   ASSERT_TRUE(SendNumbers(client, 0, 3));
   ASSERT_TRUE(WaitFor([&] { return service.Lines().size() == 3; }));
@@ -163,19 +161,14 @@ TEST(GDQUdpClient, TakesNoReceiptOfBeforeARestartForOneOfAfter) {
   EXPECT_EQ(Numbers(0, 3), service.Lines());
 }
 
-TEST(GDQUdpClient, LosesNothingAndKeepsTheOrderThroughEveryFault) {
-  StubService service;
+TEST_F(GDQUdpClientTest, LosesNothingAndKeepsTheOrderThroughEveryFault) {
   service.m_faultPercent = 5;
+  constexpr unsigned kCount = 6000;
   std::atomic<bool> isDone{false};
   std::thread restarts([&] {
-    while (!isDone) {
-      usleep(400000);
-      service.Restart(GDQUdpClient::kSettleMs / 2);
-    }
+    for (; !isDone; usleep(400000)) service.Restart(GDQUdpClient::kSettleMs / 2);
   });
-  constexpr unsigned kCount = 6000;
-  GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_TRUE(Open(client));
   EXPECT_TRUE(SendNumbers(client, 0, kCount));
   isDone = true;
   restarts.join();
@@ -184,12 +177,10 @@ TEST(GDQUdpClient, LosesNothingAndKeepsTheOrderThroughEveryFault) {
   EXPECT_EQ(Numbers(0, kCount), InOrder(service.Lines()));
 }
 
-TEST(GDQUdpClient, WaitsForRoomOrNotAsAsked) {
-  StubService service;
+TEST_F(GDQUdpClientTest, WaitsForRoomOrNotAsAsked) {
   service.Stop();
-  GDQUdpClient client;
   auto options = Unwaiting(16);
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(Open(client, options));
   EXPECT_TRUE(SendNumbers(client, 0, 16));
   EXPECT_FALSE(client.SendMsg("x"));
   EXPECT_EQ(EAGAIN, errno);
@@ -198,7 +189,7 @@ TEST(GDQUdpClient, WaitsForRoomOrNotAsAsked) {
   EXPECT_EQ(EMSGSIZE, errno);
 
   options.waitMs = 60;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(Open(client, options));
   EXPECT_TRUE(client.SendMsg(longest.c_str()));
   const auto begin = StubService::Clock::now();
   while (client.SendMsg(longest.c_str())) continue;
@@ -208,12 +199,10 @@ TEST(GDQUdpClient, WaitsForRoomOrNotAsAsked) {
   EXPECT_EQ(longest, service.Lines().at(0));
 }
 
-TEST(GDQUdpClient, SendsOnceWhenNotReliable) {
-  StubService service;
-  GDQUdpClient client;
+TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
   GDQUdpClient::Options options;
   options.reliable = false;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(Open(client, options));
   EXPECT_TRUE(SendNumbers(client, 0, 50));
   EXPECT_EQ(0u, client.Flush(kLongMs));
   EXPECT_TRUE(WaitFor([&] { return service.Lines() == Numbers(0, 50); }));
@@ -227,27 +216,21 @@ TEST(GDQUdpClient, SendsOnceWhenNotReliable) {
   EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 5; }));
 }
 
-TEST(GDQUdpClient, UsesTheSamePortsForAnyNumberOfRuns) {
-  StubService service;
+TEST_F(GDQUdpClientTest, UsesTheSamePortsForAnyNumberOfRuns) {
   for (int run = 0; run < 40; ++run) {
-    GDQUdpClient client;
-    ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
-    ASSERT_EQ(State::Joined, client.WaitForAnswer(kLongMs));
+    GDQUdpClient one;
+    ASSERT_TRUE(Join(one));
   }
   EXPECT_LE(service.m_connectPorts, 2 * Velk::PeerSocket::kPorts);
 
   // More at the same time than there are ports.
-  std::vector<std::unique_ptr<GDQUdpClient>> clients(Velk::PeerSocket::kPorts + 1);
-  for (auto& client : clients) {
-    client = std::make_unique<GDQUdpClient>();
-    ASSERT_TRUE(client->Open(service.Address().c_str(), "mosk", Unwaiting(16)));
-  }
-  for (auto& client : clients) EXPECT_EQ(State::Joined, client->WaitForAnswer(kLongMs));
+  std::deque<GDQUdpClient> clients(Velk::PeerSocket::kPorts + 1);
+  for (GDQUdpClient& each : clients) ASSERT_TRUE(Open(each, Unwaiting(16)));
+  for (GDQUdpClient& each : clients) EXPECT_EQ(State::Joined, each.WaitForAnswer(kLongMs));
 }
 
-TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
-  StubService service;
-  GDQUdpClient client, other;
+TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersAndItsProbesOnly) {
+  GDQUdpClient other;
   GDQUdpClient::Options options;
   options.reliable = false;
   options.listen = true;
@@ -263,10 +246,9 @@ TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
         static_cast<Lines*>(user)->push_back(std::to_string(id));
       },
       &trips);
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(Open(client, options));
   ASSERT_TRUE(RunUntil(client, [&] { return client.GetState() == State::Joined; }));
-  ASSERT_TRUE(other.Open(service.Address().c_str(), "mosk"));
-  ASSERT_EQ(State::Joined, other.WaitForAnswer(kLongMs));  // its probe is heard, and is no call
+  ASSERT_TRUE(Join(other));  // its probe is heard, and is no call
   (client << "Own" << 1).CallObj();
   service.Call("  Name\targs ");
   service.Call("Alone");
@@ -285,12 +267,10 @@ TEST(GDQUdpClient, HearsTheCallsOfOthersAndItsProbesOnly) {
   EXPECT_TRUE(RunUntil(client, [&] { return calls.size() == 3; }));
 }
 
-TEST(GDQUdpClient, ServesManyThreadsWithOneOfItsOwn) {
-  StubService service;
-  GDQUdpClient client;
+TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
   GDQUdpClient::Options options;
   options.heldLines = 64;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk", options));
+  ASSERT_TRUE(Open(client, options));
   ASSERT_TRUE(client.StartThread());
   constexpr unsigned kThreads = 4, kEach = 40;
   std::vector<std::thread> threads;
@@ -310,24 +290,18 @@ TEST(GDQUdpClient, ServesManyThreadsWithOneOfItsOwn) {
   for (const unsigned count : next) EXPECT_EQ(kEach, count);
 }
 
-TEST(GDQUdpClient, WorksInAChildProcessBesideItsParent) {
-  StubService service;
-  GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
-#ifndef __SANITIZE_THREAD__  // which knows no threads in a child of threads
-  ASSERT_TRUE(client.StartThread());
+TEST_F(GDQUdpClientTest, WorksInAChildProcessBesideItsParent) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "threads of a child of threads are unknown here";
 #endif
-  ASSERT_TRUE(client.SendMsg("before"));
+  ASSERT_TRUE(Open(client) && client.StartThread() && client.SendMsg("before"));
   for (const bool opensAgain : {false, true}) {
     const pid_t child = fork();
     if (child == 0) {
       alarm(60);
       if (!opensAgain) _exit(client.SendMsg("child") && client.Flush(kLongMs) == 0 ? 0 : 1);
-      bool isFine = client.Open(service.Address().c_str(), "mosk");
-#ifndef __SANITIZE_THREAD__
-      isFine = isFine && client.StartThread() && WaitFor([&] { return client.Joins() == 1; });
-#endif
-      _exit(isFine ? 0 : 2);
+      const bool isFine = Open(client) && client.StartThread();
+      _exit(isFine && WaitFor([&] { return client.Joins() == 1; }) ? 0 : 2);
     }
     int status = -1;
     waitpid(child, &status, 0);
@@ -335,17 +309,15 @@ TEST(GDQUdpClient, WorksInAChildProcessBesideItsParent) {
   }
   EXPECT_TRUE(client.SendMsg("parent"));
   EXPECT_EQ(0u, client.Flush(kLongMs));
-  const Lines lines = service.Lines();
-  EXPECT_EQ((std::multiset<std::string>{"before", "child", "parent"}),
-            std::multiset<std::string>(lines.begin(), lines.end()));
+  Lines lines = service.Lines();
+  std::sort(lines.begin(), lines.end());
+  EXPECT_EQ((Lines{"before", "child", "parent"}), lines);
   EXPECT_EQ(1u, client.Joins());
 }
 
-TEST(GDQUdpClient, CarriesTheWholeLogOfAProgram) {
+TEST_F(GDQUdpClientTest, CarriesTheWholeLogOfAProgram) {
   CapturedLog log(false);
-  StubService service;
-  static GDQUdpClient client;
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "mosk"));
+  ASSERT_TRUE(Open(client));
   LogPrinter printer(nullptr);
   printer.m_consoleEnabled = false;
   printer.SetLogToGDQUdp(&client);

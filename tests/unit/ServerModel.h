@@ -6,9 +6,9 @@
 #include <time.h>
 
 #include "common/GDQUdpSrv.h"
-#include "common/HashMD5.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
+#include "tests/unit/Md5.h"
 
 extern time_t g_now;  // 0: the real time
 
@@ -32,14 +32,6 @@ ssize_t __wrap_sendto(int fd, const void* bytes, size_t size, int flags, const s
 }
 
 }  // extern "C"
-
-inline std::string Md5(const std::string& bytes) {
-  Velk::HashMD5 md5;
-  unsigned char digest[Velk::GDQUdpSrv::kCookieSize];
-  md5.AddBinary(bytes.data(), bytes.size());
-  md5.GetDigest(digest);
-  return std::string(digest, digest + sizeof digest);
-}
 
 inline std::string Hex(const std::string& bytes) {
   std::string text;

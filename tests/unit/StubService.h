@@ -1,15 +1,14 @@
 // The service as a client sees it, with every fault that a network and a restart can bring.
 #pragma once
 
-#include "common/HashMD5.h"
 #include "common/UdpSocket3.h"
-#include "tests/unit/Test.h"
+#include "tests/unit/Md5.h"
 
 class StubService {
  public:
   using Clock = std::chrono::steady_clock;
 
-  explicit StubService(std::string password = "mosk") : m_password(std::move(password)) {
+  StubService() {
     static unsigned short next = static_cast<unsigned short>(40000 + getpid() % 9000);
     do {
       m_port = next++;
@@ -45,16 +44,15 @@ class StubService {
   std::vector<std::string> Lines() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<std::string> lines;
-    for (const auto& line : m_lines) lines.push_back(line.first);
+    for (const auto& [text, time] : m_lines) lines.push_back(text);
     return lines;
   }
 
-  // Ports.
   std::set<unsigned short> Admitted() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::set<unsigned short> ports;
-    for (const auto& peer : m_peers) {
-      if (peer.second.isValid) ports.insert(peer.first);
+    for (const auto& [port, peer] : m_peers) {
+      if (peer.isValid) ports.insert(port);
     }
     return ports;
   }
@@ -101,7 +99,7 @@ class StubService {
 
   void Handle(const std::string& datagram, unsigned short port) {
     if (m_answersRubbish) {
-      for (const size_t size : {0, 4, 15, 16, 17, 1450, 1451})
+      for (const size_t size : {0, 15, 16, 17, 1450, 1451})
         Send(std::string(size, static_cast<char>(m_random())), port);
       return;
     }
@@ -109,14 +107,8 @@ class StubService {
       m_ports.insert(port);
       m_connectPorts = static_cast<unsigned>(m_ports.size());
       const std::string nonce(16, static_cast<char>(port));  // as the real one's within the same second
-      Velk::HashMD5 md5;
-      unsigned char cookie[16];
-      md5.AddBinary(nonce.data(), nonce.size());
-      md5.AddString(m_password.c_str());
-      md5.GetDigest(cookie);
-      m_peers[port] = {std::string(reinterpret_cast<char*>(cookie), 16), false};
-      Send(nonce, port);
-      return;
+      m_peers[port] = {Md5(nonce + "mosk"), false};
+      return Send(nonce, port);
     }
     const auto peer = m_peers.find(port);
     if (peer == m_peers.end() || port == m_deafPort || datagram.compare(0, 16, peer->second.cookie) != 0)
@@ -130,8 +122,8 @@ class StubService {
   }
 
   void Relay(const std::string& text, unsigned short sender) {
-    for (const auto& peer : m_peers) {
-      if (peer.second.isValid && peer.first != sender) Send(peer.second.cookie + text, peer.first);
+    for (const auto& [port, peer] : m_peers) {
+      if (peer.isValid && port != sender) Send(peer.cookie + text, port);
     }
   }
 
@@ -152,11 +144,10 @@ class StubService {
   }
 
   void SendDelayed() {
-    for (const auto& datagram : m_delayed) SendNow(datagram.first, datagram.second);
+    for (const auto& [datagram, port] : m_delayed) SendNow(datagram, port);
     m_delayed.clear();
   }
 
-  const std::string m_password;
   unsigned short m_port;
   UdpSocket3 m_socket;
   std::thread m_thread;
