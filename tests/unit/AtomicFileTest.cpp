@@ -1,8 +1,8 @@
 #include "common/AtomicFile.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include "tests/unit/TempDirectory.h"
 
@@ -18,23 +18,21 @@ class AtomicFileTest : public testing::Test {
     return file.Commit(kDurable);
   }
 
-  long CountFiles() const { return std::distance(std::filesystem::directory_iterator(m_dir.path), {}); }
-
-  TempDirectory m_dir;
+  const TempDirectory m_dir;
+  const std::string m_longName = std::string(NAME_MAX, 'n');  // leaves no room for a file's name beside it
 };
 
 TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
-  const std::string longName(NAME_MAX, 'n');  // leaves no room for the name of a file beside it
-  for (const std::string& name : {std::string("file"), longName}) {
+  for (const std::string& name : {std::string("file"), m_longName}) {
     const std::string path = m_dir.Path(name);
     m_dir.Write(name, "old text");
     ASSERT_EQ(0, chmod(path.c_str(), 0640));
-    for (const std::string& text : {std::string("new"), std::string("new and longer"), std::string()}) {
+    for (const char* text : {"new", "new and longer", ""}) {
       const std::string before = m_dir.Read(name);
       Velk::AtomicFile file;
       FILE* out = file.Open(path.c_str());
       ASSERT_NE(nullptr, out);
-      fputs(text.c_str(), out);
+      fputs(text, out);
       fflush(out);
       EXPECT_EQ(before, m_dir.Read(name));
       EXPECT_TRUE(file.Commit(kDurable));
@@ -52,34 +50,32 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
   EXPECT_EQ("", m_dir.Read("file"));
   EXPECT_TRUE(Save("made", "text"));
   EXPECT_EQ("text", m_dir.Read("made"));
-  EXPECT_EQ(3, CountFiles());
+  EXPECT_EQ(3, m_dir.CountFiles());
 }
 
 TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   m_dir.Write("victim", "keep");
   ASSERT_EQ(0, symlink("victim", m_dir.Path("link").c_str()));
-  ASSERT_EQ(0, mkfifo(m_dir.Path("fifo").c_str(), 0600));
+  for (const char* fifo : {"fifo", "read fifo"}) ASSERT_EQ(0, mkfifo(m_dir.Path(fifo).c_str(), 0600));
+  const int reader = open(m_dir.Path("read fifo").c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_EQ(0, mkdir(m_dir.Path("dir").c_str(), 0700));
-  const std::string longName(NAME_MAX, 'n');  // would have to be written over
-  ASSERT_EQ(0, link(m_dir.Path("victim").c_str(), m_dir.Path(longName).c_str()));
-  const long before = CountFiles();
-  for (const std::string& name : {std::string("link"), std::string("fifo"), std::string("dir"),
-                                  std::string("none/file"), std::string("../../dev/null"), longName}) {
+  ASSERT_EQ(0, link(m_dir.Path("victim").c_str(), m_dir.Path(m_longName).c_str()));
+  const long before = m_dir.CountFiles();
+  for (const std::string& name : Lines{"link", "fifo", "dir", "none/file", "read fifo", m_longName})
     EXPECT_FALSE(Save(name, "new")) << name;
-  }
+  close(reader);
   Velk::AtomicFile file;
   EXPECT_EQ(nullptr, file.Open(nullptr));
   EXPECT_FALSE(file.Commit(kDurable));
   EXPECT_EQ("keep", m_dir.Read("victim"));
-  EXPECT_EQ(before, CountFiles());
+  EXPECT_EQ(before, m_dir.CountFiles());
 }
 
 TEST_F(AtomicFileTest, KeepsTheOldContentWhenThereIsNoRoom) {
-  const std::string longName(NAME_MAX, 'n');  // written over, not replaced
   signal(SIGXFSZ, SIG_IGN);
   rlimit limit{};
   getrlimit(RLIMIT_FSIZE, &limit);
-  for (const std::string& name : {std::string("file"), longName}) {
+  for (const std::string& name : {std::string("file"), m_longName}) {
     m_dir.Write(name, "old");
     const rlimit low{5, limit.rlim_max};
     setrlimit(RLIMIT_FSIZE, &low);
@@ -87,7 +83,7 @@ TEST_F(AtomicFileTest, KeepsTheOldContentWhenThereIsNoRoom) {
     setrlimit(RLIMIT_FSIZE, &limit);
     EXPECT_EQ("old", m_dir.Read(name));
   }
-  EXPECT_EQ(2, CountFiles());
+  EXPECT_EQ(2, m_dir.CountFiles());
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "common/CDailyEventLog.h"
 
-#include <sys/stat.h>
 #include <time.h>
 
 #include "tests/unit/TempDirectory.h"

@@ -59,10 +59,11 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   };
 
   struct Target final : Velk::IGenericDispatchTarget {
-    bool Dispatch(const char* name, const Velk::IArgsList*) override {
+    bool Dispatch(const char* name, const Velk::IArgsList* args) override {
       m_run->Deliver(this, name);
-      m_run->Operate();
+      m_run->Operate();  // which may take the node of the timer that is being dispatched
       EXPECT_EQ(m_run->m_delivered, name);
+      EXPECT_TRUE(args->GetCount() == 0 || args->GetItem(1)->AsStr() == std::string("two"));
       return this != &m_run->m_targets[0];
     }
     QueueModel* m_run = nullptr;

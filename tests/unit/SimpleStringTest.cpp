@@ -4,11 +4,7 @@
 
 using Velk::SimpleString;
 
-namespace {
-
-const char* const kNull = nullptr;
-
-}  // namespace
+static const char* const kNull = nullptr;
 
 TEST(SimpleString, AgreesWithAPlainString) {
   StringModel<SimpleString>(Choices::Random(20240229, 200000)).Run();

@@ -43,11 +43,8 @@ class StringModel {
         m_text.Empty();
         return m_model.clear();
       case 1:
-        m_text.Append(text.c_str());
-        m_model += text;
-        return;
       case 2: {
-        const unsigned n = Pick(static_cast<unsigned>(text.size()) + 1);
+        const unsigned n = Pick(static_cast<unsigned>(text.size()) + 1);  // 0: all
         m_text.Append(text.c_str(), n);
         m_model += n != 0 ? text.substr(0, n) : text;
         return;
@@ -85,13 +82,10 @@ class StringModel {
         if (operation != 8) m_model.erase(m_model.find_last_not_of(" \t\r\n") + 1);
         if (operation != 9) m_model.erase(0, std::min(m_model.find_first_not_of(" \t\r\n"), m_model.size()));
         return;
-      case 10: {
-        const unsigned n = Pick(80);
-        memset(m_text.GetBuffer(n), 'w', n);
-        m_text.ReleaseBuffer(static_cast<int>(n));
-        m_model.assign(n, 'w');
-        return;
-      }
+      case 10:
+        m_model.assign(Pick(80), 'w');
+        memcpy(m_text.GetBuffer(static_cast<unsigned>(m_model.size())), m_model.data(), m_model.size());
+        return m_text.ReleaseBuffer(static_cast<int>(m_model.size()));
       case 11:
         m_text.MakeReverse();
         return std::reverse(m_model.begin(), m_model.end());

@@ -1,10 +1,10 @@
 // A directory of its own for a test, removed with everything in it.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <system_error>
 
 #include "tests/unit/Test.h"
 
@@ -25,12 +25,11 @@ struct TempDirectory {
   void Write(const std::string& name, const std::string& text) const {
     std::ofstream(Path(name), std::ios::binary) << text;
   }
+  long CountFiles() const { return std::distance(std::filesystem::directory_iterator(path), {}); }
   // Empty when there is no such file.
   std::string Read(const std::string& name) const {
-    std::ostringstream text;
     std::ifstream file(Path(name), std::ios::binary);
-    if (file) text << file.rdbuf();
-    return text.str();
+    return std::string(std::istreambuf_iterator<char>(file), {});
   }
 
   std::string path;

@@ -1,7 +1,5 @@
 #include "common/Win32FindFiles.h"
 
-#include <sys/stat.h>
-
 #include "tests/unit/TempDirectory.h"
 
 namespace {
