@@ -4,38 +4,15 @@
 #include <time.h>
 
 #include "common/GDQUdpClient.h"
-#include "common/GDQUdpSrv.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
+#include "tests/unit/Peers.h"
 
 namespace {
 
 constexpr uint64_t kMs = 1000;
 
-// Where datagrams are on their way.
-class Network {
- public:
-  using Datagram = std::pair<unsigned short, std::string>;  // the client's port
-
-  void Put(std::deque<Datagram>& way, const Datagram& datagram, Choices& choices) {
-    const unsigned fate = choices.Below(16);
-    if (fate == 1) return;
-    for (unsigned copies = fate == 2 ? 2 : 1; copies != 0; --copies) {
-      const size_t ahead = fate == 3 ? std::min<size_t>(way.size(), choices.Below(4)) : 0;
-      way.insert(way.end() - static_cast<long>(ahead), datagram);
-    }
-  }
-
-  // 0, or why the machine refuses a client's call at once: no room, or nobody had the port just now.
-  static int Refusal(Choices& choices) {
-    const unsigned fate = choices.Below(64);
-    if (fate == 1) return EAGAIN;
-    return fate == 2 ? ECONNREFUSED : 0;
-  }
-
-  std::deque<Datagram> m_toServer;
-  std::deque<Datagram> m_toClient;
-};
+using Datagram = std::pair<unsigned short, std::string>;  // the client's port
 
 class World final : public Velk::GDOBase {
  public:
@@ -67,9 +44,25 @@ class World final : public Velk::GDOBase {
   }
   Velk::ArgsBuilder2 operator<<(const char* name) override { return Velk::ArgsBuilder2(name, this); }
 
+  // Puts a datagram on its way.
+  void Put(std::deque<Datagram>& way, const Datagram& datagram) {
+    const unsigned fate = m_choices.Below(16);
+    if (fate == 1) return;
+    for (unsigned copies = fate == 2 ? 2 : 1; copies != 0; --copies) {
+      const size_t ahead = fate == 3 ? std::min<size_t>(way.size(), m_choices.Below(4)) : 0;
+      way.insert(way.end() - static_cast<long>(ahead), datagram);
+    }
+  }
+
+  // 0, or why the machine refuses a client's call at once: no room, or nobody had the port just now.
+  int Refusal() {
+    const unsigned fate = m_choices.Below(64);
+    if (fate == 1) return EAGAIN;
+    return fate == 2 ? ECONNREFUSED : 0;
+  }
+
   uint64_t m_nowUs = 1000000 * kMs;
-  Choices m_choices;
-  Network m_network;
+  std::deque<Datagram> m_toServer, m_toClient;
 
  private:
   void StartServer() {
@@ -85,50 +78,28 @@ class World final : public Velk::GDOBase {
   }
 
   void Deliver() {
-    auto& way = m_network.m_toServer;
-    if (way.empty()) return;
-    const auto [port, bytes] = way.front();
-    way.pop_front();
-    std::vector<unsigned char> packet(bytes.begin(), bytes.end());
-    packet.push_back(0xFF);
-    m_server->HandleDatagram(InetAddress2(INADDR_LOOPBACK, port), packet.data(),
-                             static_cast<int>(bytes.size()));
+    if (m_toServer.empty()) return;
+    const auto [port, bytes] = m_toServer.front();
+    m_toServer.pop_front();
+    Give(*m_server, {INADDR_LOOPBACK, port}, bytes);
   }
 
   void Step() {
-    switch (m_choices.Below(16)) {
-      case 0:
-        return StartServer();
-      case 1: {
-        auto& way = m_network.m_toClient;
-        const unsigned port = Velk::GDQUdpClient::kMouthPort + m_choices.Below(64);
-        way.emplace_back(port, m_choices.Bytes(m_choices.Below(64)));
-        return;
-      }
-      case 2:
-        m_nowUs += m_choices.Below(256) * 4 * kMs;
-        return;
-      case 3:
-      case 4:
-      case 5: {
-        const std::string args(m_choices.Below(4) * 400, 'x');
-        if (m_client.SendMsg(("call" + std::to_string(m_sent) + " " + args).c_str())) ++m_sent;
-        return;
-      }
-      case 6:
-        m_client.Probe();
-        return;
-      case 7:
-      case 8:
-        m_nowUs += m_choices.Below(20) * kMs;
-        return;
-      case 9:
-      case 10:
-      case 11:
-        return m_client.Process();
-      default:
-        return Deliver();
+    const unsigned step = m_choices.Below(16);
+    if (step == 0) StartServer();
+    if (step == 1) {
+      const unsigned port = Velk::GDQUdpClient::kMouthPort + m_choices.Below(64);
+      m_toClient.emplace_back(port, m_choices.Bytes(m_choices.Below(64)));
     }
+    if (step == 2) m_nowUs += m_choices.Below(256) * 4 * kMs;
+    if (step >= 3 && step <= 5) {
+      const std::string args(m_choices.Below(4) * 400, 'x');
+      if (m_client.SendMsg(("call" + std::to_string(m_sent) + " " + args).c_str())) ++m_sent;
+    }
+    if (step == 6) m_client.Probe();
+    if (step == 7 || step == 8) m_nowUs += m_choices.Below(20) * kMs;
+    if (step >= 9 && step <= 11) m_client.Process();
+    if (step >= 12) Deliver();
   }
 
   void Check() {
@@ -137,6 +108,7 @@ class World final : public Velk::GDOBase {
       ASSERT_EQ(1u, m_ran.count("call" + std::to_string(m_confirmed))) << m_confirmed;
   }
 
+  Choices m_choices;
   std::unique_ptr<Velk::GDQUdpSrv> m_server;
   std::deque<std::pair<uint64_t, std::string>> m_taken;  // when each is run
   std::set<std::string> m_ran;
@@ -176,10 +148,9 @@ ssize_t getrandom(void* bytes, size_t size, unsigned) {
 }
 
 ssize_t send(int fd, const void* bytes, size_t size, int) {
-  errno = Network::Refusal(s_world->m_choices);
+  errno = s_world->Refusal();
   if (errno != 0) return -1;
-  const std::string datagram(static_cast<const char*>(bytes), size);
-  s_world->m_network.Put(s_world->m_network.m_toServer, {PortOf(fd), datagram}, s_world->m_choices);
+  s_world->Put(s_world->m_toServer, {PortOf(fd), std::string(static_cast<const char*>(bytes), size)});
   return static_cast<ssize_t>(size);
 }
 
@@ -194,19 +165,18 @@ ssize_t sendmsg(int fd, const msghdr* message, int flags) {
 ssize_t sendto(int, const void* bytes, size_t size, int, const sockaddr* to, socklen_t) {
   sockaddr_in address{};
   memcpy(&address, to, sizeof address);
-  const std::string datagram(static_cast<const char*>(bytes), size);
-  Network& network = s_world->m_network;
-  network.Put(network.m_toClient, {ntohs(address.sin_port), datagram}, s_world->m_choices);
+  s_world->Put(s_world->m_toClient,
+               {ntohs(address.sin_port), std::string(static_cast<const char*>(bytes), size)});
   return static_cast<ssize_t>(size);
 }
 
 ssize_t recv(int fd, void* bytes, size_t size, int) {
   const unsigned short port = PortOf(fd);
-  auto& way = s_world->m_network.m_toClient;
+  auto& way = s_world->m_toClient;
   const auto first =
       std::find_if(way.begin(), way.end(), [&](const auto& item) { return item.first == port; });
   if (first == way.end()) {
-    errno = Network::Refusal(s_world->m_choices) != ECONNREFUSED ? EAGAIN : ECONNREFUSED;
+    errno = s_world->Refusal() != ECONNREFUSED ? EAGAIN : ECONNREFUSED;
     return -1;
   }
   const size_t length = std::min(size, first->second.size());

@@ -8,10 +8,7 @@
 namespace {
 
 bool HasControl(const std::string& text) {
-  for (const char c : text) {
-    if (iscntrl(static_cast<unsigned char>(c)) != 0 && c != '\t') return true;
-  }
-  return false;
+  return std::any_of(text.begin(), text.end(), [](unsigned char c) { return iscntrl(c) != 0 && c != '\t'; });
 }
 
 void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
@@ -37,19 +34,13 @@ void CheckScreen(const char* text) {
   const char* at = json.Str() + 1;
   for (; *at != '"'; ++at) {
     ASSERT_NE('\0', *at);
-    if (*at != '\\') {
-      decoded += *at;
-    } else if (*++at != 'u') {
-      decoded += *at;
-    } else {
-      decoded += static_cast<char>(strtol(std::string(at + 1, 4).c_str(), nullptr, 16));
-      at += 4;
-    }
+    const bool isEscape = *at == '\\', isCode = isEscape && at[1] == 'u';
+    at += isEscape;
+    decoded += isCode ? static_cast<char>(strtol(std::string(at + 1, 4).c_str(), nullptr, 16)) : *at;
+    if (isCode) at += 4;
   }
   ASSERT_EQ('\0', at[1]);
-  if (IsUtf8(text)) {
-    ASSERT_EQ(text, decoded);
-  }
+  ASSERT_TRUE(!IsUtf8(text) || decoded == text) << decoded;
 }
 
 }  // namespace

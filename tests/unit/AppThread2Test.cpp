@@ -1,7 +1,5 @@
 #include "common/AppThread2.h"
 
-#include <pthread.h>
-
 #include "tests/unit/Test.h"
 
 namespace {
@@ -13,27 +11,25 @@ struct Counts {
 };
 
 // Runs until it is stopped, or not at all.
-class Worker : public AppThread2 {
- public:
+struct Worker : AppThread2 {
   Worker(Counts& counts, bool returnsAtOnce, bool autoDelete = false)
       : AppThread2(0, 0, autoDelete ? nullptr : "worker", autoDelete),
         m_counts(counts),
         m_returnsAtOnce(returnsAtOnce) {}
-  ~Worker() override { m_counts.deleted += pthread_equal(m_thread, pthread_self()) != 0; }
+  ~Worker() override { m_counts.deleted += m_thread == std::this_thread::get_id(); }
 
   void Driver() override {
-    m_thread = pthread_self();
+    m_thread = std::this_thread::get_id();
     ++m_counts.starts;
     while (!m_returnsAtOnce && IsRunning()) usleep(50);
   }
   void OnExit() override {
-    m_counts.exits += pthread_equal(m_thread, pthread_self()) != 0 && (m_returnsAtOnce || !IsRunning());
+    m_counts.exits += m_thread == std::this_thread::get_id() && (m_returnsAtOnce || !IsRunning());
   }
 
- private:
   Counts& m_counts;
   const bool m_returnsAtOnce;
-  pthread_t m_thread{};
+  std::thread::id m_thread;
 };
 
 }  // namespace

@@ -5,15 +5,13 @@
 #include "common/IGenericDispatchObj.h"
 #include "tests/unit/Test.h"
 
-using Texts = std::vector<std::string>;
-
-inline Texts TextsOf(const Velk::IArgsList& args) {
-  Texts texts;
+inline Lines TextsOf(const Velk::IArgsList& args) {
+  Lines texts;
   for (unsigned i = 0; i < args.GetCount(); ++i) texts.emplace_back(args.GetItem(i)->AsStr());
   return texts;
 }
 
-inline bool ParsePlainly(const std::string& text, size_t maxArgs, Texts& args) {
+inline bool ParsePlainly(const std::string& text, size_t maxArgs, Lines& args) {
   const std::string space = " \t\n\v\f\r";
   for (size_t i = 0; (i = text.find_first_not_of(space, i)) != std::string::npos;) {
     if (args.size() == maxArgs) return false;
@@ -49,7 +47,7 @@ struct CallKeeper final : Velk::IGenericDispatchObj {
 // Parses text, which may have maxArgs arguments; then writes what was found, and reads it again.
 inline void CheckArgs(Velk::ArgsParser& parser, unsigned maxArgs, const std::string& text) {
   SCOPED_TRACE(text);
-  Texts expected;
+  Lines expected;
   const bool isGood = ParsePlainly(text, maxArgs, expected);
   ASSERT_EQ(isGood, parser.ParseArgs(std::string(text).c_str()));  // a copy that ends where the text ends
   const Velk::IArgsList& args = *parser.GetArgs();
@@ -57,7 +55,7 @@ inline void CheckArgs(Velk::ArgsParser& parser, unsigned maxArgs, const std::str
 
   CallKeeper keeper;
   Velk::ArgsBuilder2 builder = keeper << "x";
-  Texts written;
+  Lines written;
   for (unsigned i = 0; i < args.GetCount(); ++i) {
     args.GetItem(i)->AsNum();
     builder << args[i]->AsStr() << args[i]->AsInt();

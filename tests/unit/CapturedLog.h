@@ -6,18 +6,8 @@
 
 class CapturedLog : public IDailyLog2 {
  public:
-  explicit CapturedLog(bool trace) {
-    LogPrinter* printer = LogPrinter::Instance();
-    printer->m_sink = this;
-    printer->m_consoleEnabled = false;
-    printer->m_traceEnabled = trace;
-  }
-  ~CapturedLog() override {
-    LogPrinter* printer = LogPrinter::Instance();
-    printer->m_sink = nullptr;
-    printer->m_consoleEnabled = true;
-    printer->m_traceEnabled = false;
-  }
+  explicit CapturedLog(bool trace) { Set(this, trace); }
+  ~CapturedLog() override { Set(nullptr, false); }
 
   // The lines so far, each with its type's number in front: "0:text". Forgets them.
   std::vector<std::string> Take() {
@@ -38,6 +28,12 @@ class CapturedLog : public IDailyLog2 {
   bool EnumerateLogs(bool (*)(const char*, const char*, void*), void*) override { return false; }
 
  private:
+  static void Set(IDailyLog2* sink, bool trace) {
+    LogPrinter::Instance()->m_sink = sink;
+    LogPrinter::Instance()->m_consoleEnabled = sink == nullptr;
+    LogPrinter::Instance()->m_traceEnabled = trace;
+  }
+
   std::mutex m_mutex;
   std::vector<std::string> m_lines;
 };

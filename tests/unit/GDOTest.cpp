@@ -32,9 +32,8 @@ struct Lamp : Velk::GDO<Lamp> {
     return true;
   }
   bool Dim(const Velk::IArgsList* args) {
-    if (args->GetCount() != 1) return false;
-    m_level = static_cast<int>(args->GetItem(0)->AsInt());
-    return true;
+    if (args->GetCount() == 1) m_level = static_cast<int>(args->GetItem(0)->AsInt());
+    return args->GetCount() == 1;
   }
 
   int m_level = 100;

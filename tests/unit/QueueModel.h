@@ -73,8 +73,8 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     EXPECT_TRUE(args == std::string(kOpen) || args == std::string(kMany)) << args;
     Deliver(target, name);
     // The rest is looked at after a wait as long as the last one, unless there was a post or are many.
-    const auto isPost = [](const Message& message) { return message.dueMs == 0; };
-    const auto posts = std::count_if(m_pending.begin(), m_pending.end(), isPost);
+    const auto posts =
+        std::count_if(m_pending.begin(), m_pending.end(), [](auto& m) { return m.dueMs == 0; });
     if (m_queue.m_maxPosts != 0 && posts > m_queue.m_maxPosts / 2) return;
     m_keepsWait = !m_isSignalled;
     m_isSignalled = false;
@@ -117,43 +117,31 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     Velk::IGenericDispatchTarget* target = which != 3 ? &m_targets[which] : nullptr;
     Message message{0, 0, 0, target, std::to_string(++m_count), kArgs[m_choices.Below(5)]};
     if (m_choices.Below(16) == 0) message.name.insert(0, 300, 'x');
-    switch (operation) {
-      case 0:
-      case 1:
-        m_queue.Post(target, message.name.c_str(), message.args);
-        break;
-      case 2:
-      case 3:
-        message.id = m_choices.Below(3);
-        message.periodMs = m_choices.Below(2) * m_choices.Below(20);
-        message.dueMs = m_nowMs + message.periodMs;
-        m_queue.PostTimer(message.id, message.periodMs, target, message.name.c_str(), message.args);
-        break;
-      case 4:
-        m_queue.CancelAllMessages(target);
-        return Forget([&](const Message& m) { return m.target == target; }, m_pending.size());
-      case 5: {
-        const unsigned id = m_choices.Below(3);
-        m_queue.CancelTimer(id, target);
-        return Forget([&](const Message& m) { return m.target == target && m.id == id; }, 1);
-      }
-      case 6:
-        m_nowMs -= m_choices.Below(20);
-        return;
-      default:
-        m_nowMs += m_choices.Below(40);
-        return;
+    if (operation == 6) m_nowMs -= m_choices.Below(20);
+    if (operation == 7) m_nowMs += m_choices.Below(40);
+    if (operation == 4 || operation == 5) Cancel(target, operation == 4);
+    if (operation >= 4) return;
+    if (operation >= 2) {
+      message.id = m_choices.Below(3);
+      message.periodMs = m_choices.Below(2) * m_choices.Below(20);
+      message.dueMs = m_nowMs + message.periodMs;
+      m_queue.PostTimer(message.id, message.periodMs, target, message.name.c_str(), message.args);
+    } else {
+      m_queue.Post(target, message.name.c_str(), message.args);
     }
     m_isSignalled = true;
     Add(message);
   }
 
-  template <typename Predicate>
-  void Forget(Predicate matches, size_t most) {
-    for (auto at = m_pending.begin(); most != 0 && at != m_pending.end();) {
-      at = std::find_if(at, m_pending.end(), matches);
-      if (at != m_pending.end()) at = m_pending.erase(at);
-      --most;
+  // All of the target's messages, or the next timer of some number; a post is number 0.
+  void Cancel(Velk::IGenericDispatchTarget* target, bool all) {
+    const unsigned id = all ? 0 : m_choices.Below(3);
+    if (all) m_queue.CancelAllMessages(target);
+    if (!all) m_queue.CancelTimer(id, target);
+    for (auto at = m_pending.begin(); at != m_pending.end();) {
+      const bool matches = at->target == target && (all || at->id == id);
+      at = matches ? m_pending.erase(at) : at + 1;
+      if (matches && !all) return;
     }
   }
 

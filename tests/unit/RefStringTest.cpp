@@ -43,19 +43,6 @@ TEST(RefString, SharesUntilChanged) {
   EXPECT_EQ(RefString().Str(), RefString("").Str());
 }
 
-TEST(RefString, GetBufferGoesByLengthNotCapacity) {
-  RefString text(100, 0);
-  const char* block = text.Append("abc").Str();
-  EXPECT_NE(block, text.GetBuffer(5));
-  EXPECT_EQ(5u, text.Capacity());
-  EXPECT_STREQ("abc", text.Str());
-  text.GetBuffer(3)[1] = '\0';
-  text.ReleaseBuffer(-1);
-  EXPECT_EQ(1u, text.Length());
-  text.ReleaseBuffer(INT_MAX);
-  EXPECT_EQ(5u, text.Length());
-}
-
 TEST(RefString, NullAndEmptyAreTheSame) {
   const char* const null = nullptr;
   const RefString text("a");

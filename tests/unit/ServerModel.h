@@ -5,14 +5,12 @@
 #include <sys/socket.h>
 #include <time.h>
 
-#include "common/GDQUdpSrv.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
-#include "tests/unit/Md5.h"
+#include "tests/unit/Peers.h"
 
 extern time_t g_now;  // 0: the real time
 
-using Endpoint = std::pair<uint32_t, uint16_t>;
 using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
 using Calls = std::vector<std::pair<std::string, std::string>>;
 
@@ -35,11 +33,8 @@ ssize_t __wrap_sendto(int fd, const void* bytes, size_t size, int flags, const s
 
 inline std::string Hex(const std::string& bytes) {
   std::string text;
-  char piece[4];
-  for (const char byte : bytes) {
-    snprintf(piece, sizeof piece, " %2.2x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
-    text += piece;
-  }
+  const char* const digits = "0123456789abcdef";
+  for (const char byte : bytes) text += {' ', digits[(byte >> 4) & 15], digits[byte & 15]};
   return text;
 }
 
@@ -48,14 +43,6 @@ struct CallList : Velk::GDOBase {
   void Call(const char* name, const char* args) override { m_calls.emplace_back(name, args); }
   Calls m_calls;
 };
-
-// Lets the server see one datagram, in a buffer just large enough for it.
-inline void Give(Velk::GDQUdpSrv& server, const Endpoint& from, const std::string& datagram) {
-  std::vector<unsigned char> packet(datagram.begin(), datagram.end());
-  packet.push_back(0xFF);
-  server.HandleDatagram(InetAddress2(static_cast<long>(from.first), from.second), packet.data(),
-                        static_cast<int>(datagram.size()));
-}
 
 class ServerModel {
  public:

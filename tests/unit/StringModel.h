@@ -34,6 +34,8 @@ class StringModel {
   unsigned Pick(unsigned below) { return m_choices.Below(below); }
   int PickAround(size_t length) { return static_cast<int>(Pick(static_cast<unsigned>(length) + 9)) - 4; }
 
+  void Become(const std::string& text) { m_model = text; }
+
   void Change(unsigned operation) {
     static const std::string kAlphabet = "abXYz09  \t\r\n\v\f'\x80\xff";
     const bool needsText = operation == 1 || operation == 2 || operation == 5;
@@ -46,33 +48,27 @@ class StringModel {
       case 2: {
         const unsigned n = Pick(static_cast<unsigned>(text.size()) + 1);  // 0: all
         m_text.Append(text.c_str(), n);
-        m_model += n != 0 ? text.substr(0, n) : text;
-        return;
+        return Become(m_model + (n != 0 ? text.substr(0, n) : text));
       }
       case 3:
         m_text.Append('c').Append(m_copy);
-        m_model += 'c' + m_copyModel;
-        return;
+        return Become(m_model + 'c' + m_copyModel);
       case 4: {
         const unsigned long value = Pick(3) == 0 ? ~0ul : Pick(1000);
         m_text.AppendNum(value);
-        m_model += std::to_string(value);
-        return;
+        return Become(m_model + std::to_string(value));
       }
       case 5:
         m_text.Format("%s-%d", text.c_str(), 7);
-        m_model = text + "-7";
-        return;
+        return Become(text + "-7");
       case 6: {  // from the own text
         const unsigned start = Pick(static_cast<unsigned>(m_model.size()) + 1);
         m_text.Append(m_text.Str() + start);
-        m_model += m_model.substr(start);
-        return;
+        return Become(m_model + m_model.substr(start));
       }
       case 7:
         m_text.Append(m_text);
-        m_model += m_model;
-        return;
+        return Become(m_model + m_model);
       case 8:
       case 9:
       case 13:

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/UdpSocket3.h"
-#include "tests/unit/Md5.h"
+#include "tests/unit/Peers.h"
 
 class StubService {
  public:
