@@ -2,6 +2,8 @@
 
 #include <malloc.h>
 
+#include <numeric>
+
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/TempDirectory.h"
 
@@ -76,8 +78,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
       model.push_back("# " + header + text);
       if (model.size() > capacity) model.pop_front();
       if (!isLookedAt) continue;
-      std::string expected;
-      for (const std::string& line : model) expected += line;
+      const std::string expected = std::accumulate(model.begin(), model.end(), std::string());
       ASSERT_EQ(expected, WithoutTimes(watcher.shown)) << count;
       ASSERT_EQ(expected, Synced(log)) << count;
     }
@@ -123,7 +124,6 @@ TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
     log.Log(type, nullptr, "text\n");
     return std::to_string(first.calls) + " " + std::to_string(second.calls);
   };
-  EXPECT_EQ("0 0", callsAfter(Error));
   for (Watcher* watcher : {&first, &second, &first}) log.AddErrorNotify(watcher);
   EXPECT_EQ("0 0", callsAfter(Info));
   EXPECT_EQ("0 0", callsAfter(Trace));
@@ -132,9 +132,7 @@ TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
   EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));
-  log.RemoveErrorNotify(&first);
-  log.RemoveErrorNotify(&second);
-  log.RemoveErrorNotify(&second);  // no longer there
+  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // one too often
   EXPECT_EQ("5 2", callsAfter(Error));
   log.RemoveErrorNotify(&first);
   EXPECT_EQ("5 2", callsAfter(Error));
@@ -198,26 +196,21 @@ TEST_F(DailyLog2Test, ForwardsToPort514WithTheHeaderCut) {
 }
 
 TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
-  constexpr unsigned kCapacity = 50;
-  constexpr int kThreads = 3;
+  constexpr unsigned kCapacity = 50, kThreads = 3;
   DailyLog2 log(kCapacity, m_path.c_str());
   Watcher always, comesAndGoes[kThreads];
   log.AddErrorNotify(&always);
-  std::vector<std::thread> threads;
-  for (int id = 0; id < kThreads; ++id) {
-    threads.emplace_back([&log, &comesAndGoes, id] {
-      const std::string text = std::string(200, static_cast<char>('a' + id)) + "\n";
-      for (int i = 0; i < 500; ++i) {
-        log.Log(i % 4 == 0 ? Warning : Info, "t", text.c_str());
-        if (i % 50 == 0) log.SyncLog();
-        if (i % 20 == 0) log.EnableSyslog("127.77.0.1", 0);
-        if (i % 20 == 10) log.DisableSyslog();
-        if (i % 8 == 1) log.AddErrorNotify(&comesAndGoes[id]);
-        if (i % 8 == 6) log.RemoveErrorNotify(&comesAndGoes[id]);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  InThreads(kThreads, [&](unsigned id) {
+    const std::string text = std::string(200, static_cast<char>('a' + id)) + "\n";
+    for (int i = 0; i < 500; ++i) {
+      log.Log(i % 4 == 0 ? Warning : Info, "t", text.c_str());
+      if (i % 50 == 0) log.SyncLog();
+      if (i % 20 == 0) log.EnableSyslog("127.77.0.1", 0);
+      if (i % 20 == 10) log.DisableSyslog();
+      if (i % 8 == 1) log.AddErrorNotify(&comesAndGoes[id]);
+      if (i % 8 == 6) log.RemoveErrorNotify(&comesAndGoes[id]);
+    }
+  });
   EXPECT_GT(always.calls, 0);
   EXPECT_EQ(always.shown.size(), always.total);
 

@@ -166,19 +166,15 @@ TEST(GDQ, KeepsOrderPerPoster) {
   queue.m_pausePosts = 8;
   noise.m_handler = [&](const char*, const Velk::IArgsList*) { queue.Post(&noise, "Echo", "'of a timer'"); };
   ASSERT_TRUE(queue.Run());
-  std::vector<std::thread> posters;
-  for (int poster = 0; poster < kPosters; ++poster) {
-    posters.emplace_back([&queue, &target, &noise, poster] {
-      const std::string name = "Poster" + std::to_string(poster);
-      for (int i = 0; i < kPosts; ++i) {
-        queue.Post(&target, name.c_str(), std::to_string(i).c_str());
-        if (i % 16 == 0) queue.PostTimer(9, 1, &noise, "Noise", "`with some text`");
-        if (i % 16 == 8) queue.CancelTimer(9, &noise);
-        if (i % 64 == 63) queue.CancelAllMessages(&noise);
-      }
-    });
-  }
-  for (std::thread& poster : posters) poster.join();
+  InThreads(kPosters, [&](unsigned poster) {
+    const std::string name = "Poster" + std::to_string(poster);
+    for (int i = 0; i < kPosts; ++i) {
+      queue.Post(&target, name.c_str(), std::to_string(i).c_str());
+      if (i % 16 == 0) queue.PostTimer(9, 1, &noise, "Noise", "`with some text`");
+      if (i % 16 == 8) queue.CancelTimer(9, &noise);
+      if (i % 64 == 63) queue.CancelAllMessages(&noise);
+    }
+  });
   ASSERT_TRUE(target.WaitForCount(kPosters * kPosts));
   queue.Stop();
   int next[kPosters] = {};

@@ -25,10 +25,8 @@ Lines Numbers(unsigned first, unsigned end) {
 }
 
 bool SendNumbers(GDQUdpClient& client, unsigned first, unsigned end) {
-  for (; first < end; ++first) {
-    if (!client.SendMsg(Number(first).c_str())) return false;
-  }
-  return true;
+  while (first < end && client.SendMsg(Number(first).c_str())) ++first;
+  return first == end;
 }
 
 // The lines without repeats: of the copies the first that stands behind the line before.
@@ -234,37 +232,32 @@ TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersAndItsProbesOnly) {
   GDQUdpClient::Options options;
   options.reliable = false;
   options.listen = true;
-  Lines calls, trips;
-  client.SetCallHandler(
-      [](const char* name, const char* args, void* user) {
-        static_cast<Lines*>(user)->push_back(std::string(name) + "|" + args);
-      },
-      &calls);
-  client.SetProbeHandler(
-      [](unsigned id, unsigned micros, void* user) {
-        EXPECT_LT(micros, kLongMs * 1000);
-        static_cast<Lines*>(user)->push_back(std::to_string(id));
-      },
-      &trips);
+  Lines heard, expected{"Name|args ", "Alone|"};
+  const auto onCall = [](const char* name, const char* args, void* user) {
+    static_cast<Lines*>(user)->push_back(std::string(name) + "|" + args);
+  };
+  const auto onTrip = [](unsigned id, unsigned micros, void* user) {
+    static_cast<Lines*>(user)->push_back((micros < kLongMs * 1000 ? "" : "late ") + std::to_string(id));
+  };
+  client.SetCallHandler(onCall, &heard);
+  client.SetProbeHandler(onTrip, &heard);
   ASSERT_TRUE(Open(client, options));
   ASSERT_TRUE(RunUntil(client, [&] { return client.GetState() == State::Joined; }));
   ASSERT_TRUE(Join(other));  // its probe is heard, and is no call
   (client << "Own" << 1).CallObj();
   service.Call("  Name\targs ");
   service.Call("Alone");
-  Lines ids;
-  for (int i = 0; i < 3; ++i) ids.push_back(std::to_string(client.Probe()));
+  for (int i = 0; i < 3; ++i) expected.push_back(std::to_string(client.Probe()));
   client.Flush(50);  // hears, but must not deliver
-  EXPECT_EQ(Lines{}, calls);
-  EXPECT_TRUE(RunUntil(client, [&] { return trips.size() == 3; }));
-  EXPECT_EQ((Lines{"Name|args ", "Alone|"}), calls);
-  EXPECT_EQ(ids, trips);
+  EXPECT_EQ(Lines{}, heard);
+  EXPECT_TRUE(RunUntil(client, [&] { return heard.size() == 5; }));
+  EXPECT_EQ(expected, heard);
 
   // A listener finds out by itself that it was forgotten, and hears on.
   service.Restart(0);
   EXPECT_TRUE(RunUntil(client, [&] { return client.Joins() == 2; }));
   service.Call("Again");
-  EXPECT_TRUE(RunUntil(client, [&] { return calls.size() == 3; }));
+  EXPECT_TRUE(RunUntil(client, [&] { return heard.back() == "Again|"; }));
 }
 
 TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
@@ -273,14 +266,10 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
   ASSERT_TRUE(Open(client, options));
   ASSERT_TRUE(client.StartThread());
   constexpr unsigned kThreads = 4, kEach = 40;
-  std::vector<std::thread> threads;
-  for (unsigned i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      for (unsigned line = 0; line < kEach; ++line)
-        client.SendMsg((std::to_string(i) + " " + std::to_string(line)).c_str());
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  InThreads(kThreads, [&](unsigned thread) {
+    for (unsigned line = 0; line < kEach; ++line)
+      client.SendMsg((std::to_string(thread) + " " + std::to_string(line)).c_str());
+  });
   EXPECT_TRUE(WaitFor([&] { return client.Held() == 0; }));  // nobody else gives it time
   unsigned next[kThreads] = {};
   for (const std::string& line : service.Lines()) {

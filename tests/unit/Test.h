@@ -34,3 +34,11 @@ bool WaitFor(Condition condition) {
   }
   return true;
 }
+
+// Runs action(0) to action(count - 1) at the same time, each on a thread of its own.
+template <class Action>
+void InThreads(unsigned count, Action action) {
+  std::vector<std::thread> threads;
+  for (unsigned i = 0; i < count; ++i) threads.emplace_back(action, i);
+  for (std::thread& thread : threads) thread.join();
+}

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned long kLoopback = INADDR_LOOPBACK;
+constexpr long kLoopback = INADDR_LOOPBACK;
 
 int NextDescriptor() {
   const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -64,7 +64,7 @@ TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
 
 TEST(UdpSocket3, RefusesWhatItCannotDo) {
   UdpSocket3 socket;
-  InetAddress2 address(static_cast<long>(kLoopback), 9);
+  InetAddress2 address(kLoopback, 9);
   char byte = 0;
   EXPECT_FALSE(socket.Bind(0, 0) || socket.BindAddress(address) || socket.SetTTL(1));
   EXPECT_EQ(-1, socket.Read(&byte, 1, &address));
@@ -95,10 +95,8 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
   const rlimit raised{limit.rlim_max, limit.rlim_max};
   if (limit.rlim_max < FD_SETSIZE + 8) GTEST_SKIP() << "too few descriptors allowed";
   setrlimit(RLIMIT_NOFILE, &raised);
-  std::vector<int> fillers;
-  do {
-    fillers.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  } while (fillers.back() >= 0 && fillers.back() < FD_SETSIZE);
+  std::vector<int> fillers{dup(0)};
+  while (fillers.back() >= 0 && fillers.back() < FD_SETSIZE) fillers.push_back(dup(0));
   UdpSocket3 socket;
   EXPECT_TRUE(socket.Open());
   EXPECT_EQ(-1, socket.WaitForRead(0));
@@ -108,17 +106,18 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
 }
 
 TEST(UdpSocket3, JoinsAndLeavesAGroup) {
-  constexpr long kGroup = static_cast<long>(0xEF010203);
+  // No other process's: a group is heard as long as anybody on the machine is in it.
+  const long ip = static_cast<long>(0xEF010000 + static_cast<unsigned>(getpid()) % 65536);
   UdpSocket3 receiver, sender;
-  InetAddress2 group(kGroup, BindSomewhere(sender).GetPort());
+  InetAddress2 group(ip, BindSomewhere(sender).GetPort());
   ASSERT_TRUE(receiver.Open() && receiver.BindAddress(group));
-  ASSERT_TRUE(receiver.AddMulticastMembership(kGroup, static_cast<long>(kLoopback)));
+  ASSERT_TRUE(receiver.AddMulticastMembership(ip, kLoopback));
   ASSERT_TRUE(sender.SetMulticastInterface(kLoopback));
   EXPECT_EQ(1, sender.Write("x", 1, &group));
-  char byte = 0;
   ASSERT_EQ(1, receiver.WaitForRead(5000));
+  char byte = 0;
   EXPECT_EQ(1, receiver.Read(&byte, 1, nullptr));
-  EXPECT_TRUE(receiver.DropMulticastMembership(kGroup, static_cast<long>(kLoopback)));
+  EXPECT_TRUE(receiver.DropMulticastMembership(ip, kLoopback));
   sender.Write("x", 1, &group);
   EXPECT_EQ(0, receiver.WaitForRead(0));
 }
