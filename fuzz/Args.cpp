@@ -1,4 +1,3 @@
-// The argument parser beside a plain one; what it found is written and read again.
 #include "tests/unit/ArgsModel.h"
 
 // Texts that end in a zero byte each go to one parser, as the queue's thread does with its messages.

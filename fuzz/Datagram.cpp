@@ -1,4 +1,3 @@
-// The channel's server by any sequence of datagrams, beside a list of peers.
 #include "tests/unit/ServerModel.h"
 
 time_t g_now;

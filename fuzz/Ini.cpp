@@ -1,5 +1,3 @@
-// Configuration files: loaded, saved and loaded again.
-
 #include "tests/unit/IniModel.h"
 
 extern "C" int fsync(int) {

@@ -1,4 +1,3 @@
-// The queue by posts, timers and cancels, beside a sorted vector.
 #include "tests/unit/QueueModel.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,4 +1,3 @@
-// Both string classes by any sequence of operations, beside std::string.
 #include "common/RefString.h"
 #include "common/SimpleString.h"
 #include "tests/unit/StringModel.h"

@@ -139,7 +139,6 @@ TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
   EXPECT_TRUE(m_log.Open("f", nullptr, m_dir.path.c_str(), 1));
   for (int i = 0; i < 1000; ++i) m_log.Print("0123456789\n");
 
-  // The directory goes away over night.
   const std::string gone = m_dir.Path("gone");
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, gone.c_str(), 1));
   std::filesystem::remove_all(gone);

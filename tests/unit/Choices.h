@@ -5,7 +5,6 @@
 
 class Choices {
  public:
-  // The bytes must outlive the object.
   Choices(const uint8_t* bytes, size_t count) : m_next(bytes), m_end(bytes + count) {}
 
   // As many of a generator's.

@@ -4,8 +4,8 @@
 #include "tests/unit/WildcardModel.h"
 
 TEST(DosMatch2, MatchesAsListed) {
-  // Text, pattern, whether they match exactly, and without regard to case.
   const std::tuple<const char*, const char*, bool, bool> rows[] = {
+      // whether they match, also in any case
       {"A.LOG", "*.log", true, true},  // behind the found "." case no longer counts
       {"ac", "a?c", false, false},    {"abc", "abc*", false, false},  // a star needs a character
       {"abcd", "abc*", true, true},   {"", "*", false, false},

@@ -5,20 +5,16 @@
 
 namespace {
 
-// Keeps posts instead of delivering them.
-struct PostKeeper final : Velk::IGenericDispatchQueue {
-  explicit PostKeeper(Velk::IGenericDispatchTarget* owner) : m_owner(owner) {}
-  void PostTimer(unsigned, unsigned long, Velk::IGenericDispatchTarget*, const char*, const char*) override {}
-  void CancelTimer(unsigned, Velk::IGenericDispatchTarget*) override {}
-  void CancelAllMessages(Velk::IGenericDispatchTarget* target) override {
-    m_seen.push_back(target == m_owner ? "cancelled" : "?");
-  }
-  void Post(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
-    m_seen.push_back((target == m_owner ? "" : "?") + std::string(name) + args);
-  }
+using Target = Velk::IGenericDispatchTarget;
 
-  const Velk::IGenericDispatchTarget* m_owner;
-  Lines m_seen;
+struct PostKeeper final : Velk::IGenericDispatchQueue {
+  void PostTimer(unsigned, unsigned long, Target*, const char*, const char*) override {}
+  void CancelTimer(unsigned, Target*) override {}
+  void CancelAllMessages(Target* target) override { m_seen.emplace_back(target, "cancelled"); }
+  void Post(Target* target, const char* name, const char* args) override {
+    m_seen.emplace_back(target, std::string(name) + args);
+  }
+  std::vector<std::pair<Target*, std::string>> m_seen;
 };
 
 struct Lamp : Velk::GDO<Lamp> {
@@ -42,8 +38,8 @@ struct Lamp : Velk::GDO<Lamp> {
 }  // namespace
 
 TEST(GDO, FindsHandlersByNameInAnyCase) {
-  // Name, arguments, whether it is done, level.
   const std::tuple<const char*, const char*, bool, int> rows[] = {
+      // whether it is done, level
       {"SwitchOff", "", true, 0}, {"dIM", "30", true, 30},    {"DIM", "", false, 100},
       {"Di", "30", false, 100},   {"Dimm", "30", false, 100}, {"", "", false, 100},
       {nullptr, "30", false, 100}};
@@ -58,14 +54,14 @@ TEST(GDO, FindsHandlersByNameInAnyCase) {
 
 TEST(GDO, PostsCallsAndTakesThemBack) {
   auto* const lamp = new Lamp;
-  PostKeeper first(lamp), second(lamp);
+  PostKeeper first, second;
+  const std::pair<Target*, std::string> dim(lamp, "Dim 30"), cancelled(lamp, "cancelled");
   lamp->Call("SwitchOff", "");  // no queue: dropped
   lamp->AttachQueue(&first);
   (*lamp << "Dim" << 30).CallObj();
-  EXPECT_EQ(Lines{"Dim 30"}, first.m_seen);
   EXPECT_EQ(100, lamp->m_level);
   lamp->AttachQueue(&second);
-  EXPECT_EQ((Lines{"Dim 30", "cancelled"}), first.m_seen);
+  EXPECT_EQ((std::vector{dim, cancelled}), first.m_seen);
   delete lamp;
-  EXPECT_EQ(Lines{"cancelled"}, second.m_seen);
+  EXPECT_EQ(std::vector{cancelled}, second.m_seen);
 }

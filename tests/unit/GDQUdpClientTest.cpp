@@ -64,6 +64,11 @@ class GDQUdpClientTest : public testing::Test {
     return Open(joined) && joined.WaitForAnswer(kLongMs) == State::Joined;
   }
 
+  // Sends numbers, and waits until they are confirmed.
+  bool Deliver(unsigned first, unsigned end) {
+    return SendNumbers(client, first, end) && client.Flush(kLongMs) == 0;
+  }
+
   StubService service;
   GDQUdpClient client;
 };
@@ -75,8 +80,7 @@ TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind)
   EXPECT_EQ(-1, client.Descriptor());
   EXPECT_FALSE(client.SendMsg("x"));
   EXPECT_EQ(EBADF, errno);
-  ASSERT_TRUE(Open(client));
-  EXPECT_TRUE(SendNumbers(client, 0, 300));
+  ASSERT_TRUE(Open(client) && SendNumbers(client, 0, 300));
   EXPECT_EQ(300u, client.Flush(150));
   EXPECT_EQ(State::NotJoined, client.GetState());
 
@@ -94,9 +98,8 @@ TEST_F(GDQUdpClientTest, TellsRefusalFromSilenceAndRubbish) {
   ASSERT_TRUE(client.Open(service.Address().c_str(), "other", Unwaiting(100)));
   EXPECT_EQ(State::Refused, client.WaitForAnswer(kLongMs));
   EXPECT_TRUE(client.SendMsg("x"));
-  EXPECT_EQ(1u, client.Flush(0));
+  EXPECT_EQ(1u, client.Flush(100));
   EXPECT_EQ(0u, client.Joins());
-  client.Flush(100);
   const unsigned datagrams = service.m_datagrams;
   client.Flush(300);  // must not fill the service's log with its wrong cookies
   EXPECT_EQ(datagrams, service.m_datagrams);
@@ -116,16 +119,12 @@ TEST_F(GDQUdpClientTest, TellsRefusalFromSilenceAndRubbish) {
 TEST_F(GDQUdpClientTest, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
   ASSERT_TRUE(Join(client));
   service.m_deafPort = *service.Admitted().begin();
-  ASSERT_TRUE(Open(client));
-  EXPECT_TRUE(SendNumbers(client, 0, 1));
-  EXPECT_EQ(0u, client.Flush(kLongMs));
+  ASSERT_TRUE(Open(client) && Deliver(0, 1));
 }
 
 // The service may end with what it has taken but not run.
 TEST_F(GDQUdpClientTest, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
-  ASSERT_TRUE(Open(client));
-  ASSERT_TRUE(SendNumbers(client, 0, 10));
-  ASSERT_EQ(0u, client.Flush(kLongMs));
+  ASSERT_TRUE(Open(client) && Deliver(0, 10));
   ASSERT_TRUE(SendNumbers(client, 10, 20));
   ASSERT_TRUE(WaitFor([&] { return service.Lines().size() == 20; }));
   client.Process();  // all receipts are here
@@ -138,8 +137,7 @@ TEST_F(GDQUdpClientTest, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
   EXPECT_EQ(2u, client.Joins());
 
   service.Restart(0);
-  ASSERT_TRUE(SendNumbers(client, 20, 21));
-  EXPECT_EQ(0u, client.Flush(kLongMs));
+  ASSERT_TRUE(Deliver(20, 21));
   EXPECT_EQ(lines.size() + 1, service.Lines().size());
 }
 
@@ -166,8 +164,7 @@ TEST_F(GDQUdpClientTest, LosesNothingAndKeepsTheOrderThroughEveryFault) {
   std::thread restarts([&] {
     for (; !isDone; usleep(400000)) service.Restart(GDQUdpClient::kSettleMs / 2);
   });
-  ASSERT_TRUE(Open(client));
-  EXPECT_TRUE(SendNumbers(client, 0, kCount));
+  EXPECT_TRUE(Open(client) && SendNumbers(client, 0, kCount));
   isDone = true;
   restarts.join();
   EXPECT_EQ(0u, client.Flush(kLongMs));
@@ -201,16 +198,14 @@ TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
   GDQUdpClient::Options options;
   options.reliable = false;
   ASSERT_TRUE(Open(client, options));
-  EXPECT_TRUE(SendNumbers(client, 0, 50));
-  EXPECT_EQ(0u, client.Flush(kLongMs));
+  ASSERT_TRUE(Deliver(0, 50));
   EXPECT_TRUE(WaitFor([&] { return service.Lines() == Numbers(0, 50); }));
   EXPECT_EQ(1u, service.Admitted().size());
   EXPECT_EQ(0u, client.Probe());
   service.Stop();
   client.SendMsg("x");  // is refused, which tells of the restart
   ASSERT_TRUE(service.Start());
-  EXPECT_TRUE(SendNumbers(client, 0, 5));
-  EXPECT_EQ(0u, client.Flush(kLongMs));
+  ASSERT_TRUE(Deliver(0, 5));
   EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 5; }));
 }
 

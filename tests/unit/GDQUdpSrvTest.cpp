@@ -29,7 +29,6 @@ class Client {
     return std::string(bytes, static_cast<size_t>(m_socket.Read(bytes, sizeof bytes, nullptr)));
   }
 
-  // Returns the cookie.
   std::string Join(GDQUdpSrv& server, const std::string& password) {
     Give(server, m_endpoint, "CONN");
     const std::string cookie = Md5(Receive() + password);

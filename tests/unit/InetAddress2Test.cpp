@@ -24,8 +24,8 @@ TEST(InetAddress2, ReadsQuadsLikeTheModel) {
 TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysAsItWas) {
   CapturedLog log(false);
   const std::string longestLookup(79, 'a');  // no label may be that long: fails without asking the network
-  // Text, default port, result; null: refused.
   const std::tuple<std::string, unsigned short, const char*> rows[] = {
+      // default port; null: refused
       {"255.255.255.255:65535", 1, "255.255.255.255:65535"},
       {"10.0.0.1", 514, "10.0.0.1:514"},
       {"10.0.0.1:514 and more", 1, "10.0.0.1:514"},

@@ -72,13 +72,12 @@ TEST_F(IniFile3Test, ComesBackFromItsFileAsItWas) {
 
 TEST_F(IniFile3Test, ReadsAndWritesTypes) {
   IniFile3 ini;
-  for (const char* yes : {"T", "true", "Y", "yes", "1x"}) {
-    ini.SetString("s", "k", yes);
-    EXPECT_TRUE(ini.GetBool("S", "K", false)) << yes;
-  }
-  for (const char* no : {"", "on", "0", " true"}) {
-    ini.SetString("s", "k", no);
-    EXPECT_FALSE(ini.GetBool("s", "k", true)) << no;
+  const std::pair<const char*, bool> flags[] = {{"T", true},   {"true", true}, {"Y", true},
+                                                {"yes", true}, {"1x", true},   {"", false},
+                                                {"on", false}, {"0", false},   {" true", false}};
+  for (const auto& [text, flag] : flags) {
+    ini.SetString("s", "k", text);
+    EXPECT_EQ(flag, ini.GetBool("S", "K", !flag)) << text;
   }
   ini.SetString("s", "k", " 99999999999999999999");
   EXPECT_EQ(INT_MAX, ini.GetInt("s", "k", 0));

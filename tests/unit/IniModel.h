@@ -37,8 +37,7 @@ inline bool Survives(const char*, const char* key, const char* value, void*) {
   return strlen(key) + 2 * strlen(value) + kMarks <= IniFile3::kLineSize;
 }
 
-// What was loaded is the same after it was saved and loaded again, where the format can tell it at all.
-// Returns whether it can.
+// What the format can tell is the same after it was saved and loaded again. Returns whether text is that.
 inline bool CheckSavedAndLoaded(const TempDirectory& directory, const std::string& text) {
   const std::string path = directory.Path("f");
   directory.Write("f", text);

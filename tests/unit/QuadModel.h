@@ -1,5 +1,4 @@
-// The rules of dotted quads, written the slow way: strip what does not count, cut at the dots, weigh the
-// pieces.
+// The rules of dotted quads, the slow way: strip what does not count, cut at the dots, weigh the pieces.
 #pragma once
 
 #include "common/InetAddress2.h"
@@ -28,7 +27,6 @@ inline bool ModelQuad(const std::string& text, unsigned long* ip) {
   return true;
 }
 
-// Returns whether text is a dotted quad.
 inline bool CheckQuad(const std::string& text) {
   unsigned long ip = 0;
   const bool isQuad = ModelQuad(text, &ip);

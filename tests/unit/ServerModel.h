@@ -119,7 +119,6 @@ class ServerModel {
     return std::string(Velk::GDQUdpSrv::kMaxText - 1 + m_choices.Below(3), 'x');
   }
 
-  // Whether the text can be sent.
   bool SendMsg(const std::string& text) {
     m_lines.push_back("0:GDQUdpSrv::SendMsg('" + text + "')\n");
     if (text.size() > Velk::GDQUdpSrv::kMaxText) return false;

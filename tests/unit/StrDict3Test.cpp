@@ -9,7 +9,6 @@ constexpr unsigned kAll = 65535;
 
 using Dict = StrDict3<int>;
 
-// Hands out nodes one by one and notes the characters of those that come back.
 struct NotingAllocator : Dict::IAllocator {
   Dict::Node* Get() override { return new Dict::Node; }
   void Release(Dict::Node* node) override {
@@ -85,7 +84,6 @@ TEST(StrDict3, PoolGrowsByBlocksAndReusesNodes) {
   EXPECT_EQ(32u, pool.Total());
 }
 
-// That it keeps its order shows with AppData.
 TEST(SimpleListDL, CountsAndFreesItsNodes) {
   SimpleListDL<int> list;
   for (int i = 0; i < 3; ++i) list.Append(i);

@@ -4,6 +4,8 @@
 #include <ctype.h>
 #include <strings.h>
 
+#include <functional>
+
 #include "tests/unit/Choices.h"
 
 template <class String>
@@ -13,7 +15,7 @@ class StringModel {
 
   void Run() {
     for (unsigned step = 0; m_choices.AreLeft() && !::testing::Test::HasFailure(); ++step) {
-      const unsigned operation = Pick(15);
+      const unsigned operation = Pick(kOperations);
       SCOPED_TRACE("step " + std::to_string(step) + ", operation " + std::to_string(operation));
       Change(operation);
       CheckText();
@@ -31,68 +33,46 @@ class StringModel {
   }
 
  private:
+  static constexpr unsigned kOperations = 14;
+
   unsigned Pick(unsigned below) { return m_choices.Below(below); }
   int PickAround(size_t length) { return static_cast<int>(Pick(static_cast<unsigned>(length) + 9)) - 4; }
 
-  void Become(const std::string& text) { m_model = text; }
-
   void Change(unsigned operation) {
-    static const std::string kAlphabet = "abXYz09  \t\r\n\v\f'\x80\xff";
-    const bool needsText = operation == 1 || operation == 2 || operation == 5;
-    const std::string text = needsText ? m_choices.Text(kAlphabet, 40) : "";
-    switch (operation) {
-      case 0:
-        m_text.Empty();
-        return m_model.clear();
-      case 1:
-      case 2: {
-        const unsigned n = Pick(static_cast<unsigned>(text.size()) + 1);  // 0: all
-        m_text.Append(text.c_str(), n);
-        return Become(m_model + (n != 0 ? text.substr(0, n) : text));
-      }
-      case 3:
-        m_text.Append('c').Append(m_copy);
-        return Become(m_model + 'c' + m_copyModel);
-      case 4: {
-        const unsigned long value = Pick(3) == 0 ? ~0ul : Pick(1000);
-        m_text.AppendNum(value);
-        return Become(m_model + std::to_string(value));
-      }
-      case 5:
-        m_text.Format("%s-%d", text.c_str(), 7);
-        return Become(text + "-7");
-      case 6: {  // from the own text
-        const unsigned start = Pick(static_cast<unsigned>(m_model.size()) + 1);
-        m_text.Append(m_text.Str() + start);
-        return Become(m_model + m_model.substr(start));
-      }
-      case 7:
-        m_text.Append(m_text);
-        return Become(m_model + m_model);
-      case 8:
-      case 9:
-      case 13:
-        if (operation == 8) m_text.TrimLeft();
-        if (operation == 9) m_text.TrimRight();
-        if (operation == 13) m_text.Trim();
-        if (operation != 8) m_model.erase(m_model.find_last_not_of(" \t\r\n") + 1);
-        if (operation != 9) m_model.erase(0, std::min(m_model.find_first_not_of(" \t\r\n"), m_model.size()));
-        return;
-      case 10:
-        m_model.assign(Pick(80), 'w');
-        memcpy(m_text.GetBuffer(static_cast<unsigned>(m_model.size())), m_model.data(), m_model.size());
-        return m_text.ReleaseBuffer(static_cast<int>(m_model.size()));
-      case 11:
-        m_text.MakeReverse();
-        return std::reverse(m_model.begin(), m_model.end());
-      case 12:
-        m_text.MakeUpper();
-        for (char& c : m_model) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
-        return;
-      default:
-        m_text.MakeLower();
-        for (char& c : m_model) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    }
+    const bool needsText = operation == 1 || operation == 4;
+    const std::string text = needsText ? m_choices.Text("abXYz09  \t\r\n\v\f'\x80\xff", 40) : "";
+    const unsigned n = Pick(500);
+    const std::string old = m_model, part = text.substr(0, n % (text.size() + 1));
+    const size_t start = n % (old.size() + 1);
+    const unsigned long value = n % 3 == 0 ? ~0ul : n;
+    const std::string right = old.substr(0, old.find_last_not_of(" \t\r\n") + 1);
+    const size_t margin = std::min(old.find_first_not_of(" \t\r\n"), old.size());
+    std::string upper = old, lower = old;
+    for (char& c : upper) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+    for (char& c : lower) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    const auto fill = [&] {
+      memset(m_text.GetBuffer(n), 'w', n);
+      m_text.ReleaseBuffer(static_cast<int>(n));
+    };
+    const std::pair<std::function<void()>, std::string> changes[kOperations] = {
+        {[&] { m_text.Empty(); }, ""},
+        {[&] { m_text.Append(text.c_str(), static_cast<unsigned>(part.size())); },
+         old + (part.empty() ? text : part)},
+        {[&] { m_text.Append('c').Append(m_copy); }, old + 'c' + m_copyModel},
+        {[&] { m_text.AppendNum(value); }, old + std::to_string(value)},
+        {[&] { m_text.Format("%s-%d", text.c_str(), 7); }, text + "-7"},
+        {[&] { m_text.Append(m_text.Str() + start); }, old + old.substr(start)},
+        {[&] { m_text.Append(m_text); }, old + old},
+        {[&] { m_text.TrimLeft(); }, old.substr(margin)},
+        {[&] { m_text.TrimRight(); }, right},
+        {[&] { m_text.Trim(); }, right.substr(std::min(margin, right.size()))},
+        {fill, std::string(n, 'w')},
+        {[&] { m_text.MakeReverse(); }, std::string(old.rbegin(), old.rend())},
+        {[&] { m_text.MakeUpper(); }, upper},
+        {[&] { m_text.MakeLower(); }, lower},
+    };
+    changes[operation].first();
+    m_model = changes[operation].second;
   }
 
   void CheckText() {

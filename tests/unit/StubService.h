@@ -57,7 +57,6 @@ class StubService {
     return ports;
   }
 
-  // Calls text for all admitted peers.
   void Call(const std::string& text) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     Relay(text, 0);
@@ -85,7 +84,9 @@ class StubService {
       const int size = isReadable ? m_socket.Read(bytes, sizeof bytes, &from) : -1;
       const std::lock_guard<std::mutex> lock(m_mutex);
       if (size >= 0) Receive(std::string(bytes, static_cast<size_t>(size)), from.GetPort());
-      if (!isReadable && !m_holdsReceipts) SendDelayed();
+      if (isReadable || m_holdsReceipts) continue;
+      for (const auto& [datagram, port] : m_delayed) SendNow(datagram, port);
+      m_delayed.clear();
     }
   }
 
@@ -141,11 +142,6 @@ class StubService {
   void SendNow(const std::string& datagram, unsigned short port) {
     const InetAddress2 to(INADDR_LOOPBACK, port);
     m_socket.Write(datagram.data(), static_cast<long>(datagram.size()), &to);
-  }
-
-  void SendDelayed() {
-    for (const auto& [datagram, port] : m_delayed) SendNow(datagram, port);
-    m_delayed.clear();
   }
 
   unsigned short m_port;

@@ -11,10 +11,10 @@ namespace {
 constexpr size_t kMost = 16;
 
 // The pieces of text, sent through a pipe in parts of random sizes.
-std::vector<std::string> Pieces(const std::string& text, std::mt19937& random) {
+Lines Pieces(const std::string& text, std::mt19937& random) {
   int fds[2];
   EXPECT_EQ(pipe(fds), 0);
-  std::vector<std::string> pieces;
+  Lines pieces;
   Ctl::LineReader reader(fds[0], kMost);
   size_t written = 0;
   while (!reader.AtEnd()) {
@@ -54,8 +54,8 @@ TEST(SyslogctlLines, AreSplitWithoutLossAndBetweenCharacters) {
 }
 
 TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
-  // As it is, on a screen, and in JSON.
   const std::tuple<const char*, const char*, const char*> rows[] = {
+      // on a screen, in JSON
       {"link ä€😀 \"C:\\\"", "link ä€😀 \"C:\\\"", "\"link ä€😀 \\\"C:\\\\\\\"\""},
       {"\x1b[2J\t\r\x7f", "\\x1b[2J\t\\x0d\\x7f", "\"\\u001b[2J\\u0009\\u000d\\u007f\""},
       {"\xc2\x9b", "\\xc2\\x9b", "\"\xc2\x9b\""},      // a terminal's CSI

@@ -41,7 +41,6 @@ class WildcardModel {
   std::map<std::pair<size_t, size_t>, bool> m_known;
 };
 
-// Returns whether the rules say that text matches.
 inline bool CheckMatch(const std::string& text, const std::string& pattern, bool caseSensitive) {
   const bool matches = WildcardModel(text, pattern).Match(0, 0, caseSensitive);
   EXPECT_EQ(matches, Velk::DosMatch2(text.c_str(), pattern.c_str(), caseSensitive))
