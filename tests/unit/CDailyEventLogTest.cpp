@@ -65,15 +65,13 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
   }
 }
 
-TEST_F(CDailyEventLogTest, MakesNoDirectoryWhereAFileIs) {
+TEST_F(CDailyEventLogTest, RefusesNamesThatDoNotFitAndDirectoriesWhereAFileIs) {
   m_dir.Write("file", "");
   EXPECT_FALSE(CDailyEventLog::MakeDirectories(m_dir.Path("file/z").c_str()));
   EXPECT_EQ(ENOTDIR, errno);
   EXPECT_FALSE(m_log.Open(nullptr, nullptr, m_dir.Path("file/z").c_str(), 0));
   EXPECT_FALSE(CDailyEventLog::MakeDirectories(nullptr));
-}
 
-TEST_F(CDailyEventLogTest, RefusesNamesThatDoNotFit) {
   const std::string tail = "2024-01-02.log";
   const std::string fits(CDailyEventLog::kPathSize - 1 - (m_dir.path + "/" + tail).size(), 'f');
   ASSERT_TRUE(m_log.Open(fits.c_str(), nullptr, m_dir.path.c_str(), 0));

@@ -7,7 +7,6 @@ class Choices {
  public:
   Choices(const uint8_t* bytes, size_t count) : m_next(bytes), m_end(bytes + count) {}
 
-  // As many of a generator's.
   static Choices Random(unsigned seed, size_t count) {
     std::mt19937 random(seed);
     const auto bytes = std::make_shared<std::vector<uint8_t>>(count);
