@@ -42,7 +42,6 @@ class World final : public Velk::GDOBase {
   void Call(const char* name, const char*) override {
     if (*name != '\0') m_taken.emplace_back(m_nowUs + Velk::GDQUdpClient::kSettleMs * kMs, name);
   }
-  Velk::ArgsBuilder2 operator<<(const char* name) override { return Velk::ArgsBuilder2(name, this); }
 
   // Puts a datagram on its way.
   void Put(std::deque<Datagram>& way, const Datagram& datagram) {

@@ -59,8 +59,7 @@ TEST(GDQ, DeliversPostsThenTimersInOrder) {
   queue.Post(nullptr, "Nobody", "x");
   queue.Post(&target, nullptr, std::string(1000, 'x').c_str());
   queue.PostTimer(4, 3600 * 1000, &target, "Never", nullptr);
-  ASSERT_TRUE(queue.Run());
-  ASSERT_TRUE(target.WaitForCount(4));
+  ASSERT_TRUE(queue.Run() && target.WaitForCount(4));
   EXPECT_EQ((Lines{"Post a b c", " " + std::string(1000, 'x'), "Now 1", "Later"}), target.Get());
 }
 

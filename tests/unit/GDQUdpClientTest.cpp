@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include "common/LogPrinter.h"
+#include "common/ThreadId.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/StubService.h"
 
@@ -48,18 +49,9 @@ bool RunUntil(GDQUdpClient& client, Condition condition) {
   });
 }
 
-GDQUdpClient::Options Unwaiting(unsigned heldLines) {
-  GDQUdpClient::Options options;
-  options.waitMs = 0;
-  options.heldLines = heldLines;
-  return options;
-}
-
 class GDQUdpClientTest : public testing::Test {
  protected:
-  bool Open(GDQUdpClient& opened, GDQUdpClient::Options options = {}) const {
-    return opened.Open(service.Address().c_str(), "mosk", options);
-  }
+  bool Open(GDQUdpClient& opened) const { return opened.Open(service.Address().c_str(), "mosk", options); }
   bool Join(GDQUdpClient& joined) const {
     return Open(joined) && joined.WaitForAnswer(kLongMs) == State::Joined;
   }
@@ -71,6 +63,7 @@ class GDQUdpClientTest : public testing::Test {
 
   StubService service;
   GDQUdpClient client;
+  GDQUdpClient::Options options;
 };
 
 }  // namespace
@@ -95,7 +88,8 @@ TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceIsThereAndLeavesNothingBehind)
 }
 
 TEST_F(GDQUdpClientTest, TellsRefusalFromSilenceAndRubbish) {
-  ASSERT_TRUE(client.Open(service.Address().c_str(), "other", Unwaiting(100)));
+  options.waitMs = 0;
+  ASSERT_TRUE(client.Open(service.Address().c_str(), "other", options));
   EXPECT_EQ(State::Refused, client.WaitForAnswer(kLongMs));
   EXPECT_TRUE(client.SendMsg("x"));
   EXPECT_EQ(1u, client.Flush(100));
@@ -174,8 +168,9 @@ TEST_F(GDQUdpClientTest, LosesNothingAndKeepsTheOrderThroughEveryFault) {
 
 TEST_F(GDQUdpClientTest, WaitsForRoomOrNotAsAsked) {
   service.Stop();
-  auto options = Unwaiting(16);
-  ASSERT_TRUE(Open(client, options));
+  options.waitMs = 0;
+  options.heldLines = 16;
+  ASSERT_TRUE(Open(client));
   EXPECT_TRUE(SendNumbers(client, 0, 16));
   EXPECT_FALSE(client.SendMsg("x"));
   EXPECT_EQ(EAGAIN, errno);
@@ -184,7 +179,7 @@ TEST_F(GDQUdpClientTest, WaitsForRoomOrNotAsAsked) {
   EXPECT_EQ(EMSGSIZE, errno);
 
   options.waitMs = 60;
-  ASSERT_TRUE(Open(client, options));
+  ASSERT_TRUE(Open(client));
   EXPECT_TRUE(client.SendMsg(longest.c_str()));
   const auto begin = StubService::Clock::now();
   while (client.SendMsg(longest.c_str())) continue;
@@ -195,17 +190,14 @@ TEST_F(GDQUdpClientTest, WaitsForRoomOrNotAsAsked) {
 }
 
 TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
-  GDQUdpClient::Options options;
   options.reliable = false;
-  ASSERT_TRUE(Open(client, options));
-  ASSERT_TRUE(Deliver(0, 50));
+  ASSERT_TRUE(Open(client) && Deliver(0, 50));
   EXPECT_TRUE(WaitFor([&] { return service.Lines() == Numbers(0, 50); }));
   EXPECT_EQ(1u, service.Admitted().size());
   EXPECT_EQ(0u, client.Probe());
   service.Stop();
   client.SendMsg("x");  // is refused, which tells of the restart
-  ASSERT_TRUE(service.Start());
-  ASSERT_TRUE(Deliver(0, 5));
+  ASSERT_TRUE(service.Start() && Deliver(0, 5));
   EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 5; }));
 }
 
@@ -218,13 +210,11 @@ TEST_F(GDQUdpClientTest, UsesTheSamePortsForAnyNumberOfRuns) {
 
   // More at the same time than there are ports.
   std::deque<GDQUdpClient> clients(Velk::PeerSocket::kPorts + 1);
-  for (GDQUdpClient& each : clients) ASSERT_TRUE(Open(each, Unwaiting(16)));
+  for (GDQUdpClient& each : clients) ASSERT_TRUE(Open(each));
   for (GDQUdpClient& each : clients) EXPECT_EQ(State::Joined, each.WaitForAnswer(kLongMs));
 }
 
 TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersAndItsProbesOnly) {
-  GDQUdpClient other;
-  GDQUdpClient::Options options;
   options.reliable = false;
   options.listen = true;
   Lines heard, expected{"Name|args ", "Alone|"};
@@ -236,8 +226,10 @@ TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersAndItsProbesOnly) {
   };
   client.SetCallHandler(onCall, &heard);
   client.SetProbeHandler(onTrip, &heard);
-  ASSERT_TRUE(Open(client, options));
+  ASSERT_TRUE(Open(client));
   ASSERT_TRUE(RunUntil(client, [&] { return client.GetState() == State::Joined; }));
+  GDQUdpClient other;
+  options = {};
   ASSERT_TRUE(Join(other));  // its probe is heard, and is no call
   (client << "Own" << 1).CallObj();
   service.Call("  Name\targs ");
@@ -256,10 +248,8 @@ TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersAndItsProbesOnly) {
 }
 
 TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
-  GDQUdpClient::Options options;
   options.heldLines = 64;
-  ASSERT_TRUE(Open(client, options));
-  ASSERT_TRUE(client.StartThread());
+  ASSERT_TRUE(Open(client) && client.StartThread());
   constexpr unsigned kThreads = 4, kEach = 40;
   InThreads(kThreads, [&](unsigned thread) {
     for (unsigned line = 0; line < kEach; ++line)
@@ -279,10 +269,12 @@ TEST_F(GDQUdpClientTest, WorksInAChildProcessBesideItsParent) {
   GTEST_SKIP() << "threads of a child of threads are unknown here";
 #endif
   ASSERT_TRUE(Open(client) && client.StartThread() && client.SendMsg("before"));
+  EXPECT_EQ(getpid(), Velk::ThreadId());
   for (const bool opensAgain : {false, true}) {
     const pid_t child = fork();
     if (child == 0) {
       alarm(60);
+      if (Velk::ThreadId() != getpid()) _exit(3);
       if (!opensAgain) _exit(client.SendMsg("child") && client.Flush(kLongMs) == 0 ? 0 : 1);
       const bool isFine = Open(client) && client.StartThread();
       _exit(isFine && WaitFor([&] { return client.Joins() == 1; }) ? 0 : 2);

@@ -1,12 +1,10 @@
 #include "common/LogPrinter.h"
 
 #include <sys/syscall.h>
-#include <sys/wait.h>
 
 #include <regex>
 
 #include "common/GDQUdpBase.h"
-#include "common/ThreadId.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/StdoutPipe.h"
 
@@ -104,15 +102,6 @@ TEST(LogPrinter, DebugPairGoesToTheSinkElseToStandardError) {
   const std::string shown = testing::internal::GetCapturedStderr();
   EXPECT_EQ(shown.substr(0, 29), "Info: main.cpp(3): 4294967295");
   EXPECT_EQ(shown.size(), 6u + 2047u);
-}
-
-TEST(ThreadId, IsAskedAgainInAForkedChild) {
-  EXPECT_EQ(Velk::ThreadId(), getpid());
-  const pid_t child = fork();
-  if (child == 0) _exit(Velk::ThreadId() == getpid() ? 0 : 1);
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

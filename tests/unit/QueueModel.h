@@ -176,12 +176,11 @@ int __wrap_clock_gettime(clockid_t clock, timespec* time) {
   return 0;
 }
 
-int __real_gettimeofday(timeval*, void*);
-int __wrap_gettimeofday(timeval* time, void* zone) {
-  const QueueModel* const run = QueueModel::s_run;
-  if (run == nullptr) return __real_gettimeofday(time, zone);
-  *time = {static_cast<time_t>(run->m_nowMs / 1000), static_cast<suseconds_t>(run->m_nowMs % 1000 * 1000)};
-  return 0;
+int __wrap_gettimeofday(timeval* time, void*) {
+  timespec now{};
+  const int result = __wrap_clock_gettime(CLOCK_REALTIME, &now);
+  *time = {now.tv_sec, now.tv_nsec / 1000};
+  return result;
 }
 
 int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);

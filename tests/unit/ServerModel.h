@@ -12,7 +12,6 @@
 extern time_t g_now;  // 0: the real time
 
 using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
-using Calls = std::vector<std::pair<std::string, std::string>>;
 
 inline Datagrams* s_sent = nullptr;  // null: datagrams are really sent
 
@@ -38,23 +37,19 @@ inline std::string Hex(const std::string& bytes) {
   return text;
 }
 
-struct CallList : Velk::GDOBase {
-  virtual ~CallList() = default;
-  void Call(const char* name, const char* args) override { m_calls.emplace_back(name, args); }
-  Calls m_calls;
-};
-
-class ServerModel {
+class ServerModel final : public Velk::GDOBase {
  public:
   explicit ServerModel(Choices choices) : m_choices(choices) {}
+  virtual ~ServerModel() = default;
+
+  void Call(const char* name, const char* args) override { m_heard.emplace_back(name, args); }
 
   void Run() {
     CapturedLog log(true);
     Datagrams sent;
-    CallList listener;
     Velk::GDQUdpSrv server;
-    server.AddListener(&listener);
-    server.AddListener(&listener);
+    server.AddListener(this);
+    server.AddListener(this);
     s_sent = &sent;
     for (g_now = 1; m_choices.AreLeft() && !::testing::Test::HasFailure(); g_now += m_choices.Below(3)) {
       if (m_choices.Below(16) == 0) {
@@ -67,7 +62,7 @@ class ServerModel {
         Give(server, from, datagram);
       }
       EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(sent, {}));
-      EXPECT_EQ(std::exchange(m_calls, {}), std::exchange(listener.m_calls, {}));
+      EXPECT_EQ(std::exchange(m_calls, {}), std::exchange(m_heard, {}));
       EXPECT_EQ(std::exchange(m_lines, {}), log.Take());
     }
     s_sent = nullptr;
@@ -98,20 +93,12 @@ class ServerModel {
     const size_t kCookieSize = Velk::GDQUdpSrv::kCookieSize;
     const Peer* const peer = Find(from);
     std::string cookie = peer != nullptr ? peer->cookie : std::string(kCookieSize, 'c');
-    switch (m_choices.Below(6)) {
-      case 0:
-      case 1:
-        return "CONN";
-      case 2:
-        return m_choices.Bytes(m_choices.Below(20));
-      case 3:
-        cookie[m_choices.Below(kCookieSize)] ^= static_cast<char>(1 << m_choices.Below(8));
-        return cookie + m_choices.Bytes(m_choices.Below(4));
-      case 4:
-        return cookie + std::string(Velk::GDQUdpSrv::kMaxText - 2 + m_choices.Below(4), ' ');
-      default:
-        return cookie + m_choices.Bytes(m_choices.Below(40));
-    }
+    const unsigned kind = m_choices.Below(6);
+    if (kind < 2) return "CONN";
+    if (kind == 2) return m_choices.Bytes(m_choices.Below(20));
+    if (kind == 3) cookie[m_choices.Below(kCookieSize)] ^= static_cast<char>(1 << m_choices.Below(8));
+    if (kind == 4) return cookie + std::string(Velk::GDQUdpSrv::kMaxText - 2 + m_choices.Below(4), ' ');
+    return cookie + m_choices.Bytes(m_choices.Below(kind == 3 ? 4 : 40));
   }
 
   std::string MakeText() {
@@ -188,6 +175,6 @@ class ServerModel {
   Choices m_choices;
   std::map<uint32_t, std::vector<Peer>> m_chains;
   Datagrams m_sent;
-  Calls m_calls;
+  std::vector<std::pair<std::string, std::string>> m_calls, m_heard;
   std::vector<std::string> m_lines;
 };

@@ -111,8 +111,7 @@ TEST(UdpSocket3, JoinsAndLeavesAGroup) {
   UdpSocket3 receiver, sender;
   InetAddress2 group(ip, BindSomewhere(sender).GetPort());
   ASSERT_TRUE(receiver.Open() && receiver.BindAddress(group));
-  ASSERT_TRUE(receiver.AddMulticastMembership(ip, kLoopback));
-  ASSERT_TRUE(sender.SetMulticastInterface(kLoopback));
+  ASSERT_TRUE(receiver.AddMulticastMembership(ip, kLoopback) && sender.SetMulticastInterface(kLoopback));
   EXPECT_EQ(1, sender.Write("x", 1, &group));
   ASSERT_EQ(1, receiver.WaitForRead(5000));
   char byte = 0;
