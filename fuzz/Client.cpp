@@ -43,7 +43,6 @@ class World final : public Velk::GDOBase {
     if (*name != '\0') m_taken.emplace_back(m_nowUs + Velk::GDQUdpClient::kSettleMs * kMs, name);
   }
 
-  // Puts a datagram on its way.
   void Put(std::deque<Datagram>& way, const Datagram& datagram) {
     const unsigned fate = m_choices.Below(16);
     if (fate == 1) return;

@@ -10,7 +10,6 @@ struct Counts {
   std::atomic<int> deleted{0};  // on that thread
 };
 
-// Runs until it is stopped, or not at all.
 struct Worker : AppThread2 {
   Worker(Counts& counts, bool returnsAtOnce, bool autoDelete = false)
       : AppThread2(0, 0, autoDelete ? nullptr : "worker", autoDelete),

@@ -20,7 +20,6 @@ TEST(ArgsParser, SplitsAsListed) {
   }
 }
 
-// Mostly short texts; at times around the sizes where the buffer grows.
 TEST(ArgsParser, AgreesWithAPlainParserAndReadsWhatTheBuilderWrites) {
   Choices choices = Choices::Random(1, 600000);
   Velk::ArgsParser parser(6);

@@ -32,7 +32,6 @@ class Choices {
     return std::string(m_next - taken, m_next);
   }
 
-  // Made of the characters of alphabet.
   std::string Text(const std::string& alphabet, unsigned longest) {
     std::string text(Below(longest + 1), ' ');
     for (char& c : text) c = alphabet[Below(static_cast<unsigned>(alphabet.size()))];

@@ -164,7 +164,6 @@ TEST_F(DailyLog2Test, ForwardsToPort514WithTheHeaderCut) {
   if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kIp)) GTEST_SKIP() << "port not permitted";
   DailyLog2 log(5, nullptr);
   ASSERT_TRUE(log.EnableSyslog("127.77.0.1:9999", 51477));  // that port is not used
-  // What cannot be used leaves it as it was.
   EXPECT_FALSE(log.EnableSyslog(nullptr, 0) || log.EnableSyslog("127.77.0.1:0", 0));
   log.Log(Warning, std::string(200, 'm').c_str(), "t");
   char packet[2000];

@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned kLongMs = 20000;
 
-std::string Number(unsigned number) {
+std::string Number(size_t number) {
   return "Call " + std::to_string(number);
 }
 
@@ -34,7 +34,7 @@ bool SendNumbers(GDQUdpClient& client, unsigned first, unsigned end) {
 Lines InOrder(const Lines& lines) {
   Lines ordered;
   for (const std::string& line : lines) {
-    if (line == Number(static_cast<unsigned>(ordered.size()))) ordered.push_back(line);
+    if (line == Number(ordered.size())) ordered.push_back(line);
   }
   return ordered;
 }
@@ -119,8 +119,7 @@ TEST_F(GDQUdpClientTest, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
 // The service may end with what it has taken but not run.
 TEST_F(GDQUdpClientTest, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
   ASSERT_TRUE(Open(client) && Deliver(0, 10));
-  ASSERT_TRUE(SendNumbers(client, 10, 20));
-  ASSERT_TRUE(WaitFor([&] { return service.Lines().size() == 20; }));
+  ASSERT_TRUE(SendNumbers(client, 10, 20) && WaitFor([&] { return service.Lines().size() == 20; }));
   client.Process();  // all receipts are here
   EXPECT_EQ(10u, client.Held());
   service.Restart(GDQUdpClient::kSettleMs / 2);
@@ -139,8 +138,7 @@ TEST_F(GDQUdpClientTest, SendsAgainWhatARestartMayHaveLostAndNothingElse) {
 TEST_F(GDQUdpClientTest, TakesNoReceiptOfBeforeARestartForOneOfAfter) {
   ASSERT_TRUE(Join(client));
   service.m_holdsReceipts = true;
-  ASSERT_TRUE(SendNumbers(client, 0, 3));
-  ASSERT_TRUE(WaitFor([&] { return service.Lines().size() == 3; }));
+  ASSERT_TRUE(SendNumbers(client, 0, 3) && WaitFor([&] { return service.Lines().size() == 3; }));
   service.m_losesCalls = true;
   service.Restart(kLongMs);
   ASSERT_TRUE(RunUntil(client, [&] { return client.Joins() == 2; }));
@@ -226,8 +224,7 @@ TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersAndItsProbesOnly) {
   };
   client.SetCallHandler(onCall, &heard);
   client.SetProbeHandler(onTrip, &heard);
-  ASSERT_TRUE(Open(client));
-  ASSERT_TRUE(RunUntil(client, [&] { return client.GetState() == State::Joined; }));
+  ASSERT_TRUE(Open(client) && RunUntil(client, [&] { return client.GetState() == State::Joined; }));
   GDQUdpClient other;
   options = {};
   ASSERT_TRUE(Join(other));  // its probe is heard, and is no call

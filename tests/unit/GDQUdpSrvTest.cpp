@@ -8,14 +8,12 @@ namespace {
 
 constexpr uint32_t kClientHost = 0x7F010203;  // loopback, but nobody else's
 
-// Opens the socket on a port that was free just now.
 unsigned short OpenOnFreePort(GDQUdpSrv& server, const char* password) {
   static unsigned short port = static_cast<unsigned short>(20000 + getpid() % 10000);
   while (!server.Open(password, ++port)) EXPECT_LT(port, 40000);
   return port;
 }
 
-// One remote program, on the real network's loopback.
 class Client {
  public:
   explicit Client(unsigned short port) : m_endpoint(kClientHost, port) {

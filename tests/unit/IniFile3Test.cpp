@@ -7,14 +7,8 @@
 
 namespace {
 
-class IniFile3Test : public testing::Test {
- protected:
-  int Load(IniFile3& ini, const std::string& text) const {
-    m_dir.Write("a.ini", text);
-    return ini.Load(m_dir.Path("a.ini").c_str());
-  }
-
-  TempDirectory m_dir;
+struct IniFile3Test : testing::Test {
+  const TempDirectory m_dir;
 };
 
 TEST_F(IniFile3Test, LoadsLinesAsListed) {
@@ -38,7 +32,8 @@ TEST_F(IniFile3Test, LoadsLinesAsListed) {
   };
   for (const auto& [text, content] : rows) {
     IniFile3 ini;
-    EXPECT_NE(0, Load(ini, text));
+    m_dir.Write("a.ini", text);
+    EXPECT_NE(0, ini.Load(m_dir.Path("a.ini").c_str()));
     EXPECT_EQ(content, Dump(ini)) << text;
   }
 }

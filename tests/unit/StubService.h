@@ -18,7 +18,6 @@ class StubService {
 
   std::string Address() const { return "127.0.0.1:" + std::to_string(m_port); }
 
-  // Stopped: nobody has the port.
   bool Start() {
     if (!m_socket.Open() || !m_socket.Bind(m_port, INADDR_LOOPBACK)) return false;
     m_end = false;

@@ -28,9 +28,8 @@ using Lines = std::vector<std::string>;
 template <class Condition>
 bool WaitFor(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (!condition()) {
+  for (; !condition(); usleep(200)) {
     if (std::chrono::steady_clock::now() > deadline) return false;
-    usleep(200);
   }
   return true;
 }

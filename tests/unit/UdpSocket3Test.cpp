@@ -40,8 +40,7 @@ TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
   const int fd = NextDescriptor();
   const InetAddress2 addressA = BindSomewhere(a);
   const InetAddress2 addressB = BindSomewhere(b);
-  EXPECT_EQ(0, b.WaitForRead(0));
-  EXPECT_EQ(0, b.WaitForRead(2));
+  for (const unsigned ms : {0, 2}) EXPECT_EQ(0, b.WaitForRead(ms));
   EXPECT_EQ(1, a.WaitForWrite(UdpSocket3::kForever));
   EXPECT_EQ(5, a.Write("hello", 5, &addressB));
   EXPECT_EQ(1, b.WaitForRead(UdpSocket3::kForever));
@@ -53,10 +52,8 @@ TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
   EXPECT_EQ(addressA.GetIP(), from.GetIP());
   EXPECT_EQ(addressA.GetPort(), from.GetPort());
 
-  EXPECT_EQ(-1, a.Write("x", -1, &addressB));
-  EXPECT_EQ(-1, b.Read(text, -1, &from));
-  EXPECT_EQ(0, a.Write("", 0, &addressB));
-  EXPECT_EQ(0, b.Read(text, sizeof text, nullptr));
+  EXPECT_TRUE(a.Write("x", -1, &addressB) == -1 && b.Read(text, -1, &from) == -1);
+  EXPECT_TRUE(a.Write("", 0, &addressB) == 0 && b.Read(text, sizeof text, nullptr) == 0);
 
   a.SetReceiveBuffer(100000);
   EXPECT_EQ(200000, Option(fd, SOL_SOCKET, SO_RCVBUF));
@@ -67,8 +64,7 @@ TEST(UdpSocket3, RefusesWhatItCannotDo) {
   InetAddress2 address(kLoopback, 9);
   char byte = 0;
   EXPECT_FALSE(socket.Bind(0, 0) || socket.BindAddress(address) || socket.SetTTL(1));
-  EXPECT_EQ(-1, socket.Read(&byte, 1, &address));
-  EXPECT_EQ(-1, socket.Write(&byte, 1, &address));
+  EXPECT_TRUE(socket.Read(&byte, 1, &address) == -1 && socket.Write(&byte, 1, &address) == -1);
   EXPECT_EQ(-1, socket.WaitForRead(UdpSocket3::kForever));
   ASSERT_TRUE(socket.Open());
   EXPECT_EQ(-1, socket.Write(&byte, 1, nullptr));
@@ -98,9 +94,7 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
   std::vector<int> fillers{dup(0)};
   while (fillers.back() >= 0 && fillers.back() < FD_SETSIZE) fillers.push_back(dup(0));
   UdpSocket3 socket;
-  EXPECT_TRUE(socket.Open());
-  EXPECT_EQ(-1, socket.WaitForRead(0));
-  EXPECT_EQ(-1, socket.WaitForWrite(0));
+  EXPECT_TRUE(socket.Open() && socket.WaitForRead(0) == -1 && socket.WaitForWrite(0) == -1);
   for (const int fd : fillers) close(fd);
   setrlimit(RLIMIT_NOFILE, &limit);
 }
