@@ -177,8 +177,7 @@ ssize_t recv(int fd, void* bytes, size_t size, int) {
     errno = s_world->Refusal() != ECONNREFUSED ? EAGAIN : ECONNREFUSED;
     return -1;
   }
-  const size_t length = std::min(size, first->second.size());
-  memcpy(bytes, first->second.data(), length);
+  const size_t length = first->second.copy(static_cast<char*>(bytes), size);
   way.erase(first);
   return static_cast<ssize_t>(length);
 }

@@ -34,10 +34,5 @@ run() {
 }
 export -f run
 
-if [ $# -eq 0 ]; then
-  for source in fuzz/*.cpp; do
-    name=$(basename "$source" .cpp)
-    [ "$name" = Abort ] || set -- "$@" "$name"
-  done
-fi
-printf '%s\n' "$@" | xargs -P "$(nproc)" -I NAME bash -c 'run NAME'
+if [ $# -gt 0 ]; then printf '%s\n' "$@"; else basename -s .cpp fuzz/*.cpp | grep -vx Abort; fi |
+  xargs -P "$(nproc)" -I NAME bash -c 'run NAME'

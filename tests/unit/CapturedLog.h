@@ -6,7 +6,7 @@
 
 class CapturedLog : public IDailyLog2 {
  public:
-  explicit CapturedLog(bool trace) { Set(this, trace); }
+  explicit CapturedLog(bool trace = false) { Set(this, trace); }
   ~CapturedLog() override { Set(nullptr, false); }
 
   // The lines so far, each with its type's number in front: "0:text". Forgets them.

@@ -126,14 +126,11 @@ TEST(GDQ, ThreadThatIsSlowOrStandsStillHoldsNobodyBack) {
   slow.m_handler = [](const char*) { usleep(200); };
   target.m_handler = [&](const char*) { WaitFor([&] { return mayGoOn.load(); }); };
   ASSERT_TRUE(queue.Run());
-  std::atomic<size_t> posted{0};
-  std::thread poster([&] {
-    for (size_t i = 0; i < kPosts; ++i, ++posted) queue.Post(&target, "Peer", nullptr);
-  });
-  EXPECT_TRUE(WaitFor([&] { return posted == kPosts; }));
+  const auto begin = std::chrono::steady_clock::now();
+  for (size_t i = 0; i < kPosts; ++i) queue.Post(&target, "Peer", nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
   mayGoOn = true;
   EXPECT_TRUE(target.WaitForCount(kPosts));
-  poster.join();
 
   for (size_t i = 0; i < kSlowPosts; ++i) queue.Post(&slow, "Peer", nullptr);
   EXPECT_GT(kSlowPosts / 2, slow.Get().size());

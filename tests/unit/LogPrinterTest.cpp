@@ -12,7 +12,6 @@ namespace {
 
 // Takes the module's names too. While it lives, the one instance is silent.
 struct Sink : CapturedLog {
-  Sink() : CapturedLog(false) {}
   void Log(ELogMessageType type, const char* module, const char* text) override {
     seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);
   }

@@ -23,9 +23,8 @@ Lines Pieces(const std::string& text, std::mt19937& random) {
     written += part;
     if (part == 0) close(fds[1]);
     EXPECT_TRUE(reader.Read());
-    const char* piece;
     size_t length;
-    while (reader.Next(&piece, &length)) pieces.emplace_back(piece, length);
+    for (const char* piece; reader.Next(&piece, &length);) pieces.emplace_back(piece, length);
   }
   close(fds[0]);
   return pieces;
