@@ -10,8 +10,7 @@ namespace {
 
 constexpr auto kDurable = Velk::AtomicFile::Durability::kSurvivesPowerCut;
 
-class AtomicFileTest : public testing::Test {
- protected:
+struct AtomicFileTest : testing::Test {
   bool Save(const std::string& name, const std::string& text) const {
     Velk::AtomicFile file;
     fputs(text.c_str(), file.Open(m_dir.Path(name).c_str()));

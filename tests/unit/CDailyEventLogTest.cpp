@@ -19,8 +19,7 @@ namespace {
 constexpr time_t kNoon = 1704193200;  // 2024-01-02 12:00:00 in Berlin
 constexpr time_t kDay = 86400;
 
-class CDailyEventLogTest : public testing::Test {
- protected:
+struct CDailyEventLogTest : testing::Test {
   CDailyEventLogTest() {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);  // Berlin's rules, without zone files
     g_now = kNoon;

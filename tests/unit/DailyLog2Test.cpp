@@ -44,8 +44,7 @@ struct Watcher final : IDailyLog2::ILogErrorNotify {
   IDailyLog2* messageLog = nullptr;
 };
 
-class DailyLog2Test : public testing::Test {
- protected:
+struct DailyLog2Test : testing::Test {
   std::string Synced(DailyLog2& log) const {
     log.SyncLog();
     return WithoutTimes(m_dir.Read("synclog"));

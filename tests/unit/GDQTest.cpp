@@ -37,8 +37,7 @@ class Target : public Velk::IGenericDispatchTarget {
 };
 
 // A queue that is stopped before what its thread uses goes.
-class Queue : public Velk::GDQ {
- public:
+struct Queue : Velk::GDQ {
   Queue() : GDQ(0, 0, "queue", false) {}
   ~Queue() override { Stop(); }
 };

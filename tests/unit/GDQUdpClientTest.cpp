@@ -21,7 +21,7 @@ std::string Number(size_t number) {
 
 Lines Numbers(unsigned first, unsigned end) {
   Lines lines;
-  for (; first < end; ++first) lines.push_back(Number(first));
+  while (first < end) lines.push_back(Number(first++));
   return lines;
 }
 
@@ -49,8 +49,7 @@ bool RunUntil(GDQUdpClient& client, Condition condition) {
   });
 }
 
-class GDQUdpClientTest : public testing::Test {
- protected:
+struct GDQUdpClientTest : testing::Test {
   bool Open(GDQUdpClient& opened) const { return opened.Open(service.Address().c_str(), "mosk", options); }
   bool Join(GDQUdpClient& joined) const {
     return Open(joined) && joined.WaitForAnswer(kLongMs) == State::Joined;

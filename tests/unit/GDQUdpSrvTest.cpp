@@ -14,8 +14,7 @@ unsigned short OpenOnFreePort(GDQUdpSrv& server, const char* password) {
   return port;
 }
 
-class Client {
- public:
+struct Client {
   explicit Client(unsigned short port) : m_endpoint(kClientHost, port) {
     EXPECT_TRUE(m_socket.Open() && m_socket.Bind(port, kClientHost));
   }
@@ -35,8 +34,6 @@ class Client {
   }
 
   const Endpoint m_endpoint;
-
- private:
   UdpSocket3 m_socket;
 };
 
