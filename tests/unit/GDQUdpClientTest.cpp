@@ -153,7 +153,7 @@ TEST_F(GDQUdpClientTest, LosesNothingAndKeepsTheOrderThroughEveryFault) {
   constexpr unsigned kCount = 6000;
   std::atomic<bool> isDone{false};
   std::thread restarts([&] {
-    for (; !isDone; usleep(400000)) service.Restart(GDQUdpClient::kSettleMs / 2);
+    for (; !isDone; service.Restart(GDQUdpClient::kSettleMs / 2)) usleep(400000);
   });
   EXPECT_TRUE(Open(client) && SendNumbers(client, 0, kCount));
   isDone = true;
