@@ -2,7 +2,8 @@
 # Compares the service with a bare floor and with other log daemons doing the same work, all in one run:
 #   bench/compare.sh [ROUNDS] [LINES]
 # Needs root (a network and mount namespace of its own). Installs Debian packages, but for the two whose packages
-# conflict: they are unpacked into build/collectors, and musl is built in build-musl. Writes docs/benchmarks.md and docs/benchmarks.svg.
+# conflict: they are unpacked into build/collectors. Builds musl in build-musl. Writes docs/benchmarks.md and
+# docs/benchmarks.svg.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox musl-tools

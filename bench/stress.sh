@@ -1,5 +1,6 @@
 #!/bin/sh
-# Strains the running service: bench/stress.sh restart|soak|flood|burst|strangers|confirmed|tool [AMOUNT], see bench/stress.py.
+# Strains the running service, see bench/stress.py:
+#   bench/stress.sh restart|soak|flood|burst|strangers|confirmed|tool [AMOUNT]
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3

@@ -1,4 +1,4 @@
-// Foundation layer: what both string classes do to their characters.
+// Foundation layer: what the string classes, and those who cut texts, do to characters.
 #pragma once
 
 #include <cstddef>
