@@ -48,15 +48,13 @@ static void Store(const struct Line* line) {
 }
 
 static void* StorePending(void* unused) {
-  for (;;) {
-    pthread_mutex_lock(&pending.mutex);
+  pthread_mutex_lock(&pending.mutex);
+  for (;; ++pending.first) {
     while (pending.first == pending.next) pthread_cond_wait(&pending.added, &pending.mutex);
     const struct Line* line = &pending.lines[pending.first % kLines];
     pthread_mutex_unlock(&pending.mutex);
     Store(line);
-    pthread_mutex_lock(&pending.mutex);
-    ++pending.first;
-    pthread_mutex_unlock(&pending.mutex);
+    pthread_mutex_lock(&pending.mutex); /* once a line: frees this one and looks for the next */
   }
   return unused;
 }
