@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -66,17 +67,45 @@ bool GDQUdpSrv::Open(const char* password, unsigned short port) {
   return true;
 }
 
+namespace {
+
+// What one system call receives. Under load datagrams wait in numbers, and a call for each would cost a fifth
+// of what the thread does.
+struct Batch {
+  static constexpr unsigned kMost = 8;
+
+  struct Datagram {
+    InetAddress2 from{0, 0};
+    // One byte more than a datagram may have: tells the longer ones apart, and has room for the NUL.
+    unsigned char bytes[GDQUdpSrv::kMaxDatagram + 1];
+    iovec space{bytes, sizeof bytes};
+  };
+
+  Batch() {
+    for (unsigned i = 0; i < kMost; ++i) {
+      headers[i].msg_hdr.msg_name = &datagrams[i].from.Native();
+      headers[i].msg_hdr.msg_namelen = sizeof(sockaddr_in);
+      headers[i].msg_hdr.msg_iov = &datagrams[i].space;
+      headers[i].msg_hdr.msg_iovlen = 1;
+    }
+  }
+
+  Datagram datagrams[kMost];
+  mmsghdr headers[kMost]{};
+};
+
+}  // namespace
+
 void GDQUdpSrv::ReceiveTask() {
   constexpr useconds_t kErrorPause = 10000;
-  InetAddress2 from(0, 0);
-  // One byte more than a datagram may have: tells the longer ones apart, and has room for the NUL.
-  unsigned char packet[kMaxDatagram + 1];
+  Batch batch;
   for (;;) {
-    const int length = m_socket.Read(packet, sizeof packet, &from);
-    if (length >= 0) {
-      HandleDatagram(from, packet, length);
-      continue;
+    const int count = m_socket.ReadMany(batch.headers, Batch::kMost);
+    for (int i = 0; i < count; ++i) {
+      Batch::Datagram& datagram = batch.datagrams[i];
+      HandleDatagram(datagram.from, datagram.bytes, static_cast<int>(batch.headers[i].msg_len));
     }
+    if (count >= 0) continue;
     // Without a socket nothing will ever come; the caller knows better what to do than to wait for it.
     if (errno == EBADF || errno == ENOTSOCK) return;
     // Interrupted or short of memory. It passes, but must not take the processor until it does.

@@ -55,6 +55,10 @@ int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
   return static_cast<int>(recvfrom(m_socket, buf, static_cast<size_t>(len), 0, sender, &senderSize));
 }
 
+int UdpSocket3::ReadMany(mmsghdr* headers, unsigned count) {
+  return recvmmsg(m_socket, headers, count, MSG_WAITFORONE, nullptr);
+}
+
 int UdpSocket3::Write(const void* buf, long len, const InetAddress2* to) {
   if (len < 0 || to == nullptr) return -1;
   const auto* receiver = reinterpret_cast<const sockaddr*>(&to->Native());

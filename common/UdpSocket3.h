@@ -1,6 +1,8 @@
 // Logging and configuration layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
 #pragma once
 
+struct mmsghdr;
+
 #include "common/InetAddress2.h"
 
 // Owns one socket descriptor, see udp(7) and ip(7). One thread may read while others write; opening and
@@ -33,6 +35,9 @@ class UdpSocket3 {
 
   // Blocks for one datagram and notes its sender in from. Returns its bytes, cut to len, or -1.
   int Read(void* buf, long len, InetAddress2* from);
+  // Blocks for one datagram and takes with it those that came by then, at most count. The headers say where
+  // to and get the lengths, see recvmmsg(2). Returns how many, or -1.
+  int ReadMany(mmsghdr* headers, unsigned count);
   // Sends one datagram. Returns the bytes sent or -1.
   int Write(const void* buf, long len, const InetAddress2* to);
 

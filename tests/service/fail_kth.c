@@ -42,8 +42,8 @@ static int fails(const char* function, int number) {
     return real arguments;                                             \
   }
 
-LET_FAIL(ssize_t, recvfrom, (int s, void* b, size_t n, int f, struct sockaddr* a, socklen_t* l),
-         (s, b, n, f, a, l), -1, ENOMEM)
+LET_FAIL(int, recvmmsg, (int s, struct mmsghdr* h, unsigned n, int f, struct timespec* t), (s, h, n, f, t),
+         -1, ENOMEM)
 LET_FAIL(ssize_t, sendto, (int s, const void* b, size_t n, int f, const struct sockaddr* a, socklen_t l),
          (s, b, n, f, a, l), -1, ENOBUFS)
 LET_FAIL(ssize_t, write, (int f, const void* b, size_t n), (f, b, n), -1, EIO)
