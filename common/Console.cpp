@@ -93,15 +93,24 @@ void Keep(const iovec* pieces, int count) {
   s_keptSize.store(at, std::memory_order_relaxed);
 }
 
-// Out of line: its buffer must not weigh on the stack of an ordinary line. False: it would have had to wait.
-__attribute__((noinline)) bool FlushKept(bool mayWait) {
+bool HasKept() {
+  return s_keptSize.load(std::memory_order_relaxed) != 0;
+}
+
+// Out of line: its buffer must not weigh on the stack of an ordinary line.
+__attribute__((noinline)) bool WriteKept(bool mayWait) {
   char chunk[PIPE_BUF];
-  while (s_keptSize.load(std::memory_order_relaxed) != 0) {
+  while (HasKept()) {
     if (!mayWait && !IsWritable()) return false;
     iovec piece{chunk, TakeKept(chunk, sizeof chunk)};
     WriteAll(&piece, 1);
   }
   return true;
+}
+
+// False: it would have had to wait.
+bool FlushKept(bool mayWait) {
+  return !HasKept() || WriteKept(mayWait);
 }
 
 void WriteWaiting(iovec* pieces, int count) {
