@@ -47,12 +47,12 @@ char* RefString::RefStringData::Clone(unsigned long minLen) {
 }
 
 void RefString::RefStringData::AddRef() {
-  if (m_capacity != 0) InterlockedIncrement(&m_refCount);
+  if (this != &s_emptyData.m_header) InterlockedIncrement(&m_refCount);
 }
 
 void RefString::RefStringData::RelRef() {
-  if (m_capacity == 0 || InterlockedDecrement(&m_refCount) > 0) return;
-  delete[] reinterpret_cast<char*>(this);  // NOLINT(clang-analyzer-cplusplus.NewDelete): not s_emptyData
+  if (this == &s_emptyData.m_header || InterlockedDecrement(&m_refCount) > 0) return;
+  delete[] reinterpret_cast<char*>(this);
 }
 
 RefString::RefString(unsigned long len, unsigned long growBy)
