@@ -200,7 +200,7 @@ def machine():
 
 def table(found, syscalls):
     floor = found[0]
-    lines = ["| Program | Lines/s | floor = 1 | Lost | CPU per line, µs | floor = 1 | RSS, KiB | PSS, KiB | p50, µs | p99, µs |",
+    lines = ["| Program | Lines/s | Lines, floor = 1 | Lost | CPU per line, µs | CPU, floor = 1 | RSS, KiB | PSS, KiB | p50, µs | p99, µs |",
              "|---|---|---|---|---|---|---|---|---|---|"]
     for row in found:
         lost = sum(result["lost"] for result in row.results)

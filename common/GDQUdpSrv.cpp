@@ -89,6 +89,8 @@ struct Batch {
       headers[i].msg_hdr.msg_iovlen = 1;
     }
   }
+  Batch(const Batch&) = delete;  // the headers point at the datagrams
+  Batch& operator=(const Batch&) = delete;
 
   Datagram datagrams[kMost];
   mmsghdr headers[kMost]{};

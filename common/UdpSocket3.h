@@ -1,9 +1,9 @@
 // Logging and configuration layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
 #pragma once
 
-struct mmsghdr;
-
 #include "common/InetAddress2.h"
+
+struct mmsghdr;
 
 // Owns one socket descriptor, see udp(7) and ip(7). One thread may read while others write; opening and
 // closing needs the object to oneself. A bool result is the success of the system call behind it. IP

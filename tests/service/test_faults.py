@@ -106,4 +106,5 @@ class Faults(ServiceTest):
         for function in FUNCTIONS:
             begin = time.monotonic()
             last = self.let_fail(function)
+            self.assertGreater(last, 1, function + " was never called")
             print(f"{function}: up to {last - 1}, {time.monotonic() - begin:.1f} s")
