@@ -26,6 +26,8 @@ PREFIX = r"\[\d\d:\d\d:\d\d\.\d{3}\]"
 with open(BINARY, "rb") as _binary:
     SANITIZED = re.search(rb"__(asan|tsan)_init", _binary.read()) is not None
 
+signal.signal(signal.SIGINT, signal.default_int_handler)  # what a shell starts with "&" ignores it
+
 
 def until(condition, what):
     """Polls until condition() is true, returns what it returned, and fails after the deadline."""
