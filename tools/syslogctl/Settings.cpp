@@ -1,6 +1,5 @@
 // syslogctl set, remote and call: few calls, each confirmed.
 #include <ctype.h>
-#include <netdb.h>
 #include <string.h>
 
 #include "tools/syslogctl/Commands.h"
