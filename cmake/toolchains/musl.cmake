@@ -9,12 +9,14 @@ set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VELK_MUSL)
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)  # nothing can be linked as C++
 
 if(VELK_MUSL)
-  set(VELK_SPECS ${VELK_MUSL}/lib/musl-gcc.specs)
+  set(VELK_MUSL_LIB ${VELK_MUSL}/lib)
 else()
-  set(VELK_SPECS /usr/lib/${CMAKE_SYSTEM_PROCESSOR}-linux-musl/musl-gcc.specs)
+  set(VELK_MUSL_LIB /usr/lib/${CMAKE_SYSTEM_PROCESSOR}-linux-musl)
 endif()
-set(CMAKE_C_COMPILER gcc -specs=${VELK_SPECS})
-set(CMAKE_CXX_COMPILER g++ -specs=${VELK_SPECS})
-# The specs leave out where g++ has its C++ headers; those ask the C library a question that is glibc's own.
+# What musl's own gcc wrapper does; there is none for g++, which then has to be told where its C++ headers are. Those
+# ask the C library a question that is glibc's own.
+set(VELK_FOR_MUSL -specs=${VELK_MUSL_LIB}/musl-gcc.specs)
+set(CMAKE_C_COMPILER gcc ${VELK_FOR_MUSL})
+set(CMAKE_CXX_COMPILER g++ ${VELK_FOR_MUSL})
 set(CMAKE_CXX_FLAGS_INIT "-isystem /usr/include/c++/${VELK_GXX} \
 -isystem /usr/include/${VELK_MULTIARCH}/c++/${VELK_GXX} '-D__GLIBC_PREREQ(a,b)=0'")
