@@ -204,9 +204,9 @@ def table(found, syscalls):
              "|---|---|---|---|---|---|---|---|---|---|"]
     for row in found:
         lost = sum(result["lost"] for result in row.results)
-        lines.append(f"| {row.name} | {row.median('rate'):,.0f} | {row.ratio('rate', floor):.2f} | {lost} | {row.median('cpu_us'):.2f} | "
-                     f"{row.ratio('cpu_us', floor):.2f} | {row.median('rss_kib'):.0f} | "
-                     f"{row.median('pss_kib'):.0f} | {row.median('p50_us'):.0f} | {row.median('p99_us'):.0f} |")
+        lines.append(f"| {row.name} | {row.median('rate'):,.0f} | {row.ratio('rate', floor):.2f} | {lost} | "
+                     f"{row.median('cpu_us'):.2f} | {row.ratio('cpu_us', floor):.2f} | "
+                     f"{row.median('rss_kib'):.0f} | {row.median('pss_kib'):.0f} | {row.median('p50_us'):.0f} | {row.median('p99_us'):.0f} |")
     lines.append("")
     lines += [f"System calls per line (`strace -c -f`): {name} {count:.2f}." for name, count in syscalls.items()]
     return "\n".join(lines) + "\n"
@@ -238,8 +238,8 @@ def report(found, syscalls, rounds, lines):
         before, _, rest = file.read().partition("<!-- compare: begin -->\n")
         _, _, after = rest.partition("<!-- compare: end -->\n")
     versions = "; ".join(f"{row.name}: {row.version}" for row in found)
-    write_file(path, f"{before}<!-- compare: begin -->\nMedians of {rounds} rounds of {lines:,} lines, ratios taken within each, at most {WINDOW} "
-                     f"outstanding. {machine()}.\n{versions}.\n\n{text}<!-- compare: end -->\n{after}")
+    write_file(path, f"{before}<!-- compare: begin -->\nMedians of {rounds} rounds of {lines:,} lines, "
+                     f"ratios taken within each, at most {WINDOW} outstanding. {machine()}.\n{versions}.\n\n{text}<!-- compare: end -->\n{after}")
 
 
 def main():
