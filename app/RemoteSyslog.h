@@ -8,6 +8,6 @@ extern const char* const kRemoteLogType;
 extern const char* const kRemoteLogAddress;
 extern const char* const kSyslogServerType;
 
-// Announces and enables forwarding to address; a failure is logged. Forwarding then stays as it was
-// when the host does not resolve, and is off when there is no socket.
+// Announces and enables forwarding to address. A failure is logged: forwarding stays as it was when the host
+// does not resolve, and is off when there is no socket.
 void UseSyslogServer(IDailyLog2* log, const char* address);
