@@ -26,7 +26,8 @@ done
 
 [ ! -e "$marker" ] || exit 0
 
-# Up to the service's last word that it uses a server nothing was forwarded; all that is behind it was.
+# Up to the service's last word that it uses a server nothing was forwarded, unless the configuration names an address:
+# the last of these lines then arrive twice. All that is behind it was.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }
