@@ -531,7 +531,8 @@ bool GDQUdpClient::Append(const char* text, unsigned length) {
 }
 
 void GDQUdpClient::Call(const char* name, const char* args) {
-  if (name == nullptr || args == nullptr) return;
+  if (name == nullptr) name = "";
+  if (args == nullptr) args = "";
   if (strlen(name) + 1 + strlen(args) > kMaxTaggedText && strcasecmp(name, "LogMsg") == 0) {
     ArgsParser parser(3);
     if (!parser.ParseArgs(args) || parser.GetArgs()->GetCount() != 3) return;

@@ -198,6 +198,14 @@ TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
   EXPECT_TRUE(WaitFor([&] { return service.Lines().size() >= 5; }));
 }
 
+TEST_F(GDQUdpClientTest, TakesNullForAnEmptyText) {
+  ASSERT_TRUE(Join(client));
+  client.Call("SyncLog", nullptr);
+  client.Call(nullptr, "SyncVar");
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  EXPECT_EQ((Lines{"SyncLog", " SyncVar"}), service.Lines());
+}
+
 TEST_F(GDQUdpClientTest, UsesTheSamePortsForAnyNumberOfRuns) {
   for (int run = 0; run < 40; ++run) {
     GDQUdpClient one;
