@@ -30,10 +30,6 @@ LOGS = "/tmp/devices"
 PROGRAMS = {"rsyslog": '"16m"', "syslog-ng": "(16777216)"}
 # What the kernel doubles to the 212,992 bytes that a socket has by itself, and what its usual limit may be raised to.
 BUFFERS = {106496: "usual", 1 << 20: "1 MiB", 4 << 20: "4 MiB", 16 << 20: "16 MiB"}
-
-
-with open("/proc/sys/net/core/rmem_max") as _limit:
-    LIMIT = int(_limit.read())
 IDLE = 1  # seconds without any work that say that all is done
 
 
@@ -47,11 +43,21 @@ def lines_written():
     return total
 
 
-def kernel_drops():
-    """Datagrams that found no room in the receive buffer of port 514 of the collector."""
+def collector_sockets():
+    """The rows of the collector's sockets at port 514 in the kernel's table, each split into its columns."""
     with open("/proc/net/udp") as table:
         rows = [line.split() for line in table]
-    return sum(int(row[-1]) for row in rows if row[1] == "0200007F:0202")
+    return [row for row in rows if row[1] == "0200007F:0202"]
+
+
+def wait_until_listening():
+    while not collector_sockets():
+        time.sleep(0.02)
+
+
+def kernel_drops():
+    """Datagrams that found no room in the collector's receive buffer."""
+    return sum(int(row[-1]) for row in collector_sockets())
 
 
 def cpu_seconds(pid):
@@ -87,8 +93,7 @@ def measure(program, devices, rate, lines, buffer):
     value = size[0] + str(buffer) + size[-1]
     collector = collectors.Collector(f"{program}-fleet", f"{program}-to-files", **{size: value})
     pid = collector.process.pid
-    while kernel_drops_missing():
-        time.sleep(0.02)
+    wait_until_listening()
     fleet(devices, 1000, devices * 4)  # opens the files, which a collector that has run for a day has open
     until_idle(pid)
     before, drops, cpu, begin = lines_written(), kernel_drops(), cpu_seconds(pid), time.monotonic()
@@ -101,11 +106,6 @@ def measure(program, devices, rate, lines, buffer):
     result["lost"] = result["sent"] - (lines_written() - before)
     result["written"] = (result["sent"] - result["lost"]) / spent
     return result
-
-
-def kernel_drops_missing():
-    with open("/proc/net/udp") as table:
-        return "0200007F:0202" not in table.read()
 
 
 def row(*cells):
@@ -134,11 +134,13 @@ def rates(seconds):
 
 
 def bursts():
+    with open("/proc/sys/net/core/rmem_max") as file:
+        limit = int(file.read())
     row("Collector", "Receive buffer", "Lines at once", "Sent within, ms", "Lost", "Peak RSS, MiB")
     row(*["---"] * 6)
     for program in PROGRAMS:
         for buffer, label in BUFFERS.items():
-            if program == "syslog-ng" and buffer > LIMIT:
+            if program == "syslog-ng" and buffer > limit:
                 continue  # unlike rsyslog run by root, it gets no more
             got = measure(program, 1000, 0, 20000, buffer)
             row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", share(got), f"{got['rss']:.0f}")
@@ -165,8 +167,7 @@ def outage(relay_changes, center_changes, seconds, rate=5000):
     time.sleep(1)
     shutil.rmtree("/tmp/own", ignore_errors=True)
     relay = collectors.Collector("rsyslog-fleet", "rsyslog-to-center", **{"CENTER": "127.0.0.1", **relay_changes})
-    while kernel_drops_missing():
-        time.sleep(0.02)
+    wait_until_listening()
     load = subprocess.Popen([f"{namespace.FILES}/fleet", collectors.HOST, "1000", str(rate), str(rate * (seconds + 6))],
                             stdout=subprocess.PIPE, text=True)
     time.sleep(3)
