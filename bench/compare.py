@@ -42,8 +42,8 @@ def admit_peer():
 class Row:
     """One program under test."""
 
-    def __init__(self, name, command, mode, target, version):
-        self.name, self.command, self.mode, self.target, self.version = name, command, mode, target, version
+    def __init__(self, name, command, mode, target, what):
+        self.name, self.command, self.mode, self.target, self.what = name, command, mode, target, what
         self.results = []
 
     def start(self, folder):
@@ -135,9 +135,10 @@ def stop(process):
         process.wait()
 
 
-def first_line(command):
-    run = subprocess.run(command, capture_output=True, text=True)
-    return (run.stdout + run.stderr).splitlines()[0]
+def version(program, *arguments):
+    """The number in what the program says of itself in its first line, such as 3.38.1 in "syslog-ng 3 (3.38.1)"."""
+    run = subprocess.run([program, *arguments], capture_output=True, text=True)
+    return re.search(r"\d+(\.\d+)+", (run.stdout + run.stderr).splitlines()[0]).group()
 
 
 def write_file(path, text):
@@ -161,23 +162,25 @@ destination f {{ file("{folder}/syslog-ng.log" flush-lines(1)); }};
 destination n {{ network("{COLLECTOR}" port(514) transport("udp")); }};
 log {{ source(s); destination(f); destination(n); }};
 """)
-    collectors = os.path.abspath("build/collectors")
+    rsyslogd, syslog_ngd = (os.path.abspath(f"build/collectors/{name}") for name in ("rsyslogd", "syslog-ng"))
+    one_by_one = 'main_queue(queue.dequeueBatchSize="1")'
     found = [
-        Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "bench/floor.c"),
+        Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "`bench/floor.c`"),
         Row("floor, two threads", [f"{WORK}/floor", "3515", f"{folder}/floor2.log", COLLECTOR, "two"], "raw", "3515",
-            "the same, one thread receives and hands over"),
+            "the same, but one thread receives and hands over"),
         Row("this service", [os.path.abspath("build/syslog")], "call", "11001", "this tree"),
-        Row("rsyslogd, batches", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
-            first_line([f"{collectors}/rsyslogd", "-v"]).split(" (")[0] + " as it comes, which writes lines in batches"),
-        Row("rsyslogd", [f"{collectors}/rsyslogd", "-n", "-f", rsyslog(1515, 'main_queue(queue.dequeueBatchSize="1")'), "-i",
-                         f"{folder}/rsyslog.pid"], "raw", "1515", "with each line written at once"),
-        Row("syslog-ng", [f"{collectors}/syslog-ng", "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist", "-p",
-                          f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
-            first_line([f"{collectors}/syslog-ng", "-V"]).strip()),
-        Row("this service, musl", [os.path.abspath("build-musl/syslog")], "call", "11001", "the static binary of the preset musl"),
+        Row("rsyslogd, batches", [rsyslogd, "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
+            f"rsyslog {version(rsyslogd, '-v')} as it comes, which writes lines in batches"),
+        Row("rsyslogd", [rsyslogd, "-n", "-f", rsyslog(1515, one_by_one), "-i", f"{folder}/rsyslog.pid"], "raw", "1515",
+            "the same, but each line is written at once"),
+        Row("syslog-ng", [syslog_ngd, "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist",
+                          "-p", f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
+            f"syslog-ng {version(syslog_ngd, '-V')}"),
+        Row("this service, musl", [os.path.abspath("build-musl/syslog")], "call", "11001",
+            "the static binary of the preset `musl`"),
         Row("busybox syslogd", ["busybox", "syslogd", "-n", "-L", "-R", f"{COLLECTOR}:514", "-O",
                                 f"{folder}/busybox.log"], "unix", "/dev/log",
-            first_line(["busybox"]).split(" (")[0]),
+            f"BusyBox {version('busybox')}"),
     ]
     return found
 
@@ -195,21 +198,26 @@ def make_private(folder):
 def machine():
     with open("/proc/cpuinfo") as info:
         model = re.search(r"model name\s*:\s*(.*)", info.read())
-    return f"{model.group(1) if model else platform.machine()}, {os.cpu_count()} processors, Linux {platform.release()}"
+    # Of the kernel its number only: what a builder appends to that tells nobody else anything.
+    kernel = re.match(r"[\d.]*\d", platform.release()).group()
+    system = platform.freedesktop_os_release()["PRETTY_NAME"]
+    name = model.group(1) if model else platform.machine()
+    return f"{name}, {os.cpu_count()} processors, Linux {kernel}, {system}"
 
 
 def table(found, syscalls):
     floor = found[0]
-    lines = ["| Program | Lines/s | Lines, floor = 1 | Lost | CPU per line, µs | CPU, floor = 1 | RSS, KiB | PSS, KiB | p50, µs | p99, µs |",
-             "|---|---|---|---|---|---|---|---|---|---|"]
+    heads = ["Program", "Lines/s", "Lines, floor = 1", "Lost", "CPU per line, µs", "CPU, floor = 1", "RSS, KiB", "PSS, KiB",
+             "p50, µs", "p99, µs"]
+    lines = [f"| {' | '.join(heads)} |", "|---" * len(heads) + "|"]
     for row in found:
         lost = sum(result["lost"] for result in row.results)
         lines.append(f"| {row.name} | {row.median('rate'):,.0f} | {row.ratio('rate', floor):.2f} | {lost} | "
                      f"{row.median('cpu_us'):.2f} | {row.ratio('cpu_us', floor):.2f} | "
-                     f"{row.median('rss_kib'):.0f} | {row.median('pss_kib'):.0f} | {row.median('p50_us'):.0f} | {row.median('p99_us'):.0f} |")
-    lines.append("")
-    lines += [f"System calls per line (`strace -c -f`): {name} {count:.2f}." for name, count in syscalls.items()]
-    return "\n".join(lines) + "\n"
+                     f"{row.median('rss_kib'):.0f} | {row.median('pss_kib'):.0f} | "
+                     f"{row.median('p50_us'):.0f} | {row.median('p99_us'):.0f} |")
+    counts = "; ".join(f"{name}: {count:.2f}" for name, count in syscalls.items())
+    return "\n".join(lines) + f"\n\nSystem calls per line (`strace -c -f`): {counts}.\n"
 
 
 def draw(found, folder, path):
@@ -237,9 +245,10 @@ def report(found, syscalls, rounds, lines):
     with open(path) as file:
         before, _, rest = file.read().partition("<!-- compare: begin -->\n")
         _, _, after = rest.partition("<!-- compare: end -->\n")
-    versions = "; ".join(f"{row.name}: {row.version}" for row in found)
+    legend = "".join(f"- {row.name}: {row.what}\n" for row in found)
     write_file(path, f"{before}<!-- compare: begin -->\nMedians of {rounds} rounds of {lines:,} lines, "
-                     f"ratios taken within each, at most {WINDOW} outstanding. {machine()}.\n{versions}.\n\n{text}<!-- compare: end -->\n{after}")
+                     f"ratios taken within each, at most {WINDOW} outstanding.\n{machine()}.\n\n{legend}\n{text}"
+                     f"<!-- compare: end -->\n{after}")
 
 
 def main():
