@@ -27,7 +27,8 @@ mkdir "$root"
 suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
 if [ -e "$cache" ]; then
   tar -x -C "$root" -f "$cache"
-elif debootstrap --variant=minbase --include=systemd-sysv,dbus,adduser,procps,python3-minimal "$suite" "$root" >"$work/log"; then
+elif debootstrap --variant=minbase --include=systemd-sysv,dbus,adduser,procps,python3-minimal "$suite" "$root" \
+  >"$work/log"; then
   rm -f "$root"/var/cache/apt/archives/*.deb
   tar -c -C "$root" -f "$cache" .
 else

@@ -9,6 +9,15 @@ shellcheck -S warning packaging/debian/p* packaging/sysv/velk
 shellcheck -s dash packaging/openwrt/files/velk.init
 echo "shellcheck is silent"
 
+version=$(sed -n 's/^project(velk VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+names() { grep -qF "$1" "$2" || { echo "$2 does not say: $1"; exit 1; }; }
+names "PKG_VERSION:=$version" packaging/openwrt/Makefile
+names "VELK_VERSION = $version" packaging/buildroot/package/velk/velk.mk
+names SUMMARY "packaging/yocto/recipes-support/velk/velk_$version.bb"
+names "velk ($version-" packaging/debian/changelog
+names "velk_$version-1_" docs/image.md
+echo "all name version $version"
+
 cmake --preset static >/dev/null
 cmake --build --preset static >/dev/null 2>&1
 work=$(mktemp -d)
@@ -37,7 +46,8 @@ echo "OpenWrt's recipe packs the files, its script asks procd for the service"
 
 # Buildroot: the recipe is found by way of external.mk, and puts the start script into the image.
 cat >"$work/buildroot.mk" <<'END'
-cmake-package = image: ; $$(VELK_INSTALL_INIT_SYSV) && $$(VELK_INSTALL_INIT_SYSTEMD) && test -e $$(VELK_SITE)/CMakeLists.txt
+site = test -e $$(VELK_SITE)/CMakeLists.txt
+cmake-package = image: ; $(site) && $$(VELK_INSTALL_INIT_SYSV) && $$(VELK_INSTALL_INIT_SYSTEMD)
 INSTALL = install
 include $(BR2_EXTERNAL_VELK_PATH)/external.mk
 END
@@ -66,7 +76,8 @@ done
 cp packaging/busybox/check.sh "$root/check"
 
 boot() {  # PROGRAM [ARGUMENT...]: the first process of a namespace
-  timeout -s KILL 100 unshare --mount --net --pid --fork --kill-child chroot "$root" "$@" </dev/null >/dev/null 2>&1 || true
+  timeout -s KILL 100 unshare --mount --net --pid --fork --kill-child chroot "$root" "$@" </dev/null >/dev/null 2>&1 ||
+    true
   cat "$root/result"
   [ "$(tail -n 1 "$root/result")" = "all well" ]
   rm "$root/result"
