@@ -36,7 +36,8 @@ class UdpSocket3 {
   // Blocks for one datagram and notes its sender in from. Returns its bytes, cut to len, or -1.
   int Read(void* buf, long len, InetAddress2* from);
   // Blocks for one datagram and takes with it those that came by then, at most count. The headers say where
-  // to and get the lengths, see recvmmsg(2). Returns how many, or -1.
+  // to, each in one piece, and get the lengths, see recvmmsg(2). Takes one datagram only where the kernel
+  // refuses that call. Returns how many, or -1.
   int ReadMany(mmsghdr* headers, unsigned count);
   // Sends one datagram. Returns the bytes sent or -1.
   int Write(const void* buf, long len, const InetAddress2* to);

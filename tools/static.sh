@@ -11,8 +11,10 @@ limits() {
   local starved=test_restarts_a_child_without_memory_though_nobody_reads_its_last_words
   cat <<END
 static test_each_function calls are made to fail by a library that a static program does not load
+static test_serves_where_recvmmsg_is_refused the same library
 static $starved maps less than its limit leaves
 musl test_each_function calls are made to fail by a library that a static program does not load
+musl test_serves_where_recvmmsg_is_refused the same library
 musl $starved maps less than its limit leaves
 END
 }

@@ -1,4 +1,5 @@
-// Preloaded into the service: lets one call of one function fail, the k-th of all its processes together.
+// Preloaded into the service: lets one call of one function fail, the k-th of all its processes together, or
+// all of them.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -15,7 +16,8 @@
 
 // The file that FAIL_FILE names, shared with the test.
 static struct {
-  unsigned at;  // which call fails
+  unsigned at;  // which call fails; 0: each does, with this errno
+  int number;
   unsigned count;
   char function[32];
 } * shared;
@@ -30,8 +32,9 @@ __attribute__((constructor)) static void start(void) {
 
 static int fails(const char* function, int number) {
   if (shared == NULL || strcmp(shared->function, function) != 0) return 0;
-  if (__atomic_add_fetch(&shared->count, 1, __ATOMIC_RELAXED) != shared->at) return 0;
-  errno = number;
+  const unsigned count = __atomic_add_fetch(&shared->count, 1, __ATOMIC_RELAXED);
+  if (shared->at != 0 && count != shared->at) return 0;
+  errno = shared->at != 0 ? number : shared->number;
   return 1;
 }
 

@@ -1,5 +1,6 @@
 """One call of one function fails, each in its turn: the service goes on, or ends cleanly and is started anew."""
 import contextlib
+import errno
 import os
 import re
 import shutil
@@ -63,7 +64,12 @@ class Faults(ServiceTest):
             time.sleep(0.001)
         return self.ended()
 
-    def run_once(self):
+    def run_once(self, function, at, number=0):
+        """With the at-th call of the function failing; 0: with each failing, with that errno."""
+        self.clear_files()
+        self.configure(SYSLOG_ON % "127.0.0.2")
+        with open(FAIL_FILE, "wb") as state:
+            state.write(struct.pack("IiI32s", at, number, 0, function.encode()))
         self.service(environment={"LD_PRELOAD": LIBRARY, "FAIL_FILE": FAIL_FILE})
         self.call(*CALLS)
         if not self.ended():
@@ -73,6 +79,10 @@ class Faults(ServiceTest):
             until(lambda: self.ended() or old not in processes(), "the end of the child")
         self.call(*CALLS)
         until(self.works, "a line in all outlets")
+
+    def calls_counted(self):
+        with open(FAIL_FILE, "rb") as state:
+            return struct.unpack_from("IiI", state.read())[2]
 
     def check_end(self, function, errors):
         said = "\n".join(self.started.texts())
@@ -88,19 +98,21 @@ class Faults(ServiceTest):
     def let_fail(self, function):
         for number in numbers():
             with self.subTest(function, number=number):
-                self.clear_files()
-                self.configure(SYSLOG_ON % "127.0.0.2")
-                with open(FAIL_FILE, "wb") as state:
-                    state.write(struct.pack("II32s", number, 0, function.encode()))
                 try:
-                    self.run_once()
+                    self.run_once(function, number)
                 finally:
                     errors = self.started.errors()
                     os.truncate(self.started.errors_path, 0)  # stop() wants none
                 self.check_end(function, errors)
-            with open(FAIL_FILE, "rb") as state:
-                if struct.unpack_from("II", state.read())[1] < number:
-                    return number
+            if self.calls_counted() < number:
+                return number
+
+    def test_serves_where_recvmmsg_is_refused(self):
+        for number in (errno.ENOSYS, errno.EPERM):
+            with self.subTest(number=number):
+                self.run_once("recvmmsg", 0, number)
+                self.assertFalse(self.ended())
+                self.assertGreater(self.calls_counted(), 0)
 
     def test_each_function(self):
         for function in FUNCTIONS:
