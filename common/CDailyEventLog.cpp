@@ -151,6 +151,8 @@ bool CDailyEventLog::OpenTodaysFile() {
 
 void CDailyEventLog::Print(const char* text) {
   if (m_file == nullptr || text == nullptr) return;
+  // Stays closed when that fails: to ask a full or lost device again with each line would slow down all who
+  // log. The owner calls OpenTodaysFile() when it is worth a try.
   if (m_nextRollover != 0 && time(nullptr) >= m_nextRollover && !OpenTodaysFile()) return;
   const unsigned long length = strlen(text);
   if (m_spaceLimit != 0 && (length >= m_spaceLimit || m_currentSize >= m_spaceLimit - length)) {

@@ -36,7 +36,7 @@ class CDailyEventLog {
   bool OpenTodaysFile();
 
   // Appends text as it is; the caller gives the line end. Once the space limit is reached, texts are dropped
-  // until the next day.
+  // until the next day. A new day's file that cannot be opened leaves the object closed.
   void Print(const char* text);
 
   // Keeps the naming, so that OpenTodaysFile goes on.
