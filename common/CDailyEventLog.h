@@ -69,7 +69,6 @@ class CDailyEventLog {
 
  private:
   bool SetNames(const char* baseName, const char* extension, const char* directory);
-  bool WriteDate(time_t now);
 
   char* m_directory = nullptr;  // ends in "/"
   char* m_pattern = nullptr;    // wildcards for the names of this log's files
