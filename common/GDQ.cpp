@@ -248,7 +248,6 @@ void GDQ::CancelAllMessages(IGenericDispatchTarget* target) {
 
 namespace {
 
-constexpr unsigned kMaxArgs = 32;
 constexpr uint32_t kNothingDue = 0xFFFFFFFF;  // wait value: until the next post
 
 }  // namespace

@@ -21,6 +21,9 @@ namespace Velk {
 // the wake-up of the thread.
 class GDQ : public IGenericDispatchQueue, private AppThread2 {
  public:
+  // Most arguments of a message; one with more does not parse.
+  static constexpr unsigned kMaxArgs = 32;
+
   // See AppThread2.
   GDQ(int, int, const char* threadName, bool autoDelete);
 

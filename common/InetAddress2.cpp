@@ -82,8 +82,6 @@ unsigned long InetAddress2::StringToIP(const char* text, bool* error) {
 
 namespace {
 
-constexpr size_t kMaxHostName = 79;
-
 bool ResolveHost(const char* host, in_addr* address) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
@@ -118,8 +116,8 @@ bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort
     return true;
   }
 
-  if (hostLength == 0 || hostLength > kMaxHostName) return false;
-  char host[kMaxHostName + 1];
+  if (hostLength == 0 || hostLength > kMaxHost) return false;
+  char host[kMaxHost + 1];
   memcpy(host, text, hostLength);
   host[hostLength] = '\0';
   if (strcmp(host, "localhost") == 0) {  // works without any resolver, which a device may not have

@@ -14,6 +14,8 @@ class InetAddress2 {
  public:
   // Room that any IPToString result fits in: "255.255.255.255:65535" and the NUL.
   static constexpr unsigned kMaxText = 22;
+  // Longest host name that is looked up.
+  static constexpr unsigned kMaxHost = 79;
 
   InetAddress2(long ip, unsigned short port);
   InetAddress2(const InetAddress2&) = default;
@@ -31,7 +33,7 @@ class InetAddress2 {
   static unsigned long StringToIP(const char* text, bool* error);
 
   // Takes "host", "host:port", "quad" or "quad:port"; without a port the defaultPort. False leaves the
-  // object as it was: port 0, no host or one of 80 or more characters, or the lookup failed (logged).
+  // object as it was: port 0, no host or one longer than kMaxHost, or the lookup failed (logged).
   // A host name other than "localhost" blocks in getaddrinfo(3).
   bool SetAddressString(const char* text, unsigned short defaultPort);
 

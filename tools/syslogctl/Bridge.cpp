@@ -17,8 +17,7 @@
 namespace Ctl {
 namespace {
 
-constexpr unsigned kHeldLines = 8192;  // 2 MiB in a burst: some 40,000 lines a second get through
-constexpr int kReadsAtOnce = 128;      // before the client gets its turn
+constexpr int kReadsAtOnce = 128;  // before the client gets its turn
 
 // The kernel's log, see Documentation/ABI/testing/dev-kmsg: one record a read, from the oldest that is there.
 class KernelLog {
@@ -106,10 +105,7 @@ class Bridge {
 int Bridge::Open() {
   if (!m_socket.Open(m_options.socket)) return kUsage;
   if (m_options.kmsg && !m_kernel.Open()) return kUsage;
-  Velk::GDQUdpClient::Options how;
-  how.waitMs = 0;
-  how.heldLines = kHeldLines;
-  return m_session.Open(how);
+  return m_session.Open(Holding(kManyLines));
 }
 
 // Says at the end of a record that was too long how much is missing there. Returns the record's new length.

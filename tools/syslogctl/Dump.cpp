@@ -160,12 +160,9 @@ int RunDump(const Options& options) {
     return kUsage;
   }
   Session session(options);
-  Velk::GDQUdpClient::Options how;
-  how.waitMs = 0;
-  how.heldLines = 16;
   const Mark mark;
   Content content;
-  int result = session.Join(how);
+  int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = AskForFile(session, mark);
   if (result == kDone) result = WaitForFile(options, session, mark, content);
   if (result != kDone) return result;

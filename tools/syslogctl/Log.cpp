@@ -130,13 +130,8 @@ int Logger::LogInput() {
 }  // namespace
 
 int RunLog(const Options& options) {
-  // 2 MiB if they are needed: some 40,000 lines a second, since each is held for the client's kSettleMs.
-  constexpr unsigned kHeldLines = 8192;
   Session session(options);
-  Velk::GDQUdpClient::Options how;
-  how.waitMs = 0;
-  how.heldLines = kHeldLines;
-  const int joined = session.Join(how);
+  const int joined = session.Join(Holding(kManyLines));
   if (joined != kDone) return joined;
   Logger logger(options, session);
   const int result = options.wordCount != 0 ? logger.LogWords() : logger.LogInput();

@@ -34,6 +34,13 @@ void CatchInterrupts() {
 
 }  // namespace
 
+Velk::GDQUdpClient::Options Holding(unsigned lines) {
+  Velk::GDQUdpClient::Options how;
+  how.waitMs = 0;
+  how.heldLines = lines;
+  return how;
+}
+
 unsigned long long NowMs() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

@@ -24,6 +24,12 @@ class CallText final : public Velk::GDOBase {
 // Milliseconds of a clock that nobody sets.
 unsigned long long NowMs();
 
+// Options of a client that holds so many lines and leaves it to Session to wait for room.
+Velk::GDQUdpClient::Options Holding(unsigned lines);
+constexpr unsigned kFewLines = 16;
+// 2 MiB if they are needed: some 40,000 lines a second, since each is held for the client's kSettleMs.
+constexpr unsigned kManyLines = 8192;
+
 // A client of the service, and what there is to say about it. SIGINT, SIGTERM and SIGHUP end its waiting in
 // order; a second one ends the process. One at a time, on one thread.
 class Session {

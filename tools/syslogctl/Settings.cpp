@@ -2,19 +2,13 @@
 #include <ctype.h>
 #include <string.h>
 
+#include "common/InetAddress2.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/Machine.h"
 #include "tools/syslogctl/Session.h"
 
 namespace Ctl {
 namespace {
-
-Velk::GDQUdpClient::Options FewCalls() {
-  Velk::GDQUdpClient::Options how;
-  how.waitMs = 0;
-  how.heldLines = 16;
-  return how;
-}
 
 int SetVariable(Session& session, const char* name, const char* value) {
   CallText call;
@@ -30,7 +24,7 @@ int RunSet(const Options& options) {
     return kUsage;
   }
   Session session(options);
-  int result = session.Join(FewCalls());
+  int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = SetVariable(session, options.words[0], options.words[1]);
   return result == kDone ? session.Finish(true) : result;
 }
@@ -58,7 +52,7 @@ int SendForwarding(Session& session, const char* host) {
 int SetForwarding(const Options& options, const char* host) {
   constexpr int kTries = 5;
   Session session(options);
-  int result = session.Join(FewCalls());
+  int result = session.Join(Holding(kFewLines));
   for (int i = 0; i < kTries && result == kDone; ++i) {
     const unsigned joins = session.Client().Joins();
     result = SendForwarding(session, host);
@@ -70,10 +64,9 @@ int SetForwarding(const Options& options, const char* host) {
 }
 
 bool IsHost(const char* host) {
-  constexpr size_t kMaxHost = 79;  // the service looks up no longer names
   const size_t length = strlen(host);
-  if (length == 0 || length > kMaxHost || strpbrk(host, " \t\r\n") != nullptr) {
-    Say("'%s' is no host: a name or an IPv4 address, 1 to %zu characters", host, kMaxHost);
+  if (length == 0 || length > InetAddress2::kMaxHost || strpbrk(host, " \t\r\n") != nullptr) {
+    Say("'%s' is no host: a name or an IPv4 address, 1 to %u characters", host, InetAddress2::kMaxHost);
     return false;
   }
   if (strchr(host, ':') == nullptr) return true;
@@ -128,7 +121,7 @@ int RunCall(const Options& options) {
   call.CallObj();
 
   Session session(options);
-  int result = session.Join(FewCalls());
+  int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = session.Send(text);
   return result == kDone ? session.Finish(true) : result;
 }

@@ -4,16 +4,17 @@
 #include <cstddef>
 
 #include "common/IDailyLog2.h"
+#include "tools/syslogctl/Options.h"
 
 namespace Ctl {
 
 // What one record says. The text points into the record; it may hold any bytes, line feeds and NULs too.
 struct SyslogLine {
-  static constexpr size_t kMaxModule = 48;
+  static constexpr size_t kMaxModule = Options::kMaxModule;
 
   ELogMessageType type;
-  char module[kMaxModule +
-              1];   // the program's tag, else its facility; never empty, without control characters
+  // The program's tag, else its facility; never empty, without control characters.
+  char module[kMaxModule + 1];
   const char* pid;  // what stood in brackets behind the tag; pidLength 0: nothing did
   size_t pidLength;
   const char* text;

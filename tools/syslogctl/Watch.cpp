@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "common/ArgsParser.h"
+#include "common/GDQ.h"
 #include "common/TimeStamp.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/Session.h"
@@ -16,8 +17,6 @@
 
 namespace Ctl {
 namespace {
-
-constexpr unsigned kMaxArguments = 32;  // the service drops calls with more
 
 struct Level {
   const char* word;   // as the service's console has it
@@ -67,7 +66,7 @@ class Printer {
   const Options& m_options;
   bool m_isColored;
   unsigned long m_printed = 0;
-  Velk::ArgsParser m_parser{kMaxArguments};
+  Velk::ArgsParser m_parser{Velk::GDQ::kMaxArgs};
   Velk::SimpleString m_line{1024, 1024};
 };
 

@@ -3,12 +3,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "common/GDQ.h"
 #include "common/LogPrinter.h"
 #include "tools/syslogctl/Commands.h"
 
 namespace {
-
-constexpr int kMostArguments = 32;  // that the service takes with one call
 
 const Ctl::Command kCommands[] = {
     {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [--confirm] [TEXT...]", Ctl::RunLog},
@@ -17,7 +16,7 @@ const Ctl::Command kCommands[] = {
     {"dump", "", 0, 0, "(no arguments)", Ctl::RunDump},
     {"watch", "Jn", 0, 0, "[--json] [-n COUNT]", Ctl::RunWatch},
     {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", Ctl::RunPing},
-    {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...], at most 32 arguments", Ctl::RunCall},
+    {"call", "", 1, 1 + Velk::GDQ::kMaxArgs, "NAME [ARGUMENT...], at most 32 arguments", Ctl::RunCall},
     {"bridge", "SK", 0, 0, "[--socket PATH] [--kmsg]", Ctl::RunBridge},
     {nullptr, nullptr, 0, 0, nullptr, nullptr},
 };
