@@ -20,7 +20,8 @@ for binary in "$@"; do
   require "must be bound at start" has 'BIND_NOW|Flags:.*NOW'
   require "must have no executable stack" lacks 'GNU_STACK.*RWE'
   require "must check its stack" has '__stack_chk_fail'
-  require "must use checked string functions" has '__(vsnprintf|snprintf|memcpy|fprintf|recvfrom|recv|vfprintf|printf)_chk'
+  require "must use checked string functions" \
+    has '__(vsnprintf|snprintf|memcpy|fprintf|recvfrom|recv|vfprintf|printf)_chk'
   require "must have at most 100 KiB" is_small
 done
 exit $status

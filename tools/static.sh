@@ -86,5 +86,6 @@ row shared build
 row glibc build-static
 row musl-package build-musl-package
 row musl build-musl
-[ "$(stat -c %s build-musl/syslog)" -le $((100 * 1024)) ] || { echo "build-musl/syslog has more than 100 KiB"; failed=1; }
+[ "$(stat -c %s build-musl/syslog)" -le $((100 * 1024)) ] ||
+  { echo "build-musl/syslog has more than 100 KiB"; failed=1; }
 exit $failed

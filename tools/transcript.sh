@@ -1,5 +1,6 @@
 #!/bin/bash
-# Plays a newcomer's first five minutes and prints what the screen shows: tools/transcript.sh >docs/first-five-minutes.txt
+# Plays a newcomer's first five minutes and prints what the screen shows:
+# tools/transcript.sh >docs/first-five-minutes.txt
 # All of it is a real run, in namespaces of its own; only the pauses in which a person would read are left out.
 set -eu
 cd "$(dirname "$0")/.."

@@ -1,4 +1,4 @@
-"""The real rsyslog and syslog-ng, as tools/collectors.sh unpacks them, under the configurations that we give to users."""
+"""The real rsyslog and syslog-ng, as tools/collectors.sh unpacks them, under the configurations for users."""
 import os
 import subprocess
 

@@ -17,7 +17,7 @@ def arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--binary", required=True, help="the service")
     parser.add_argument("--tool", help="the command line tool; default: syslogctl beside the service")
-    parser.add_argument("--collectors", help="folder that tools/collectors.sh filled; their tests are left out without it")
+    parser.add_argument("--collectors", help="folder that tools/collectors.sh filled; else their tests are left out")
     parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name has PATTERN")
     parser.add_argument("-v", "--verbose", action="store_true")
     return parser.parse_args()

@@ -22,7 +22,8 @@ CALLS = [b"LogMsg 2 `m` `text %d\n`", b"SetVar remotelog_addr 127.0.0.%d", b"Syn
 CALLS = [b"LogMsg 'open"] + [call.replace(b"%d", b"%d" % number) for number in range(8) for call in CALLS]
 # What the supervisor says when it has to end after it has begun to start children.
 LAST_WORDS = {"fork": r"Start child\.\.\.\nSyslog\.ERROR: fork\(\) failed!\nSyslog\.Info: Exiting application\.\.\.$",
-              "waitpid": r"Wait for child (\d+)\.\.\.\n(.*\n)*Syslog\.ERROR: Waitpid returned -1 instead of \1! Exiting"}
+              "waitpid": r"Wait for child (\d+)\.\.\.\n(.*\n)*"
+                         r"Syslog\.ERROR: Waitpid returned -1 instead of \1! Exiting"}
 
 
 def numbers():

@@ -1,4 +1,4 @@
-"""Few devices or many, one place to look: what docs/collectors.md and docs/fleet.md promise, with the real collectors."""
+"""Few devices or many, one place to look: what docs/collectors.md and docs/fleet.md promise, with real collectors."""
 import ctypes
 import glob
 import http.server
@@ -83,7 +83,8 @@ class Fleet(FleetTest):
 
     def test_a_thousand_devices_are_split(self):
         def at(device, module):
-            return [(line["severity"], line["module"], line["text"]) for line in lines_of(f"{FILES}/{device}/{module}.json")]
+            lines = lines_of(f"{FILES}/{device}/{module}.json")
+            return [(line["severity"], line["module"], line["text"]) for line in lines]
 
         for program, up in PROGRAMS.items():
             self.collector(f"{program}-fleet", f"{program}-to-files")
@@ -283,7 +284,8 @@ class Late(FleetTest):
         service.fence(peer)
 
         environment = {**WITH_TOOL, "MARKER": "/tmp/marker"}
-        hook = subprocess.Popen([f"{namespace.FILES}/network-up.sh", "collector.test"], env=environment, stderr=subprocess.DEVNULL)
+        hook = subprocess.Popen([f"{namespace.FILES}/network-up.sh", "collector.test"], env=environment,
+                                stderr=subprocess.DEVNULL)
         service.wait_for("Syslog.ERROR: Cannot connect to syslog server at UDP collector.test:514", count=2)
         ip("address", "add", f"{Far.OURS}/24", "dev", "late")
         ip("link", "set", "late", "up")
