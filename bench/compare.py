@@ -207,8 +207,8 @@ def machine():
 
 def table(found, syscalls):
     floor = found[0]
-    heads = ["Program", "Lines/s", "Lines, floor = 1", "Lost", "CPU per line, µs", "CPU, floor = 1", "RSS, KiB", "PSS, KiB",
-             "p50, µs", "p99, µs"]
+    heads = ["Program", "Lines/s", "Lines, floor = 1", "Lost", "CPU per line, µs", "CPU, floor = 1",
+             "RSS, KiB", "PSS, KiB", "p50, µs", "p99, µs"]
     lines = [f"| {' | '.join(heads)} |", "|---" * len(heads) + "|"]
     for row in found:
         lost = sum(result["lost"] for result in row.results)

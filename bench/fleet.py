@@ -121,16 +121,16 @@ def share(got):
 
 def rates(seconds):
     asked = (5000, 20000, 40000, 80000)
-    row("Collector", "Receive buffer", "Devices", *[f"Lost at {rate:,}/s" for rate in asked], f"Written/s at {asked[-1]:,}/s",
-        f"CPU per line at {asked[1]:,}/s, µs", "Peak RSS, MiB")
+    row("Collector", "Receive buffer", "Devices", *[f"Lost at {rate:,}/s" for rate in asked],
+        f"Written/s at {asked[-1]:,}/s", f"CPU per line at {asked[1]:,}/s, µs", "Peak RSS, MiB")
     row(*["---"] * 10)
     for program in PROGRAMS:
         for buffer in (106496, 4 << 20):
             for devices in (10, 100, 1000):
                 got = [measure(program, devices, rate, rate * seconds, buffer) for rate in asked]
                 cpu = got[1]["cpu"] / (got[1]["sent"] - got[1]["lost"]) * 1e6
-                row(program, BUFFERS[buffer], f"{devices:,}", *map(share, got), f"{got[-1]['written']:,.0f}", f"{cpu:.0f}",
-                    f"{max(one['rss'] for one in got):.0f}")
+                row(program, BUFFERS[buffer], f"{devices:,}", *map(share, got), f"{got[-1]['written']:,.0f}",
+                    f"{cpu:.0f}", f"{max(one['rss'] for one in got):.0f}")
 
 
 def bursts():
@@ -143,7 +143,8 @@ def bursts():
             if program == "syslog-ng" and buffer > limit:
                 continue  # unlike rsyslog run by root, it gets no more
             got = measure(program, 1000, 0, 20000, buffer)
-            row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", share(got), f"{got['rss']:.0f}")
+            row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", share(got),
+                f"{got['rss']:.0f}")
 
 
 def numbers_written():
@@ -157,7 +158,8 @@ def numbers_written():
 
 
 # How the configurations change for plain TCP, relay and collector.
-TCP_RELAY = {'type="omrelp"': 'type="omfwd" protocol="tcp" TCP_Framing="octet-counted"', 'timeout="10" windowSize="1000"': ""}
+TCP_RELAY = {'type="omrelp"': 'type="omfwd" protocol="tcp" TCP_Framing="octet-counted"',
+             'timeout="10" windowSize="1000"': ""}
 TCP_CENTER = {'load="imrelp"': 'load="imtcp"', 'type="imrelp"': 'type="imtcp"', 'maxDataSize="10k"': ""}
 
 
@@ -187,7 +189,8 @@ def outage(relay_changes, center_changes, seconds, rate=5000):
 
 
 def relay(seconds):
-    row("To the collector", "Seconds away", "Lines at the relay", "Lost", "Twice", "Queue on disk, MiB", "Caught up after, s")
+    row("To the collector", "Seconds away", "Lines at the relay", "Lost", "Twice", "Queue on disk, MiB",
+        "Caught up after, s")
     row(*["---"] * 7)
     for label, changes in (("RELP", ({}, {})), ("plain TCP", (TCP_RELAY, TCP_CENTER))):
         sent, lost, twice, queue, spent = outage(*changes, seconds)
@@ -205,7 +208,8 @@ def main():
     build = os.path.join(REPOSITORY, "build")
     namespace.prepare({"fleet": f"{build}/bench/fleet", "collectors": f"{build}/collectors",
                        "examples": os.path.join(REPOSITORY, "examples")})
-    {"rates": lambda: rates(args.seconds or 5), "bursts": bursts, "relay": lambda: relay(args.seconds or 60)}[args.what]()
+    runs = {"rates": lambda: rates(args.seconds or 5), "bursts": bursts, "relay": lambda: relay(args.seconds or 60)}
+    runs[args.what]()
 
 
 if __name__ == "__main__":

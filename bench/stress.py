@@ -112,8 +112,8 @@ def random_call(index, number, harness):
         return harness.log_call(random.randrange(1, 4), b"soak", text)
     if choice < 0.94:
         return b"SetVar remotelog_addr 127.0.0.%d" % random.randrange(2, 9)
-    return random.choice([b"SyncLog", b"SyncVar", b"SetVar remotelog_type 'SysLog server'", b"SetVar remotelog_type off",
-                          b"LogMsg 1 `open", os.urandom(random.randrange(1, 1400))])
+    return random.choice([b"SyncLog", b"SyncVar", b"SetVar remotelog_type 'SysLog server'",
+                          b"SetVar remotelog_type off", b"LogMsg 1 `open", os.urandom(random.randrange(1, 1400))])
 
 
 def soak(harness, minutes):
@@ -183,8 +183,8 @@ def flood(harness, seconds):
         other.close()
         most = max(most, rss_kib(child))
     quiet = until_idle(child)
-    print(f"flood of {seconds} s: memory from {before} to at most {most} KiB; {admitted} handshakes of others in {tries} tries; "
-          f"quiet after {quiet:.2f} s")
+    print(f"flood of {seconds} s: memory from {before} to at most {most} KiB; "
+          f"{admitted} handshakes of others in {tries} tries; quiet after {quiet:.2f} s")
     require(service.child() == child, "the child lives")
     require(most - before < 8 * 1024, "memory grows by less than 8 MiB")
     require(quiet < 1, "quiet within a second")
@@ -235,8 +235,8 @@ def strangers(harness, count):
     spent = time.monotonic() - begin
     after = rss_kib(child)
     speed_after = statistics.median(rate(harness) for _ in range(3))
-    print(f"{count:,} strangers in {spent:.0f} s: {(after - before) * 1024 / count:.0f} bytes each; {speed:,.0f} lines/s before, "
-          f"{speed_after:,.0f} after")
+    print(f"{count:,} strangers in {spent:.0f} s: {(after - before) * 1024 / count:.0f} bytes each; "
+          f"{speed:,.0f} lines/s before, {speed_after:,.0f} after")
     require(service.child() == child, "the child lives")
     require(speed_after >= 0.8 * speed, "throughput at least 0.8 of what it was")
     service.stop()
@@ -311,7 +311,8 @@ def tool(harness, lines):
         memory = rss_kib(process.pid)  # it has read all but the last pipe's worth
         process.stdin.close()
         require(process.wait() == 0, "exit status 0")
-        print(f"syslogctl log {' '.join(options):9} {lines / (time.monotonic() - begin):9,.0f} lines/s, {memory} KiB resident")
+        speed = lines / (time.monotonic() - begin)
+        print(f"syslogctl log {' '.join(options):9} {speed:9,.0f} lines/s, {memory} KiB resident")
     print(f"syslogctl has {os.path.getsize(harness.TOOL):,} bytes")
     service.stop()
 
@@ -326,14 +327,17 @@ def main():
         sys.exit(status)
     build = os.path.join(REPOSITORY, "build")
     tests = os.path.dirname(namespace.__file__)
-    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "syslogctl": f"{build}/syslogctl", "tests": tests})
+    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "syslogctl": f"{build}/syslogctl",
+                       "tests": tests})
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
     import harness  # it looks at the service, which is in its place only now
-    runs = {"restart": lambda: restart(harness, int(args.amount or 200)), "soak": lambda: soak(harness, args.amount or 10),
-            "confirmed": lambda: confirmed(harness, int(args.amount or 1000)),
-            "tool": lambda: tool(harness, int(args.amount or 100000)),
+    runs = {"restart": lambda: restart(harness, int(args.amount or 200)),
+            "soak": lambda: soak(harness, args.amount or 10),
+            "flood": lambda: flood(harness, args.amount or 5),
             "burst": lambda: burst(harness, int(args.amount or 9)),
-            "flood": lambda: flood(harness, args.amount or 5), "strangers": lambda: strangers(harness, int(args.amount or 200000))}
+            "strangers": lambda: strangers(harness, int(args.amount or 200000)),
+            "confirmed": lambda: confirmed(harness, int(args.amount or 1000)),
+            "tool": lambda: tool(harness, int(args.amount or 100000))}
     runs[args.what]()
     sys.exit(1 if failures else 0)
 

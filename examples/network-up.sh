@@ -13,7 +13,8 @@ marker=${MARKER:-/run/syslog-boot-lines-sent}  # in memory, so that a reboot rem
 forwards() {
   syslogctl remote on "$collector" || return 1
   lines=$(syslogctl dump) || return 1
-  printf '%s\n' "$lines" | grep -e 'Using syslog server at UDP' -e 'Cannot connect to syslog server' | tail -n 1 | grep -q Using
+  printf '%s\n' "$lines" | grep -e 'Using syslog server at UDP' -e 'Cannot connect to syslog server' | tail -n 1 |
+    grep -q Using
 }
 
 # The name service may take longer than the network.

@@ -37,7 +37,8 @@ for name in $("$busybox" --list-full); do
 done
 ln -s sbin/init "$root/init"
 cp build-musl/syslog build-musl/syslogctl examples/network-up.sh "$root/usr/bin"
-for module in failover net_failover virtio_ring virtio virtio_pci_modern_dev virtio_pci_legacy_dev virtio_pci virtio_net; do
+for module in failover net_failover virtio_ring virtio virtio_pci_modern_dev virtio_pci_legacy_dev virtio_pci \
+  virtio_net; do
   find "$folder/packages/lib/modules" -name "$module.ko" -exec cp {} "$root/lib/modules" \;
 done
 

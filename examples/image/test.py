@@ -30,7 +30,8 @@ class Heard(threading.Thread):
     def wait_for(self, pattern):
         while not (found := re.search(pattern, self.data, re.MULTILINE)):
             if time.monotonic() - BEGIN > LIMIT:
-                raise SystemExit(f"FAILED: no {pattern} within {LIMIT} s\n" + self.data.decode(errors="replace")[-3000:])
+                heard = self.data.decode(errors="replace")[-3000:]
+                raise SystemExit(f"FAILED: no {pattern} within {LIMIT} s\n{heard}")
             time.sleep(0.05)
         print(f"{time.monotonic() - BEGIN:5.1f} s  {found[0].decode().strip()}", flush=True)
 
@@ -40,7 +41,8 @@ collector.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
 collector.bind(("127.0.0.1", 514))  # the machine's own address 10.0.2.2, as QEMU's network has it
 lines = Heard(collector.recv)
 machine = subprocess.Popen(
-    ["qemu-system-x86_64", "-accel", os.environ.get("ACCEL", "tcg"), "-m", "128", "-display", "none", "-monitor", "none", "-no-reboot",
+    ["qemu-system-x86_64", "-accel", os.environ.get("ACCEL", "tcg"), "-m", "128", "-no-reboot",
+     "-display", "none", "-monitor", "none",
      "-kernel", f"{FOLDER}/vmlinuz", "-initrd", f"{FOLDER}/image.cpio.gz", "-append", "console=ttyS0 quiet panic=-1",
      "-netdev", "user,id=net", "-device", "virtio-net-pci,netdev=net,romfile=", "-serial", "stdio"],
     stdin=subprocess.PIPE, stdout=subprocess.PIPE)
@@ -51,7 +53,8 @@ try:
     machine.stdin.write(b"logger -t greeting -p user.warning hello from inside $((6 * 7))\n")
     machine.stdin.flush()
     lines.wait_for(rb"^<132>greeting\.Warning: hello from inside 42$")
-    machine.stdin.write(b"kill -9 $(pidof syslog | tr ' ' '\\n' | sort -n | tail -n 1); sleep 1; logger -t again still here\n")
+    machine.stdin.write(b"kill -9 $(pidof syslog | tr ' ' '\\n' | sort -n | tail -n 1); sleep 1; "
+                        b"logger -t again still here\n")
     machine.stdin.flush()
     lines.wait_for(rb"^<134>again\.Info: still here$")
     machine.stdin.write(b"free | head -n 2; ps | grep syslog; poweroff\n")
