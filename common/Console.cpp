@@ -90,11 +90,11 @@ void Keep(const iovec* pieces, int count) {
     memcpy(s_kept + at, pieces[i].iov_base, pieces[i].iov_len);
     at += pieces[i].iov_len;
   }
-  s_keptSize.store(at, std::memory_order_relaxed);
+  s_keptSize.store(at);
 }
 
 bool HasKept() {
-  return s_keptSize.load(std::memory_order_relaxed) != 0;
+  return s_keptSize.load() != 0;
 }
 
 // Out of line: its buffer must not weigh on the stack of an ordinary line.
@@ -113,16 +113,28 @@ bool FlushKept(bool mayWait) {
   return !HasKept() || WriteKept(mayWait);
 }
 
+// Called after keeping and after unlocking: whoever comes second sees what the other one did, so that no line
+// is left behind between them.
+void FlushWhatIsLeft(bool mayWait) {
+  bool isFlushed = true;
+  while (isFlushed && HasKept() && pthread_mutex_trylock(&s_writing) == 0) {
+    isFlushed = FlushKept(mayWait);
+    pthread_mutex_unlock(&s_writing);
+  }
+}
+
 void WriteWaiting(iovec* pieces, int count) {
-  const ScopedLock lock(s_writing);
+  pthread_mutex_lock(&s_writing);
   FlushKept(true);
   WriteAll(pieces, count);
-  FlushKept(true);  // what other threads kept while this one waited
+  pthread_mutex_unlock(&s_writing);
+  FlushWhatIsLeft(true);
 }
 
 void WriteOrKeep(iovec* pieces, int count) {
   if (pthread_mutex_trylock(&s_writing) != 0) {
     Keep(pieces, count);
+    FlushWhatIsLeft(false);
     return;
   }
   if (FlushKept(false) && IsWritable()) {

@@ -84,6 +84,7 @@ GDQUdpClient::GDQUdpClient() {
 
 GDQUdpClient::~GDQUdpClient() {
   Close();
+  free(m_password);
   pthread_mutex_destroy(&m_mutex);
 }
 
@@ -111,10 +112,12 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
     errno = EHOSTUNREACH;
     return false;
   }
-  m_password.Set(password);
+  free(m_password);
+  m_password = strdup(password != nullptr ? password : "");
   m_options = options;
   if (m_options.heldLines > kMostHeld) m_options.heldLines = kMostHeld;
-  if (!m_lines.Open(m_options.heldLines) || (options.listen && !m_calls.Open(kHeardCalls))) {
+  if (m_password == nullptr || !m_lines.Open(m_options.heldLines) ||
+      (options.listen && !m_calls.Open(kHeardCalls))) {
     m_lines.Close();
     errno = ENOMEM;
     return false;
@@ -232,7 +235,7 @@ void GDQUdpClient::SendConnects() {
 // busy.
 void GDQUdpClient::HandleNonce(PeerSocket& socket, const char* nonce) {
   if (m_phase == Phase::Resting) return;
-  socket.TakeNonce(nonce, m_password.Str());
+  socket.TakeNonce(nonce, m_password);
   if (&socket == &m_mouth) m_handshakeUs = static_cast<unsigned>(NowUs() - m_sinceUs) | 1;
   if (!HasEar()) {
     BecomeJoined();

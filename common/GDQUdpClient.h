@@ -12,7 +12,6 @@
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
 #include "common/PeerSocket.h"
-#include "common/SimpleString.h"
 
 namespace Velk {
 
@@ -201,7 +200,7 @@ class GDQUdpClient final : public GDQUdpBase {
   pthread_mutex_t m_mutex;
   std::atomic<pid_t> m_process{0};  // whose sockets these are; 0: closed
   InetAddress2 m_server{0, 0};
-  SimpleString m_password;
+  char* m_password = nullptr;
   Options m_options;
   Handler<CallHandler> m_onCall;
   Handler<ProbeHandler> m_onProbe;

@@ -64,7 +64,7 @@ class LogPrinter {
   pthread_mutex_t m_mutex;  // the remote step, and the debug pair
 
  public:
-  Velk::SimpleString m_appName;
+  Velk::SimpleString m_appName{nullptr};
 
  private:
   const char* m_debugFile = nullptr;  // not owned

@@ -28,8 +28,9 @@ strict="-Wall -Wextra -Wpedantic -Werror"
   c++ -std=c++11 $strict -o "$work/cpp" -x c++ "$here/program.c" $(pkg-config --cflags --libs velk)
   cc -std=c99 $strict -o "$work/c_static" "$here/program.c" $(pkg-config --cflags velk) "$library/libvelk.a" \
     $(pkg-config --static --libs-only-other velk)
+  cc -std=c99 $strict -o "$work/no_memory" "$here/no_memory.c" $(pkg-config --cflags --libs velk)
 }
-for program in c cpp c_static; do "$work/$program"; echo "  $program: ok"; done
+for program in c cpp c_static no_memory; do "$work/$program"; echo "  $program: ok"; done
 
 echo "With find_package:"
 cmake -S "$here" -B "$work/user" -DCMAKE_PREFIX_PATH="$root" >>"$work/log" && cmake --build "$work/user" >>"$work/log"
