@@ -94,12 +94,14 @@ class Fleet(FleetTest):
                 self.say(device, b"net.Info: line %d" % number, b"app x.Info: one", b"app x.Info: two")
             self.say(DEVICES[0], b"../../up.Trace: and away", b"no head: at all", priority=b"<131>")
             self.say(DEVICES[0], b"Nov 25 02:14:10 box boot: [00:00:01.002] kernel.Warning: early", priority=b"<132>")
-            until(lambda: at(DEVICES[0], "kernel") and at("127.0.0.1", "net"), "the last lines")
+            self.say(DEVICES[0], b"Nov 25 02:14:10 box boot: [00:00:01.003] kernel.Trace: deep", priority=b"<131>")
+            until(lambda: len(at(DEVICES[0], "kernel")) == 2 and at("127.0.0.1", "net"), "the last lines")
             for number, device in enumerate(DEVICES):
                 self.assertEqual(until(lambda: at(device, "net"), device), [("info", "net", f"line {number}")])
                 self.assertEqual(at(device, "app x"), [("info", "app x", "one"), ("info", "app x", "two")])
             self.assertEqual(at("127.0.0.1", "net"), [("warning", "net", "from a service")])
-            self.assertEqual(at(DEVICES[0], "kernel"), [("warning", "kernel", "[00:00:01.002] early")])
+            self.assertEqual(at(DEVICES[0], "kernel"), [("warning", "kernel", "[00:00:01.002] early"),
+                                                        ("debug", "kernel", "[00:00:01.003] deep")])
             self.assertEqual(at(DEVICES[0], "other")[0][2], "no head: at all")
             self.assertEqual(at(DEVICES[0], up), [("debug", "../../up", "and away")])
 
