@@ -55,7 +55,9 @@ leave_out() {  # reads limits
 choose_runner() {
   local sysroot=/usr/${triplets[$1]}
   local loader=$sysroot/lib/ld-linux.so.2
-  runner=("qemu-$1-static" -L "$sysroot")
+  # Named as a path, too: the loader also looks into this machine's cache, where 32-bit libraries of another
+  # version may stand.
+  runner=("qemu-$1-static" -L "$sysroot" -E "LD_LIBRARY_PATH=$sysroot/lib")
   case $1 in
     armhf) runner[0]=qemu-arm-static ;;
     i386) if "$loader" --library-path "$sysroot/lib" build-cross/i386/syslogctl --version >/dev/null 2>&1; then
@@ -63,8 +65,6 @@ choose_runner() {
       fi ;;
   esac
   case ${runner[0]} in
-    qemu-i386-static) leave_out "$1" < <(emulator_limits
-      echo 'unit *DeathTest* a forked child of that emulator never ends') ;;
     qemu-mips-static | qemu-s390x-static) leave_out "$1" < <(emulator_limits
       echo "unit LogCall.* this machine's locale files have the other byte order: no UTF-8 to check by") ;;
     qemu-*) leave_out "$1" < <(emulator_limits) ;;
