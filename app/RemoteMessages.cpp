@@ -34,8 +34,8 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
     UseSyslogServer(log->m_sink, address);
     return true;
   }
-  // Without an address at all, too, which start-up calls an error. One that was cleared is there, but empty:
-  // looking it up fails, and forwarding stays as it was.
+  // A server type without any address ends here too; start-up calls that an error. One that was cleared is
+  // there, but empty: looking it up fails, and forwarding stays as it was.
   log->Log(Info, nullptr, "Remote syslog server logging disabled\n");
   log->m_sink->DisableSyslog();
   return true;

@@ -1,6 +1,7 @@
 #include "common/Console.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
 #include <pthread.h>
@@ -15,6 +16,11 @@ namespace Velk {
 namespace {
 
 thread_local bool t_neverWaits = false;
+
+// A terminal with room for a part of a line takes that and then waits, whatever poll(2) said of it. So a
+// thread that must not wait writes to it through a description of its own, which does not block. -1: no
+// terminal.
+int s_terminal = -1;
 
 // Held while writing, so possibly for long: threads that never wait only try it. The second one guards the
 // kept bytes, is held for a copy only, and is taken with or without the first.
@@ -90,15 +96,31 @@ void Keep(const iovec* pieces, int count) {
     memcpy(s_kept + at, pieces[i].iov_base, pieces[i].iov_len);
     at += pieces[i].iov_len;
   }
-  s_keptSize.store(at);
+  s_keptSize.store(at, std::memory_order_relaxed);
 }
 
 bool HasKept() {
-  return s_keptSize.load() != 0;
+  return s_keptSize.load(std::memory_order_relaxed) != 0;
+}
+
+// Writes what the terminal takes. False: some is left, perhaps the rest of a line, which then goes before
+// whatever comes next.
+bool WriteKeptToTerminal() {
+  const ScopedLock lock(s_keeping);
+  size_t size = s_keptSize.load(std::memory_order_relaxed);
+  while (size != 0) {
+    const ssize_t written = write(s_terminal, s_kept, size);
+    if (written <= 0) break;
+    size -= static_cast<size_t>(written);
+    memmove(s_kept, s_kept + written, size);
+    s_keptSize.store(size, std::memory_order_relaxed);
+  }
+  return size == 0;
 }
 
 // Out of line: its buffer must not weigh on the stack of an ordinary line.
 __attribute__((noinline)) bool WriteKept(bool mayWait) {
+  if (!mayWait && s_terminal >= 0) return WriteKeptToTerminal();
   char chunk[PIPE_BUF];
   while (HasKept()) {
     if (!mayWait && !IsWritable()) return false;
@@ -117,7 +139,9 @@ bool FlushKept(bool mayWait) {
 // is left behind between them.
 void FlushWhatIsLeft(bool mayWait) {
   bool isFlushed = true;
-  while (isFlushed && HasKept() && pthread_mutex_trylock(&s_writing) == 0) {
+  while (isFlushed) {
+    std::atomic_thread_fence(std::memory_order_seq_cst);  // unlocking alone lets the look come first
+    if (!HasKept() || pthread_mutex_trylock(&s_writing) != 0) return;
     isFlushed = FlushKept(mayWait);
     pthread_mutex_unlock(&s_writing);
   }
@@ -137,7 +161,10 @@ void WriteOrKeep(iovec* pieces, int count) {
     FlushWhatIsLeft(false);
     return;
   }
-  if (FlushKept(false) && IsWritable()) {
+  if (s_terminal >= 0) {
+    Keep(pieces, count);
+    FlushKept(false);
+  } else if (FlushKept(false) && IsWritable()) {
     WriteAll(pieces, count);
   } else {
     Keep(pieces, count);
@@ -179,6 +206,8 @@ void Console::WriteLine(const iovec* pieces, int count) {
 
 void Console::NeverWaitOnThisThread() {
   t_neverWaits = true;
+  if (s_terminal < 0 && isatty(STDOUT_FILENO) != 0)
+    s_terminal = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
 void Console::ForgetKept() {

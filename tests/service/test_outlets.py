@@ -63,6 +63,23 @@ class Console(ServiceTest):
         for line in (b"Child exited with code 9, restarting...", b"Start child..."):
             self.assertEqual(text.count(b"Syslog.Info: %s\n" % line), 2, line)
 
+    def test_terminal_that_stands_still(self):
+        reader, terminal = os.openpty()
+        self.addCleanup(os.close, reader)
+        service = self.service(stdout=terminal)
+        os.close(terminal)
+        child = service.child()
+        stranger = self.peer(connect=False)
+        for _ in range(1000):
+            until(stranger.connect, "an answer to CONN")  # each makes a line
+        self.assertEqual(service.child(), child)
+        peer = self.peer()
+        peer.log(b"last\n")
+        text = self.read_until(reader, b"test.Info: last\r\n")
+        lines = re.findall(rb"Info: srv wrote 16 to 0x[0-9a-f]+:\d+\.\.\.\r\n", text)
+        self.assertGreater(len(lines), 200)
+        self.assertEqual(text.count(b"srv wrote"), len(lines))
+
     def read_until(self, reader, end):
         text = b""
         while end not in text:
