@@ -8,6 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "common/ScopedLock.h"
@@ -122,12 +123,15 @@ bool WriteKeptToTerminal() {
 __attribute__((noinline)) bool WriteKept(bool mayWait) {
   if (!mayWait && s_terminal >= 0) return WriteKeptToTerminal();
   char chunk[PIPE_BUF];
-  while (HasKept()) {
+  // Not what comes meanwhile: on a slow console there may be no end to it.
+  size_t left = s_keptSize.load(std::memory_order_relaxed);
+  while (left != 0 && HasKept()) {
     if (!mayWait && !IsWritable()) return false;
-    iovec piece{chunk, TakeKept(chunk, sizeof chunk)};
+    iovec piece{chunk, TakeKept(chunk, std::min(left, sizeof chunk))};
+    left -= piece.iov_len;
     WriteAll(&piece, 1);
   }
-  return true;
+  return !HasKept();
 }
 
 // False: it would have had to wait.
@@ -138,10 +142,11 @@ bool FlushKept(bool mayWait) {
 // Called after keeping and after unlocking: whoever comes second sees what the other one did, so that no line
 // is left behind between them.
 void FlushWhatIsLeft(bool mayWait) {
+  constexpr int kLooks = 2;  // the second for what was kept during the first
   bool isFlushed = true;
-  while (isFlushed) {
-    std::atomic_thread_fence(std::memory_order_seq_cst);  // unlocking alone lets the look come first
-    if (!HasKept() || pthread_mutex_trylock(&s_writing) != 0) return;
+  for (int look = 0; look < kLooks && isFlushed; ++look) {
+    // Adds nothing, but puts the two threads' looks into an order, as a mere load would not.
+    if (s_keptSize.fetch_add(0) == 0 || pthread_mutex_trylock(&s_writing) != 0) return;
     isFlushed = FlushKept(mayWait);
     pthread_mutex_unlock(&s_writing);
   }

@@ -73,6 +73,33 @@ TEST(Console, AThreadThatWaitsLosesNothingAndHoldsNobodyUp) {
   EXPECT_TRUE(all == "waited\nkept\n" || all == "kept\nwaited\n") << all;
 }
 
+TEST(Console, AFloodOfKeptLinesHoldsBackNoThreadThatWaits) {
+  StdoutPipe out;
+  StdoutPipe::Fill();
+  std::atomic<bool> isWritten{false}, isOver{false};
+  std::thread waiting([&] {
+    WriteLine("waited\n");
+    isWritten = true;
+  });
+  std::thread reading;
+  bool isInTime = false;
+  RunNeverWaiting([&] {
+    reading = std::thread([&] {
+      isInTime = WaitFor([&] {
+        usleep(5000);  // slower than the flood by far
+        return !out.Read(PIPE_BUF).empty() && isWritten;
+      });
+      isOver = true;
+      while (!isWritten) out.Read();
+    });
+    while (!isOver) WriteLine(std::string(200, 'k') + "\n");
+  });
+  reading.join();
+  waiting.join();
+  Velk::Console::ForgetKept();  // what the flood left
+  EXPECT_TRUE(isInTime);
+}
+
 TEST(Console, SurvivesANonBlockingDescriptorAndAReaderThatLeft) {
   signal(SIGPIPE, SIG_IGN);
   {
