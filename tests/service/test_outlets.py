@@ -35,10 +35,7 @@ class Console(ServiceTest):
             self.check_serves()
 
     def test_reader_that_stands_still(self):
-        reader, writer = os.pipe()
-        self.addCleanup(os.close, reader)
-        service = self.service(stdout=writer)
-        os.close(writer)
+        reader, service = self.service_at(os.pipe())
         child = service.child()
         peer, listener = self.peer(), self.peer()
 
@@ -64,10 +61,7 @@ class Console(ServiceTest):
             self.assertEqual(text.count(b"Syslog.Info: %s\n" % line), 2, line)
 
     def test_terminal_that_stands_still(self):
-        reader, terminal = os.openpty()
-        self.addCleanup(os.close, reader)
-        service = self.service(stdout=terminal)
-        os.close(terminal)
+        reader, service = self.service_at(os.openpty())
         child = service.child()
         stranger = self.peer(connect=False)
         for _ in range(1000):
@@ -79,6 +73,14 @@ class Console(ServiceTest):
         lines = re.findall(rb"Info: srv wrote 16 to 0x[0-9a-f]+:\d+\.\.\.\r\n", text)
         self.assertGreater(len(lines), 200)
         self.assertEqual(text.count(b"srv wrote"), len(lines))
+
+    def service_at(self, ends):
+        """The end to read from, and a service that has the other one alone."""
+        reader, writer = ends
+        self.addCleanup(os.close, reader)
+        service = self.service(stdout=writer)
+        os.close(writer)
+        return reader, service
 
     def read_until(self, reader, end):
         text = b""
