@@ -153,28 +153,23 @@ void FlushWhatIsLeft(bool mayWait) {
 }
 
 void WriteWaiting(iovec* pieces, int count) {
-  pthread_mutex_lock(&s_writing);
-  FlushKept(true);
-  WriteAll(pieces, count);
-  pthread_mutex_unlock(&s_writing);
+  {
+    const ScopedLock lock(s_writing);
+    FlushKept(true);
+    WriteAll(pieces, count);
+  }
   FlushWhatIsLeft(true);
 }
 
 void WriteOrKeep(iovec* pieces, int count) {
-  if (pthread_mutex_trylock(&s_writing) != 0) {
-    Keep(pieces, count);
-    FlushWhatIsLeft(false);
-    return;
+  if (s_terminal < 0 && pthread_mutex_trylock(&s_writing) == 0) {
+    const bool isWritable = FlushKept(false) && IsWritable();
+    if (isWritable) WriteAll(pieces, count);
+    pthread_mutex_unlock(&s_writing);
+    if (isWritable) return;
   }
-  if (s_terminal >= 0) {
-    Keep(pieces, count);
-    FlushKept(false);
-  } else if (FlushKept(false) && IsWritable()) {
-    WriteAll(pieces, count);
-  } else {
-    Keep(pieces, count);
-  }
-  pthread_mutex_unlock(&s_writing);
+  Keep(pieces, count);
+  FlushWhatIsLeft(false);
 }
 
 constexpr size_t kJoinedBytes = 512;  // holds nearly every line

@@ -24,9 +24,9 @@ class Console {
   static void WriteLine(const iovec* pieces, int count);
 
   // From now on the calling thread never waits in WriteLine; so do the threads' copies in forked children.
-  // For threads that have better to do than to wait for a reader: the receive loop, the supervisor. One such
-  // thread in a process, and standard output stays what it is from then on. A terminal is opened anew by way
-  // of /proc; without that it is written like a pipe, and a thread may wait for it after all.
+  // For threads that have better to do than to wait for a reader: the receive loop, the supervisor.
+  // Standard output stays what it is from then on. A terminal is opened anew by way of /proc; without that it
+  // is written like a pipe, and a thread may wait for it after all.
   static void NeverWaitOnThisThread();
 
   // Drops the kept lines. A forked child calls it, because its parent keeps and writes the same ones.
