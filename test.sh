@@ -72,9 +72,9 @@ step_with "mandoc" "man pages" mandoc -T lint -W warning man/*
 step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
 step_with "shellcheck" "shell scripts" bash -c "git ls-files '*.sh' | xargs shellcheck -S warning"
 step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. --error-exitcode=1 \
-  --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common runtime lib tools
+  --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common client runtime tools
 # The release is compiled by GCC: an option that clang does not have is no fault, not even where warnings are errors.
-step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' 'lib/*.cpp' 'tools/*.cpp' |
+step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' 'client/*.cpp' 'tools/*.cpp' |
   xargs -P 2 -n 4 clang-tidy -p build --quiet --extra-arg=-Wno-ignored-optimization-argument"
 
 [ ${#failures[@]} -eq 0 ] || printf 'Failed: %s\n' "${failures[@]}"

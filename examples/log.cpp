@@ -1,7 +1,7 @@
 // A C++ program whose whole log goes to the service too: build/examples/log_cpp "link down"
 #include <stdio.h>
 
-#include "common/GDQUdpClient.h"
+#include "client/GDQUdpClient.h"
 #include "common/LogPrinter.h"
 
 int main(int argc, char** argv) {

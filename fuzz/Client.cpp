@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 #include <time.h>
 
-#include "common/GDQUdpClient.h"
+#include "client/GDQUdpClient.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
 #include "tests/unit/Peers.h"

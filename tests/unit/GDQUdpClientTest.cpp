@@ -1,4 +1,4 @@
-#include "common/GDQUdpClient.h"
+#include "client/GDQUdpClient.h"
 
 #include <poll.h>
 #include <sys/wait.h>

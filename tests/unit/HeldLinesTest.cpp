@@ -1,4 +1,4 @@
-#include "common/HeldLines.h"
+#include "client/HeldLines.h"
 
 #include "tests/unit/Test.h"
 

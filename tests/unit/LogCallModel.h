@@ -3,8 +3,8 @@
 
 #include <locale.h>
 
+#include "client/LogCall.h"
 #include "common/ArgsParser.h"
-#include "common/LogCall.h"
 #include "tests/unit/Test.h"
 
 inline bool IsUtf8(const std::string& text) {

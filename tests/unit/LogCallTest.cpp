@@ -1,4 +1,4 @@
-#include "common/LogCall.h"
+#include "client/LogCall.h"
 
 #include "tests/unit/Choices.h"
 #include "tests/unit/LogCallModel.h"

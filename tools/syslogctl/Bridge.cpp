@@ -6,7 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "common/LogCall.h"
+#include "client/LogCall.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/LogSocket.h"
 #include "tools/syslogctl/RecordRing.h"

@@ -5,7 +5,7 @@
 #include <string.h>
 #include <time.h>
 
-#include "common/LogCall.h"
+#include "client/LogCall.h"
 
 namespace Ctl {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <poll.h>
 
+#include "client/GDQUdpClient.h"
 #include "common/GDOBase.h"
-#include "common/GDQUdpClient.h"
 #include "common/SimpleString.h"
 #include "tools/syslogctl/Options.h"
 

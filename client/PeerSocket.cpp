@@ -1,4 +1,4 @@
-#include "common/PeerSocket.h"
+#include "client/PeerSocket.h"
 
 #include <string.h>
 #include <sys/epoll.h>

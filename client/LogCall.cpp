@@ -1,4 +1,4 @@
-#include "common/LogCall.h"
+#include "client/LogCall.h"
 
 #include <stdio.h>
 #include <string.h>

@@ -1,4 +1,4 @@
-#include "common/GDQUdpClient.h"
+#include "client/GDQUdpClient.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -14,8 +14,8 @@
 
 #include <initializer_list>
 
+#include "client/LogCall.h"
 #include "common/ArgsParser.h"
-#include "common/LogCall.h"
 #include "common/ScopedLock.h"
 
 namespace Velk {

@@ -7,11 +7,11 @@
 #include <atomic>
 #include <cstdint>
 
+#include "client/HeldLines.h"
+#include "client/PeerSocket.h"
 #include "common/GDQUdpBase.h"
-#include "common/HeldLines.h"
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
-#include "common/PeerSocket.h"
 
 namespace Velk {
 

@@ -1,4 +1,4 @@
-#include "common/HeldLines.h"
+#include "client/HeldLines.h"
 
 #include <stdlib.h>
 #include <string.h>

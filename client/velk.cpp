@@ -1,4 +1,4 @@
-#include "lib/velk.h"
+#include "client/velk.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -6,7 +6,7 @@
 
 #include <new>
 
-#include "common/GDQUdpClient.h"
+#include "client/GDQUdpClient.h"
 #include "common/LogPrinter.h"
 
 using Velk::GDQUdpClient;
