@@ -219,21 +219,27 @@ void Session::TellChanges() {
     m_state = state;
     m_stateSinceMs = NowMs();
   }
-  const bool isRejoined = state == State::Joined && status.joins > m_toldJoins;
-  const bool isNews = isRejoined || state != m_toldState;
-  if (!isNews || (state != State::Joined && NowMs() - m_stateSinceMs < kShortMs)) return;
-  const bool wasUnanswered = m_toldState == State::Unanswered && !isRejoined;
-  m_toldState = state;
-  if (state == State::Joined) m_toldJoins = status.joins;
-  if (m_options.quiet) return;
-  if (state == State::NotJoined) Say("%s does not answer; trying again", m_options.server);
-  if (state == State::Unanswered) {
+  const bool isRestarted = state == State::Joined && status.forgotten != m_toldForgotten;
+  const bool isNews = isRestarted || state != m_toldState;
+  if (isNews && (state == State::Joined || NowMs() - m_stateSinceMs >= kShortMs)) {
+    if (!m_options.quiet) TellState(isRestarted);
+    m_toldState = state;
+    if (isRestarted) m_toldForgotten = status.forgotten;
+  }
+  if (state == State::Joined) m_hasJoined = true;
+}
+
+void Session::TellState(bool isRestarted) {
+  if (m_state == State::NotJoined) {
+    Say("%s does not answer; trying again", m_options.server);
+  } else if (m_state == State::Unanswered) {
     Say("%s answers, but acknowledges nothing: wrong password, or is it blocked, or too old? Trying again",
         m_options.server);
+  } else if (m_toldState == State::Unanswered && !isRestarted) {
+    Say("%s acknowledges calls again", m_options.server);
+  } else {
+    Say("joined %s%s", m_options.server, m_hasJoined ? " again" : "");
   }
-  if (state == State::Joined && wasUnanswered) Say("%s acknowledges calls again", m_options.server);
-  if (state == State::Joined && !wasUnanswered)
-    Say("joined %s%s", m_options.server, status.joins > 1 ? " again" : "");
 }
 
 }  // namespace Ctl

@@ -71,6 +71,7 @@ class Session {
 
  private:
   int Judge(bool isCut);
+  void TellState(bool isRestarted);
   unsigned PatienceMs() const;
 
   const Options& m_options;
@@ -78,7 +79,8 @@ class Session {
   Velk::GDQUdpClient::State m_state = Velk::GDQUdpClient::State::NotJoined;
   unsigned long long m_stateSinceMs = NowMs();
   Velk::GDQUdpClient::State m_toldState = Velk::GDQUdpClient::State::Joined;
-  unsigned m_toldJoins = 1;
+  unsigned m_toldForgotten = 0;
+  bool m_hasJoined = false;
 };
 
 }  // namespace Ctl
