@@ -17,7 +17,7 @@ struct AckModel {
     std::string word, name, call;
     unsigned long long number = 0;
     in >> word >> name >> number;
-    std::getline(in.ignore(), call);
+    std::getline(in.ignore(), call, '\0');
     const auto known = clients.find(name);
     const unsigned long long last = known != clients.end() ? known->second.last : 0;
     if (number == last + 1) {
