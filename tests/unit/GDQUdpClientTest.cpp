@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/wait.h>
 
+#include "client/ClientThread.h"
 #include "common/LogPrinter.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/StubService.h"
@@ -201,17 +202,18 @@ TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersOnly) {
 
 TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
   options.heldLines = 64;
-  ASSERT_TRUE(Open(client) && client.StartThread());
+  Velk::ClientThread thread;
+  ASSERT_TRUE(Open(client) && thread.Start(&client));
   constexpr unsigned kThreads = 4, kEach = 400;
-  InThreads(kThreads, [&](unsigned thread) {
+  InThreads(kThreads, [&](unsigned sender) {
     for (unsigned line = 0; line < kEach; ++line)
-      client.SendMsg((std::to_string(thread) + " " + std::to_string(line)).c_str());
+      client.SendMsg((std::to_string(sender) + " " + std::to_string(line)).c_str());
   });
   EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // nothing else gives it time
   unsigned next[kThreads] = {};
   for (const std::string& line : service.Ran()) {
-    const unsigned thread = static_cast<unsigned>(line[0] - '0');
-    EXPECT_EQ(std::to_string(next[thread]++), line.substr(2));
+    const unsigned sender = static_cast<unsigned>(line[0] - '0');
+    EXPECT_EQ(std::to_string(next[sender]++), line.substr(2));
   }
   for (const unsigned count : next) EXPECT_EQ(kEach, count);
 }
@@ -221,15 +223,15 @@ TEST_F(GDQUdpClientTest, LeavesNoLockWhereAThreadIsCancelled) {
   options.heldLines = 16;
   ASSERT_TRUE(Open(client) && SendNumbers(client, 0, 16));
   for (int round = 0; round < 20; ++round) {
-    pthread_t thread;
+    pthread_t sender;
     const auto block = [](void* opened) -> void* {
       static_cast<GDQUdpClient*>(opened)->SendMsg("x");  // waits for room
       return nullptr;
     };
-    ASSERT_EQ(0, pthread_create(&thread, nullptr, block, &client));
+    ASSERT_EQ(0, pthread_create(&sender, nullptr, block, &client));
     usleep(static_cast<useconds_t>(round * 300));
-    pthread_cancel(thread);
-    pthread_join(thread, nullptr);
+    pthread_cancel(sender);
+    pthread_join(sender, nullptr);
     EXPECT_EQ(16u, client.GetStatus().held);
   }
 }
@@ -238,16 +240,18 @@ TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "threads of a child of threads are unknown here";
 #endif
-  ASSERT_TRUE(Open(client) && client.StartThread() && client.SendMsg("before"));
+  Velk::ClientThread thread;
+  ASSERT_TRUE(Open(client) && thread.Start(&client) && client.SendMsg("before"));
   const pid_t child = fork();
   if (child == 0) {
     alarm(60);
     const bool isRefused = !client.SendMsg("child") && errno == EPERM && client.Descriptor() == -1;
     client.Process();
-    client.Close();
+    thread.Stop();
     client.Close();
     GDQUdpClient own;
-    const bool isFine = Open(own) && own.StartThread() && own.SendMsg("own") && own.Flush(kLongMs) == 0;
+    const bool isFine = Open(own) && thread.Start(&own) && own.SendMsg("own") && own.Flush(kLongMs) == 0;
+    thread.Stop();
     _exit(isRefused && isFine && client.SendMsg("closed") == false && errno == EBADF ? 0 : 1);
   }
   int status = -1;
