@@ -138,7 +138,7 @@ int Session::Judge(bool isCut) {
         status.sentOnce == 1 ? "call was" : "calls were", status.sentOnce == 1 ? "is" : "are");
   }
   if (status.refused != 0) {
-    Say("%s refused %u %s: it knows none of that name, or not with such arguments", m_options.server,
+    Say("%s refused %u %s: it has none of that name, or not with such arguments", m_options.server,
         status.refused, status.refused == 1 ? "call" : "calls");
   }
   const bool isWell = status.held == 0 && status.state != State::Unanswered && status.sentOnce == 0 &&
