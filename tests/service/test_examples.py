@@ -7,7 +7,7 @@ import namespace
 from harness import WITH_TOOL, ServiceTest
 
 PROGRAMS = [[sys.executable, os.path.join(namespace.FILES, "peer.py")],
-            *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh"))]
+            *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh", "wire.sh"))]
 LINE = "100%s `~\\ ä"
 
 
