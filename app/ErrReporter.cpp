@@ -2,6 +2,7 @@
 
 #include <stdint.h>
 
+#include "app/AckedCalls.h"
 #include "common/LogPrinter.h"
 
 namespace {
@@ -15,6 +16,7 @@ unsigned Address(const void* target) {
 
 void ErrReporter::OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) {
   LogPrinter::Instance()->Log(Error, nullptr, "OnParseError(%s,%s) -> 0x%x\n", name, args, Address(target));
+  if (m_ackedCalls != nullptr) m_ackedCalls->OnParseError(target, name, args);
 }
 
 // Trace although the text says ERROR: a peer's unknown or rejected call must not fill the log of a device in

@@ -6,6 +6,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include "app/AckedCalls.h"
 #include "app/ErrReporter.h"
 #include "app/MonitorChild.h"
 #include "app/RemoteMessages.h"
@@ -68,9 +69,7 @@ void SelectTrace(int argc, char** argv) {
   log->m_traceEnabled = debug;
 }
 
-int Serve(const ServiceValues& values, RemoteMessages& messages) {
-  Velk::GDQUdpSrv server;
-  server.AddListener(&messages);
+int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
   if (!server.Open(values.password, values.port)) {
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
     return 1;
@@ -93,11 +92,16 @@ int RunChild(const ServiceValues& values) {
   queue.m_pausePosts = kPausePendingCalls;
   RemoteMessages messages;
   messages.AttachQueue(&queue);
+  Velk::GDQUdpSrv server;
+  AckedCalls ackedCalls(messages, server);
+  ackedCalls.AttachQueue(&queue);
+  reporter.m_ackedCalls = &ackedCalls;
+  server.AddListener(&ackedCalls);
   if (!queue.Run()) {
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open queue!\n");
     return 1;
   }
-  _exit(Serve(values, messages));
+  _exit(Serve(values, server));
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ class GDQUdpBase : public GDOBase {
   virtual ~GDQUdpBase();
 
   // Every later call from a peer is handed to listener too, after those added before it. It is not owned
-  // and must outlive this object. Adding it again does nothing.
+  // and must be there while calls are received. Adding it again does nothing.
   void AddListener(IGenericDispatchObj* listener);
 
  protected:

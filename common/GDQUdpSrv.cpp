@@ -254,7 +254,7 @@ void GDQUdpSrv::ForEachValid(Action action) {
   }
 }
 
-void GDQUdpSrv::SendTo(const Peer& peer, unsigned char* packet, unsigned size) {
+void GDQUdpSrv::SendPacket(const Peer& peer, unsigned char* packet, unsigned size) {
   const InetAddress2 to(static_cast<long>(peer.ip), peer.port);
   peer.cookie.Load(packet);
   m_socket.Write(packet, static_cast<long>(size), &to);  // a lost datagram, like any other
@@ -263,29 +263,57 @@ void GDQUdpSrv::SendTo(const Peer& peer, unsigned char* packet, unsigned size) {
 void GDQUdpSrv::HandlePacket(const InetAddress2& from, unsigned char* packet, unsigned int length) {
   ForEachValid([&](const Peer& peer) {
     if (peer.ip == from.GetIP() && peer.port == from.GetPort()) return;
-    SendTo(peer, packet, length);
+    SendPacket(peer, packet, length);
   });
 
   // The texts are used where they lie. A NUL that the peer sent ends them early.
   char* name = reinterpret_cast<char*>(packet) + kCookieSize;
   const char* const args = SplitCall(&name);
+  m_sender = from;
   Deliver(name, args);
 }
+
+namespace {
+
+// Puts text after the room for a cookie. Returns the size of the packet; 0: too long for one.
+unsigned PutText(unsigned char* packet, const char* text) {
+  const size_t length = strlen(text);
+  if (length > GDQUdpSrv::kMaxText) return 0;
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the datagram's length ends the text.
+  memcpy(packet + GDQUdpSrv::kCookieSize, text, length);
+  return static_cast<unsigned>(GDQUdpSrv::kCookieSize + length);
+}
+
+}  // namespace
 
 bool GDQUdpSrv::SendMsg(const char* text) {
   if (text == nullptr) text = "";
   LogPrinter* printer = LogPrinter::Instance();
   printer->Log(Trace, nullptr, "GDQUdpSrv::SendMsg('%s')\n", text);
-  const size_t length = strlen(text);
-  if (length > kMaxText) return false;
   unsigned char packet[kMaxDatagram];
-  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the datagram's length ends the text.
-  memcpy(packet + kCookieSize, text, length);
+  const unsigned size = PutText(packet, text);
+  if (size == 0) return false;
   ForEachValid([&](const Peer& peer) {
-    SendTo(peer, packet, static_cast<unsigned>(kCookieSize + length));
+    SendPacket(peer, packet, size);
     printer->Log(Trace, nullptr, "GDQUdpSrv::Send to port %u!!!\n", peer.port);
   });
   return true;
+}
+
+// Through the admitted list: the tree belongs to the receive thread.
+const GDQUdpSrv::Peer* GDQUdpSrv::FindAdmitted(uint32_t key) const {
+  const Peer* peer = m_buckets[key % kBuckets].admitted.load(std::memory_order_acquire);
+  while (peer != nullptr && peer->Key() != key) peer = peer->nextAdmitted.load(std::memory_order_acquire);
+  return peer != nullptr && peer->valid.load(std::memory_order_acquire) ? peer : nullptr;
+}
+
+bool GDQUdpSrv::SendTo(const InetAddress2& to, const char* text) {
+  unsigned char packet[kMaxDatagram];
+  const unsigned size = PutText(packet, text != nullptr ? text : "");
+  const Peer* const peer = FindAdmitted(KeyOf(to));
+  if (size == 0 || peer == nullptr) return false;
+  peer->cookie.Load(packet);
+  return m_socket.WriteNow(packet, static_cast<long>(size), &to) >= 0;
 }
 
 }  // namespace Velk

@@ -18,9 +18,9 @@ void logNonce(const char* label, unsigned char* bytes);
 // datagrams with the cookie, the MD5 of nonce and password; behind it comes the call text. What one peer
 // calls goes to the listeners and to every other admitted peer.
 //
-// One thread runs ReceiveTask. SendMsg and Call may run on any thread meanwhile, without a lock: peers are
-// only ever added, each complete before it is linked, and none is freed before the server. A sender can at
-// worst miss a peer being added, or use a cookie while it is being replaced.
+// One thread runs ReceiveTask. SendMsg, SendTo and Call may run on any thread meanwhile, without a lock:
+// peers are only ever added, each complete before it is linked, and none is freed before the server. A sender
+// can at worst miss a peer being added, or use a cookie while it is being replaced.
 class GDQUdpSrv : public GDQUdpBase {
  public:
   GDQUdpSrv() = default;
@@ -36,6 +36,13 @@ class GDQUdpSrv : public GDQUdpBase {
 
   // False when the text is longer than kMaxText. An empty text sends each peer its bare cookie.
   bool SendMsg(const char* text) override;
+
+  // Sends text to this endpoint alone, if it is admitted. Any thread, as SendMsg. Never waits for a full
+  // socket buffer. False: not sent.
+  bool SendTo(const InetAddress2& to, const char* text);
+
+  // Who made the call that a listener is just being handed. For the listener's Call() only.
+  const InetAddress2& Sender() const { return m_sender; }
 
   // The steps of ReceiveTask, for its thread only. A packet has room for a NUL behind its length and is
   // written to: relaying replaces the cookie, parsing ends the name.
@@ -90,10 +97,12 @@ class GDQUdpSrv : public GDQUdpBase {
   void Admit(Peer* peer);
   template <typename Action>
   void ForEachValid(Action action);
-  void SendTo(const Peer& peer, unsigned char* packet, unsigned size);
+  const Peer* FindAdmitted(uint32_t key) const;
+  void SendPacket(const Peer& peer, unsigned char* packet, unsigned size);
 
   UdpSocket3 m_socket;
   SimpleString m_password;
+  InetAddress2 m_sender{0, 0};
   Bucket m_buckets[kBuckets];
   std::atomic<uint32_t> m_inUse{0};  // the buckets with admitted peers: a call need not look into the others
   Peer* m_free = nullptr;  // spare records, used before the heap; none comes back while the server runs

@@ -69,9 +69,18 @@ int UdpSocket3::ReadMany(mmsghdr* headers, unsigned count) {
 }
 
 int UdpSocket3::Write(const void* buf, long len, const InetAddress2* to) {
+  return Send(buf, len, to, 0);
+}
+
+int UdpSocket3::WriteNow(const void* buf, long len, const InetAddress2* to) {
+  return Send(buf, len, to, MSG_DONTWAIT);
+}
+
+int UdpSocket3::Send(const void* buf, long len, const InetAddress2* to, int flags) {
   if (len < 0 || to == nullptr) return -1;
   const auto* receiver = reinterpret_cast<const sockaddr*>(&to->Native());
-  return static_cast<int>(sendto(m_socket, buf, static_cast<size_t>(len), 0, receiver, sizeof(sockaddr_in)));
+  return static_cast<int>(
+      sendto(m_socket, buf, static_cast<size_t>(len), flags, receiver, sizeof(sockaddr_in)));
 }
 
 namespace {

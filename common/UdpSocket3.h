@@ -41,6 +41,8 @@ class UdpSocket3 {
   int ReadMany(mmsghdr* headers, unsigned count);
   // Sends one datagram. Returns the bytes sent or -1.
   int Write(const void* buf, long len, const InetAddress2* to);
+  // The same, but -1 instead of waiting while the socket's send buffer is full.
+  int WriteNow(const void* buf, long len, const InetAddress2* to);
 
   // 1: ready, 0: ms milliseconds went by, -1: error (a signal counts as one). kForever: no limit.
   int WaitForRead(unsigned long ms);
@@ -56,5 +58,7 @@ class UdpSocket3 {
   bool SetTTL(unsigned char ttl);
 
  private:
+  int Send(const void* buf, long len, const InetAddress2* to, int flags);
+
   int m_socket = -1;  // -1: closed
 };

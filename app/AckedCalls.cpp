@@ -1,0 +1,137 @@
+#include "app/AckedCalls.h"
+
+#include <ctype.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "app/RemoteMessages.h"
+#include "common/GDQUdpSrv.h"
+#include "common/TextOps.h"
+
+using Velk::IArg;
+using Velk::IArgsList;
+using Velk::TextOps;
+
+namespace {
+
+constexpr char kName[] = "WithAck";
+constexpr char kWakeUp[] = "";  // a call that only makes the queue's thread look for others
+
+// The sender travels in the name, "WithAck 127.0.0.1:40000". A peer cannot send such a name: its own ends at
+// the first blank.
+InetAddress2 SenderOf(const char* name) {
+  const char* const address = name + sizeof kName;
+  const char* const port = strchr(address, ':');
+  return InetAddress2(static_cast<long>(InetAddress2::StringToIP(address, nullptr)),
+                      port != nullptr ? static_cast<unsigned short>(atoi(port + 1)) : 0);
+}
+
+bool IsClientName(const char* text) {
+  const char* end = text;
+  while (isalnum(static_cast<unsigned char>(*end))) ++end;
+  return *end == '\0' && end != text && end - text <= static_cast<int>(AckClients::kLongestName);
+}
+
+bool ReadNumber(const char* text, uint64_t* number) {
+  const char* end = text;
+  uint64_t value = 0;
+  for (; *end >= '0' && *end <= '9'; ++end) value = value * 10 + static_cast<unsigned>(*end - '0');
+  *number = value;
+  return *end == '\0' && end != text && end - text <= static_cast<int>(AckedCalls::kMostDigits);
+}
+
+// The arguments after the first ones.
+class Rest final : public IArgsList {
+ public:
+  Rest(const IArgsList& all, unsigned skipped) : m_all(all), m_skipped(skipped) {}
+  unsigned int GetCount() const override { return m_all.GetCount() - m_skipped; }
+  const IArg* GetItem(unsigned int index) const override {
+    return index < GetCount() ? m_all.GetItem(index + m_skipped) : nullptr;
+  }
+  const IArg* operator[](unsigned int index) const override {
+    return index <= GetCount() ? m_all[index + m_skipped] : nullptr;
+  }
+
+ private:
+  const IArgsList& m_all;
+  const unsigned m_skipped;
+};
+
+char* PutText(char* out, const char* text) {
+  const size_t length = strlen(text);
+  memcpy(out, text, length + 1);
+  return out + length;
+}
+
+char* PutNumber(char* out, uint64_t number) {
+  *out++ = ' ';
+  return out + TextOps::PutNum(out, number);
+}
+
+}  // namespace
+
+void AckedCalls::Call(const char* name, const char* args) {
+  if (name == nullptr || strcasecmp(name, kName) != 0) return m_messages.Call(name, args);
+  char named[sizeof kName + InetAddress2::kMaxText];
+  char* const address = PutText(PutText(named, kName), " ");
+  const InetAddress2& sender = m_server.Sender();
+  InetAddress2::IPToString(address, sender.GetIP(), sender.GetPort());
+  ++m_pending;  // before the queue's thread can see the call, and count down
+  GDOTimerBase::Call(named, args);
+}
+
+bool AckedCalls::Dispatch(const char* name, const IArgsList* args) {
+  if (strcmp(name, kWakeUp) == 0) return true;
+  --m_pending;
+  return RunAndAnswer(SenderOf(name), args, true);
+}
+
+void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const char* name,
+                              const char* args) {
+  if (target == this) {
+    --m_pending;
+    m_head.ParseArgs(args);  // fails where the queue did, or at the fourth argument
+    // With fewer the text may have ended within the NUMBER.
+    if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
+  }
+  // After a call that it cannot parse the queue rests until the next post, which may not come: a client that
+  // waits for its answer makes no other call.
+  if (m_pending != 0) m_queue->Post(this, kWakeUp, "");
+}
+
+bool AckedCalls::RunAndAnswer(const InetAddress2& sender, const IArgsList* args, bool isParsed) {
+  if (args->GetCount() < 2) return false;
+  const char* const name = args->GetItem(0)->AsStr();
+  uint64_t number;
+  if (!IsClientName(name) || !ReadNumber(args->GetItem(1)->AsStr(), &number)) return false;
+
+  AckClients::Client* client = m_clients.Find(name);
+  if (client == nullptr && number == 1) client = m_clients.Add(name);
+  bool isDone = true;
+  if (client != nullptr && number == client->last + 1) {
+    isDone = isParsed && Run(args);
+    client->last = number;  // a refused call too: sent again, it would be refused again
+    if (!isDone) ++client->refused;
+  }
+  Answer(sender, name, client, number);
+  return isDone;
+}
+
+bool AckedCalls::Run(const IArgsList* args) {
+  if (args->GetCount() == 2) return true;
+  const Rest rest(*args, 3);
+  return m_messages.Dispatch(args->GetItem(2)->AsStr(), &rest);
+}
+
+// A lost answer needs no line in the log: the client asks again.
+void AckedCalls::Answer(const InetAddress2& sender, const char* clientName, const AckClients::Client* client,
+                        uint64_t number) {
+  char text[sizeof "Ack " + AckClients::kLongestName + 3 * (1 + TextOps::kMaxDigits)];
+  char* out = PutText(PutText(text, "Ack "), clientName);
+  out = PutNumber(out, client != nullptr ? client->last : 0);
+  out = PutNumber(out, number);
+  out = PutNumber(out, client != nullptr ? client->refused : 0);
+  *out = '\0';
+  m_server.SendTo(sender, text);
+}
