@@ -12,34 +12,23 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <initializer_list>
-
 #include "client/LogCall.h"
-#include "common/ArgsParser.h"
-#include "common/ScopedLock.h"
 
 namespace Velk {
 
 namespace {
 
-constexpr uint64_t kNever = UINT64_MAX;
+constexpr uint64_t kNever = SendWindow::kNever;
 constexpr uint64_t kMs = 1000;
-constexpr uint64_t kSettleUs = GDQUdpClient::kSettleMs * kMs;
+constexpr unsigned kConnectMs = 50;
+constexpr unsigned kRefusedMs = 10;  // no one has the port: the service is restarting
+constexpr unsigned kMostConnectMs = 1000;
+constexpr unsigned kReopenConnects = 4;  // a socket keeps its local address, which may have changed
+constexpr unsigned kUnansweredJoins = 2;
+constexpr unsigned kFallbackSilences = 7;  // some 4 s
 constexpr uint64_t kKeepAliveUs = 1000 * kMs;
-constexpr uint64_t kProbeGapUs = 20 * kMs;  // between probes that only confirm
+constexpr uint64_t kTrustUs = 5000 * kMs;  // how long a client that hears no answers trusts its admission
 constexpr uint64_t kBlockedUs = 10 * kMs;
-constexpr uint64_t kRejoinUs = 5000 * kMs;  // how long a client without an ear trusts its admission
-constexpr unsigned kLeastAnswerMs = 50;
-constexpr unsigned kMostAnswerMs = 1000;
-constexpr unsigned kProofs = 3;   // probes without an answer before a join has failed
-constexpr unsigned kResends = 1;  // without an answer before we take the service to have forgotten us
-constexpr unsigned kMostDoublings = 5;
-constexpr unsigned kRefusals = 2;          // failed proofs, each with other ports, before we call it that
-constexpr unsigned kDoubts = 8;            // the same once joined: the password was right, so it is the way
-constexpr uint64_t kRestUs = 10000 * kMs;  // then it tries again; each wrong cookie is a line in the log
-constexpr unsigned kReopenTries = 4;       // a socket keeps its local address, which may have changed
-constexpr uint32_t kLeastWindow = 4;
-constexpr uint32_t kMostWindow = 64;    // datagrams that a default receive buffer has room for
 constexpr unsigned kHeardCalls = 1024;  // all that a default receive buffer has room for, of any length
 constexpr unsigned kReadsAtOnce = 256;
 
@@ -53,30 +42,30 @@ uint64_t EndUs(unsigned timeoutMs) {
   return timeoutMs == GDQUdpClient::kForever ? kNever : NowUs() + timeoutMs * kMs;
 }
 
-// A tag from its most significant bit: 10 bits of the client, 13 of the pass, probe or not, 16 of the number.
-constexpr uint64_t kNumberMask = 0xFFFF;
-constexpr uint64_t kProbeBit = 1U << 16;
-constexpr uint64_t kPassShift = 17;
-constexpr uint64_t kPassMask = 0x1FFF << kPassShift;
-constexpr uint64_t kClientMask = uint64_t{0x3FF} << 30;
-
-// Blank and tab for 0 and 1: white space behind the arguments means nothing to whom it is relayed.
-void PutTag(char* out, uint64_t bits) {
-  for (unsigned i = GDQUdpClient::kTagLength; i-- != 0;) *out++ = (bits >> i & 1) != 0 ? '\t' : ' ';
-}
-
-bool ReadTag(const char* in, uint64_t* bits) {
-  *bits = 0;
-  for (unsigned i = 0; i < GDQUdpClient::kTagLength; ++i) {
-    if (in[i] != ' ' && in[i] != '\t') return false;
-    *bits = *bits << 1 | (in[i] == '\t' ? 1 : 0);
-  }
-  return true;
-}
-
 }  // namespace
 
-static_assert(LogCall::kMost == GDQUdpClient::kMaxTaggedText, "Log() sends what LogCall writes");
+static_assert(LogCall::kMost == GDQUdpClient::kMaxCall, "Log() sends what LogCall writes");
+
+// Holds the mutex, with cancellation off: a thread that ended meanwhile would leave it locked.
+class GDQUdpClient::Lock {
+ public:
+  explicit Lock(GDQUdpClient* client) : m_client(client) {
+    int state = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    pthread_mutex_lock(&m_client->m_mutex);
+    m_client->m_cancelState = state;
+  }
+  ~Lock() {
+    const int state = m_client->m_cancelState;
+    pthread_mutex_unlock(&m_client->m_mutex);
+    pthread_setcancelstate(state, nullptr);
+  }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+
+ private:
+  GDQUdpClient* const m_client;
+};
 
 GDQUdpClient::GDQUdpClient() {
   pthread_mutex_init(&m_mutex, nullptr);
@@ -99,6 +88,14 @@ bool HasUsablePort(const char* server) {
   return end != colon + 1 && *end == '\0' && port > 0 && port <= UINT16_MAX;
 }
 
+uint64_t RandomBits() {
+  uint64_t bits = 0;
+  // Early at boot there may be no random bits yet. Time and process are a name that no one else has.
+  if (getrandom(&bits, sizeof bits, GRND_NONBLOCK) < 0)
+    bits = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
+  return bits;
+}
+
 }  // namespace
 
 bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
@@ -116,354 +113,202 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   m_password = strdup(password != nullptr ? password : "");
   m_options = options;
   if (m_options.heldLines > kMostHeld) m_options.heldLines = kMostHeld;
-  if (m_password == nullptr || !m_lines.Open(m_options.heldLines) ||
-      (options.listen && !m_calls.Open(kHeardCalls))) {
-    m_lines.Close();
+  if (m_password == nullptr || !m_window.Open(m_options.heldLines, RandomBits()) ||
+      (options.listen && !m_heard.Open(kHeardCalls))) {
+    m_window.Close();
     errno = ENOMEM;
     return false;
   }
-  m_joins = m_handshakeUs = 0;
-  return Start();
-}
-
-bool GDQUdpClient::Start() {
-  if (getrandom(&m_client, sizeof m_client, GRND_NONBLOCK) < 0) m_client = NowUs() * kMs << 30;
-  m_client &= kClientMask;
-  m_epoll = epoll_create1(EPOLL_CLOEXEC);
-  m_timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-  m_armedUs = kNever;
-  epoll_event event{};
-  event.events = EPOLLIN;
-  if (m_epoll < 0 || m_timer < 0 || epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) != 0) {
-    const int why = errno;
-    CloseDescriptors();
-    errno = why;
-    return false;
-  }
+  m_window.SetOnce(!options.reliable);
+  if (!OpenDescriptors()) return false;
   m_process = getpid();
-  m_answerMs = kLeastAnswerMs;
-  m_failedProofs = 0;
   m_state = State::NotJoined;
-  StartJoin();
+  m_isAnswered = false;
+  m_failedJoins = m_toldOnce = 0;
+  StartJoin(kConnectMs);
   Arm();
   return true;
 }
 
-// m_epoll first: a child process shares it with its parent and must not take the parent's sockets out of it.
+bool GDQUdpClient::OpenDescriptors() {
+  m_epoll = PeerSocket::AboveStandard(epoll_create1(EPOLL_CLOEXEC));
+  m_timer = PeerSocket::AboveStandard(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+  epoll_event event{};
+  event.events = EPOLLIN;
+  m_armedUs = kNever;
+  if (m_epoll >= 0 && m_timer >= 0 && epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) == 0 &&
+      m_socket.Open(m_server, m_epoll))
+    return true;
+  const int why = errno;
+  CloseDescriptors();
+  m_window.Close();
+  m_heard.Close();
+  errno = why;
+  return false;
+}
+
+// m_epoll first: a child process shares it with its parent and must not take the parent's socket out of it.
 void GDQUdpClient::CloseDescriptors() {
   if (m_epoll >= 0) close(m_epoll);
   if (m_timer >= 0) close(m_timer);
   m_epoll = m_timer = -1;
-  m_mouth.Close();
-  m_ear.Close();
+  m_socket.Close();
 }
 
 void GDQUdpClient::Close() {
   if (m_process == 0) return;
   if (m_process == getpid()) {
     StopThread();
-    if (m_mouth.HasCookie()) m_mouth.SendConnect();
-    if (m_ear.HasCookie()) m_ear.SendConnect();
-  } else {
-    ForgetParent();  // who goes on using the sockets
+    if (m_socket.HasCookie()) m_socket.SendConnect();
   }
+  m_hasThread = false;  // a parent's thread is not in its child
   CloseDescriptors();
-  m_lines.Close();
-  m_calls.Close();
-  m_phase = Phase::Closed;
-  m_state = State::NotJoined;
+  m_window.Close();
+  m_heard.Close();
   m_process = 0;
 }
 
-// Its threads are not here. One of them may have held the lock when it forked.
-void GDQUdpClient::ForgetParent() {
-  pthread_mutex_init(&m_mutex, nullptr);
-  ForgetLock();
-  m_hasThread = false;
-}
-
-// Another thread of the parent may have been changing anything. So nothing is used but what Open() set.
-void GDQUdpClient::AfterFork() {
-  const bool hadThread = m_hasThread;
-  ForgetParent();
-  CloseDescriptors();
-  m_lines.Clear();
-  m_calls.Clear();
-  m_process = getpid();
-  if (Start() && hadThread) StartThread();
-}
-
-void GDQUdpClient::Enter() {
+bool GDQUdpClient::IsUsable() const {
   const pid_t owner = m_process;
-  if (owner != 0 && owner != getpid()) AfterFork();
+  if (owner == getpid()) return true;
+  errno = owner == 0 ? EBADF : EPERM;
+  return false;
 }
 
 // ---- Joining
 
-// With new sockets: what the old ones had still to deliver belongs to the past.
-void GDQUdpClient::StartJoin() {
-  m_phase = Phase::Connecting;
-  if (m_state == State::Joined) m_state = State::NotJoined;
-  m_isBlocked = false;
-  m_tries = 0;
-  Rewind();
-  m_mouth.Open(m_server, m_epoll);
-  if (HasEar()) m_ear.Open(m_server, m_epoll);
-  SendConnects();
+void GDQUdpClient::StartJoin(unsigned waitMs) {
+  m_isJoined = m_isBlocked = false;
+  m_connects = 0;
+  m_connectMs = waitMs;
+  SendConnect();
 }
 
-// All that is held has to be sent, and receipted, again.
-void GDQUdpClient::Rewind() {
-  ++m_pass;
-  m_window = kLeastWindow;
-  m_receipted = m_next = m_lines.First();
-  m_receiptedProbe = m_probeId;
-  for (SentProbe& probe : m_probes) probe = SentProbe();
-}
-
-void GDQUdpClient::SendConnects() {
+void GDQUdpClient::SendConnect() {
   m_sinceUs = NowUs();
-  for (PeerSocket* socket : {&m_mouth, &m_ear}) {
-    if (socket->HasCookie() || (socket == &m_ear && !HasEar())) continue;
-    if (!socket->IsOpen() || m_tries % kReopenTries == kReopenTries - 1) socket->Open(m_server, m_epoll);
-    socket->SendConnect();
-  }
+  if (m_socket.Descriptor() < 0 || m_connects % kReopenConnects == kReopenConnects - 1)
+    m_socket.Open(m_server, m_epoll);
+  m_socket.SendConnect();
 }
 
-// Also when joined: a CONN may have taken its time and reached a service that has restarted meanwhile. A new
-// cookie while proving is used by the next try, lest something that answers all we send with a nonce keeps us
-// busy.
-void GDQUdpClient::HandleNonce(PeerSocket& socket, const char* nonce) {
-  if (m_phase == Phase::Resting) return;
-  socket.TakeNonce(nonce, m_password);
-  if (&socket == &m_mouth) m_handshakeUs = static_cast<unsigned>(NowUs() - m_sinceUs) | 1;
-  if (!HasEar()) {
-    BecomeJoined();
-  } else if (m_mouth.HasCookie() && m_ear.HasCookie() && m_phase != Phase::Proving) {
-    m_phase = Phase::Proving;
-    m_tries = 0;
-    Rewind();
-    SendProof();
-  }
-}
-
-// Until a probe has made the round trip, calls would only be lost.
-void GDQUdpClient::SendProof() {
-  m_ear.Send("", 0, "", 0);
-  SendProbe(false);
-}
-
-void GDQUdpClient::BecomeJoined() {
-  m_phase = Phase::Joined;
-  m_failedProofs = 0;
-  m_joinedUs = NowUs();
-  if (m_state != State::Joined) ++m_joins;
-  m_state = State::Joined;
-}
-
-// The password is wrong, or another peer shares our record: another port may help.
-void GDQUdpClient::GiveUpProof() {
-  if (m_answerMs < kMostAnswerMs) m_answerMs *= 2;
-  for (PeerSocket* socket : {&m_mouth, &m_ear}) {
-    socket->SendConnect();  // leaves the port
-    socket->ChangePort();
-  }
-  if (++m_failedProofs < (m_joins == 0 ? kRefusals : kDoubts)) return StartJoin();
-  m_state = State::Refused;
-  m_phase = Phase::Resting;
+// Also when joined: a CONN that took its time has just ended the admission.
+void GDQUdpClient::TakeNonce(const char* nonce) {
+  m_socket.TakeNonce(nonce, m_password);
+  m_isJoined = true;
   m_sinceUs = NowUs();
+  if (m_state == State::NotJoined) m_state = State::Joined;
+  m_window.Rewind(m_sinceUs);
+  if (m_options.listen) m_socket.Send("", 0, "", 0);  // admits us before there is anything to send
+  if (IsFallback()) Send(m_window.Probe());
 }
 
 // ---- Receiving
 
-void GDQUdpClient::Service() {
-  ReadSocket(m_mouth);
-  if (HasEar()) ReadSocket(m_ear);
+void GDQUdpClient::Work() {
+  ReadSocket();
   if (NowUs() >= DueUs()) OnDue();
   Pump();
 }
 
-void GDQUdpClient::ReadSocket(PeerSocket& socket) {
+void GDQUdpClient::ReadSocket() {
   char packet[kMaxDatagram + 1];
   for (unsigned reads = 0; reads < kReadsAtOnce; ++reads) {
-    const ssize_t size = socket.Receive(packet, sizeof packet);
+    const ssize_t size = m_socket.Receive(packet, sizeof packet);
     if (size >= 0) {
-      HandleDatagram(socket, packet, static_cast<unsigned>(size));
+      TakeDatagram(packet, static_cast<unsigned>(size));
       continue;
     }
     if (errno == EAGAIN || errno == EBADF) return;
-    // The machine says that nobody has the port: no need to wait for a silence.
-    if (m_phase != Phase::Connecting) return StartJoin();
+    // The machine says that no one has the port: no need to wait for a silence.
+    if (m_isJoined) return StartJoin(kRefusedMs);
   }
 }
 
-uint64_t GDQUdpClient::TagBits(uint32_t number) const {
-  return m_client | (uint64_t{m_pass} << kPassShift & kPassMask) | (number & kNumberMask);
-}
-
-void GDQUdpClient::HandleDatagram(PeerSocket& socket, const char* packet, unsigned size) {
+void GDQUdpClient::TakeDatagram(char* packet, unsigned size) {
   if (size < kCookieSize || size > kMaxDatagram) return;
-  const bool isForUs = socket.IsForUs(packet);
-  if (size == kCookieSize && !isForUs) HandleNonce(socket, packet);
-  // The mouth hears what the ear hears, but for our own.
-  if (size == kCookieSize || !isForUs || &socket != &m_ear) return;
-
+  const bool isForUs = m_socket.IsForUs(packet);
+  if (size == kCookieSize && !isForUs) return TakeNonce(packet);
+  if (size == kCookieSize || !isForUs) return;
+  packet[size] = '\0';
   const char* const text = packet + kCookieSize;
-  const unsigned length = size - kCookieSize;
-  uint64_t tag = 0;
-  const bool isTagged = length >= kTagLength && ReadTag(text + length - kTagLength, &tag);
-  if (isTagged && (tag & kClientMask) == m_client) {
-    HandleReceipt(tag, text, length - kTagLength);
+  if (m_window.TakeAnswer(text, NowUs())) {
+    TakeAnswer();
   } else if (m_options.listen) {
-    m_calls.Append(text, length);
+    m_heard.Append(text, size - kCookieSize);
   }
 }
 
-void GDQUdpClient::HandleReceipt(uint64_t tag, const char* text, unsigned length) {
-  const auto number = static_cast<uint32_t>(tag & kNumberMask);
-  if ((tag & kProbeBit) != 0) {
-    HandleProbeReceipt(number);
-  } else if ((tag & kPassMask) == (TagBits(0) & kPassMask)) {
-    HandleLineReceipt(number, text, length);
-  }
-}
-
-// Only the receipt of the oldest sent call counts. One behind it means that a call was lost, or overtaken:
-// the order is saved by sending on from there.
-void GDQUdpClient::HandleLineReceipt(uint32_t number, const char* text, unsigned length) {
-  const uint32_t ahead = static_cast<uint16_t>(number - m_receipted);
-  if (ahead >= m_next - m_receipted) return;
-  HeldLines::Line& line = m_lines.At(m_receipted + ahead);
-  if (line.length != length || memcmp(m_lines.Text(m_receipted + ahead), text, length) != 0) return;
-  if (ahead != 0) return GoBack(m_window / 2);
-  line.receiptUs = NowUs();
-  ++m_receipted;
-  if (m_window < kMostWindow) ++m_window;
-  NoteAnswer(line.sentUs, line.receiptUs);
-}
-
-void GDQUdpClient::HandleProbeReceipt(uint32_t number) {
-  SentProbe& probe = m_probes[number % kProbes];
-  if (probe.id == 0 || (probe.id & kNumberMask) != number || probe.receiptUs != 0) return;
-  probe.receiptUs = NowUs();
-  if (probe.isAsked) m_hasProbeAnswer = true;
-  if (static_cast<int32_t>(probe.id - m_receiptedProbe) > 0) m_receiptedProbe = probe.id;
-  if (m_phase == Phase::Proving) BecomeJoined();
-  NoteAnswer(probe.sentUs, probe.receiptUs);
-}
-
-// What was sent at sentUs has been taken: the service lived then, without a restart since the latest Rewind.
-void GDQUdpClient::NoteAnswer(uint64_t sentUs, uint64_t receiptUs) {
-  m_tries = 0;
-  m_sinceUs = m_heardUs = receiptUs;
-  // Four round trips, quickly up and slowly down.
-  const uint64_t tripMs = (receiptUs - sentUs) / kMs * 4;
-  m_answerMs -= m_answerMs / 8;
-  if (m_answerMs < tripMs)
-    m_answerMs = tripMs < kMostAnswerMs ? static_cast<unsigned>(tripMs) : kMostAnswerMs;
-  if (m_answerMs < kLeastAnswerMs) m_answerMs = kLeastAnswerMs;
-
-  while (m_lines.First() != m_receipted && m_lines.At(m_lines.First()).receiptUs + kSettleUs <= sentUs)
-    m_lines.RemoveFirst();
+void GDQUdpClient::TakeAnswer() {
+  m_isAnswered = true;
+  m_failedJoins = 0;
+  m_heardUs = NowUs();
+  m_state = State::Joined;
+  if (IsFallback()) m_window.SetOnce(false);
 }
 
 // ---- Sending
 
-// Sends what the window allows.
 void GDQUdpClient::Pump() {
-  while (m_phase == Phase::Joined && !m_isBlocked && m_next != m_lines.End()) {
-    if (m_options.reliable && m_next - m_receipted >= m_window) return;
-    HeldLines::Line& line = m_lines.At(m_next);
-    line.sentUs = NowUs();
-    if (!IsWaiting()) m_sinceUs = line.sentUs;
-    if (!SendText(m_lines.Text(m_next), line.length, TagBits(m_next))) return;
-    ++m_next;
-    if (m_options.reliable) continue;
-    m_lines.RemoveFirst();
-    m_receipted = m_next;
-  }
+  SendWindow::Piece piece;
+  while (m_isJoined && !m_isBlocked && m_window.Next(&piece) && Send(piece)) m_window.Sent(NowUs());
 }
 
-// False: not sent, and not to be counted as sent.
-bool GDQUdpClient::SendText(const char* text, unsigned length, uint64_t tagBits) {
-  char tag[kTagLength];
-  PutTag(tag, tagBits);
-  if (m_mouth.Send(text, length, tag, kTagLength)) return true;
+bool GDQUdpClient::Send(const SendWindow::Piece& piece) {
+  if (m_socket.Send(piece.head, piece.headLength, piece.text, piece.length)) return true;
   if (errno == EAGAIN || errno == ENOBUFS) {
     m_isBlocked = true;
     m_sinceUs = NowUs();
-  } else {
-    StartJoin();  // nobody has the port, or there is no way there
+    return false;
   }
+  if (errno != ECONNREFUSED) m_socket.Close();  // there is no way there from its address
+  StartJoin(kRefusedMs);
   return false;
-}
-
-void GDQUdpClient::SendProbe(bool isAsked) {
-  const uint64_t now = NowUs();
-  if (!IsWaiting() || m_phase == Phase::Proving) m_sinceUs = now;
-  if (++m_probeId == 0) ++m_probeId;
-  m_probes[m_probeId % kProbes] = {m_probeId, isAsked, now, 0};
-  SendText("", 0, TagBits(m_probeId) | kProbeBit);
-}
-
-// A new pass, from the oldest call without a receipt. Receipts of the pass before do not count any more.
-void GDQUdpClient::GoBack(uint32_t window) {
-  ++m_pass;
-  m_window = window > kLeastWindow ? window : kLeastWindow;
-  m_next = m_receipted;
-  m_sinceUs = NowUs();
 }
 
 // ---- Time
 
-// Something was sent that will be answered.
-bool GDQUdpClient::IsWaiting() const {
-  return m_next != m_receipted || m_probeId != m_receiptedProbe;
-}
-
 uint64_t GDQUdpClient::DueUs() const {
-  if (m_phase == Phase::Closed) return kNever;
-  if (m_phase == Phase::Resting) return m_sinceUs + kRestUs;
+  if (!m_isJoined) return m_sinceUs + m_connectMs * kMs;
   if (m_isBlocked) return m_sinceUs + kBlockedUs;
-  if (m_phase != Phase::Joined || IsWaiting()) {
-    const unsigned patience = m_answerMs << (m_tries < kMostDoublings ? m_tries : kMostDoublings);
-    return m_sinceUs + (patience < kMostAnswerMs ? patience : kMostAnswerMs) * kMs;
-  }
-  if (m_lines.First() != m_receipted) {
-    const uint64_t settled = m_lines.At(m_lines.First()).receiptUs + kSettleUs;
-    const uint64_t next = m_probes[m_probeId % kProbes].sentUs + kProbeGapUs;
-    return settled > next ? settled : next;
-  }
-  return m_options.listen ? m_heardUs + kKeepAliveUs : kNever;
+  if (m_options.listen && m_window.Held() == 0) return m_heardUs + kKeepAliveUs;
+  return m_window.DueUs();
 }
 
 void GDQUdpClient::OnDue() {
-  if (m_phase == Phase::Resting) {
-    StartJoin();
+  if (!m_isJoined) {
+    if (++m_connects == kReopenConnects) m_state = State::NotJoined;
+    if (m_connectMs < kMostConnectMs) m_connectMs *= 2;
+    SendConnect();
   } else if (m_isBlocked) {
     m_isBlocked = false;
-  } else if (m_phase == Phase::Connecting) {
-    // After so many without a nonce it is no refusal any more.
-    if (++m_tries == kReopenTries) m_state = State::NotJoined;
-    SendConnects();
-  } else if (m_phase == Phase::Proving) {
-    if (++m_tries < kProofs) return SendProof();
-    GiveUpProof();
-  } else if (IsWaiting()) {
-    if (++m_tries > kResends) return StartJoin();
-    if (m_next != m_receipted) return GoBack(0);
-    m_sinceUs = NowUs();
-    SendProbe(false);
+  } else if (m_window.Held() == 0) {
+    m_heardUs = NowUs();
+    m_window.Append("", 0);
   } else {
-    SendProbe(false);
+    OnSilence();
   }
+}
+
+void GDQUdpClient::OnSilence() {
+  m_window.OnSilence(NowUs());
+  const unsigned silences = m_window.Silences();
+  if (!m_isAnswered && silences == kFallbackSilences) m_window.SetOnce(true);
+  // At the second, fourth, eighth and so on: each CONN is a line in the service's log.
+  if (silences < 2 || (silences & (silences - 1)) != 0) return;
+  if (++m_failedJoins >= kUnansweredJoins) {
+    m_state = State::Unanswered;
+    // Another peer may share our record, and take the cookie from us: another port may help.
+    m_socket.SendConnect();
+    m_socket.Close();
+    m_socket.ChangePort();
+  }
+  StartJoin(kConnectMs);
 }
 
 // Sets the timer, which is never read: setting it again makes it unreadable. When it would fire earlier than
 // needed it stays, which saves a system call for each call sent.
 void GDQUdpClient::Arm() {
-  const bool isUndelivered = !m_calls.IsEmpty() || m_hasProbeAnswer;
-  const uint64_t due = isUndelivered ? 1 : DueUs();
+  const uint64_t due = m_heard.IsEmpty() ? DueUs() : 1;
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
   itimerspec setting{};
   if (due != kNever) {
@@ -474,18 +319,23 @@ void GDQUdpClient::Arm() {
   m_armedUs = due;
 }
 
-// Waits for the sockets, not for m_epoll, which also tells of calls that only Process() may deliver. Not for
-// long, as another thread may take what is waited for.
+// Gives up the mutex while it waits for datagrams, at most until endUs; false: that has passed. Waits for the
+// socket, not for m_epoll, which also tells of calls that only Process() may deliver. Not for long, as
+// another thread may take what is waited for.
 bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   constexpr uint64_t kLongestUs = 20 * kMs;
   const uint64_t now = NowUs();
   if (now >= endUs) return false;
   uint64_t until = DueUs() < endUs ? DueUs() : endUs;
   if (until > now + kLongestUs) until = now + kLongestUs;
-  pollfd watched[] = {{m_mouth.Descriptor(), POLLIN, 0}, {m_ear.Descriptor(), POLLIN, 0}};
+  pollfd watched = {m_socket.Descriptor(), POLLIN, 0};
+  const int state = m_cancelState;
   pthread_mutex_unlock(&m_mutex);
-  poll(watched, 2, until > now ? static_cast<int>((until - now + kMs - 1) / kMs) : 0);
+  pthread_setcancelstate(state, nullptr);
+  poll(&watched, 1, until > now ? static_cast<int>((until - now + kMs - 1) / kMs) : 0);
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   pthread_mutex_lock(&m_mutex);
+  m_cancelState = state;
   return true;
 }
 
@@ -494,41 +344,34 @@ bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
 bool GDQUdpClient::SendMsg(const char* text) {
   if (text == nullptr) text = "";
   const size_t length = strlen(text);
-  if (length > kMaxTaggedText) {
+  if (length > kMaxCall) {
     errno = EMSGSIZE;
     return false;
   }
-  Enter();
-  const ScopedLock lock(m_mutex);
-  if (m_phase == Phase::Closed) {
-    errno = EBADF;
-    return false;
-  }
+  if (!IsUsable()) return false;
+  const Lock lock(this);
   const uint64_t now = NowUs();
-  if (now >= DueUs()) Service();
-  if (!HasEar() && m_phase == Phase::Joined && now - m_joinedUs > kRejoinUs) {
-    StartJoin();
-    // Most likely the nonce comes at once, and perhaps nobody gives us time until the next call.
-    if (m_options.waitMs != 0) WaitUnlocked(now + kLeastAnswerMs * kMs);
+  if (now >= DueUs()) Work();
+  if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
+    StartJoin(kConnectMs);
+    // Most likely the nonce comes at once, and the program may give us no time until its next call.
+    if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
-  if (!Append(text, static_cast<unsigned>(length))) {
-    Arm();
-    errno = EAGAIN;
-    return false;
-  }
-  Pump();
-  if (m_next != m_lines.End()) Service();
+  const bool isHeld = Append(text, static_cast<unsigned>(length));
+  if (isHeld) Pump();
+  if (isHeld && !m_window.IsAllSent()) Work();
   Arm();
-  return true;
+  if (!isHeld) errno = EAGAIN;
+  return isHeld;
 }
 
 // Waits for room as long as Options::waitMs.
 bool GDQUdpClient::Append(const char* text, unsigned length) {
-  if (m_lines.Append(text, length)) return true;
+  if (m_window.Append(text, length)) return true;
   const uint64_t end = EndUs(m_options.waitMs);
   do {
-    Service();
-    if (m_lines.Append(text, length)) return true;
+    Work();
+    if (m_window.Append(text, length)) return true;
   } while (WaitUnlocked(end));
   return false;
 }
@@ -536,14 +379,9 @@ bool GDQUdpClient::Append(const char* text, unsigned length) {
 void GDQUdpClient::Call(const char* name, const char* args) {
   if (name == nullptr) name = "";
   if (args == nullptr) args = "";
-  if (strlen(name) + 1 + strlen(args) > kMaxTaggedText && strcasecmp(name, "LogMsg") == 0) {
-    ArgsParser parser(3);
-    if (!parser.ParseArgs(args) || parser.GetArgs()->GetCount() != 3) return;
-    const ArgsParser::Args& list = *parser.GetArgs();
-    Log(static_cast<ELogMessageType>(list[0]->AsInt()), list[1]->AsStr(), list[2]->AsStr());
-    return;
-  }
-  GDQUdpBase::Call(name, args);
+  if (strlen(name) + 1 + strlen(args) <= kMaxCall || strcasecmp(name, "LogMsg") != 0)
+    return GDQUdpBase::Call(name, args);
+  for (LogCall line(name, args); const char* const call = line.Next();) SendMsg(call);
 }
 
 bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* text) {
@@ -552,91 +390,57 @@ bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* tex
     errno = EMSGSIZE;
     return false;
   }
-  while (const char* call = line.Next()) {
+  while (const char* const call = line.Next()) {
     if (!SendMsg(call)) return false;
   }
   return true;
 }
 
-// Works until done() or the time is over.
+// Works until isDone() or the time is over.
 template <typename Condition>
-void GDQUdpClient::WorkUntil(unsigned timeoutMs, Condition done) {
-  if (m_phase == Phase::Closed) return;
+void GDQUdpClient::WorkUntil(unsigned timeoutMs, Condition isDone) {
   const uint64_t end = EndUs(timeoutMs);
   do {
-    Service();
-  } while (!done() && WaitUnlocked(end));
+    Work();
+  } while (!isDone() && WaitUnlocked(end));
   Arm();
 }
 
 unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  WorkUntil(timeoutMs, [this] { return m_lines.IsEmpty(); });
-  return m_lines.End() - m_lines.First();
+  if (!IsUsable()) return 0;
+  const Lock lock(this);
+  WorkUntil(timeoutMs, [this] { return m_window.Held() == 0; });
+  if (!m_options.reliable) return m_window.Held();
+  const unsigned sentOnce = m_window.SentOnce() - m_toldOnce;
+  m_toldOnce += sentOnce;
+  return m_window.Held() + sentOnce;
 }
 
 GDQUdpClient::State GDQUdpClient::WaitForAnswer(unsigned timeoutMs) {
-  Enter();
-  const ScopedLock lock(m_mutex);
+  if (!IsUsable()) return State::NotJoined;
+  const Lock lock(this);
   WorkUntil(timeoutMs, [this] { return m_state != State::NotJoined; });
   return m_state;
 }
 
-template <typename Value>
-Value GDQUdpClient::Locked(const Value& value) {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return value;
-}
-
-GDQUdpClient::State GDQUdpClient::GetState() {
-  return Locked(m_state);
-}
-
-unsigned GDQUdpClient::Joins() {
-  return Locked(m_joins);
-}
-
-unsigned GDQUdpClient::HandshakeMicros() {
-  return Locked(m_handshakeUs);
+GDQUdpClient::Status GDQUdpClient::GetStatus() {
+  if (!IsUsable()) return Status();
+  const Lock lock(this);
+  return {m_state, m_window.Held(), m_window.Refused(), m_window.Forgotten(), m_window.SentOnce()};
 }
 
 int GDQUdpClient::Descriptor() {
-  return Locked(m_epoll);
-}
-
-unsigned GDQUdpClient::Held() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return m_lines.End() - m_lines.First();
-}
-
-unsigned GDQUdpClient::Unreceipted() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  return m_lines.End() - m_receipted;
-}
-
-unsigned GDQUdpClient::Probe() {
-  Enter();
-  const ScopedLock lock(m_mutex);
-  if (m_phase != Phase::Joined || !HasEar() || m_isBlocked) return 0;
-  SendProbe(true);
-  Arm();
-  return m_phase == Phase::Joined ? m_probeId : 0;
+  return IsUsable() ? m_epoll : -1;
 }
 
 void GDQUdpClient::Process() {
-  Enter();
+  if (!IsUsable()) return;
   {
-    const ScopedLock lock(m_mutex);
-    if (m_phase == Phase::Closed) return;
-    Service();
+    const Lock lock(this);
+    Work();
   }
   while (DeliverCall()) continue;
-  while (DeliverProbeAnswer()) continue;
-  const ScopedLock lock(m_mutex);
+  const Lock lock(this);
   Arm();
 }
 
@@ -644,47 +448,23 @@ void GDQUdpClient::Process() {
 bool GDQUdpClient::DeliverCall() {
   char text[kMaxText + 1];
   {
-    const ScopedLock lock(m_mutex);
-    if (m_calls.IsEmpty()) return false;
-    memcpy(text, m_calls.Text(m_calls.First()), m_calls.At(m_calls.First()).length + 1);
-    m_calls.RemoveFirst();
+    const Lock lock(this);
+    if (m_heard.IsEmpty()) return false;
+    memcpy(text, m_heard.Text(m_heard.First()), m_heard.At(m_heard.First()).length + 1);
+    m_heard.RemoveFirst();
   }
   char* name = text;
   const char* const args = SplitCall(&name);
-  if (*name == '\0') return true;  // a probe of somebody else's
   Deliver(name, args);
-  if (m_onCall.function != nullptr) m_onCall.function(name, args, m_onCall.user);
-  return true;
-}
-
-bool GDQUdpClient::DeliverProbeAnswer() {
-  SentProbe answer;
-  {
-    const ScopedLock lock(m_mutex);
-    for (SentProbe& probe : m_probes) {
-      if (!probe.isAsked || probe.receiptUs == 0) continue;
-      answer = probe;
-      probe.isAsked = false;
-      break;
-    }
-    m_hasProbeAnswer = answer.id != 0;
-    if (!m_hasProbeAnswer) return false;
-  }
-  const auto micros = static_cast<unsigned>(answer.receiptUs - answer.sentUs);
-  if (m_onProbe.function != nullptr) m_onProbe.function(answer.id, micros, m_onProbe.user);
   return true;
 }
 
 // ---- The thread
 
 bool GDQUdpClient::StartThread() {
-  Enter();
-  const ScopedLock lock(m_mutex);
+  if (!IsUsable()) return false;
+  const Lock lock(this);
   if (m_hasThread) return true;
-  if (m_phase == Phase::Closed) {
-    errno = EBADF;
-    return false;
-  }
   m_endThread = false;
   // The program's signal handlers expect to run on the program's threads.
   sigset_t all, before;
@@ -711,7 +491,7 @@ void GDQUdpClient::StopThread() {
   if (!m_hasThread) return;
   m_endThread = true;
   {
-    const ScopedLock lock(m_mutex);
+    const Lock lock(this);
     const itimerspec now = {{0, 0}, {0, 1}};
     timerfd_settime(m_timer, 0, &now, nullptr);
     m_armedUs = 0;

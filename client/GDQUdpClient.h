@@ -56,16 +56,14 @@ class GDQUdpClient final : public GDQUdpBase {
     NotJoined,  // there was no answer to "CONN" (yet)
     Joined,     // a nonce came, and nothing says that the service does not run what we send
     // Nonces come, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
-    // service knows no "WithAck". Where none has ever come, a reliable client sends each call once, bare,
-    // after kFallbackMs; it returns to acknowledged calls with the first answer.
+    // service knows no "WithAck". Where none has come in some 4 s since Open(), a reliable client goes on to
+    // send each call once, bare; it returns to acknowledged calls with the first answer.
     Unanswered,
   };
-  static constexpr unsigned kFallbackMs = 4000;
 
   struct Status {
     State state = State::NotJoined;
-    unsigned joins = 0;      // nonces that ended an absence: more than one means interruptions
-    unsigned held = 0;       // see SendWindow, for all four
+    unsigned held = 0;  // see SendWindow, for all four
     unsigned refused = 0;
     unsigned forgotten = 0;
     unsigned sentOnce = 0;
@@ -95,8 +93,9 @@ class GDQUdpClient final : public GDQUdpBase {
   // means the module. False: the line, or its end, is not on its way.
   bool Log(ELogMessageType type, const char* module, const char* text);
 
-  // Waits until every call is acknowledged; not reliable: sent. Returns how many are not after timeoutMs, which
-  // are still tried, and how many were sent once since the last Flush() because the service does not answer.
+  // Waits until every call is acknowledged; not reliable: sent. Returns how many are not after timeoutMs,
+  // which are still tried, and how many were sent once since the last Flush() because the service does not
+  // answer.
   unsigned Flush(unsigned timeoutMs);
 
   Status GetStatus();
@@ -112,7 +111,65 @@ class GDQUdpClient final : public GDQUdpBase {
   bool StartThread();
 
  private:
-  // to be completed
+  class Lock;
+
+  bool IsUsable() const;
+  bool OpenDescriptors();
+  void CloseDescriptors();
+  void StopThread();
+  static void* RunThread(void* self);
+  bool DeliverCall();
+
+  // All others are called with the mutex held.
+  bool IsFallback() const { return m_options.reliable && m_window.IsOnce(); }
+  void StartJoin(unsigned waitMs);
+  void SendConnect();
+  void TakeNonce(const char* nonce);
+
+  void Work();
+  void ReadSocket();
+  void TakeDatagram(char* packet, unsigned size);
+  void TakeAnswer();
+  void Pump();
+  bool Send(const SendWindow::Piece& piece);
+
+  uint64_t DueUs() const;
+  void OnDue();
+  void OnSilence();
+  void Arm();
+  bool Append(const char* text, unsigned length);
+  template <typename Condition>
+  void WorkUntil(unsigned timeoutMs, Condition isDone);
+  bool WaitUnlocked(uint64_t endUs);
+
+  pthread_mutex_t m_mutex;          // guards all that Open() does not set
+  int m_cancelState = 0;            // of the thread that holds the mutex, to be restored
+  std::atomic<pid_t> m_process{0};  // that opened it; 0: closed
+  InetAddress2 m_server{0, 0};
+  char* m_password = nullptr;
+  Options m_options;
+  int m_epoll = -1;
+  int m_timer = -1;
+
+  // All times are microseconds of the monotonic clock.
+  uint64_t m_armedUs = 0;  // when m_timer fires
+  PeerSocket m_socket{kFirstLocalPort};
+  SendWindow m_window;
+  HeldLines m_heard;  // calls of others, not yet delivered
+  State m_state = State::NotJoined;
+  bool m_isJoined = false;     // false: CONN was sent, and no nonce came yet
+  bool m_isBlocked = false;    // the socket takes no more just now
+  bool m_isAnswered = false;   // there was an acknowledgement since Open()
+  uint64_t m_sinceUs = 0;      // the latest CONN or nonce, or when the socket was full
+  uint64_t m_heardUs = 0;      // the latest acknowledgement
+  unsigned m_connectMs = 0;    // how long to wait for a nonce; doubles
+  unsigned m_connects = 0;     // without a nonce
+  unsigned m_failedJoins = 0;  // nonces that no acknowledgement followed
+  unsigned m_toldOnce = 0;     // of the window's SentOnce(): what Flush() has told
+
+  pthread_t m_thread{};
+  bool m_hasThread = false;
+  std::atomic<bool> m_endThread{false};
 };
 
 }  // namespace Velk

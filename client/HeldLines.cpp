@@ -52,7 +52,7 @@ bool HeldLines::Append(const char* text, unsigned length) {
   if (m_end - m_first > m_mask || !FindPlace(length + 1, &offset)) return false;
   memcpy(m_bytes + offset, text, length);
   m_bytes[offset + length] = '\0';
-  m_lines[m_end++ & m_mask] = {offset, length, 0, 0};
+  m_lines[m_end++ & m_mask] = {offset, length, 0};
   return true;
 }
 

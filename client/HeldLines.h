@@ -1,11 +1,11 @@
-// Foundation layer: texts that wait in order in a fixed amount of memory.
+// Client layer: texts that wait in order in a fixed amount of memory.
 #pragma once
 
 #include <cstdint>
 
 namespace Velk {
 
-// A first-in, first-out store of texts, each with two times of its owner. Texts are numbered as they come,
+// A first-in, first-out store of texts, each with a time of its owner. Texts are numbered as they come,
 // without end; the numbers wrap around at 2^32. One thread at a time.
 class HeldLines {
  public:
@@ -16,7 +16,6 @@ class HeldLines {
     uint32_t offset;
     uint32_t length;  // without the NUL
     uint64_t sentUs;
-    uint64_t receiptUs;
   };
 
   HeldLines() = default;
@@ -29,7 +28,7 @@ class HeldLines {
   bool Open(unsigned lines);
   void Close();
 
-  // Copies a text; its times are 0. False: no room.
+  // Copies a text; its time is 0. False: no room.
   bool Append(const char* text, unsigned length);
   // Forgets the oldest text, or all.
   void RemoveFirst() { ++m_first; }

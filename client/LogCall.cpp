@@ -7,48 +7,68 @@
 
 namespace Velk {
 
-namespace {
+LogCall::LogCall(ELogMessageType type, const char* module, const char* text)
+    : m_text(module != nullptr ? module : ""), m_textEnd(m_text + strlen(m_text)), m_isQuoted(false) {
+  m_head += snprintf(m_call, sizeof m_call, "LogMsg %d ", static_cast<int>(type));
+  m_head = PutQuoted(m_head, m_call + kMost / 2, "");
+  m_isValid = m_text == m_textEnd;
+  *m_head++ = ' ';
+  m_text = text != nullptr ? text : "";
+  m_textEnd = m_text + strlen(m_text);
+  DropLineFeed();
+}
 
-// Writes as much of *text as fits before end, quoted, with ending before the closing quote. Moves *text
-// behind that and returns the end of what was written.
-char* PutQuoted(char* out, const char* end, const char** text, const char* textEnd, const char* ending) {
+LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(args), m_isQuoted(true) {
+  bool isInside = false;
+  const char* in = args;
+  for (; *in != '\0'; ++in) {
+    if (isInside && *in == '~' && in[1] != '\0') {
+      ++in;
+    } else if (*in == '`') {
+      isInside = !isInside;
+      (isInside ? m_text : m_textEnd) = in;
+    }
+  }
+  const int head = snprintf(m_call, kMost / 2, "%s %.*s", name, static_cast<int>(m_text - args), args);
+  m_isValid = !isInside && m_textEnd > m_text && m_textEnd + 1 == in && head < static_cast<int>(kMost / 2);
+  if (!m_isValid) return;
+  m_head += head;
+  ++m_text;
+  DropLineFeed();
+}
+
+void LogCall::DropLineFeed() {
+  if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
+}
+
+// Writes as much of the text as fits before end, quoted, with ending before the closing quote. Moves m_text
+// to what is left and returns the end of what was written.
+char* LogCall::PutQuoted(char* out, const char* end, const char* ending) {
   end -= strlen(ending) + 1;
-  const char* in = *text;
+  const char* in = m_text;
   *out++ = '`';
-  while (in != textEnd) {
+  while (in != m_textEnd) {
     const bool isSpecial = *in == '~' || *in == '`';
     if (end - out < (isSpecial ? 2 : 1)) break;
     if (isSpecial) *out++ = '~';
+    if (isSpecial && m_isQuoted && in + 1 != m_textEnd) ++in;
     *out++ = *in++;
   }
-  if (in != textEnd) {
-    const auto length = static_cast<size_t>(in - *text);
-    const size_t broken = length - TextOps::CharacterStart(*text, length);
+  if (in != m_textEnd) {
+    const auto length = static_cast<size_t>(in - m_text);
+    const size_t broken = length - TextOps::CharacterStart(m_text, length);
     in -= broken;
     out -= broken;
   }
-  *text = in;
+  m_text = in;
   while (*ending != '\0') *out++ = *ending++;
   *out++ = '`';
   return out;
 }
 
-}  // namespace
-
-LogCall::LogCall(ELogMessageType type, const char* module, const char* text)
-    : m_text(text != nullptr ? text : ""), m_textEnd(m_text + strlen(m_text)) {
-  if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
-  if (module == nullptr) module = "";
-  const char* const moduleEnd = module + strlen(module);
-  m_head = m_call + snprintf(m_call, sizeof m_call, "LogMsg %d ", static_cast<int>(type));
-  m_head = PutQuoted(m_head, m_call + kMost / 2, &module, moduleEnd, "");
-  *m_head++ = ' ';
-  m_isValid = module == moduleEnd;
-}
-
 const char* LogCall::Next() {
   if (m_isDone || !m_isValid) return nullptr;
-  *PutQuoted(m_head, m_call + kMost, &m_text, m_textEnd, "\n") = '\0';
+  *PutQuoted(m_head, m_call + kMost, "\n") = '\0';
   m_isDone = m_text == m_textEnd;
   return m_call;
 }

@@ -1,8 +1,10 @@
 #include "client/PeerSocket.h"
 
+#include <fcntl.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "common/HashMD5.h"
 
@@ -16,38 +18,47 @@ const sockaddr* Native(const InetAddress2& address) {
 
 }  // namespace
 
+int PeerSocket::AboveStandard(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return fd;
+  const int copy = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  close(fd);
+  return copy;
+}
+
 // Without SO_REUSEADDR, which would let two programs have the same port.
 bool PeerSocket::Open(const InetAddress2& server, int epoll) {
   Close();
-  if (!m_socket.Open()) return false;
+  m_fd = AboveStandard(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (m_fd < 0) return false;
   for (unsigned i = 0; i < kPorts; ++i) {
     const unsigned shift = (m_shift + i) % kPorts;
     const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(m_firstPort + shift));
-    if (bind(Descriptor(), Native(local), sizeof(sockaddr_in)) != 0) continue;
+    if (bind(m_fd, Native(local), sizeof(sockaddr_in)) != 0) continue;
     m_shift = shift;
     break;
   }
   m_epoll = epoll;
   epoll_event event{};
   event.events = EPOLLIN;
-  if (connect(Descriptor(), Native(server), sizeof(sockaddr_in)) == 0 &&
-      epoll_ctl(epoll, EPOLL_CTL_ADD, Descriptor(), &event) == 0)
+  if (connect(m_fd, Native(server), sizeof(sockaddr_in)) == 0 &&
+      epoll_ctl(epoll, EPOLL_CTL_ADD, m_fd, &event) == 0)
     return true;
-  m_socket.Close();
+  Close();
   return false;
 }
 
 void PeerSocket::Close() {
-  ForgetCookie();
-  if (!IsOpen()) return;
-  // A child process may still have the socket, which would then be watched on.
-  epoll_ctl(m_epoll, EPOLL_CTL_DEL, Descriptor(), nullptr);
-  m_socket.Close();
+  m_hasCookie = false;
+  if (m_fd < 0) return;
+  // A child process may still have the socket, which would then go on being watched.
+  epoll_ctl(m_epoll, EPOLL_CTL_DEL, m_fd, nullptr);
+  close(m_fd);
+  m_fd = -1;
 }
 
 void PeerSocket::SendConnect() {
-  ForgetCookie();
-  send(Descriptor(), "CONN", 4, MSG_DONTWAIT);
+  m_hasCookie = false;
+  send(m_fd, "CONN", 4, 0);
 }
 
 void PeerSocket::TakeNonce(const char* nonce, const char* password) {
@@ -62,17 +73,17 @@ bool PeerSocket::IsForUs(const char* datagram) const {
   return m_hasCookie && memcmp(datagram, m_cookie, kCookieSize) == 0;
 }
 
-bool PeerSocket::Send(const char* text, unsigned length, const char* tag, unsigned tagLength) {
+bool PeerSocket::Send(const char* head, unsigned headLength, const char* text, unsigned length) {
   iovec pieces[] = {
-      {m_cookie, kCookieSize}, {const_cast<char*>(text), length}, {const_cast<char*>(tag), tagLength}};
+      {m_cookie, kCookieSize}, {const_cast<char*>(head), headLength}, {const_cast<char*>(text), length}};
   msghdr message{};
   message.msg_iov = pieces;
   message.msg_iovlen = 3;
-  return sendmsg(Descriptor(), &message, MSG_DONTWAIT) >= 0;
+  return sendmsg(m_fd, &message, 0) >= 0;
 }
 
 ssize_t PeerSocket::Receive(char* datagram, unsigned size) {
-  return recv(Descriptor(), datagram, size, MSG_DONTWAIT);
+  return recv(m_fd, datagram, size, 0);
 }
 
 }  // namespace Velk

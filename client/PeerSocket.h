@@ -1,4 +1,4 @@
-// Transport layer: one socket of a program that calls the service, and its place in the handshake.
+// Client layer: the socket of a program that calls the service, and its place in the handshake.
 #pragma once
 
 #include <sys/types.h>
@@ -7,48 +7,51 @@
 
 #include "common/GDQUdpBase.h"
 #include "common/InetAddress2.h"
-#include "common/UdpSocket3.h"
 
 namespace Velk {
 
-// Never waits. One thread at a time. Where a result is said to be a system call's, errno is too.
+// Never blocks. One thread at a time. Where a result is said to be a system call's, errno is too.
 class PeerSocket {
  public:
   static constexpr unsigned kCookieSize = GDQUdpBase::kCookieSize;
-  // Local ports: the first free one of so many, so that however many runs of a program leave the service with
-  // that many records of peers, not with one for each. When all are taken, any port is.
+  // Local ports to choose from. The service keeps a record of each endpoint for ever, so short runs of a
+  // program must not use a new one each time. When all are taken, any port is used.
   static constexpr unsigned kPorts = 32;
 
-  // Ports are firstPort and those behind it.
+  // The ports are firstPort and those that follow it.
   explicit PeerSocket(unsigned short firstPort) : m_firstPort(firstPort) {}
+  ~PeerSocket() { Close(); }
+  PeerSocket(const PeerSocket&) = delete;
+  PeerSocket& operator=(const PeerSocket&) = delete;
 
   // Opens a new socket, on the port of the one before if there was one, that exchanges datagrams with server
-  // only. It is watched for input by epoll. False as a system call; the socket is closed then.
+  // only, and has epoll watch it for input. False as a system call; the socket is closed then.
   bool Open(const InetAddress2& server, int epoll);
   void Close();
-  bool IsOpen() const { return m_socket.Descriptor() >= 0; }
-  int Descriptor() const { return m_socket.Descriptor(); }
+  int Descriptor() const { return m_fd; }  // -1: closed
   // The next Open() begins at another port.
   void ChangePort() { ++m_shift; }
 
-  // Asks for a nonce, which ends an admission. Nothing can be done about a failure but to ask again.
+  // Asks for a nonce, which ends an admission. The answer to a failure is to ask again.
   void SendConnect();
-  // The cookie that belongs to the nonce is ours from now on.
+  // The cookie of this nonce and password is ours from now on.
   void TakeNonce(const char* nonce, const char* password);
   bool HasCookie() const { return m_hasCookie; }
-  void ForgetCookie() { m_hasCookie = false; }
   // Whether a datagram, of at least kCookieSize bytes, begins with our cookie.
   bool IsForUs(const char* datagram) const;
 
-  // Sends the cookie with text and tag behind it, together at most GDQUdpBase::kMaxText. False as send(2).
-  bool Send(const char* text, unsigned length, const char* tag, unsigned tagLength);
+  // Sends the cookie followed by both texts, together at most GDQUdpBase::kMaxText. False as send(2).
+  bool Send(const char* head, unsigned headLength, const char* text, unsigned length);
   // As recv(2).
   ssize_t Receive(char* datagram, unsigned size);
 
+  // fd, or a copy of it that is no standard descriptor, which a program may close and open as it likes.
+  static int AboveStandard(int fd);
+
  private:
-  UdpSocket3 m_socket;
   const unsigned short m_firstPort;
   unsigned m_shift = 0;
+  int m_fd = -1;
   int m_epoll = -1;
   bool m_hasCookie = false;
   char m_cookie[kCookieSize] = {};

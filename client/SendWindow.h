@@ -18,8 +18,8 @@ namespace Velk {
 class SendWindow {
  public:
   static constexpr unsigned kNameLength = 12;
-  // "WithAck ", the name, a number of up to 18 digits, and two blanks.
-  static constexpr unsigned kMaxHead = 8 + kNameLength + 1 + 18 + 1;
+  static constexpr unsigned kMaxNumber = 18;                                  // digits
+  static constexpr unsigned kMaxHead = 8 + kNameLength + 1 + kMaxNumber + 1;  // "WithAck NAME NUMBER "
   static constexpr unsigned kMostUnanswered = 64;  // datagrams that a default receive buffer has room for
   static constexpr uint64_t kNever = UINT64_MAX;
 
@@ -52,8 +52,10 @@ class SendWindow {
   // What to send now, until the next call of any operation. It stays due until Sent(). False: nothing.
   bool Next(Piece* piece);
   void Sent(uint64_t nowUs);
-  // A call that only asks whether the service answers at all. Is not held, and its answer takes nothing.
-  void Probe(Piece* piece);
+  // A ping that is not held, to find out whether the service answers at all.
+  Piece Probe() { return WithHead(1, "", 0); }
+
+  bool IsAllSent() const { return m_next == m_lines.End(); }
 
   // Takes a text that the service sent to us. False: it is no answer, or not to us.
   bool TakeAnswer(const char* text, uint64_t nowUs);
@@ -69,7 +71,7 @@ class SendWindow {
 
  private:
   void Rename();
-  void PutHead(uint64_t number);
+  Piece WithHead(uint64_t number, const char* text, unsigned length);
   void TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs);
   void LearnAnswerTime(uint64_t tripUs);
 
@@ -90,8 +92,7 @@ class SendWindow {
   unsigned m_refused = 0;
   unsigned m_forgotten = 0;
   unsigned m_sentOnce = 0;
-  char m_head[kMaxHead];
-  unsigned m_headLength = 0;  // of what all heads of this name begin with
+  char m_head[kMaxHead];  // begins with what all calls under this name begin with
 };
 
 }  // namespace Velk

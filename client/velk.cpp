@@ -69,13 +69,15 @@ int velk_vlog(velk* log, int type, const char* module, const char* format, va_li
 }
 
 unsigned velk_flush(velk* log, unsigned timeout_ms) {
+  // Of a forked child nothing was sent, but 0 would say that all arrived. errno is EPERM.
+  if (log->client.Descriptor() < 0) return 1;
   const unsigned left = log->client.Flush(timeout_ms);
   if (left == 0) return 0;
-  switch (log->client.GetState()) {
+  switch (log->client.GetStatus().state) {
     case GDQUdpClient::State::Joined:
       errno = ETIMEDOUT;
       break;
-    case GDQUdpClient::State::Refused:
+    case GDQUdpClient::State::Unanswered:
       errno = EACCES;
       break;
     case GDQUdpClient::State::NotJoined:

@@ -6,11 +6,11 @@
  *   if (velk_flush(log, 5000) > 0) perror("not all lines are confirmed");
  *   velk_close(log);
  *
- * A line is sent again until the service is known to have logged it, through losses and restarts of the
- * service; it can appear twice. Up to 2048 lines (512 KiB) are held for that.
+ * A line is held, and sent again, until the service says that it has logged it, through losses and restarts
+ * of the service; only a restart can make it appear twice. Up to 2048 lines (512 KiB) are held.
  *
- * Any thread may use a handle, but for opening and closing it. A child process after fork(2) may go on using
- * it: it joins the service on its own, and lines of before the fork stay with the parent.
+ * Any thread may use a handle, but for opening and closing it. A child process after fork(2) opens a handle
+ * of its own: with its parent's, velk_log() and velk_flush() fail with EPERM, and velk_close() only frees it.
  */
 #ifndef VELK_H
 #define VELK_H
@@ -38,7 +38,7 @@ enum { VELK_TRACE = 0, VELK_INFO = 1, VELK_WARNING = 2, VELK_ERROR = 3 };
 enum {
   VELK_THREAD = 1, /* does the waiting and resending on a thread of the library's own */
   VELK_NOWAIT = 2, /* velk_log() fails with EAGAIN instead of waiting when no more lines can be held */
-  VELK_ONCE = 4    /* sends each line once, without receipts: faster, and lost lines stay lost */
+  VELK_ONCE = 4    /* sends each line once and waits for no answer: lost lines stay lost */
 };
 
 /* Starts to join the service at "host" or "host:port" (NULL: this machine), which may come up later. Returns
@@ -48,22 +48,25 @@ VELK_API velk* velk_open(const char* server, const char* password, unsigned flag
 
 /* Logs one line; "\n" is added where the text has none. module NULL or "" stands for the service's own name.
  * Lines that are too long for a datagram become several. Returns 0, or -1 with errno: EAGAIN (see
- * VELK_NOWAIT), EMSGSIZE the module is too long, EINVAL the type or the format is not valid, ENOMEM. */
+ * VELK_NOWAIT), EMSGSIZE the module is too long, EINVAL the type or the format is not valid, ENOMEM, EPERM in
+ * a child of the process that opened it. */
 VELK_API int velk_log(velk* log, int type, const char* module, const char* format, ...) VELK_PRINTF(4, 5);
 VELK_API int velk_vlog(velk* log, int type, const char* module, const char* format, va_list args)
     VELK_PRINTF(4, 0);
 
 /* Waits until every line is confirmed (with VELK_ONCE: sent), at most timeout_ms milliseconds. Returns how
- * many are not; they are still tried. errno then says why: ETIMEDOUT the service is there, ENOTCONN nobody
- * answers, EACCES the service refuses us, most likely the password is wrong. */
+ * many are not. errno then says why: ETIMEDOUT the service is there, ENOTCONN it does not answer, EACCES it
+ * answers but confirms nothing: the password is wrong, or it is blocked, or too old. Lines are still tried,
+ * but for those sent once to a service that has never confirmed any. EPERM (and 1): see velk_log(). */
 VELK_API unsigned velk_flush(velk* log, unsigned timeout_ms);
 
 /* For event loops, instead of VELK_THREAD: call velk_process() whenever the descriptor is readable. It never
- * waits. After fork() the child has another descriptor. */
+ * waits. In a child after fork() there is no descriptor (-1) and nothing to do. */
 VELK_API int velk_fd(velk* log);
 VELK_API void velk_process(velk* log);
 
-/* Leaves the service and frees the handle; NULL is allowed. Lines that are not confirmed are given up. */
+/* Leaves the service and frees the handle; NULL is allowed. Lines that are not confirmed are given up. In a
+ * child after fork() it only frees: the parent stays joined, and its lines are still tried. */
 VELK_API void velk_close(velk* log);
 
 #ifdef __cplusplus

@@ -17,7 +17,8 @@
 namespace Ctl {
 namespace {
 
-constexpr int kReadsAtOnce = 128;  // before the client gets its turn
+constexpr unsigned kHeldLines = 8192;  // while the service is gone: 2 MiB
+constexpr int kReadsAtOnce = 128;      // before the client gets its turn
 
 // The kernel's log, see Documentation/ABI/testing/dev-kmsg: one record a read, from the oldest that is there.
 class KernelLog {
@@ -105,7 +106,7 @@ class Bridge {
 int Bridge::Open() {
   if (!m_socket.Open(m_options.socket)) return kUsage;
   if (m_options.kmsg && !m_kernel.Open()) return kUsage;
-  return m_session.Open(Holding(kManyLines));
+  return m_session.Open(Holding(kHeldLines));
 }
 
 // Says at the end of a record that was too long how much is missing there. Returns the record's new length.
@@ -181,7 +182,7 @@ int Bridge::Finish() {
   for (HandOn(); m_ring.Front(&record) && NowMs() - begin < m_options.timeoutMs; HandOn()) {
     m_session.Wait(m_options.timeoutMs);
   }
-  return m_session.Finish(true);
+  return m_session.Finish();
 }
 
 int Bridge::Run() {

@@ -4,15 +4,12 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "common/TimeStamp.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/Machine.h"
 #include "tools/syslogctl/Session.h"
-#include "tools/syslogctl/Text.h"
 
 namespace Ctl {
 namespace {
@@ -20,7 +17,28 @@ namespace {
 constexpr char kPath[] = "/tmp/synclog";
 constexpr size_t kMaxFile = 8 << 20;  // 500 lines of 2 KiB are far below
 
-// A file's content, and why there is none.
+// Which file there is under the path, and since when it is as it is.
+struct Version {
+  dev_t device = 0;
+  ino_t inode = 0;  // 0: there is none
+  timespec changed{};
+
+  Version() = default;
+  explicit Version(const struct stat& status)
+      : device(status.st_dev), inode(status.st_ino), changed(status.st_ctim) {}
+
+  bool operator!=(const Version& other) const {
+    return device != other.device || inode != other.inode || changed.tv_sec != other.changed.tv_sec ||
+           changed.tv_nsec != other.changed.tv_nsec;
+  }
+};
+
+Version VersionNow() {
+  struct stat status;
+  return lstat(kPath, &status) == 0 ? Version(status) : Version();
+}
+
+// A file's content.
 class Content {
  public:
   Content() = default;
@@ -33,16 +51,19 @@ class Content {
 
   const char* Bytes() const { return m_bytes; }
   size_t Size() const { return m_size; }
+  const Version& OfVersion() const { return m_version; }
 
  private:
   bool ReadOpen(int fd);
+
+  Version m_version;
 
   char* m_bytes = nullptr;
   size_t m_size = 0;
 };
 
 bool Content::Read(const char* path) {
-  // Anybody may have put anything under a name in /tmp.
+  // Any program may have put anything under a name in /tmp.
   const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return false;
   const bool isRead = ReadOpen(fd);
@@ -59,6 +80,7 @@ bool Content::ReadOpen(int fd) {
     errno = EINVAL;
     return false;
   }
+  m_version = Version(status);
   const auto size = static_cast<size_t>(status.st_size);
   char* const bytes = static_cast<char*>(realloc(m_bytes, size + 1));
   if (bytes == nullptr) return false;
@@ -73,62 +95,15 @@ bool Content::ReadOpen(int fd) {
   return true;
 }
 
-constexpr char kModule[] = "syslogctl";
-
-// Nobody answers a call, and the file may be an older one, or one that another program has just asked for. So
-// a line that only we know goes into the log, and the file that has it is ours.
-struct Mark {
-  static constexpr char kWord[] = "dump ";
-  static constexpr int kDigits = 16;
-  char text[sizeof kWord + kDigits];
-
-  Mark() {
-    unsigned long long number = 0;
-    if (getrandom(&number, sizeof number, GRND_NONBLOCK) < 0)
-      number = static_cast<unsigned long long>(getpid());
-    snprintf(text, sizeof text, "%s%0*llx", kWord, kDigits, number);
-  }
-
-  // The stored line is a mark, of this dump or of another one; both are of no interest to who reads the log.
-  static bool IsMark(const char* line, size_t length) {
-    char begin[64];
-    const int beginLength = snprintf(begin, sizeof begin, " %s.Info: %s", kModule, kWord);
-    const auto behindTime = static_cast<size_t>(Velk::TimeStamp::kLength);
-    return length == behindTime + static_cast<size_t>(beginLength + kDigits) + 1 &&
-           memcmp(line + behindTime, begin, static_cast<size_t>(beginLength)) == 0;
-  }
-};
-
-int AskForFile(Session& session, const Mark& mark) {
-  CallText sync;
-  (sync << "SyncLog").CallObj();
-  const int result = session.SendLine(Info, kModule, mark.text);
-  return result == kDone ? session.Send(sync) : result;
+bool PrintAll(const Content& content) {
+  return fwrite(content.Bytes(), 1, content.Size(), stdout) == content.Size() && fflush(stdout) == 0;
 }
 
-bool HasMark(const Content& content, const Mark& mark) {
-  return content.Size() != 0 &&
-         memmem(content.Bytes(), content.Size(), mark.text, strlen(mark.text)) != nullptr;
-}
-
-bool PrintWithoutMarks(const Content& content) {
-  const char* text = content.Bytes();
-  size_t left = content.Size();
-  const char* line;
-  size_t length;
-  for (const char* begin = text; TakeLine(&text, &left, &line, &length); begin = text) {
-    const auto whole = static_cast<size_t>(text - begin);
-    if (!Mark::IsMark(begin, whole) && fwrite(begin, 1, whole, stdout) != whole) return false;
-  }
-  return fflush(stdout) == 0;
-}
-
-// error: of the last reading, or 0.
+// error: of the reading, or 0.
 int ExplainFile(int error) {
   if (error == 0 || error == ENOENT) {
     Say("%s is %s: the service cannot write it, so look at its permissions and those of /tmp, or it has "
-        "another "
-        "/tmp, as in a container",
+        "another /tmp, as in a container",
         kPath, error == 0 ? "not the log of now" : "not there");
     return kNotConfirmed;
   }
@@ -140,16 +115,30 @@ int ExplainFile(int error) {
   return kUsage;
 }
 
-int WaitForFile(const Options& options, Session& session, const Mark& mark, Content& content) {
+int AskForFile(Session& session) {
+  CallText sync;
+  (sync << "SyncLog").CallObj();
+  const int result = session.Send(sync);
+  return result == kDone ? session.Finish() : result;
+}
+
+// The service acknowledges the call whether or not it could write the file. What it wrote is another file, or
+// has another time, than what was there before.
+int GetFile(Session& session, Content& content) {
+  // Where it cannot replace the file but only write over it, the time tells the two apart only after a tick
+  // of the kernel's clock, which may last 10 ms. So the second try comes later.
+  constexpr int kTries = 2;
   constexpr unsigned kPauseMs = 20;
-  const unsigned tries = options.timeoutMs / kPauseMs + 1;
-  int error = ENOENT;
-  for (unsigned i = 0; i < tries && !Session::IsInterrupted(); ++i) {
-    error = content.Read(kPath) ? 0 : errno;
-    if (error == 0 && HasMark(content, mark)) return kDone;
-    session.Pause(kPauseMs);
+  const Version before = VersionNow();
+  for (int i = 0; i < kTries; ++i) {
+    if (i != 0) session.Pause(kPauseMs);
+    const int result = AskForFile(session);
+    if (result != kDone) return result;
+    if (!content.Read(kPath)) return ExplainFile(errno);
+    // One without a byte was made, but there was no room to fill it.
+    if (content.Size() != 0 && content.OfVersion() != before) return kDone;
   }
-  return ExplainFile(error);
+  return ExplainFile(0);
 }
 
 }  // namespace
@@ -160,13 +149,11 @@ int RunDump(const Options& options) {
     return kUsage;
   }
   Session session(options);
-  const Mark mark;
   Content content;
   int result = session.Join(Holding(kFewLines));
-  if (result == kDone) result = AskForFile(session, mark);
-  if (result == kDone) result = WaitForFile(options, session, mark, content);
+  if (result == kDone) result = GetFile(session, content);
   if (result != kDone) return result;
-  if (PrintWithoutMarks(content)) return kDone;
+  if (PrintAll(content)) return kDone;
   Say("cannot write to standard output: %s", strerror(errno));
   return kUsage;
 }

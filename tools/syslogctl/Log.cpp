@@ -14,6 +14,9 @@
 namespace Ctl {
 namespace {
 
+// More than are on the way at once, so that the next ones are read meanwhile. 64 KiB.
+constexpr unsigned kHeldLines = 256;
+
 // A line on the terminal that says how far we are, from the second second on.
 class Progress {
  public:
@@ -52,7 +55,7 @@ class Logger {
 
   int LogWords();
   int LogInput();
-  // There was more input, which nobody waited for.
+  // There may be more input, which was not read.
   bool IsCut() const { return m_isCut; }
 
  private:
@@ -122,7 +125,7 @@ int Logger::LogInput() {
     }
     const int result = LogLines(reader);
     if (result != kDone) return result;
-    progress.Show(m_lines, m_session.Client().Held(), reader.BytesRead());
+    progress.Show(m_lines, m_session.Status().held, reader.BytesRead());
   }
   return kDone;
 }
@@ -131,13 +134,13 @@ int Logger::LogInput() {
 
 int RunLog(const Options& options) {
   Session session(options);
-  const int joined = session.Join(Holding(kManyLines));
+  const int joined = session.Join(Holding(kHeldLines));
   if (joined != kDone) return joined;
   Logger logger(options, session);
   const int result = options.wordCount != 0 ? logger.LogWords() : logger.LogInput();
   if (result == kNotConfirmed) return result;
   // What was read goes out even if the rest could not be read.
-  const int finished = session.Finish(options.confirm);
+  const int finished = session.Finish();
   if (result != kDone) return result;
   return finished == kDone && logger.IsCut() ? kNotConfirmed : finished;
 }

@@ -16,15 +16,15 @@ namespace {
 constexpr char kHelp[] =
     "Usage: syslogctl [OPTION]... COMMAND [ARGUMENT]...\n"
     "\n"
-    "  log [-l LEVEL] [-t MODULE] [--confirm] [TEXT...]\n"
+    "  log [-l LEVEL] [-t MODULE] [TEXT...]\n"
     "                     logs TEXT, or each line of standard input; LEVEL is info,\n"
-    "                     warning, error or trace; --confirm sends again until taken\n"
+    "                     warning, error or trace\n"
     "  set NAME VALUE     sets a configuration variable, until the service restarts\n"
     "  remote on HOST     forwards the log to the syslog server HOST\n"
     "  remote off         stops that\n"
     "  dump               prints the last 500 lines (on the service's machine)\n"
     "  watch [--json] [-n COUNT]         prints what all programs call\n"
-    "  ping [-n COUNT] [-i SECONDS]      measures the way there and back\n"
+    "  ping [-n COUNT] [-i SECONDS]      measures how fast calls are answered\n"
     "  call NAME [ARGUMENT...]           makes any call\n"
     "  bridge [--socket PATH] [--kmsg]   logs what programs write to /dev/log, and\n"
     "                                    with --kmsg what the kernel says\n"
@@ -35,7 +35,7 @@ constexpr char kHelp[] =
     "  -q, --quiet                says nothing but errors\n"
     "  -h, --help    -V, --version\n"
     "\n"
-    "Exit value: 0 done, 1 not confirmed, 2 wrong usage, 3 nobody answers.\n";
+    "Exit value: 0 done, 1 not confirmed, 2 wrong usage, 3 no answer.\n";
 
 // Options without a short form.
 enum LongOnly { kPasswordFile = 256, kTimeout };
@@ -206,7 +206,7 @@ bool Apply(int letter, const char* value, Options* options) {
     case 'q':
       return options->quiet = true;
     case 'C':
-      return options->confirm = true;
+      return true;  // log always confirms now; scripts still say so
     case 'J':
       return options->json = true;
     default:  // 'K'
@@ -231,7 +231,7 @@ Outcome EndAfter(const char* text) {
 // The options up to the first word. own: letters that are allowed beside the common ones; null: the command
 // isn't known yet.
 Outcome ParseOptions(int argc, char** argv, const Command* command, Options* options) {
-  optind = 0;  // starts anew, in every C library for Linux
+  optind = 0;  // restarts it, in every C library for Linux
   opterr = 0;
   int letter;
   while ((letter = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
@@ -244,7 +244,7 @@ Outcome ParseOptions(int argc, char** argv, const Command* command, Options* opt
     const bool isCommon = letter == 's' || letter == 'q' || letter >= kPasswordFile;
     if (!isCommon && (command == nullptr || strchr(command->allowed, letter) == nullptr)) {
       Refuse("option --%s is not one of %s", LongName(letter),
-             command != nullptr ? command->name : "all commands: write it behind its command");
+             command != nullptr ? command->name : "all commands: write it after its command");
       return kEndBadly;
     }
     if (!Apply(letter, optarg, options)) return kEndBadly;

@@ -10,9 +10,9 @@ namespace Ctl {
 // Exit values, as the manual has them.
 enum ExitValue {
   kDone = 0,
-  kNotConfirmed = 1,  // in time; also a wrong password, after which nothing ever is
+  kNotConfirmed = 1,  // in time, or refused; also a wrong password, after which nothing ever is
   kUsage = 2,         // also files, sockets and outputs that can't be used
-  kNobodyAnswers = 3,
+  kNoAnswer = 3,
 };
 
 struct Options {
@@ -27,7 +27,6 @@ struct Options {
 
   ELogMessageType level = Info;      // log
   const char* module = "syslogctl";  // log
-  bool confirm = false;              // log
   bool json = false;                 // watch
   unsigned long count = 0;           // watch, ping; 0: no end
   unsigned intervalMs = 1000;        // ping

@@ -9,29 +9,31 @@
 namespace Ctl {
 namespace {
 
-class Statistics {
- public:
-  void CountSent() { ++m_sent; }
-  void Add(unsigned micros);
-  void Print(const char* server, unsigned long long tookMs) const;
-
-  unsigned long Sent() const { return m_sent; }
-  unsigned long Received() const { return m_received; }
-
- private:
-  unsigned long m_sent = 0;
-  unsigned long m_received = 0;
-  unsigned m_min = 0xFFFFFFFF;
-  unsigned m_max = 0;
-  unsigned long long m_sum = 0;  // microseconds
-};
+using State = Velk::GDQUdpClient::State;
 
 double Milliseconds(double micros) {
   return micros / 1000;
 }
 
-void Statistics::Add(unsigned micros) {
-  ++m_received;
+class Statistics {
+ public:
+  void CountSent() { ++m_sent; }
+  void Add(unsigned long long micros);
+  void Print(const char* server, unsigned long long tookMs) const;
+
+  unsigned long Sent() const { return m_sent; }
+  unsigned long Answered() const { return m_answered; }
+
+ private:
+  unsigned long m_sent = 0;
+  unsigned long m_answered = 0;
+  unsigned long long m_min = ~0ULL;
+  unsigned long long m_max = 0;
+  unsigned long long m_sum = 0;  // microseconds
+};
+
+void Statistics::Add(unsigned long long micros) {
+  ++m_answered;
   m_sum += micros;
   if (micros < m_min) m_min = micros;
   if (micros > m_max) m_max = micros;
@@ -39,87 +41,95 @@ void Statistics::Add(unsigned micros) {
 
 void Statistics::Print(const char* server, unsigned long long tookMs) const {
   if (m_sent == 0) return;
-  const unsigned long lost = m_sent > m_received ? m_sent - m_received : 0;
-  printf("\n--- %s ping statistics ---\n%lu sent, %lu receipts, %.0f%% loss, time %llums\n", server, m_sent,
-         m_received, 100.0 * static_cast<double>(lost) / static_cast<double>(m_sent), tookMs);
-  if (m_received == 0) return;
-  printf("rtt min/avg/max = %.3f/%.3f/%.3f ms\n", Milliseconds(m_min),
-         Milliseconds(static_cast<double>(m_sum) / static_cast<double>(m_received)), Milliseconds(m_max));
+  printf("\n--- %s ping statistics ---\n%lu sent, %lu answers, %.0f%% loss, time %llums\n", server, m_sent,
+         m_answered, 100.0 * static_cast<double>(m_sent - m_answered) / static_cast<double>(m_sent), tookMs);
+  if (m_answered == 0) return;
+  printf("rtt min/avg/max = %.3f/%.3f/%.3f ms\n", Milliseconds(static_cast<double>(m_min)),
+         Milliseconds(static_cast<double>(m_sum) / static_cast<double>(m_answered)),
+         Milliseconds(static_cast<double>(m_max)));
 }
 
-struct Pinger {
-  static constexpr unsigned kLatest = 16;  // as many as the client waits for
+// Sends one call after the other, each when the one before is answered: an answer then needs no mark that
+// says whose it is.
+class Pinger {
+ public:
+  Pinger(const Options& options, Session& session) : m_options(options), m_session(session) {}
 
-  const Options& options;
-  Statistics statistics;
-  unsigned ids[kLatest];  // that the client gave to what we count
+  // Anything but kDone: said why.
+  int Run();
+  const Statistics& Result() const { return m_statistics; }
 
-  // False: it could not be sent.
-  bool SendOne(Session& session) {
-    unsigned& id = ids[statistics.Sent() % kLatest];
-    statistics.CountSent();
-    id = session.Client().Probe();
-    return id != 0;
-  }
+ private:
+  int SendOne();
+  bool WaitUntilTaken(unsigned long long sentUs);
+  bool IsLast() const { return m_options.count != 0 && m_statistics.Sent() >= m_options.count; }
 
-  static void OnReceipt(unsigned id, unsigned micros, void* user) {
-    auto* const self = static_cast<Pinger*>(user);
-    self->statistics.Add(micros);
-    if (!self->options.quiet) {
-      printf("receipt from %s: seq=%lu time=%.3f ms\n", self->options.server, self->NumberOf(id),
-             Milliseconds(micros));
-    }
-  }
-
-  unsigned long NumberOf(unsigned id) const {
-    unsigned long number = statistics.Sent();
-    while (number > 1 && ids[(number - 1) % kLatest] != id) --number;
-    return number;
-  }
-
-  bool IsOver() const {
-    return Session::IsInterrupted() || (options.count != 0 && statistics.Sent() >= options.count);
-  }
-  bool IsComplete() const { return statistics.Received() >= statistics.Sent(); }
+  const Options& m_options;
+  Session& m_session;
+  Statistics m_statistics;
 };
 
-// False: nobody reads what is printed.
-bool SendAll(const Options& options, Session& session, Pinger& pinger) {
-  while (!pinger.IsOver()) {
-    if (!pinger.SendOne(session)) Say("not joined at %s, trying again", options.server);
-    const bool isLast = options.count != 0 && pinger.statistics.Sent() >= options.count;
-    if (!isLast) session.Pause(options.intervalMs);
-    if (fflush(stdout) != 0) return false;
-  }
-  // The last receipts, if they come.
-  const unsigned long long begin = NowMs();
-  while (!pinger.IsComplete() && !Session::IsInterrupted() && NowMs() - begin < options.timeoutMs) {
-    session.Wait(options.timeoutMs);
+// With a count it has to end some time; without, it waits as long as its user does.
+bool Pinger::WaitUntilTaken(unsigned long long sentUs) {
+  while (m_session.Status().held != 0) {
+    const unsigned long long waitedMs = (NowUs() - sentUs) / 1000;
+    if (Session::IsInterrupted() || (m_options.count != 0 && waitedMs >= m_options.timeoutMs)) return false;
+    m_session.Wait(m_options.timeoutMs);
+    if (m_options.count == 0) m_session.TellChanges();
   }
   return true;
+}
+
+int Pinger::SendOne() {
+  m_statistics.CountSent();
+  const unsigned long long sentUs = NowUs();
+  const int sent = m_session.Send("");
+  if (sent != kDone) return sent;
+  const bool isTaken = WaitUntilTaken(sentUs);
+  const unsigned long long micros = NowUs() - sentUs;
+  // A service that has never answered is sent each call once, and none of them says anything then.
+  if (isTaken && m_session.Status().state != State::Unanswered) {
+    m_statistics.Add(micros);
+    if (m_options.quiet) return kDone;
+    printf("answer from %s: seq=%lu time=%.3f ms\n", m_options.server, m_statistics.Sent(),
+           Milliseconds(static_cast<double>(micros)));
+    return kDone;
+  }
+  return m_options.count == 0 || Session::IsInterrupted() ? kDone : m_session.ExplainSilence();
+}
+
+int Pinger::Run() {
+  while (!Session::IsInterrupted()) {
+    const unsigned long long begin = NowMs();
+    const int result = SendOne();
+    if (result != kDone || IsLast()) return result;
+    if (fflush(stdout) != 0) return kDone;  // is told at the end
+    const unsigned long long tookMs = NowMs() - begin;
+    if (tookMs < m_options.intervalMs) m_session.Pause(m_options.intervalMs - static_cast<unsigned>(tookMs));
+  }
+  return kDone;
 }
 
 }  // namespace
 
 int RunPing(const Options& options) {
   Session session(options);
-  Pinger pinger{options, {}, {}};
-  session.Client().SetProbeHandler(Pinger::OnReceipt, &pinger);
-  Velk::GDQUdpClient::Options how;
-  how.reliable = false;
-  how.listen = true;
-  const int joined = session.Join(how);
-  if (joined != kDone) return joined;
+  int result = session.Open(Holding(kFewLines));
+  const unsigned long long begin = NowUs();
+  if (result == kDone) result = session.AwaitNonce();
+  if (result != kDone) return result;
+  const unsigned long long joined = NowUs();
   printf("PING %s: handshake time=%.3f ms\n", options.server,
-         Milliseconds(session.Client().HandshakeMicros()));
-  const unsigned long long begin = NowMs();
-  const bool isWritten = SendAll(options, session, pinger);
-  pinger.statistics.Print(options.server, NowMs() - begin);
-  if (!isWritten || fflush(stdout) != 0 || ferror(stdout) != 0) {
+         Milliseconds(static_cast<double>(joined - begin)));
+  Pinger pinger(options, session);
+  result = pinger.Run();
+  pinger.Result().Print(options.server, (NowUs() - joined) / 1000);
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
     Say("cannot write to standard output: %s", strerror(errno));
     return kUsage;
   }
-  return pinger.statistics.Received() != 0 ? kDone : kNotConfirmed;
+  if (result != kDone) return result;
+  return pinger.Result().Answered() != 0 ? kDone : kNotConfirmed;
 }
 
 }  // namespace Ctl

@@ -41,16 +41,20 @@ Velk::GDQUdpClient::Options Holding(unsigned lines) {
   return how;
 }
 
-unsigned long long NowMs() {
+unsigned long long NowUs() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<unsigned long long>(now.tv_sec) * 1000 +
-         static_cast<unsigned long long>(now.tv_nsec) / 1000000;
+  return static_cast<unsigned long long>(now.tv_sec) * 1000000 +
+         static_cast<unsigned long long>(now.tv_nsec) / 1000;
+}
+
+unsigned long long NowMs() {
+  return NowUs() / 1000;
 }
 
 namespace {
 
-// A time limit that starts anew with every bit of progress.
+// A time limit that starts again with every bit of progress.
 class Patience {
  public:
   explicit Patience(unsigned limitMs) : m_limitMs(limitMs), m_sinceMs(NowMs()) {}
@@ -81,50 +85,68 @@ int Session::Open(const Velk::GDQUdpClient::Options& how) {
   if (m_client.Open(m_options.server, m_options.password, how)) return kDone;
   if (errno == EHOSTUNREACH) {
     Say("there is no host '%s': check the name, or give its IPv4 address", m_options.server);
-    return kNobodyAnswers;
+    return kNoAnswer;
   }
   if (errno == EINVAL) {
-    Say("'%s' has no port from 1 to 65535 behind its colon", m_options.server);
+    Say("'%s' has no port from 1 to 65535 after its colon", m_options.server);
     return kUsage;
   }
   Say("cannot open sockets: %s", strerror(errno));
   return kUsage;
 }
 
-int Session::Join(const Velk::GDQUdpClient::Options& how) {
-  const int opened = Open(how);
-  if (opened != kDone) return opened;
+int Session::AwaitNonce() {
   const Patience patience(m_options.timeoutMs);
-  while (m_client.GetState() == State::NotJoined && patience.LeftMs() != 0 && !IsInterrupted()) {
+  while (Status().state == State::NotJoined && patience.LeftMs() != 0 && !IsInterrupted()) {
     Wait(patience.LeftMs());
   }
-  return m_client.GetState() == State::Joined ? kDone : ExplainSilence();
+  return Status().state != State::NotJoined ? kDone : ExplainSilence();
 }
 
-// Says why nothing is confirmed.
+int Session::Join(const Velk::GDQUdpClient::Options& how) {
+  const int opened = Open(how);
+  return opened == kDone ? AwaitNonce() : opened;
+}
+
 int Session::ExplainSilence() {
-  switch (m_client.GetState()) {
+  switch (Status().state) {
     case State::NotJoined:
-      Say("nobody answers at %s: is the service running there? -s names another server, --timeout waits "
-          "longer",
+      Say("no answer from %s: is the service running there? -s names another server, --timeout waits longer",
           m_options.server);
-      return kNobodyAnswers;
-    case State::Refused:
-      Say("%s answers but takes nothing from us: the password is wrong, or that is not the service; "
-          "--password-file names the file with the right one",
+      return kNoAnswer;
+    case State::Unanswered:
+      Say("%s answers, but acknowledges no calls: the password is wrong (--password-file names the file with "
+          "the right one), the service is blocked, as by a full pipe on its output, or it is an older one, "
+          "which acknowledges nothing",
           m_options.server);
       return kNotConfirmed;
     case State::Joined:
-      Say("%s takes calls too slowly, or they are lost on the way: --timeout waits longer", m_options.server);
+      Say("%s acknowledges calls too slowly, or they are lost on the way: --timeout waits longer",
+          m_options.server);
       return kNotConfirmed;
   }
   return kNotConfirmed;
 }
 
-int Session::GiveUp(unsigned left) {
-  ExplainSilence();
-  Say("%u %s not confirmed, nor what was to follow", left, left == 1 ? "call is" : "calls are");
-  return kNotConfirmed;
+// Says which of the calls were not run for certain, isCut: and that no more were sent.
+int Session::Judge(bool isCut) {
+  const Velk::GDQUdpClient::Status status = Status();
+  if (status.held != 0 || status.state == State::Unanswered) ExplainSilence();
+  if (status.held != 0) {
+    Say("%u %s not confirmed%s", status.held, status.held == 1 ? "call is" : "calls are",
+        isCut ? ", nor what was to follow" : "");
+  }
+  if (status.sentOnce != 0) {
+    Say("%u %s sent once and %s not confirmed", status.sentOnce,
+        status.sentOnce == 1 ? "line was" : "lines were", status.sentOnce == 1 ? "is" : "are");
+  }
+  if (status.refused != 0) {
+    Say("%s refused %u %s: it knows none of that name, or not with such arguments", m_options.server,
+        status.refused, status.refused == 1 ? "call" : "calls");
+  }
+  const bool isWell = status.held == 0 && status.state != State::Unanswered && status.sentOnce == 0 &&
+                      status.refused == 0 && !isCut;
+  return isWell ? kDone : kNotConfirmed;
 }
 
 int Session::SendLine(ELogMessageType type, const char* module, const char* text) {
@@ -141,14 +163,14 @@ int Session::Send(const char* call) {
   while (!m_client.SendMsg(call)) {
     if (errno == EMSGSIZE) {
       Say("the call is too long: %zu bytes, %u fit in a datagram", strlen(call),
-          Velk::GDQUdpClient::kMaxTaggedText);
+          Velk::GDQUdpClient::kMaxCall);
       return kUsage;
     }
     if (errno != EAGAIN) {
       Say("cannot send: %s", strerror(errno));
       return kUsage;
     }
-    if (patience.LeftMs() == 0) return GiveUp(m_client.Held() + 1);
+    if (patience.LeftMs() == 0) return Judge(true);
     Wait(patience.LeftMs());
   }
   return kDone;
@@ -159,19 +181,14 @@ unsigned Session::PatienceMs() const {
   return IsInterrupted() && m_options.timeoutMs > kInterruptedMs ? kInterruptedMs : m_options.timeoutMs;
 }
 
-unsigned Session::Unfinished(bool isConfirmed) {
-  return isConfirmed ? m_client.Held() : m_client.Unreceipted();
-}
-
-int Session::Finish(bool isConfirmed) {
+int Session::Finish() {
   Patience patience(PatienceMs());
   unsigned left;
-  while ((left = Unfinished(isConfirmed)) != 0) {
-    if (patience.LeftMs() == 0) return GiveUp(left);
+  while ((left = Status().held) != 0 && patience.LeftMs() != 0) {
     Wait(patience.LeftMs());
-    if (Unfinished(isConfirmed) < left) patience.Renew();
+    if (Status().held < left) patience.Renew();
   }
-  return kDone;
+  return Judge(false);
 }
 
 void Session::Wait(pollfd* descriptors, int count, unsigned timeoutMs) {
@@ -195,23 +212,33 @@ bool Session::IsInterrupted() {
 }
 
 void Session::TellChanges() {
-  constexpr unsigned kShortMs = 1000;  // a join, or a restart, that nobody need to hear of while it goes on
-  const State state = m_client.GetState();
-  const unsigned joins = m_client.Joins();
+  constexpr unsigned kShortMs = 1000;  // a join, a restart or a pause, not worth a word while it goes on
+  const Velk::GDQUdpClient::Status status = Status();
+  const State state = status.state;
   if (state != m_state) {
     m_state = state;
     m_stateSinceMs = NowMs();
   }
-  const bool isRejoined = state == State::Joined && joins > m_toldJoins;
-  const bool isNews = isRejoined || state != m_toldState;
-  if (!isNews || (state == State::NotJoined && NowMs() - m_stateSinceMs < kShortMs)) return;
-  m_toldState = state;
-  if (state == State::Joined) m_toldJoins = joins;
-  if (m_options.quiet) return;
-  if (state == State::NotJoined) Say("%s does not answer; trying again", m_options.server);
-  if (state == State::Joined) Say("joined %s%s", m_options.server, joins > 1 ? " again" : "");
-  if (state == State::Refused) {
-    Say("%s answers but takes nothing from us: wrong password? Trying again", m_options.server);
+  const bool isRestarted = state == State::Joined && status.forgotten != m_toldForgotten;
+  const bool isNews = isRestarted || state != m_toldState;
+  if (isNews && (state == State::Joined || NowMs() - m_stateSinceMs >= kShortMs)) {
+    if (!m_options.quiet) TellState(isRestarted);
+    m_toldState = state;
+    if (isRestarted) m_toldForgotten = status.forgotten;
+  }
+  if (state == State::Joined) m_hasJoined = true;
+}
+
+void Session::TellState(bool isRestarted) {
+  if (m_state == State::NotJoined) {
+    Say("%s does not answer; trying again", m_options.server);
+  } else if (m_state == State::Unanswered) {
+    Say("%s answers, but acknowledges nothing: wrong password, or is it blocked, or too old? Trying again",
+        m_options.server);
+  } else if (m_toldState == State::Unanswered && !isRestarted) {
+    Say("%s acknowledges calls again", m_options.server);
+  } else {
+    Say("joined %s%s", m_options.server, m_hasJoined ? " again" : "");
   }
 }
 

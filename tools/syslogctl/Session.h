@@ -21,14 +21,13 @@ class CallText final : public Velk::GDOBase {
   Velk::SimpleString m_text{512, 512};
 };
 
-// Milliseconds of a clock that nobody sets.
+// Of the monotonic clock.
+unsigned long long NowUs();
 unsigned long long NowMs();
 
 // Options of a client that holds so many lines and leaves it to Session to wait for room.
 Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
-// 2 MiB if they are needed: some 40,000 lines a second, since each is held for the client's kSettleMs.
-constexpr unsigned kManyLines = 8192;
 
 // A client of the service, and what there is to say about it. SIGINT, SIGTERM and SIGHUP end its waiting in
 // order; a second one ends the process. One at a time, on one thread.
@@ -40,7 +39,9 @@ class Session {
 
   // Starts to join and returns at once. Anything but kDone: said why.
   int Open(const Velk::GDQUdpClient::Options& how);
-  // The same, and waits until joined or the timeout is over.
+  // Waits until the service answers or the timeout is over. Whether it runs calls is not known then.
+  int AwaitNonce();
+  // Both.
   int Join(const Velk::GDQUdpClient::Options& how);
 
   // Sends or holds a call, and waits for room as long as there is progress. Anything but kDone: said why.
@@ -48,9 +49,11 @@ class Session {
   int Send(const char* call);
   // The same for a line of the log, as several calls where it is too long for one. It brings no line feed.
   int SendLine(ELogMessageType type, const char* module, const char* text);
-  // Waits for receipts of all that was sent, isConfirmed: until it is confirmed, as long as there is
-  // progress. Anything but kDone: said why.
-  int Finish(bool isConfirmed);
+  // Waits until the service has run all that was sent, as long as there is progress. Anything but kDone: said
+  // what it has not run, or refused, or may not have run.
+  int Finish();
+  // Says why nothing is acknowledged.
+  int ExplainSilence();
 
   // Lets the client work, then waits until a descriptor is ready (revents says which), the client has
   // something to do, it is interrupted, or about timeoutMs passed.
@@ -60,23 +63,24 @@ class Session {
   void Pause(unsigned ms);
   static bool IsInterrupted();
 
-  // Says, once, when the service is gone, refuses us or is back. For commands that go on meanwhile.
+  // Says, once, when the service is gone, acknowledges nothing or is back. For commands that go on meanwhile.
   void TellChanges();
 
   Velk::GDQUdpClient& Client() { return m_client; }
+  Velk::GDQUdpClient::Status Status() { return m_client.GetStatus(); }
 
  private:
-  int ExplainSilence();
-  int GiveUp(unsigned left);
+  int Judge(bool isCut);
+  void TellState(bool isRestarted);
   unsigned PatienceMs() const;
-  unsigned Unfinished(bool isConfirmed);
 
   const Options& m_options;
   Velk::GDQUdpClient m_client;
   Velk::GDQUdpClient::State m_state = Velk::GDQUdpClient::State::NotJoined;
   unsigned long long m_stateSinceMs = NowMs();
   Velk::GDQUdpClient::State m_toldState = Velk::GDQUdpClient::State::Joined;
-  unsigned m_toldJoins = 1;
+  unsigned m_toldForgotten = 0;
+  bool m_hasJoined = false;
 };
 
 }  // namespace Ctl

@@ -1,4 +1,4 @@
-// syslogctl set, remote and call: few calls, each confirmed.
+// syslogctl set, remote and call: few calls.
 #include <ctype.h>
 #include <string.h>
 
@@ -26,7 +26,7 @@ int RunSet(const Options& options) {
   Session session(options);
   int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = SetVariable(session, options.words[0], options.words[1]);
-  return result == kDone ? session.Finish(true) : result;
+  return result == kDone ? session.Finish() : result;
 }
 
 namespace {
@@ -45,7 +45,7 @@ int SendForwarding(Session& session, const char* host) {
   if (result == kDone && host != nullptr) result = SetVariable(session, kAddressVariable, host);
   if (result == kDone) result = SetVariable(session, kTypeVariable, host != nullptr ? kOn : kOff);
   if (result == kDone) result = session.Send(sync);
-  return result == kDone ? session.Finish(true) : result;
+  return result == kDone ? session.Finish() : result;
 }
 
 // Variables are lost in a restart: those set before it must not be counted with those set after it.
@@ -54,9 +54,9 @@ int SetForwarding(const Options& options, const char* host) {
   Session session(options);
   int result = session.Join(Holding(kFewLines));
   for (int i = 0; i < kTries && result == kDone; ++i) {
-    const unsigned joins = session.Client().Joins();
+    const unsigned forgotten = session.Status().forgotten;
     result = SendForwarding(session, host);
-    if (session.Client().Joins() == joins) return result;
+    if (session.Status().forgotten == forgotten) return result;
   }
   if (result != kDone) return result;
   Say("the service restarts again and again: its console says why");
@@ -74,7 +74,7 @@ bool IsHost(const char* host) {
   return false;
 }
 
-// The service answers no call, so what it could not do stands in its log only.
+// The service acknowledges SyncVar whether or not it found the host; it says in its log only.
 int CheckHost(const Options& options, const char* host) {
   if (CanResolve(host)) return kDone;
   const bool isSameMachine = IsThisMachine(options.server);
@@ -123,7 +123,7 @@ int RunCall(const Options& options) {
   Session session(options);
   int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = session.Send(text);
-  return result == kDone ? session.Finish(true) : result;
+  return result == kDone ? session.Finish() : result;
 }
 
 }  // namespace Ctl

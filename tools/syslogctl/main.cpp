@@ -10,7 +10,7 @@
 namespace {
 
 const Ctl::Command kCommands[] = {
-    {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [--confirm] [TEXT...]", Ctl::RunLog},
+    {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]", Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", Ctl::RunSet},
     {"remote", "", 1, 2, "on HOST, or: syslogctl remote off", Ctl::RunRemote},
     {"dump", "", 0, 0, "(no arguments)", Ctl::RunDump},
@@ -22,7 +22,7 @@ const Ctl::Command kCommands[] = {
 };
 
 // A standard descriptor that is closed would be given to the next socket. Opened the wrong way round it stays
-// as unusable as it was: whoever needs it gets EBADF, and says so.
+// as unusable as it was: what needs it gets EBADF, and says so.
 void OccupyStandardDescriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);

@@ -1,0 +1,175 @@
+#include "client/SendWindow.h"
+
+#include <ctype.h>
+#include <string.h>
+
+#include "common/TextOps.h"
+
+namespace Velk {
+
+namespace {
+
+constexpr uint64_t kMs = 1000;
+constexpr unsigned kFirstWindow = 4;
+constexpr unsigned kLeastAnswerMs = 30;
+constexpr unsigned kMostAnswerMs = 1000;
+constexpr unsigned kMostDoublings = 6;
+// Some 40 s. A name that gets no further for so long is given up, in case the service counts otherwise than
+// we.
+constexpr unsigned kSilencesOfAName = 45;
+
+}  // namespace
+
+bool SendWindow::Open(unsigned lines, uint64_t seed) {
+  if (!m_lines.Open(lines)) return false;
+  m_seed = seed;
+  m_isOnce = false;
+  m_refused = m_forgotten = m_sentOnce = 0;
+  m_silences = 0;
+  m_answerMs = kLeastAnswerMs * 2;
+  m_window = kFirstWindow;
+  Rename();
+  return true;
+}
+
+void SendWindow::SetOnce(bool isOnce) {
+  if (isOnce == m_isOnce) return;
+  m_isOnce = isOnce;
+  m_silences = 0;
+  Rename();
+}
+
+// From a name's first call on: nothing that was sent under an earlier one counts any more.
+void SendWindow::Rename() {
+  // The generator splitmix64: every seed gives another name.
+  m_seed += 0x9E3779B97F4A7C15;
+  uint64_t bits = m_seed;
+  bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9;
+  bits = (bits ^ bits >> 27) * 0x94D049BB133111EB;
+  bits ^= bits >> 31;
+  memcpy(m_head, "WithAck ", 8);
+  for (char* out = m_head + 8; out != m_head + 8 + kNameLength; bits /= 36)
+    *out++ = "0123456789abcdefghijklmnopqrstuvwxyz"[bits % 36];
+  m_head[8 + kNameLength] = ' ';
+  m_next = m_sent = m_lines.First();
+  m_number = 1;
+  m_seenRefused = 0;
+  m_isFresh = true;
+  m_hasHole = false;
+}
+
+SendWindow::Piece SendWindow::WithHead(uint64_t number, const char* text, unsigned length) {
+  unsigned size = kMaxHead - kMaxNumber - 1;
+  size += TextOps::PutNum(m_head + size, number);
+  m_head[size++] = ' ';
+  return {m_head, size, text, length};
+}
+
+bool SendWindow::Next(Piece* piece) {
+  if (m_next == m_lines.End()) return false;
+  const char* const text = m_lines.Text(m_next);
+  const unsigned length = m_lines.At(m_next).length;
+  if (m_isOnce) {
+    *piece = {m_head, 0, text, length};
+    return true;
+  }
+  const uint32_t unanswered = m_next - m_lines.First();
+  // Alone, so that "unknown" can only mean "forgotten" once there was an answer.
+  if (unanswered >= (m_isFresh ? 1 : m_window)) return false;
+  *piece = WithHead(m_number + unanswered, text, length);
+  return true;
+}
+
+void SendWindow::Sent(uint64_t nowUs) {
+  if (m_next == m_lines.First()) m_sinceUs = nowUs;
+  m_lines.At(m_next).sentUs = nowUs;
+  if (static_cast<int32_t>(++m_next - m_sent) > 0) m_sent = m_next;
+  if (!m_isOnce) return;
+  m_lines.RemoveFirst();
+  ++m_sentOnce;
+}
+
+void SendWindow::Rewind(uint64_t nowUs) {
+  m_next = m_lines.First();
+  m_sinceUs = nowUs;
+}
+
+namespace {
+
+// Moves *text over one blank and a number.
+bool TakeNumber(const char** text, uint64_t* number) {
+  const char* in = *text;
+  if (*in++ != ' ' || !isdigit(static_cast<unsigned char>(*in))) return false;
+  for (*number = 0; isdigit(static_cast<unsigned char>(*in)); ++in)
+    *number = *number * 10 + static_cast<unsigned>(*in - '0');
+  *text = in;
+  return true;
+}
+
+}  // namespace
+
+bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
+  uint64_t last, asked, refused;
+  if (strncmp(text, "Ack ", 4) != 0 || strncmp(text + 4, m_head + 8, kNameLength) != 0) return false;
+  text += 4 + kNameLength;
+  if (!TakeNumber(&text, &last) || !TakeNumber(&text, &asked) || !TakeNumber(&text, &refused)) return false;
+  m_silences = 0;
+  m_sinceUs = nowUs;
+  if (m_isOnce) return true;
+  if (last == 0 && !m_isFresh) {
+    ++m_forgotten;
+    Rename();
+    return true;
+  }
+  TakeUpTo(last, asked, nowUs);
+  if (refused > m_seenRefused) {
+    m_refused += static_cast<unsigned>(refused - m_seenRefused);
+    m_seenRefused = refused;
+  }
+  return true;
+}
+
+// An answer that was overtaken says less than we know, and changes nothing.
+void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
+  const uint64_t answered = last + 1 - m_number;
+  if (last + 1 < m_number || answered > m_sent - m_lines.First()) return;
+  if (answered != 0) {
+    m_isFresh = false;
+    if (asked == last)
+      LearnAnswerTime(nowUs - m_lines.At(m_lines.First() + static_cast<uint32_t>(answered) - 1).sentUs);
+    for (uint64_t i = 0; i < answered; ++i) m_lines.RemoveFirst();
+    m_number = last + 1;
+    if (static_cast<int32_t>(m_lines.First() - m_next) > 0) m_next = m_lines.First();
+    if (m_window < kMostUnanswered) ++m_window;
+  }
+  // A gap. What follows it was not run, so all goes out again from there; but only once, as the answers to
+  // all that was on its way then say the same.
+  if (asked <= last || m_sent == m_lines.First() || (m_hasHole && m_hole == m_lines.First())) return;
+  m_hasHole = true;
+  m_hole = m_next = m_lines.First();
+  m_window = m_window / 2 > kFirstWindow ? m_window / 2 : kFirstWindow;
+}
+
+// Four round trips, quickly up and slowly down.
+void SendWindow::LearnAnswerTime(uint64_t tripUs) {
+  const uint64_t tripMs = tripUs / kMs * 4;
+  m_answerMs -= m_answerMs / 8;
+  if (m_answerMs < tripMs)
+    m_answerMs = tripMs < kMostAnswerMs ? static_cast<unsigned>(tripMs) : kMostAnswerMs;
+  if (m_answerMs < kLeastAnswerMs) m_answerMs = kLeastAnswerMs;
+}
+
+uint64_t SendWindow::DueUs() const {
+  if (m_isOnce || m_next == m_lines.First()) return kNever;
+  const unsigned waitMs = m_answerMs << (m_silences < kMostDoublings ? m_silences : kMostDoublings);
+  return m_sinceUs + (waitMs < kMostAnswerMs ? waitMs : kMostAnswerMs) * kMs;
+}
+
+void SendWindow::OnSilence(uint64_t nowUs) {
+  ++m_silences;
+  m_window = 1;
+  Rewind(nowUs);
+  if (m_silences % kSilencesOfAName == 0 && !m_isFresh) Rename();
+}
+
+}  // namespace Velk
