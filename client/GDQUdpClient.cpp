@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/timerfd.h>
