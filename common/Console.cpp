@@ -25,8 +25,8 @@ int s_terminal = -1;
 
 // Held while writing, so possibly for long: threads that never wait only try it. The second one guards the
 // kept bytes, is held for a copy only, and is taken with or without the first.
-pthread_mutex_t s_writing = PTHREAD_MUTEX_INITIALIZER;
-pthread_mutex_t s_keeping = PTHREAD_MUTEX_INITIALIZER;
+Mutex s_writing;
+Mutex s_keeping;
 
 char s_kept[Console::kKeptBytes];
 std::atomic<size_t> s_keptSize{0};
@@ -146,9 +146,9 @@ void FlushWhatIsLeft(bool mayWait) {
   bool isFlushed = true;
   for (int look = 0; look < kLooks && isFlushed; ++look) {
     // Adds nothing, but puts the two threads' looks into an order, as a mere load would not.
-    if (s_keptSize.fetch_add(0) == 0 || pthread_mutex_trylock(&s_writing) != 0) return;
+    if (s_keptSize.fetch_add(0) == 0 || pthread_mutex_trylock(s_writing.Native()) != 0) return;
     isFlushed = FlushKept(mayWait);
-    pthread_mutex_unlock(&s_writing);
+    pthread_mutex_unlock(s_writing.Native());
   }
 }
 
@@ -162,10 +162,10 @@ void WriteWaiting(iovec* pieces, int count) {
 }
 
 void WriteOrKeep(iovec* pieces, int count) {
-  if (s_terminal < 0 && pthread_mutex_trylock(&s_writing) == 0) {
+  if (s_terminal < 0 && pthread_mutex_trylock(s_writing.Native()) == 0) {
     const bool isWritable = FlushKept(false) && IsWritable();
     if (isWritable) WriteAll(pieces, count);
-    pthread_mutex_unlock(&s_writing);
+    pthread_mutex_unlock(s_writing.Native());
     if (isWritable) return;
   }
   Keep(pieces, count);

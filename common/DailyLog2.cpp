@@ -116,7 +116,6 @@ DailyLog2::MessageChunk* DailyLog2::ChunkList::PopFront() {
 
 DailyLog2::DailyLog2(unsigned int capacity, const char* syncPath)
     : m_capacity(capacity), m_syncPath(syncPath) {
-  pthread_mutex_init(&m_mutex, nullptr);
   if (!m_syncPath.IsEmpty()) PrepareDirectory(syncPath);
   m_slots = new ChunkList[capacity];
   m_sizes = new unsigned[capacity]();
@@ -132,7 +131,6 @@ DailyLog2::~DailyLog2() {
   }
   delete[] m_sizes;
   delete[] m_slots;
-  pthread_mutex_destroy(&m_mutex);
 }
 
 bool DailyLog2::Open(const char* baseName, const char* extension, const char* directory,

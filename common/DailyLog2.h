@@ -1,13 +1,12 @@
 // Logging layer: the log store. Keeps the most recent lines, writes them out on request, forwards to syslog.
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 
 #include "common/CDailyEventLog.h"
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
+#include "common/Mutex.h"
 #include "common/SimpleString.h"
 #include "common/UdpSocket3.h"
 
@@ -155,7 +154,7 @@ class DailyLog2 : public IDailyLog2 {
   Velk::SimpleString m_syncPath;
   ChunkList m_free;
   WatcherList m_watchers;
-  pthread_mutex_t m_mutex;
+  Velk::Mutex m_mutex;
   bool m_syslogEnabled = false;
   InetAddress2 m_syslogAddress{0, 0};
   UdpSocket3 m_syslogSocket;

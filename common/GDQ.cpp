@@ -95,8 +95,6 @@ void GDQ::MessageList::DeleteAll() {
 
 GDQ::GDQ(int first, int second, const char* threadName, bool autoDelete)
     : AppThread2(first, second, threadName, autoDelete) {
-  pthread_mutex_init(&m_listMutex, nullptr);
-  pthread_mutex_init(&m_wakeMutex, nullptr);
   pthread_cond_init(&m_wakeCondition, nullptr);
   pthread_cond_init(&m_room, nullptr);
   pthread_condattr_t monotonic;  // the time of day may be set back during a pause
@@ -114,7 +112,6 @@ GDQ::~GDQ() {
   }
   pthread_cond_destroy(&m_caughtUp);
   pthread_cond_destroy(&m_room);
-  pthread_mutex_destroy(&m_listMutex);
   // The wake mutex and condition are left as they are: a program may end with the thread still asleep on
   // them, and pthread_cond_destroy(3) would wait for it.
 }
@@ -182,7 +179,8 @@ void GDQ::WaitForRoomLocked() {
   if (m_maxPosts == 0 || m_messages.PostCount() < m_maxPosts) return;
   ++m_waitingPosters;
   // Not only until the next one is done: the two threads would then take turns, one message each.
-  while (IsRunning() && m_messages.PostCount() > m_maxPosts / 2) pthread_cond_wait(&m_room, &m_listMutex);
+  while (IsRunning() && m_messages.PostCount() > m_maxPosts / 2)
+    pthread_cond_wait(&m_room, m_listMutex.Native());
   --m_waitingPosters;
 }
 
@@ -198,7 +196,7 @@ void GDQ::PauseLocked() {
   const timespec deadline = DeadlineIn(CLOCK_MONOTONIC, kLongestMs);
   int result = 0;
   while (result == 0 && IsRunning() && !HasCaughtUpLocked())
-    result = pthread_cond_timedwait(&m_caughtUp, &m_listMutex, &deadline);
+    result = pthread_cond_timedwait(&m_caughtUp, m_listMutex.Native(), &deadline);
   --m_pausingPosters;
   // Behind a slow thread pause after pause would leave a burst to the kernel's buffer, which is smaller than
   // this queue.
@@ -273,10 +271,10 @@ void GDQ::WaitForPost(uint32_t waitMs) {
   int result = 0;
   while (!m_signalled && result == 0) {
     if (waitMs == kNothingDue) {
-      result = pthread_cond_wait(&m_wakeCondition, &m_wakeMutex);
+      result = pthread_cond_wait(&m_wakeCondition, m_wakeMutex.Native());
     } else {
       const timespec deadline = DeadlineIn(CLOCK_REALTIME, waitMs);
-      result = pthread_cond_timedwait(&m_wakeCondition, &m_wakeMutex, &deadline);
+      result = pthread_cond_timedwait(&m_wakeCondition, m_wakeMutex.Native(), &deadline);
     }
   }
   if (!m_keepSignalled) m_signalled = false;

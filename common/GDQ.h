@@ -9,6 +9,7 @@
 #include "common/AppThread2.h"
 #include "common/ArgsParser.h"
 #include "common/IGenericDispatchQueue.h"
+#include "common/Mutex.h"
 #include "common/RefString.h"
 
 namespace Velk {
@@ -114,10 +115,10 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   bool TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs);
   bool Deliver(const Delivery& delivery, ArgsParser& parser);
 
-  pthread_mutex_t m_listMutex;  // guards m_free and m_messages
+  Mutex m_listMutex;  // guards m_free and m_messages
   NodeList m_free;
   MessageList m_messages;
-  pthread_mutex_t m_wakeMutex;  // guards the last two flags; posters also read the first one without it
+  Mutex m_wakeMutex;  // guards the last two flags; posters also read the first one without it
   pthread_cond_t m_wakeCondition;
   // With m_listMutex: fewer posts are pending, or the thread has ended.
   pthread_cond_t m_room;

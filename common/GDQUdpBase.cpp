@@ -7,14 +7,6 @@
 
 namespace Velk {
 
-GDQUdpBase::GDQUdpBase() {
-  pthread_mutex_init(&m_mutex, nullptr);
-}
-
-GDQUdpBase::~GDQUdpBase() {
-  pthread_mutex_destroy(&m_mutex);
-}
-
 void GDQUdpBase::AddListener(IGenericDispatchObj* listener) {
   if (listener == nullptr) return;
   const ScopedLock lock(m_mutex);
@@ -32,10 +24,6 @@ const char* GDQUdpBase::SplitCall(char** text) {
   if (*args != '\0') *args++ = '\0';
   *text = name;
   return args;
-}
-
-void GDQUdpBase::ForgetLock() {
-  pthread_mutex_init(&m_mutex, nullptr);
 }
 
 void GDQUdpBase::Deliver(const char* name, const char* args) {

@@ -1,9 +1,8 @@
 // Transport layer: dispatch calls as lines of text, whatever carries the lines.
 #pragma once
 
-#include <pthread.h>
-
 #include "common/GDOBase.h"
+#include "common/Mutex.h"
 #include "common/SimpleListDL.h"
 
 namespace Velk {
@@ -16,7 +15,7 @@ class GDQUdpBase : public GDOBase {
   static constexpr unsigned kCookieSize = 16;     // one MD5 digest, as is a nonce
   static constexpr unsigned kMaxText = kMaxDatagram - kCookieSize;
 
-  GDQUdpBase();
+  GDQUdpBase() = default;
   GDQUdpBase(const GDQUdpBase&) = delete;
   GDQUdpBase& operator=(const GDQUdpBase&) = delete;
 
@@ -26,7 +25,7 @@ class GDQUdpBase : public GDOBase {
   // Sends one call text to every peer; false when it is too long to be sent.
   virtual bool SendMsg(const char* text) = 0;
 
-  virtual ~GDQUdpBase();
+  virtual ~GDQUdpBase() = default;
 
   // Every later call from a peer is handed to listener too, after those added before it. It is not owned
   // and must be there while calls are received. Adding it again does nothing.
@@ -40,12 +39,9 @@ class GDQUdpBase : public GDOBase {
   // Moves *text to the name at the head of a call text, ends that with a NUL and returns the arguments.
   static const char* SplitCall(char** text);
 
-  // For a child process after fork(2), in which another thread's lock would never be given back.
-  void ForgetLock();
-
  private:
-  pthread_mutex_t m_mutex;  // guards m_listeners
-  SimpleListDL<IGenericDispatchObj*> m_listeners;
+  Mutex m_mutex;
+  SimpleListDL<IGenericDispatchObj*> m_listeners GUARDED_BY(m_mutex);
 };
 
 }  // namespace Velk

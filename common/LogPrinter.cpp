@@ -80,13 +80,9 @@ LogPrinter* LogPrinter::Instance() {
   return &instance;
 }
 
-LogPrinter::LogPrinter(IDailyLog2* sink) : m_sink(sink) {
-  pthread_mutex_init(&m_mutex, nullptr);
-}
+LogPrinter::LogPrinter(IDailyLog2* sink) : m_sink(sink) {}
 
-LogPrinter::~LogPrinter() {
-  pthread_mutex_destroy(&m_mutex);
-}
+LogPrinter::~LogPrinter() {}
 
 bool LogPrinter::IsFiltered(ELogMessageType type) const {
   return type == Trace && !m_traceEnabled.load(std::memory_order_relaxed);
@@ -115,11 +111,11 @@ void LogPrinter::LogText(ELogMessageType type, const char* module, const char* t
 void LogPrinter::HandOut(ELogMessageType type, const char* module, const char* message) {
   if (IsEmpty(module)) module = m_appName.Str();
   if (!t_sendsRemote) {
-    pthread_mutex_lock(&m_mutex);
+    m_mutex.Lock();
     t_sendsRemote = true;
     if (m_remoteQueue != nullptr) SendRemote(type, module, message);
     t_sendsRemote = false;
-    pthread_mutex_unlock(&m_mutex);
+    m_mutex.Unlock();
   }
   if (m_sink != nullptr) m_sink->Log(type, module, message);
   const char* level = LevelWord(type);
@@ -145,7 +141,7 @@ void LogPrinter::PrintToConsole(const char* level, const char* module, const cha
 }
 
 void LogPrinter::LogDebugBegin(const char* file, unsigned int line) {
-  pthread_mutex_lock(&m_mutex);
+  m_mutex.Lock();
   m_debugFile = AfterLastBackslash(OrEmpty(file));
   m_debugLine = line;
 }
@@ -159,7 +155,7 @@ void LogPrinter::LogDebugEnd(const char* format, ...) {
   va_start(args, format);
   vsnprintf(message + length, sizeof message - static_cast<size_t>(length), OrEmpty(format), args);
   va_end(args);
-  pthread_mutex_unlock(&m_mutex);
+  m_mutex.Unlock();
 
   if (m_sink == nullptr) {
     fprintf(stderr, "Info: %s", message);

@@ -1,11 +1,10 @@
 // Logging layer: the process-wide front through which every message goes.
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 
 #include "common/IDailyLog2.h"
+#include "common/Mutex.h"
 #include "common/SimpleString.h"
 
 namespace Velk {
@@ -61,7 +60,7 @@ class LogPrinter {
   // In a source of its own, because it alone needs the transport layer. The mutex is held.
   void SendRemote(ELogMessageType type, const char* module, const char* message);
 
-  pthread_mutex_t m_mutex;  // the remote step, and the debug pair
+  Velk::Mutex m_mutex;
 
  public:
   Velk::SimpleString m_appName{nullptr};

@@ -13,7 +13,7 @@ void LogPrinter::SetLogToGDQUdp(Velk::GDQUdpBase* queue) {
   // Always through the singleton, whichever printer is switched: its console is where people look. The queue
   // is attached afterwards, so a peer does not hear about itself.
   LogPrinter::Instance()->Log(Info, nullptr, "UDP remote logging enabled\n");
-  pthread_mutex_lock(&m_mutex);
+  m_mutex.Lock();
   m_remoteQueue = queue;
-  pthread_mutex_unlock(&m_mutex);
+  m_mutex.Unlock();
 }

@@ -1,20 +1,20 @@
 // Threads and clock layer: holds a mutex for the length of a block.
 #pragma once
 
-#include <pthread.h>
+#include "common/Mutex.h"
 
 namespace Velk {
 
-class ScopedLock {
+class VELK_THREAD_ATTRIBUTE(scoped_lockable) ScopedLock {
  public:
   // The mutex must outlive the lock.
-  explicit ScopedLock(pthread_mutex_t& mutex) : m_mutex(mutex) { pthread_mutex_lock(&m_mutex); }
-  ~ScopedLock() { pthread_mutex_unlock(&m_mutex); }
+  explicit ScopedLock(Mutex& mutex) ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.Lock(); }
+  ~ScopedLock() RELEASE() { m_mutex.Unlock(); }
   ScopedLock(const ScopedLock&) = delete;
   ScopedLock& operator=(const ScopedLock&) = delete;
 
  private:
-  pthread_mutex_t& m_mutex;
+  Mutex& m_mutex;
 };
 
 }  // namespace Velk

@@ -1,0 +1,37 @@
+// Threads and clock layer: a mutex whose use clang checks when it compiles (-Wthread-safety).
+#pragma once
+
+#include <pthread.h>
+
+// What clang calls thread safety analysis: data says which mutex guards it, a function which mutex it needs.
+#if defined(__clang__)
+#define VELK_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
+#else
+#define VELK_THREAD_ATTRIBUTE(attribute)
+#endif
+#define GUARDED_BY(mutex) VELK_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define REQUIRES(mutex) VELK_THREAD_ATTRIBUTE(requires_capability(mutex))
+#define EXCLUDES(mutex) VELK_THREAD_ATTRIBUTE(locks_excluded(mutex))
+#define ACQUIRE(...) VELK_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define RELEASE(...) VELK_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+
+namespace Velk {
+
+// Not recursive. There is nothing to destroy, see pthread_mutex_destroy(3).
+class VELK_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
+ public:
+  constexpr Mutex() = default;
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  void Lock() ACQUIRE() { pthread_mutex_lock(&m_mutex); }
+  void Unlock() RELEASE() { pthread_mutex_unlock(&m_mutex); }
+
+  // For pthread_cond_wait(3).
+  pthread_mutex_t* Native() { return &m_mutex; }
+
+ private:
+  pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+
+}  // namespace Velk
