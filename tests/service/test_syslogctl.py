@@ -60,7 +60,7 @@ class Log(ToolTest):
 
     def test_is_confirmed_without_a_pause_and_leaves_two_lines_beside_its_own(self):
         service = self.service()
-        until(service.child, "a child")
+        peer = self.peer()  # the service is there
         times = []
         for number in range(1, 6):
             begin = time.monotonic()
@@ -69,7 +69,7 @@ class Log(ToolTest):
             # No waiting: it ends when the line is there.
             self.assertEqual(len(self.module_lines(service, "quick")), number)
         self.assertLess(min(times), 0.2)
-        service.fence(self.peer())
+        service.fence(peer)
         self.assertEqual(sum(": srv wrote 16 to " in text for text in service.texts()), 2 * 5 + 1)
 
     def test_no_confirmed_line_is_lost_while_the_child_is_killed(self):
@@ -153,7 +153,7 @@ class Commands(ToolTest):
         subprocess.run(["mount", "--bind", "/tmp/mounted", SYNC_FILE], check=True)
         self.addCleanup(namespace.unmount, SYNC_FILE)
         self.service()
-        for number in range(10):  # in less than a tick of the clock that files have their times from
+        for number in range(10):  # quickly: the file's time is all that tells the versions apart
             self.run_tool("log", f"now {number}")
             self.assertIn(f"syslogctl.Info: now {number}\n", self.run_tool("dump")[0])
 
