@@ -440,14 +440,16 @@ class Build:
             peer.close()
 
     def send(self, text):
-        """Seconds until all is confirmed, and the tool's memory then, in KiB."""
-        begin = time.monotonic()
+        """Seconds until all is confirmed, the tool's memory then, in KiB, and its processor time in seconds."""
+        begin, before = time.monotonic(), os.times()
         process = subprocess.Popen(self.log, stdin=subprocess.PIPE)
         process.stdin.write(text)
         memory = rss_kib(process.pid)  # it has read all but the last pipe's worth
         process.stdin.close()
         require_quietly(process.wait() == 0, f"{' '.join(self.log)}: exit status {process.returncode}")
-        return time.monotonic() - begin, memory
+        after = os.times()
+        spent = after.children_user + after.children_system - before.children_user - before.children_system
+        return time.monotonic() - begin, memory, spent
 
     def send_one(self):
         begin = time.monotonic()
@@ -477,15 +479,17 @@ def tool(harness, lines, builds):
                 build.results["ms"] += [build.send_one() * 1000 for _ in range(20)]
                 child = service.child()
                 before = cpu_us(child)
-                seconds, memory = build.send(text)
+                seconds, memory, spent = build.send(text)
                 for what, value in (("speed", lines / seconds), ("tool", memory), ("child", rss_kib(child)),
-                                    ("supervisor", rss_kib(service.pid)), ("cpu", (cpu_us(child) - before) / lines)):
+                                    ("supervisor", rss_kib(service.pid)), ("cpu", (cpu_us(child) - before) / lines),
+                                    ("tool cpu", spent * 1e6 / lines)):
                     build.results[what].append(value)
     for build in builds:
         speeds = " ".join(f"{speed:,.0f}" for speed in build.results["speed"])
-        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}), service {build.median('cpu'):.2f} us a "
-              f"line; one line {build.median('ms'):.2f} ms; KiB resident: tool {build.median('tool')}, child "
-              f"{build.median('child')}, supervisor {build.median('supervisor')}; syslogctl has "
+        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}); us a line: service "
+              f"{build.median('cpu'):.2f}, tool {build.median('tool cpu'):.2f}; one line {build.median('ms'):.2f} ms; KiB "
+              f"resident: tool {build.median('tool')}, child {build.median('child')}, supervisor "
+              f"{build.median('supervisor')}; syslogctl has "
               f"{os.path.getsize(build.log[0]):,} bytes")
     this = builds[0]
     require(this.median("ms") <= 5, "one confirmed line at most 5 ms, median")
@@ -504,7 +508,7 @@ def peers(harness, lines, builds):
                 with build.running(harness, others) as service:
                     child = service.child()
                     before = cpu_us(child)
-                    seconds, _ = build.send(text)
+                    seconds, _, _ = build.send(text)
                     build.results[f"cpu {others}"].append((cpu_us(child) - before) / lines)
                     build.results[f"speed {others}"].append(lines / seconds)
         figures = (f"{build.name} {build.median(f'cpu {others}'):.2f} us a line, "
