@@ -1,5 +1,5 @@
 #!/bin/sh
 # Logs one line from a shell, and what a command says: examples/log.sh "link down"
 PATH=$PATH:$(dirname "$0")/../build
-syslogctl log --confirm -l warning -t net "${1:-link down}" || exit
-uname -sr | syslogctl log --confirm -t boot
+syslogctl log -l warning -t net "${1:-link down}" || exit
+uname -sr | syslogctl log -t boot

@@ -114,9 +114,8 @@ int Pinger::Run() {
 
 int RunPing(const Options& options) {
   Session session(options);
-  int result = session.Open(Holding(kFewLines));
   const unsigned long long begin = NowUs();
-  if (result == kDone) result = session.AwaitNonce();
+  int result = session.Join(Holding(kFewLines));
   if (result != kDone) return result;
   const unsigned long long joined = NowUs();
   printf("PING %s: handshake time=%.3f ms\n", options.server,

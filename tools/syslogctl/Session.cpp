@@ -95,17 +95,14 @@ int Session::Open(const Velk::GDQUdpClient::Options& how) {
   return kUsage;
 }
 
-int Session::AwaitNonce() {
+int Session::Join(const Velk::GDQUdpClient::Options& how) {
+  const int opened = Open(how);
+  if (opened != kDone) return opened;
   const Patience patience(m_options.timeoutMs);
   while (Status().state == State::NotJoined && patience.LeftMs() != 0 && !IsInterrupted()) {
     Wait(patience.LeftMs());
   }
   return Status().state != State::NotJoined ? kDone : ExplainSilence();
-}
-
-int Session::Join(const Velk::GDQUdpClient::Options& how) {
-  const int opened = Open(how);
-  return opened == kDone ? AwaitNonce() : opened;
 }
 
 int Session::ExplainSilence() {
@@ -138,10 +135,10 @@ int Session::Judge(bool isCut) {
   }
   if (status.sentOnce != 0) {
     Say("%u %s sent once and %s not confirmed", status.sentOnce,
-        status.sentOnce == 1 ? "line was" : "lines were", status.sentOnce == 1 ? "is" : "are");
+        status.sentOnce == 1 ? "call was" : "calls were", status.sentOnce == 1 ? "is" : "are");
   }
   if (status.refused != 0) {
-    Say("%s refused %u %s: it knows none of that name, or not with such arguments", m_options.server,
+    Say("%s refused %u %s: it has none of that name, or not with such arguments", m_options.server,
         status.refused, status.refused == 1 ? "call" : "calls");
   }
   const bool isWell = status.held == 0 && status.state != State::Unanswered && status.sentOnce == 0 &&

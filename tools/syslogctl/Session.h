@@ -39,9 +39,8 @@ class Session {
 
   // Starts to join and returns at once. Anything but kDone: said why.
   int Open(const Velk::GDQUdpClient::Options& how);
-  // Waits until the service answers or the timeout is over. Whether it runs calls is not known then.
-  int AwaitNonce();
-  // Both.
+  // The same, and waits until the service answers or the timeout is over. Whether it runs calls is not known
+  // then.
   int Join(const Velk::GDQUdpClient::Options& how);
 
   // Sends or holds a call, and waits for room as long as there is progress. Anything but kDone: said why.

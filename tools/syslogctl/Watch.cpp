@@ -81,7 +81,7 @@ class Printer final : public Velk::GDOBase {
   const Options& m_options;
   bool m_isColored;
   unsigned long m_printed = 0;
-  Velk::ArgsParser m_parser{kWrapping + Velk::GDQ::kMaxArgs};
+  Velk::ArgsParser m_parser{Velk::GDQ::kMaxArgs};
   Velk::SimpleString m_name{64, 64};
   Velk::SimpleString m_line{1024, 1024};
 };
@@ -90,7 +90,6 @@ void Printer::Call(const char* name, const char* args) {
   Heard heard{name, args, m_parser.ParseArgs(args) ? m_parser.GetArgs() : nullptr, 0};
   if (strcasecmp(name, "WithAck") == 0 && !Unwrap(&heard)) return;
   if (*heard.name == '\0' || strcasecmp(name, "Ack") == 0 || IsDone()) return;
-  if (heard.Count() > Velk::GDQ::kMaxArgs) heard.args = nullptr;
   Print(heard);
 }
 
