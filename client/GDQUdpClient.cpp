@@ -88,12 +88,12 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   Close();
   if (server == nullptr) server = "";
   const bool hasPort = HasUsablePort(server);
+  const bool hasHost = hasPort && m_server.SetAddressString(server, kDefaultPort);
   errno = hasPort ? EHOSTUNREACH : EINVAL;
-  if (!hasPort || !m_server.SetAddressString(server, kDefaultPort)) return false;
+  if (!hasHost) return false;
   free(m_password);
   m_password = strdup(password != nullptr ? password : "");
   m_options = options;
-  errno = ENOMEM;
   if (m_password == nullptr || !m_window.Open(options.heldLines, RandomBits()) ||
       (options.listen && !m_heard.Open(kHeardCalls)) || !OpenDescriptors()) {
     const int why = errno;
