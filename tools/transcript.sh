@@ -50,7 +50,7 @@ finish() {
   sed 's/^/(from the background) /' /tmp/background
 }
 
-echo "The first five minutes, as tools/transcript.sh played them on $(date +%F). What stands behind the bar comes from the"
+echo "The first five minutes, as tools/transcript.sh played them on $(date +%F). What is after the bar comes from the"
 echo "service, in a terminal of its own."
 
 remark "The service. It needs no configuration; in a device's image it gets one."
