@@ -69,6 +69,7 @@ step "reproducible" tests/install/reproducible.sh
 step "memory limit" python3 packaging/memory_limit.py build/syslog
 step_with "busybox-static shellcheck make" "start scripts" packaging/test.sh
 step_with "mandoc" "man pages" mandoc -T lint -W warning man/*
+step_with "mandoc lowdown" "protocol page" tools/protocol.sh check
 step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
 step_with "shellcheck" "shell scripts" bash -c "git ls-files '*.sh' | xargs shellcheck -S warning"
 step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. --error-exitcode=1 \

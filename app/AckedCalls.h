@@ -49,6 +49,7 @@ class AckedCalls final : public Velk::GDOTimerBase {
   void OnParseError(const Velk::IGenericDispatchTarget* target, const char* name, const char* args);
 
  private:
+  void Post(const char* args);
   bool RunAndAnswer(const InetAddress2& sender, const Velk::IArgsList* args, bool isParsed);
   bool Run(const Velk::IArgsList* args);
   void Answer(const InetAddress2& sender, const char* clientName, const AckClients::Client* client,

@@ -6,18 +6,28 @@ soak MINUTES      several peers, random calls, killed children: memory, descript
 flood [SECONDS]   a peer that sends as fast as it can: memory, and what others still get
 burst [TIMES]     lines that a peer sends at once, without waiting for any: how many are lost
 strangers [COUNT] connects from distinct addresses: memory, and what they cost an admitted peer
-confirmed [COUNT] a child killed COUNT times under `syslogctl log --confirm`: every confirmed line at the collector
-tool [LINES]      lines per second through `syslogctl log` from a pipe, with and without receipts
+confirmed [COUNT] a child killed COUNT times under `syslogctl log`, alone and beside two kinds of busy peers: no line
+                  lost, few repeated, lines flow again soon
+lossy [SEEDS]     500 lines through a network that loses, doubles and reorders: each once, in order, how long it takes
+tool [LINES]      `syslogctl log`: lines per second from a pipe, time for one line, memory
+peers [LINES]     what a line costs the service beside 0 to 100 other peers
 
+--old BUILD: `tool` and `peers` run those executables too, by turns, as they were when `log` had --confirm.
 Runs in namespaces of its own, with the harness of the tests of the service. bench/stress.sh builds what it needs.
 """
 import argparse
+import bisect
+import collections
+import contextlib
 import json
 import multiprocessing
 import os
 import random
+import select
 import signal
+import socket
 import statistics
+import struct
 import subprocess
 import sys
 import threading
@@ -29,7 +39,7 @@ import namespace  # noqa: E402  (found by the line above)
 
 COLLECTOR = "127.0.0.2"
 LOAD_PORT = 40000  # load.c sends from it
-SO_RCVBUFFORCE = 33  # socket(7); Python has no name for it
+SO_RCVBUFFORCE, SO_TIMESTAMPNS = 33, 35  # socket(7); Python has no names for them
 failures = []
 
 
@@ -47,6 +57,15 @@ def rss_kib(pid):
 def cpu_ticks(pid):
     with open(f"/proc/{pid}/stat") as stat:
         return sum(map(int, stat.read().rpartition(")")[2].split()[11:13]))
+
+
+def cpu_us(pid):
+    """The processor time of all threads that live, in microseconds."""
+    total = 0
+    for thread in os.listdir(f"/proc/{pid}/task"):
+        with open(f"/proc/{pid}/task/{thread}/schedstat") as schedstat:
+            total += int(schedstat.read().split()[0])
+    return total / 1000
 
 
 def until_idle(pid):
@@ -243,101 +262,285 @@ def strangers(harness, count):
 
 
 class Listener(threading.Thread):
-    """Notes the numbers of the lines that reach the collector."""
+    """Notes which line reached the collector when, by the kernel's clock."""
 
     def __init__(self, collector):
         super().__init__(daemon=True)
-        self.collector, self.seen, self.lines, self.ended = collector, set(), 0, False
+        self.socket, self.arrived, self.ended = collector.socket, [], False
+        self.socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
+        self.socket.settimeout(0.1)
 
     def run(self):
         while not self.ended:
-            datagram = self.collector.receive(0.1)
-            while datagram is not None:
+            with contextlib.suppress(TimeoutError):
+                datagram, ((_, _, stamp),), _, _ = self.socket.recvmsg(2048, 64)
                 _, mark, number = datagram.partition(b"line ")
                 if mark:
-                    self.lines += 1
-                    self.seen.add(int(number.split()[0]))
-                datagram = self.collector.receive(0)
+                    seconds, nanoseconds = struct.unpack("qq", stamp)
+                    self.arrived.append((seconds * 10**9 + nanoseconds, int(number.split()[0])))
+
+
+class BusyPeer(threading.Thread):
+    """Makes the same call all the time, and joins again after each kill. call None: alone, does nothing."""
+
+    PAUSE = 0.001
+
+    def __init__(self, harness, call):
+        super().__init__(daemon=True)
+        self.harness, self.call, self.kills, self.calls, self.ended = harness, call, 0, 0, False
+
+    def run(self):
+        while self.call and not self.ended:
+            kills, peer = self.kills, self.harness.Peer()
+            peer.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 0)  # it listens to nothing
+            with contextlib.suppress(ConnectionRefusedError):
+                while kills == self.kills and not self.ended:
+                    peer.call(self.call)
+                    self.calls += 1
+                    time.sleep(self.PAUSE)
+            peer.close()
+
+
+class Feeder(threading.Thread):
+    """Gives the tool some 5,000 lines a second."""
+
+    def __init__(self, process):
+        super().__init__(daemon=True)
+        self.process, self.count, self.ended = process, 0, False
+
+    def run(self):
+        with self.process.stdin as pipe:
+            while not self.ended:
+                pipe.write(b"".join(b"line %d\n" % number for number in range(self.count, self.count + 50)))
+                pipe.flush()
+                self.count += 50
+                time.sleep(0.01)
+
+
+def kill_and_watch(service):
+    """Kills the child; returns the times, in ns since 1970, before that and when it had ended."""
+    child = service.child()
+    watch = os.pidfd_open(child)
+    before = time.time_ns()
+    os.kill(child, signal.SIGKILL)
+    select.select([watch], [], [])
+    after = time.time_ns()
+    os.close(watch)
+    return before, after
 
 
 def confirmed(harness, kills):
+    for beside, call in (("alone", None), ("beside garbage", b"LogMsg 1 `open"), ("beside SyncLog", b"SyncLog")):
+        print(f"{beside}:")
+        confirmed_beside(harness, kills, call)
+
+
+def confirmed_beside(harness, kills, call):
     collector = harness.Collector(COLLECTOR)
-    collector.socket.setsockopt(harness.socket.SOL_SOCKET, SO_RCVBUFFORCE, 64 << 20)
     listener = Listener(collector)
     listener.start()
     os.makedirs(os.path.dirname(harness.CONFIG), exist_ok=True)
     with open(harness.CONFIG, "w") as configuration:
         configuration.write(harness.SYSLOG_ON % COLLECTOR)
     service = harness.Service(stdout=subprocess.DEVNULL)
-    tool = subprocess.Popen([harness.TOOL, "-q", "--timeout", "30", "log", "--confirm"], stdin=subprocess.PIPE)
-    ended = threading.Event()
-
-    def feed():
-        number = 0
-        while not ended.is_set():
-            tool.stdin.write(b"".join(b"line %d\n" % n for n in range(number, number + 50)))
-            tool.stdin.flush()
-            number += 50
-            time.sleep(0.01)
-        tool.stdin.close()
-        feeder.count = number
-    feeder = threading.Thread(target=feed)
+    busy = BusyPeer(harness, call)
+    busy.start()
+    process = subprocess.Popen([harness.TOOL, "-q", "--timeout", "30", "log"], stdin=subprocess.PIPE)
+    feeder = Feeder(process)
     feeder.start()
+    killed = []
     for _ in range(kills):
         time.sleep(random.uniform(0.05, 0.35))
-        service.kill_child()
-    ended.set()
+        killed.append(kill_and_watch(service))
+        busy.kills += 1
+    time.sleep(0.2)
+    feeder.ended = True
     feeder.join()
-    status = tool.wait(60)
+    status = process.wait(60)
+    busy.ended = True
+    busy.join()
     time.sleep(0.5)
     listener.ended = True
     listener.join()
+    collector.socket.close()
     service.stop()
-    lost = set(range(feeder.count)) - listener.seen
-    print(f"{kills} kills, {feeder.count:,} lines confirmed with exit status {status}, {listener.lines:,} arrived, "
-          f"{len(lost)} lost")
-    require(status == 0, "the tool says that all are confirmed")
-    require(not lost, "every confirmed line reached the collector")
+    judge(killed, listener.arrived, feeder.count, busy.calls)
+    require(status == 0, f"exit status {status}: the tool says that all are confirmed")
 
 
-def tool(harness, lines):
-    service = harness.Service(stdout=subprocess.DEVNULL)
-    harness.Peer()
-    text = b"".join(b"line %08d %s\n" % (n, b"x" * 45) for n in range(lines))
-    for options in ([], ["--confirm"]):
+def judge(killed, arrived, lines, others):
+    ends = [after for _, after in killed]
+    seen, new, repeats, highest, disorder = set(), [], collections.Counter(), -1, 0
+    for when, number in arrived:
+        if number in seen:
+            repeats[bisect.bisect_right(ends, when)] += 1
+            continue
+        seen.add(number)
+        new.append(when)
+        disorder += number < highest
+        highest = max(highest, number)
+    pauses = [(new[next_new] - before) / 1e6 for before, after in killed
+              if (next_new := bisect.bisect_right(new, after)) < len(new)]
+    counts = [repeats[number] for number in range(1, len(killed) + 1)]
+    print(f"{len(killed)} kills, {lines:,} lines, {lines - len(seen)} lost, {disorder} before an earlier one, "
+          f"{others:,} calls of another peer")
+    print(f"repeats per kill: mean {statistics.mean(counts):.1f}, median {statistics.median(counts):.0f}, most "
+          f"{max(counts)}; {repeats[0]} before the first")
+    print(f"kill to the next new line: median {statistics.median(pauses):.1f} ms, 99 % "
+          f"{sorted(pauses)[int(len(pauses) * 0.99)]:.1f} ms, longest {max(pauses):.1f} ms")
+    require(len(seen) == lines, "every line reached the collector")
+    require(disorder == 0, "in order")
+    require(max(counts) <= 64 and statistics.mean(counts) <= 10, "at most 64 repeats per kill, 10 on average")
+    require(len(pauses) == len(killed) and statistics.median(pauses) <= 200, "flows within 200 ms, median")
+
+
+def lossy(harness, seeds):
+    from lossy import LossyPath
+    lines = [f"line {number}" for number in range(500)]
+    mark, port, times, wrong = "lossy.Info: ", 11002, [], []
+    for seed in range(seeds):
+        service = harness.Service()
+        service.child()
+        path = LossyPath(port, ("127.0.0.1", harness.PORT), seed)
         begin = time.monotonic()
-        process = subprocess.Popen([harness.TOOL, "-q", "--timeout", "60", "log", *options], stdin=subprocess.PIPE)
+        status = subprocess.run([harness.TOOL, "--timeout", "60", "-s", f"127.0.0.1:{port}", "log", "-t", "lossy"],
+                                input="\n".join(lines).encode()).returncode
+        times.append(time.monotonic() - begin)
+        path.close()
+        if status != 0 or lines != [text.removeprefix(mark) for text in service.texts() if text.startswith(mark)]:
+            wrong.append(seed)
+        service.stop()
+    print(f"{seeds} seeds: median {statistics.median(times):.2f} s, longest {max(times):.2f} s (seed "
+          f"{times.index(max(times))}) for 500 lines; last path: {path.counts}")
+    require(not wrong, f"each line once and in order (wrong with seeds {wrong})")
+    require(max(times) <= 10, "within 10 s")
+
+
+class Build:
+    """A service and the command that logs through it and waits until that is confirmed."""
+
+    def __init__(self, name, service, tool, *options):
+        self.name, self.binary = name, service
+        self.log = [tool, "-q", "--timeout", "60", "log", *options]
+        self.results = collections.defaultdict(list)
+
+    @contextlib.contextmanager
+    def running(self, harness, others=0):
+        """The service, with so many admitted peers that do nothing."""
+        service = harness.Service(stdout=subprocess.DEVNULL, binary=self.binary)
+        peer = harness.Peer()
+        peer.send(b"CONN")  # leaves
+        peers = [peer, *(harness.Peer() for _ in range(others))]
+        yield service
+        service.stop()
+        for peer in peers:
+            peer.close()
+
+    def send(self, text):
+        """Seconds until all is confirmed, and the tool's memory then, in KiB."""
+        begin = time.monotonic()
+        process = subprocess.Popen(self.log, stdin=subprocess.PIPE)
         process.stdin.write(text)
         memory = rss_kib(process.pid)  # it has read all but the last pipe's worth
         process.stdin.close()
-        require(process.wait() == 0, "exit status 0")
-        speed = lines / (time.monotonic() - begin)
-        print(f"syslogctl log {' '.join(options):9} {speed:9,.0f} lines/s, {memory} KiB resident")
-    print(f"syslogctl has {os.path.getsize(harness.TOOL):,} bytes")
-    service.stop()
+        require_quietly(process.wait() == 0, f"{' '.join(self.log)}: exit status {process.returncode}")
+        return time.monotonic() - begin, memory
+
+    def send_one(self):
+        begin = time.monotonic()
+        process = os.posix_spawn(self.log[0], [*self.log, "one line"], os.environ)
+        status = os.waitpid(process, 0)[1]
+        require_quietly(status == 0, f"{' '.join(self.log)} one line: status {status}")
+        return time.monotonic() - begin
+
+    def median(self, what):
+        return statistics.median(self.results[what])
+
+
+def require_quietly(holds, text):
+    if not holds:
+        require(False, text)
+
+
+def lines_of_60(count):
+    return b"".join(b"line %08d %s\n" % (number, b"x" * 45) for number in range(count))
+
+
+def tool(harness, lines, builds):
+    text = lines_of_60(lines)
+    for _ in range(5):
+        for build in builds:
+            with build.running(harness) as service:
+                build.results["ms"] += [build.send_one() * 1000 for _ in range(20)]
+                child = service.child()
+                before = cpu_us(child)
+                seconds, memory = build.send(text)
+                for what, value in (("speed", lines / seconds), ("tool", memory), ("child", rss_kib(child)),
+                                    ("supervisor", rss_kib(service.pid)), ("cpu", (cpu_us(child) - before) / lines)):
+                    build.results[what].append(value)
+    for build in builds:
+        speeds = " ".join(f"{speed:,.0f}" for speed in build.results["speed"])
+        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}), service {build.median('cpu'):.2f} us a "
+              f"line; one line {build.median('ms'):.2f} ms; KiB resident: tool {build.median('tool')}, child "
+              f"{build.median('child')}, supervisor {build.median('supervisor')}; syslogctl has "
+              f"{os.path.getsize(build.log[0]):,} bytes")
+    this = builds[0]
+    require(this.median("ms") <= 5, "one confirmed line at most 5 ms, median")
+    for old in builds[1:]:
+        ratio = statistics.median(mine / theirs for mine, theirs in zip(this.results["speed"], old.results["speed"]))
+        require(ratio >= 2.5, f"{ratio:.2f} times the throughput of {old.name}, median of 5 pairs")
+        for what in ("child", "supervisor"):
+            require(this.median(what) - old.median(what) <= 200, f"{what}: at most 200 KiB more")
+
+
+def peers(harness, lines, builds):
+    text = lines_of_60(lines)
+    for others in (0, 1, 10, 100):
+        for _ in range(5):
+            for build in builds:
+                with build.running(harness, others) as service:
+                    child = service.child()
+                    before = cpu_us(child)
+                    seconds, _ = build.send(text)
+                    build.results[f"cpu {others}"].append((cpu_us(child) - before) / lines)
+                    build.results[f"speed {others}"].append(lines / seconds)
+        figures = (f"{build.name} {build.median(f'cpu {others}'):.2f} us a line, "
+                   f"{build.median(f'speed {others}'):,.0f} lines/s" for build in builds)
+        print(f"{others} other peers: {'; '.join(figures)}", flush=True)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["restart", "soak", "flood", "burst", "strangers", "confirmed", "tool"])
+    parser.add_argument("what", choices=["restart", "soak", "flood", "burst", "strangers", "confirmed", "lossy", "tool",
+                                         "peers"])
     parser.add_argument("amount", type=float, nargs="?")
+    parser.add_argument("--old", metavar="BUILD")
     args = parser.parse_args()
     status = namespace.enter()
     if status is not None:
         sys.exit(status)
     build = os.path.join(REPOSITORY, "build")
     tests = os.path.dirname(namespace.__file__)
-    namespace.prepare({"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "syslogctl": f"{build}/syslogctl",
-                       "tests": tests})
+    files = {"syslog": f"{build}/syslog", "load": f"{build}/bench/load", "syslogctl": f"{build}/syslogctl",
+             "tests": tests}
+    if args.old:
+        files.update({f"old-{name}": f"{args.old}/{name}" for name in ("syslog", "syslogctl")})
+    namespace.prepare(files)
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
     import harness  # it looks at the service, which is in its place only now
+    builds = [Build("this build", harness.BINARY, harness.TOOL)]
+    if args.old:
+        builds.append(Build("old build", *(f"{namespace.FILES}/old-{name}" for name in ("syslog", "syslogctl")),
+                            "--confirm"))
     runs = {"restart": lambda: restart(harness, int(args.amount or 200)),
             "soak": lambda: soak(harness, args.amount or 10),
             "flood": lambda: flood(harness, args.amount or 5),
             "burst": lambda: burst(harness, int(args.amount or 9)),
             "strangers": lambda: strangers(harness, int(args.amount or 200000)),
             "confirmed": lambda: confirmed(harness, int(args.amount or 1000)),
-            "tool": lambda: tool(harness, int(args.amount or 100000))}
+            "lossy": lambda: lossy(harness, int(args.amount or 20)),
+            "tool": lambda: tool(harness, int(args.amount or 100000), builds),
+            "peers": lambda: peers(harness, int(args.amount or 20000), builds)}
     runs[args.what]()
     sys.exit(1 if failures else 0)
 

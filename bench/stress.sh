@@ -1,6 +1,6 @@
 #!/bin/sh
 # Strains the running service, see bench/stress.py:
-#   bench/stress.sh restart|soak|flood|burst|strangers|confirmed|tool [AMOUNT]
+#   bench/stress.sh restart|soak|flood|burst|strangers|confirmed|lossy|tool|peers [AMOUNT] [--old BUILD]
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3

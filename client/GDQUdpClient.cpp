@@ -2,10 +2,8 @@
 
 #include <errno.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/timerfd.h>
@@ -18,7 +16,6 @@ namespace Velk {
 
 namespace {
 
-constexpr uint64_t kNever = SendWindow::kNever;
 constexpr uint64_t kMs = 1000;
 constexpr unsigned kConnectMs = 50;
 constexpr unsigned kRefusedMs = 10;  // no one has the port: the service is restarting
@@ -39,7 +36,23 @@ uint64_t NowUs() {
 }
 
 uint64_t EndUs(unsigned timeoutMs) {
-  return timeoutMs == GDQUdpClient::kForever ? kNever : NowUs() + timeoutMs * kMs;
+  return timeoutMs == GDQUdpClient::kForever ? SendWindow::kNever : NowUs() + timeoutMs * kMs;
+}
+
+// Stricter than the address itself, which takes the lower half of whatever number there is.
+bool HasUsablePort(const char* server) {
+  const char* const colon = strchr(server, ':');
+  if (colon == nullptr) return true;
+  char* end = nullptr;
+  const long port = strtol(colon + 1, &end, 10);
+  return end != colon + 1 && *end == '\0' && port > 0 && port <= UINT16_MAX;
+}
+
+// Early at boot there are no random bits yet; time and process make a name, too, that no one else has.
+uint64_t RandomBits() {
+  uint64_t bits = 0;
+  if (getrandom(&bits, sizeof bits, GRND_NONBLOCK) > 0) return bits;
+  return NowUs() << 20 ^ static_cast<uint64_t>(getpid());
 }
 
 }  // namespace
@@ -60,16 +73,10 @@ class GDQUdpClient::Lock {
     pthread_mutex_unlock(&m_client->m_mutex);
     pthread_setcancelstate(state, nullptr);
   }
-  Lock(const Lock&) = delete;
-  Lock& operator=(const Lock&) = delete;
 
  private:
   GDQUdpClient* const m_client;
 };
-
-GDQUdpClient::GDQUdpClient() {
-  pthread_mutex_init(&m_mutex, nullptr);
-}
 
 GDQUdpClient::~GDQUdpClient() {
   Close();
@@ -77,51 +84,25 @@ GDQUdpClient::~GDQUdpClient() {
   pthread_mutex_destroy(&m_mutex);
 }
 
-namespace {
-
-// Stricter than the address itself, which takes the lower half of whatever number there is.
-bool HasUsablePort(const char* server) {
-  const char* const colon = strchr(server, ':');
-  if (colon == nullptr) return true;
-  char* end = nullptr;
-  const long port = strtol(colon + 1, &end, 10);
-  return end != colon + 1 && *end == '\0' && port > 0 && port <= UINT16_MAX;
-}
-
-uint64_t RandomBits() {
-  uint64_t bits = 0;
-  // Early at boot there may be no random bits yet. Time and process are a name that no one else has.
-  if (getrandom(&bits, sizeof bits, GRND_NONBLOCK) < 0)
-    bits = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
-  return bits;
-}
-
-}  // namespace
-
 bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
   Close();
   if (server == nullptr) server = "";
-  if (!HasUsablePort(server)) {
-    errno = EINVAL;
-    return false;
-  }
-  if (!m_server.SetAddressString(server, kDefaultPort)) {
-    errno = EHOSTUNREACH;
-    return false;
-  }
+  const bool hasPort = HasUsablePort(server);
+  errno = hasPort ? EHOSTUNREACH : EINVAL;
+  if (!hasPort || !m_server.SetAddressString(server, kDefaultPort)) return false;
   free(m_password);
   m_password = strdup(password != nullptr ? password : "");
   m_options = options;
-  if (m_options.heldLines > kMostHeld) m_options.heldLines = kMostHeld;
-  if (m_password == nullptr || !m_window.Open(m_options.heldLines, RandomBits()) ||
-      (options.listen && !m_heard.Open(kHeardCalls))) {
-    m_window.Close();
-    errno = ENOMEM;
+  errno = ENOMEM;
+  if (m_password == nullptr || !m_window.Open(options.heldLines, RandomBits()) ||
+      (options.listen && !m_heard.Open(kHeardCalls)) || !OpenDescriptors()) {
+    const int why = errno;
+    CloseAll();
+    errno = why;
     return false;
   }
-  m_window.SetOnce(!options.reliable);
-  if (!OpenDescriptors()) return false;
   m_process = getpid();
+  m_window.SetOnce(!options.reliable);
   m_state = State::NotJoined;
   m_isAnswered = false;
   m_failedJoins = m_toldOnce = 0;
@@ -131,40 +112,29 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
 }
 
 bool GDQUdpClient::OpenDescriptors() {
+  m_armedUs = SendWindow::kNever;
   m_epoll = PeerSocket::AboveStandard(epoll_create1(EPOLL_CLOEXEC));
   m_timer = PeerSocket::AboveStandard(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
   epoll_event event{};
   event.events = EPOLLIN;
-  m_armedUs = kNever;
-  if (m_epoll >= 0 && m_timer >= 0 && epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) == 0 &&
-      m_socket.Open(m_server, m_epoll))
-    return true;
-  const int why = errno;
-  CloseDescriptors();
-  m_window.Close();
-  m_heard.Close();
-  errno = why;
-  return false;
+  return m_epoll >= 0 && m_timer >= 0 && epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) == 0 &&
+         m_socket.Open(m_server, m_epoll);
 }
 
 // m_epoll first: a child process shares it with its parent and must not take the parent's socket out of it.
-void GDQUdpClient::CloseDescriptors() {
+void GDQUdpClient::CloseAll() {
   if (m_epoll >= 0) close(m_epoll);
   if (m_timer >= 0) close(m_timer);
   m_epoll = m_timer = -1;
   m_socket.Close();
+  m_window.Close();
+  m_heard.Close();
 }
 
 void GDQUdpClient::Close() {
   if (m_process == 0) return;
-  if (m_process == getpid()) {
-    StopThread();
-    if (m_socket.HasCookie()) m_socket.SendConnect();
-  }
-  m_hasThread = false;  // a parent's thread is not in its child
-  CloseDescriptors();
-  m_window.Close();
-  m_heard.Close();
+  if (m_process == getpid() && m_socket.HasCookie()) m_socket.SendConnect();
+  CloseAll();
   m_process = 0;
 }
 
@@ -174,8 +144,6 @@ bool GDQUdpClient::IsUsable() const {
   errno = owner == 0 ? EBADF : EPERM;
   return false;
 }
-
-// ---- Joining
 
 void GDQUdpClient::StartJoin(unsigned waitMs) {
   m_isJoined = m_isBlocked = false;
@@ -201,8 +169,6 @@ void GDQUdpClient::TakeNonce(const char* nonce) {
   if (m_options.listen) m_socket.Send("", 0, "", 0);  // admits us before there is anything to send
   if (IsFallback()) Send(m_window.Probe());
 }
-
-// ---- Receiving
 
 void GDQUdpClient::Work() {
   ReadSocket();
@@ -231,11 +197,8 @@ void GDQUdpClient::TakeDatagram(char* packet, unsigned size) {
   if (size == kCookieSize || !isForUs) return;
   packet[size] = '\0';
   const char* const text = packet + kCookieSize;
-  if (m_window.TakeAnswer(text, NowUs())) {
-    TakeAnswer();
-  } else if (m_options.listen) {
-    m_heard.Append(text, size - kCookieSize);
-  }
+  if (m_window.TakeAnswer(text, NowUs())) return TakeAnswer();
+  if (m_options.listen) m_heard.Append(text, size - kCookieSize);
 }
 
 void GDQUdpClient::TakeAnswer() {
@@ -245,8 +208,6 @@ void GDQUdpClient::TakeAnswer() {
   m_state = State::Joined;
   if (IsFallback()) m_window.SetOnce(false);
 }
-
-// ---- Sending
 
 void GDQUdpClient::Pump() {
   SendWindow::Piece piece;
@@ -264,8 +225,6 @@ bool GDQUdpClient::Send(const SendWindow::Piece& piece) {
   StartJoin(kRefusedMs);
   return false;
 }
-
-// ---- Time
 
 uint64_t GDQUdpClient::DueUs() const {
   if (!m_isJoined) return m_sinceUs + m_connectMs * kMs;
@@ -311,7 +270,7 @@ void GDQUdpClient::Arm() {
   const uint64_t due = m_heard.IsEmpty() ? DueUs() : 1;
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
   itimerspec setting{};
-  if (due != kNever) {
+  if (due != SendWindow::kNever) {
     setting.it_value.tv_sec = static_cast<time_t>(due / 1000000);
     setting.it_value.tv_nsec = static_cast<long>(due % 1000000 * 1000);
   }
@@ -319,9 +278,8 @@ void GDQUdpClient::Arm() {
   m_armedUs = due;
 }
 
-// Gives up the mutex while it waits for datagrams, at most until endUs; false: that has passed. Waits for the
-// socket, not for m_epoll, which also tells of calls that only Process() may deliver. Not for long, as
-// another thread may take what is waited for.
+// Gives up the mutex while it waits for datagrams, at most until endUs; false: that has passed. Not for long,
+// as another thread may take what is waited for. m_epoll also tells of calls that only Process() may deliver.
 bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   constexpr uint64_t kLongestUs = 20 * kMs;
   const uint64_t now = NowUs();
@@ -339,16 +297,11 @@ bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   return true;
 }
 
-// ---- What the owner calls
-
 bool GDQUdpClient::SendMsg(const char* text) {
   if (text == nullptr) text = "";
   const size_t length = strlen(text);
-  if (length > kMaxCall) {
-    errno = EMSGSIZE;
-    return false;
-  }
-  if (!IsUsable()) return false;
+  errno = EMSGSIZE;
+  if (length > kMaxCall || !IsUsable()) return false;
   const Lock lock(this);
   const uint64_t now = NowUs();
   if (now >= DueUs()) Work();
@@ -358,14 +311,13 @@ bool GDQUdpClient::SendMsg(const char* text) {
     if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
   const bool isHeld = Append(text, static_cast<unsigned>(length));
-  if (isHeld) Pump();
-  if (isHeld && !m_window.IsAllSent()) Work();
+  Pump();
+  if (!m_window.IsAllSent()) Work();
   Arm();
   if (!isHeld) errno = EAGAIN;
   return isHeld;
 }
 
-// Waits for room as long as Options::waitMs.
 bool GDQUdpClient::Append(const char* text, unsigned length) {
   if (m_window.Append(text, length)) return true;
   const uint64_t end = EndUs(m_options.waitMs);
@@ -386,51 +338,32 @@ void GDQUdpClient::Call(const char* name, const char* args) {
 
 bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* text) {
   LogCall line(type, module, text);
-  if (!line.IsValid()) {
-    errno = EMSGSIZE;
-    return false;
-  }
+  errno = EMSGSIZE;
+  if (!line.IsValid()) return false;
   while (const char* const call = line.Next()) {
     if (!SendMsg(call)) return false;
   }
   return true;
 }
 
-// Works until isDone() or the time is over.
-template <typename Condition>
-void GDQUdpClient::WorkUntil(unsigned timeoutMs, Condition isDone) {
-  const uint64_t end = EndUs(timeoutMs);
-  do {
-    Work();
-  } while (!isDone() && WaitUnlocked(end));
-  Arm();
-}
-
 unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
   if (!IsUsable()) return 0;
   const Lock lock(this);
-  WorkUntil(timeoutMs, [this] { return m_window.Held() == 0; });
+  const uint64_t end = EndUs(timeoutMs);
+  do {
+    Work();
+  } while (m_window.Held() != 0 && WaitUnlocked(end));
+  Arm();
   if (!m_options.reliable) return m_window.Held();
   const unsigned sentOnce = m_window.SentOnce() - m_toldOnce;
   m_toldOnce += sentOnce;
   return m_window.Held() + sentOnce;
 }
 
-GDQUdpClient::State GDQUdpClient::WaitForAnswer(unsigned timeoutMs) {
-  if (!IsUsable()) return State::NotJoined;
-  const Lock lock(this);
-  WorkUntil(timeoutMs, [this] { return m_state != State::NotJoined; });
-  return m_state;
-}
-
 GDQUdpClient::Status GDQUdpClient::GetStatus() {
   if (!IsUsable()) return Status();
   const Lock lock(this);
   return {m_state, m_window.Held(), m_window.Refused(), m_window.Forgotten(), m_window.SentOnce()};
-}
-
-int GDQUdpClient::Descriptor() {
-  return IsUsable() ? m_epoll : -1;
 }
 
 void GDQUdpClient::Process() {
@@ -457,47 +390,6 @@ bool GDQUdpClient::DeliverCall() {
   const char* const args = SplitCall(&name);
   Deliver(name, args);
   return true;
-}
-
-// ---- The thread
-
-bool GDQUdpClient::StartThread() {
-  if (!IsUsable()) return false;
-  const Lock lock(this);
-  if (m_hasThread) return true;
-  m_endThread = false;
-  // The program's signal handlers expect to run on the program's threads.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  const int error = pthread_create(&m_thread, nullptr, RunThread, this);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  m_hasThread = error == 0;
-  if (error != 0) errno = error;
-  return m_hasThread;
-}
-
-void* GDQUdpClient::RunThread(void* self) {
-  auto* const client = static_cast<GDQUdpClient*>(self);
-  pollfd watched = {client->Descriptor(), POLLIN, 0};
-  while (!client->m_endThread) {
-    poll(&watched, 1, -1);
-    client->Process();
-  }
-  return nullptr;
-}
-
-void GDQUdpClient::StopThread() {
-  if (!m_hasThread) return;
-  m_endThread = true;
-  {
-    const Lock lock(this);
-    const itimerspec now = {{0, 0}, {0, 1}};
-    timerfd_settime(m_timer, 0, &now, nullptr);
-    m_armedUs = 0;
-  }
-  pthread_join(m_thread, nullptr);
-  m_hasThread = false;
 }
 
 }  // namespace Velk

@@ -23,18 +23,17 @@ namespace Velk {
 //   LogPrinter::Instance()->SetLogToGDQUdp(&client);                 // or the whole log of the program
 //   client.Flush(5000);
 //
-// A reliable client (the default) holds each call until the service says that it has run it, see SendWindow:
-// through losses, restarts and absence of the service every call is run, in order. A call is run twice only
-// where the service restarts between running and acknowledging it.
+// Holds each call until the service says that it has run it, see SendWindow: through losses, restarts and
+// absence of the service every call is run, in order. A call is run twice only where the service ends between
+// running and acknowledging it.
 //
-// It joins, and joins again, by itself. It needs to be given time for that: an event loop calls Process()
-// whenever Descriptor() is readable, or StartThread() does. Without either it works only inside SendMsg(),
-// Flush() and WaitForAnswer().
+// Joins, and joins again, by itself. It needs time for that: an event loop calls Process() whenever
+// Descriptor() is readable, or a ClientThread does. Without either it works only inside SendMsg() and
+// Flush().
 //
-// Any thread may call any operation but Open() and Close(), which need the object to themselves. A child
-// process after fork(2) opens a client of its own; in its parent's, every operation fails with EPERM, but
-// Close(), which frees memory and descriptors there and tells the service nothing. A thread that is cancelled
-// in here leaves no lock behind.
+// Any thread may call any operation but Open() and Close(), which need the object to themselves. A forked
+// child opens a client of its own: its parent's fails there with EPERM, and Close() only frees memory and
+// descriptors. A thread that is cancelled in here leaves no lock behind.
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = kMaxText - SendWindow::kMaxHead;  // longest call text, bytes: 1394
@@ -43,17 +42,14 @@ class GDQUdpClient final : public GDQUdpBase {
   static constexpr unsigned kForever = 0xFFFFFFFF;
 
   struct Options {
-    bool reliable = true;  // false: each call is sent once, without an answer
-    bool listen = false;   // hear what others call. Needs reliable, to notice a restart while idle
-    // How long SendMsg() waits when no more calls can be held; 0: not at all. kForever blocks the program
-    // until the service comes.
-    unsigned waitMs = kForever;
-    unsigned heldLines = 2048;  // calls held, of 256 bytes each on average; up to kMostHeld
+    bool reliable = true;        // false: each call is sent once, without an answer
+    bool listen = false;         // hear what others call; needs reliable, to notice a restart while idle
+    unsigned waitMs = kForever;  // how long SendMsg() waits while no more calls can be held
+    unsigned heldLines = 2048;   // calls held, of 256 bytes each on average
   };
-  static constexpr unsigned kMostHeld = 16384;
 
   enum class State {
-    NotJoined,  // there was no answer to "CONN" (yet)
+    NotJoined,  // no nonce came (yet)
     Joined,     // a nonce came, and nothing says that the service does not run what we send
     // Nonces come, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
     // service knows no "WithAck". Where none has come in some 4 s since Open(), a reliable client goes on to
@@ -69,55 +65,48 @@ class GDQUdpClient final : public GDQUdpBase {
     unsigned sentOnce = 0;
   };
 
-  GDQUdpClient();
+  GDQUdpClient() { pthread_mutex_init(&m_mutex, nullptr); }
   ~GDQUdpClient() override;
 
-  // Starts to join the service at "host" or "host:port" and returns at once, whether or not it is there.
-  // Both texts are copied. A host name is resolved here and never again. False with errno: EINVAL the port is
-  // no number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or what creating descriptors failed with.
+  // Starts to join the service at "host" or "host:port" and returns at once, whether or not it is there. Both
+  // texts are copied. A host name is resolved here and never again. False with errno: EINVAL the port is no
+  // number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or what creating descriptors failed with.
   bool Open(const char* server, const char* password, const Options& options);
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 
   // Leaves the service, which then relays nothing to us any more, and forgets what is held: Flush() before.
   void Close();
 
-  // Sends or holds one call text; reliable and empty: a ping of the whole road. False with errno: EMSGSIZE
-  // longer than kMaxCall, EAGAIN no room within Options::waitMs, EBADF not open, EPERM see above.
+  // Sends or holds one call text; an empty one is a ping of the whole road. False with errno: EMSGSIZE longer
+  // than kMaxCall, EAGAIN no room within Options::waitMs, EBADF not open, EPERM see above.
   bool SendMsg(const char* text) override;
 
-  // As Call() of the base, but cuts a "LogMsg" that is too long into several lines, as Log() does.
+  // Cuts a "LogMsg" that is too long into several lines, as Log() does.
   void Call(const char* name, const char* args) override;
 
-  // Sends text as one line of the log, or as several where it does not fit a datagram, each cut between
-  // UTF-8 characters; a line feed is added to what has none at its end. errno as for SendMsg(); EMSGSIZE
-  // means the module. False: the line, or its end, is not on its way.
+  // Sends text as one line of the log, or as several where it does not fit a datagram, each cut between UTF-8
+  // characters. A line feed is added to what has none at its end. errno as for SendMsg(); EMSGSIZE means the
+  // module. False: the line, or its end, is not on its way.
   bool Log(ELogMessageType type, const char* module, const char* text);
 
   // Waits until every call is acknowledged; not reliable: sent. Returns how many are not after timeoutMs,
   // which are still tried, and how many were sent once since the last Flush() because the service does not
   // answer.
   unsigned Flush(unsigned timeoutMs);
-
   Status GetStatus();
-  // Waits at most timeoutMs until the state is another than NotJoined, and returns it.
-  State WaitForAnswer(unsigned timeoutMs);
 
   // For poll(2) or epoll(7): readable when Process() has something to do, timed work included. -1: not open.
-  int Descriptor();
-  // Does what is due and returns: never waits. Hands what others called to the listeners, on the calling
-  // thread and without a lock, so they may call any operation but Open() and Close().
+  int Descriptor() const { return IsUsable() ? m_epoll : -1; }
+  // Does what is due, without waiting. Hands what others called to the listeners, on the calling thread and
+  // without a lock, so they may call any operation but Open() and Close().
   void Process();
-  // Calls Process() whenever needed, on a thread that ends with Close(). errno when false.
-  bool StartThread();
 
  private:
   class Lock;
 
   bool IsUsable() const;
   bool OpenDescriptors();
-  void CloseDescriptors();
-  void StopThread();
-  static void* RunThread(void* self);
+  void CloseAll();
   bool DeliverCall();
 
   // All others are called with the mutex held.
@@ -125,21 +114,17 @@ class GDQUdpClient final : public GDQUdpBase {
   void StartJoin(unsigned waitMs);
   void SendConnect();
   void TakeNonce(const char* nonce);
-
   void Work();
   void ReadSocket();
   void TakeDatagram(char* packet, unsigned size);
   void TakeAnswer();
   void Pump();
   bool Send(const SendWindow::Piece& piece);
-
   uint64_t DueUs() const;
   void OnDue();
   void OnSilence();
   void Arm();
   bool Append(const char* text, unsigned length);
-  template <typename Condition>
-  void WorkUntil(unsigned timeoutMs, Condition isDone);
   bool WaitUnlocked(uint64_t endUs);
 
   pthread_mutex_t m_mutex;          // guards all that Open() does not set
@@ -166,10 +151,6 @@ class GDQUdpClient final : public GDQUdpBase {
   unsigned m_connects = 0;     // without a nonce
   unsigned m_failedJoins = 0;  // nonces that no acknowledgement followed
   unsigned m_toldOnce = 0;     // of the window's SentOnce(): what Flush() has told
-
-  pthread_t m_thread{};
-  bool m_hasThread = false;
-  std::atomic<bool> m_endThread{false};
 };
 
 }  // namespace Velk

@@ -11,12 +11,9 @@ bool HeldLines::Open(unsigned lines) {
   Close();
   uint32_t count = kFewest;
   while (count < lines && count < kMost) count *= 2;
-  m_lines = static_cast<Line*>(malloc(count * sizeof(Line)));
-  m_bytes = static_cast<char*>(malloc(size_t{count} * kMeanLength));
-  if (m_lines == nullptr || m_bytes == nullptr) {
-    Close();
-    return false;
-  }
+  m_lines = static_cast<Line*>(malloc(count * (sizeof(Line) + kMeanLength)));
+  if (m_lines == nullptr) return false;
+  m_bytes = reinterpret_cast<char*>(m_lines + count);
   m_mask = count - 1;
   m_size = count * kMeanLength;
   return true;
@@ -24,27 +21,20 @@ bool HeldLines::Open(unsigned lines) {
 
 void HeldLines::Close() {
   free(m_lines);
-  free(m_bytes);
   m_lines = nullptr;
-  m_bytes = nullptr;
-  m_size = 0;
-  m_first = m_end = 0;
+  m_size = m_first = m_end = 0;
 }
 
-// A text lies in one piece: behind the newest one, or at the start again when the end has no room for it.
+// A text is in one piece: after the newest one, or at the start again when the end has no room for it.
 bool HeldLines::FindPlace(uint32_t size, uint32_t* offset) const {
   *offset = 0;
   if (IsEmpty()) return size <= m_size;
   const uint32_t oldest = At(m_first).offset;
   const Line& newest = At(m_end - 1);
   const uint32_t next = newest.offset + newest.length + 1;
-  if (newest.offset < oldest) {
-    *offset = next;
-    return size <= oldest - next;
-  }
-  if (size > m_size - next) return size <= oldest;
+  if (newest.offset >= oldest && size > m_size - next) return size <= oldest;
   *offset = next;
-  return true;
+  return newest.offset >= oldest || size <= oldest - next;
 }
 
 bool HeldLines::Append(const char* text, unsigned length) {

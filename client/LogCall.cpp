@@ -15,7 +15,7 @@ LogCall::LogCall(ELogMessageType type, const char* module, const char* text)
   *m_head++ = ' ';
   m_text = text != nullptr ? text : "";
   m_textEnd = m_text + strlen(m_text);
-  DropLineFeed();
+  if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
 }
 
 LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(args), m_isQuoted(true) {
@@ -34,10 +34,6 @@ LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(a
   if (!m_isValid) return;
   m_head += head;
   ++m_text;
-  DropLineFeed();
-}
-
-void LogCall::DropLineFeed() {
   if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
 }
 

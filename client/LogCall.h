@@ -24,7 +24,6 @@ class LogCall {
   const char* Next();
 
  private:
-  void DropLineFeed();
   char* PutQuoted(char* out, const char* end, const char* ending);
 
   char m_call[kMost + 1];

@@ -3,20 +3,11 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "common/HashMD5.h"
 
 namespace Velk {
-
-namespace {
-
-const sockaddr* Native(const InetAddress2& address) {
-  return reinterpret_cast<const sockaddr*>(&address.Native());
-}
-
-}  // namespace
 
 int PeerSocket::AboveStandard(int fd) {
   if (fd < 0 || fd > STDERR_FILENO) return fd;
@@ -27,20 +18,20 @@ int PeerSocket::AboveStandard(int fd) {
 
 // Without SO_REUSEADDR, which would let two programs have the same port.
 bool PeerSocket::Open(const InetAddress2& server, int epoll) {
+  const auto native = [](const InetAddress2& end) {
+    return reinterpret_cast<const sockaddr*>(&end.Native());
+  };
   Close();
+  m_epoll = epoll;
   m_fd = AboveStandard(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (m_fd < 0) return false;
-  for (unsigned i = 0; i < kPorts; ++i) {
-    const unsigned shift = (m_shift + i) % kPorts;
-    const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(m_firstPort + shift));
-    if (bind(m_fd, Native(local), sizeof(sockaddr_in)) != 0) continue;
-    m_shift = shift;
-    break;
+  for (unsigned tries = 0; tries < kPorts; ++tries, ++m_shift) {
+    const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(m_firstPort + m_shift % kPorts));
+    if (bind(m_fd, native(local), sizeof(sockaddr_in)) == 0) break;
   }
-  m_epoll = epoll;
   epoll_event event{};
   event.events = EPOLLIN;
-  if (connect(m_fd, Native(server), sizeof(sockaddr_in)) == 0 &&
+  if (connect(m_fd, native(server), sizeof(sockaddr_in)) == 0 &&
       epoll_ctl(epoll, EPOLL_CTL_ADD, m_fd, &event) == 0)
     return true;
   Close();
@@ -80,10 +71,6 @@ bool PeerSocket::Send(const char* head, unsigned headLength, const char* text, u
   message.msg_iov = pieces;
   message.msg_iovlen = 3;
   return sendmsg(m_fd, &message, 0) >= 0;
-}
-
-ssize_t PeerSocket::Receive(char* datagram, unsigned size) {
-  return recv(m_fd, datagram, size, 0);
 }
 
 }  // namespace Velk

@@ -1,9 +1,7 @@
 // Client layer: the socket of a program that calls the service, and its place in the handshake.
 #pragma once
 
-#include <sys/types.h>
-
-#include <cstdint>
+#include <sys/socket.h>
 
 #include "common/GDQUdpBase.h"
 #include "common/InetAddress2.h"
@@ -43,7 +41,7 @@ class PeerSocket {
   // Sends the cookie followed by both texts, together at most GDQUdpBase::kMaxText. False as send(2).
   bool Send(const char* head, unsigned headLength, const char* text, unsigned length);
   // As recv(2).
-  ssize_t Receive(char* datagram, unsigned size);
+  ssize_t Receive(char* datagram, unsigned size) { return recv(m_fd, datagram, size, 0); }
 
   // fd, or a copy of it that is no standard descriptor, which a program may close and open as it likes.
   static int AboveStandard(int fd);

@@ -51,7 +51,7 @@ void SendWindow::Rename() {
   for (char* out = m_head + 8; out != m_head + 8 + kNameLength; bits /= 36)
     *out++ = "0123456789abcdefghijklmnopqrstuvwxyz"[bits % 36];
   m_head[8 + kNameLength] = ' ';
-  m_next = m_sent = m_lines.First();
+  m_next = m_lines.First();
   m_number = 1;
   m_seenRefused = 0;
   m_isFresh = true;
@@ -83,7 +83,7 @@ bool SendWindow::Next(Piece* piece) {
 void SendWindow::Sent(uint64_t nowUs) {
   if (m_next == m_lines.First()) m_sinceUs = nowUs;
   m_lines.At(m_next).sentUs = nowUs;
-  if (static_cast<int32_t>(++m_next - m_sent) > 0) m_sent = m_next;
+  ++m_next;
   if (!m_isOnce) return;
   m_lines.RemoveFirst();
   ++m_sentOnce;
@@ -132,7 +132,7 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
 // An answer that was overtaken says less than we know, and changes nothing.
 void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   const uint64_t answered = last + 1 - m_number;
-  if (last + 1 < m_number || answered > m_sent - m_lines.First()) return;
+  if (answered > Held()) return;
   if (answered != 0) {
     m_isFresh = false;
     if (asked == last)
@@ -144,7 +144,7 @@ void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   }
   // A gap. What follows it was not run, so all goes out again from there; but only once, as the answers to
   // all that was on its way then say the same.
-  if (asked <= last || m_sent == m_lines.First() || (m_hasHole && m_hole == m_lines.First())) return;
+  if (asked <= last || Held() == 0 || (m_hasHole && m_hole == m_lines.First())) return;
   m_hasHole = true;
   m_hole = m_next = m_lines.First();
   m_window = m_window / 2 > kFirstWindow ? m_window / 2 : kFirstWindow;

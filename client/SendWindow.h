@@ -76,8 +76,7 @@ class SendWindow {
   void LearnAnswerTime(uint64_t tripUs);
 
   HeldLines m_lines;
-  uint32_t m_next = 0;    // First() <= next <= sent <= End(): the next to send
-  uint32_t m_sent = 0;    // sent under this name up to here, be it before we went back
+  uint32_t m_next = 0;    // First() <= next <= End(): the next to send
   uint64_t m_number = 1;  // that First() has under this name
   uint32_t m_hole = 0;    // the call that we went back to ...
   bool m_hasHole = false;

@@ -6,6 +6,7 @@
 
 #include <new>
 
+#include "client/ClientThread.h"
 #include "client/GDQUdpClient.h"
 #include "common/LogPrinter.h"
 
@@ -13,6 +14,7 @@ using Velk::GDQUdpClient;
 
 struct velk {
   GDQUdpClient client;
+  Velk::ClientThread thread;  // ends before the client
 };
 
 velk* velk_open(const char* server, const char* password, unsigned flags) {
@@ -25,7 +27,7 @@ velk* velk_open(const char* server, const char* password, unsigned flags) {
   options.reliable = (flags & VELK_ONCE) == 0;
   if ((flags & VELK_NOWAIT) != 0) options.waitMs = 0;
   if (log->client.Open(server != nullptr ? server : "127.0.0.1", password, options) &&
-      ((flags & VELK_THREAD) == 0 || log->client.StartThread()))
+      ((flags & VELK_THREAD) == 0 || log->thread.Start(&log->client)))
     return log;
   const int why = errno;
   velk_close(log);

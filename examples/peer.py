@@ -1,23 +1,23 @@
 #!/usr/bin/env python3
-"""Writes one line into the log service's log, and makes sure that it has it: python3 peer.py "link down"
+"""Writes one line into the log service's log, and ends when it is there: python3 peer.py "link down"
 
 Shows all that a peer has to do; the protocol is described in docs/protocol.md.
 """
 import argparse
 import hashlib
 import os
-import random
+import secrets
 import socket
 import sys
 import time
 
 MAX_CALL = 1450 - 16  # a datagram less the cookie, in bytes
-TAG = 24  # blanks and tabs behind the call, which tell it from any other
 TRIES = 4
-WAIT = 1.0  # seconds for an answer
-# Where local ports are searched, for each socket. The service remembers every port that it ever heard of, so a
-# program that is run often must not use a new one each time.
-PORTS = {"mouth": range(11101, 11133), "ear": range(11133, 11165)}
+WAIT = 1.0  # seconds for a nonce
+ANSWER_WAITS = 0.2, 0.5, 1.0  # seconds for an answer; then the call is sent again, or another try made
+# Local ports to choose from. The service remembers every port that it ever heard of, so a program that is run often
+# must not use a new one each time.
+PORTS = range(11101, 11133)
 
 
 def quote(text):
@@ -26,11 +26,11 @@ def quote(text):
 
 
 class Peer:
-    """A socket that the service knows. Raises OSError when nobody answers."""
+    """A socket that the service knows. Raises OSError when no nonce comes."""
 
-    def __init__(self, service, password, ports):
+    def __init__(self, service, password):
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        for port in ports:
+        for port in PORTS:
             try:
                 self.socket.bind(("", port))
                 break
@@ -39,38 +39,43 @@ class Peer:
         self.socket.connect(service)
         self.socket.settimeout(WAIT)
         self.socket.send(b"CONN")
-        nonce = self.socket.recv(2048)
+        nonce = b""
+        while len(nonce) != 16:  # first may come what was relayed to an earlier user of the port
+            nonce = self.socket.recv(2048)
         self.cookie = hashlib.md5(nonce + password).digest()
-        self.send(b"")  # the right cookie admits us
 
-    def send(self, text):
-        self.socket.send(self.cookie + text)
+    def __enter__(self):
+        return self
 
-    def hears(self, text):
-        """Waits for a call. Everything that an admitted peer calls comes here, but what we call ourselves."""
-        end = time.monotonic() + WAIT
-        try:
-            while time.monotonic() < end:
-                if self.socket.recv(2048) == self.cookie + text:
-                    return True
-        except socket.timeout:
-            pass
-        return False
-
-    def leave(self):
+    def __exit__(self, *_):
         self.socket.send(b"CONN")  # ends the admission: nothing is sent to us any more
         self.socket.close()
 
+    def ask(self, client, call, seconds):
+        """Sends the client's first call. Returns the answer's three numbers, or None if none comes in time."""
+        self.socket.send(self.cookie + b"WithAck %s 1 %s" % (client, call))  # the right cookie admits us, too
+        ours = self.cookie + b"Ack %s " % client
+        end = time.monotonic() + seconds
+        while (left := end - time.monotonic()) > 0:
+            self.socket.settimeout(left)
+            try:
+                datagram = self.socket.recv(2048)
+            except socket.timeout:
+                break
+            # We hear what all other peers call, too.
+            if datagram.startswith(ours):
+                return [int(number) for number in datagram[len(ours):].split()]
+        return None
 
-def write(service, password, call):
-    """Tries once. False or OSError: the service may have it, but we don't know."""
-    ear = Peer(service, password, PORTS["ear"])
-    mouth = Peer(service, password, PORTS["mouth"])
-    mouth.send(call)
-    heard = ear.hears(call)
-    mouth.leave()
-    ear.leave()
-    return heard
+
+def write(service, password, client, call):
+    """Joins and asks until there is an answer, with the same client and number: the service runs it once."""
+    with Peer(service, password) as peer:
+        for seconds in ANSWER_WAITS:
+            answer = peer.ask(client, call, seconds)
+            if answer:
+                return answer
+    return None
 
 
 def main():
@@ -84,23 +89,26 @@ def main():
     parser.add_argument("--module", default="net", help="default: net")
     args = parser.parse_args()
 
-    # The log adds no line end, so the text brings its own. The tag is white space, which the service ignores.
+    # The log adds no line end, so the text brings its own.
     line = os.fsencode(args.text) + b"\n"
     call = b"LogMsg %d %s %s" % (args.type, quote(os.fsencode(args.module)), quote(line))
-    call += bytes(random.choices(b" \t", k=TAG))
-    if len(call) > MAX_CALL:
-        sys.exit(f"peer.py: the line is too long: {len(call)} bytes as a call, {MAX_CALL} fit")
-    trouble = "nothing that we send is taken: is the password right?"
+    client = secrets.token_hex(8).encode()
+    most = MAX_CALL - len(b"WithAck %s 1 " % client)
+    if len(call) > most:
+        sys.exit(f"peer.py: the line is too long: {len(call)} bytes as a call, {most} fit")
+    trouble = "nonces come, but no answers: is the password right?"
     for _ in range(TRIES):
         try:
-            if write((args.host, args.port), os.fsencode(args.password), call):
-                return
+            answer = write((args.host, args.port), os.fsencode(args.password), client, call)
+            if answer:
+                _last, _asked, refused = answer
+                sys.exit("peer.py: the service refused the call" if refused else 0)
         except ConnectionRefusedError as error:
             trouble = error
-            time.sleep(WAIT)  # nobody has the port: the service may be starting
+            time.sleep(WAIT)  # the port is free: the service may be starting
         except (OSError, OverflowError) as error:
             trouble = error
-    sys.exit(f"peer.py: no receipt from {args.host}, UDP port {args.port}: {trouble}")
+    sys.exit(f"peer.py: not confirmed by {args.host}, UDP port {args.port}: {trouble}")
 
 
 if __name__ == "__main__":

@@ -168,13 +168,13 @@ class Collector(Ear):
 class Service:
     """The service, started as a device starts it. Its console goes to a file unless stdout says otherwise."""
 
-    def __init__(self, *arguments, stdout=None, prepare=None, environment=None):
+    def __init__(self, *arguments, stdout=None, prepare=None, environment=None, binary=BINARY):
         self.console_path = os.path.join(namespace.FILES, "console")
         self.errors_path = os.path.join(namespace.FILES, "errors")
         self._fences = 0
         with open(self.console_path, "wb") as console, open(self.errors_path, "wb") as errors:
             self.process = subprocess.Popen(
-                [BINARY, *arguments], stdin=subprocess.DEVNULL, stdout=console if stdout is None else stdout,
+                [binary, *arguments], stdin=subprocess.DEVNULL, stdout=console if stdout is None else stdout,
                 stderr=errors, preexec_fn=prepare, env={**os.environ, **(environment or {})})
         self.pid = self.process.pid
 

@@ -31,7 +31,7 @@ def run(args):
     built = os.path.dirname(args.binary)
     for name in ("tests/velk_lines", "examples/log_c", "examples/log_cpp"):
         files[os.path.basename(name)] = os.path.join(built, name)
-    for name in ("log.sh", "network-up.sh"):
+    for name in ("log.sh", "wire.sh", "network-up.sh"):
         files[name] = os.path.join(REPOSITORY, "examples", name)
     if args.collectors:
         files.update({"collectors": args.collectors, "examples": os.path.join(REPOSITORY, "examples")})

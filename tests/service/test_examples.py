@@ -2,12 +2,13 @@
 import os
 import subprocess
 import sys
+import threading
 
 import namespace
 from harness import WITH_TOOL, ServiceTest
 
 PROGRAMS = [[sys.executable, os.path.join(namespace.FILES, "peer.py")],
-            *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh"))]
+            *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh", "wire.sh"))]
 LINE = "100%s `~\\ ä"
 
 
@@ -26,6 +27,20 @@ class Examples(ServiceTest):
                 self.assertEqual(started.returncode, 0, said)
                 service.fence(peer)
                 self.assertEqual(service.count("net.Warning: " + LINE.encode().decode("latin-1")), number)
+
+    def test_the_shell_shows_the_answer_among_what_others_call(self):
+        self.service()
+        stop, peer = threading.Event(), self.peer()
+
+        def call():
+            while not stop.wait(0.002):
+                peer.call(b"Others do this")
+        caller = threading.Thread(target=call)
+        caller.start()
+        said = self.start_program([os.path.join(namespace.FILES, "wire.sh")]).communicate()[0]
+        stop.set()
+        caller.join()
+        self.assertRegex(said, r"^Ack \d+ 1 1 0\n$")
 
     def test_each_says_that_nobody_is_there(self):
         for program in [self.start_program(program) for program in PROGRAMS]:

@@ -1,13 +1,12 @@
-// The service as a client sees it, with every fault that a network and a restart can bring.
+// The service as a client sees it, and what a network and a restart can do to both.
 #pragma once
 
 #include "common/UdpSocket3.h"
+#include "tests/unit/AckModel.h"
 #include "tests/unit/Peers.h"
 
 class StubService {
  public:
-  using Clock = std::chrono::steady_clock;
-
   StubService() {
     static unsigned short next = static_cast<unsigned short>(40000 + getpid() % 9000);
     do {
@@ -28,23 +27,20 @@ class StubService {
     m_end = true;
     if (m_thread.joinable()) m_thread.join();
     m_socket.Close();
-    Restart(0);
+    Restart();
   }
 
-  // Forgets all peers, and what it took in the last unrunMs, which it had no time to run.
-  void Restart(unsigned unrunMs) {
+  // Forgets all peers and clients, but not the lines.
+  void Restart() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_peers.clear();
-    while (!m_lines.empty() && Clock::now() - m_lines.back().second < std::chrono::milliseconds(unrunMs))
-      m_lines.pop_back();
+    m_acks.clients.clear();
   }
 
-  // All call texts taken, less white space at the end; probes left out.
-  std::vector<std::string> Lines() {
+  // All calls that were run.
+  Lines Ran() {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<std::string> lines;
-    for (const auto& [text, time] : m_lines) lines.push_back(text);
-    return lines;
+    return m_lines;
   }
 
   std::set<unsigned short> Admitted() {
@@ -56,17 +52,20 @@ class StubService {
     return ports;
   }
 
+  // Relays a call to every admitted peer.
   void Call(const std::string& text) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    Relay(text, 0);
+    for (const auto& [port, peer] : m_peers) {
+      if (peer.isValid) Send(peer.cookie + text, port);
+    }
   }
 
-  std::atomic<unsigned> m_faultPercent{0};    // of datagrams lost, doubled and delayed, each
+  std::atomic<bool> m_knowsAcks{true};
+  std::atomic<bool> m_isBlocked{false};       // runs nothing, and keeps nothing
   std::atomic<bool> m_answersRubbish{false};  // to everything
   std::atomic<unsigned short> m_deafPort{0};  // a cookie from there never matches
-  std::atomic<bool> m_holdsReceipts{false};   // of calls, until false again
-  std::atomic<bool> m_losesCalls{false};      // but not probes
-  std::atomic<unsigned> m_datagrams{0};       // received
+  std::atomic<unsigned> m_wrongCookies{0};    // received
+  std::atomic<unsigned> m_connects{0};        // received
   std::atomic<unsigned> m_connectPorts{0};    // that ever sent CONN
 
  private:
@@ -79,22 +78,11 @@ class StubService {
     char bytes[2000];
     InetAddress2 from(0, 0);
     while (!m_end) {
-      const bool isReadable = m_socket.WaitForRead(1) == 1;
-      const int size = isReadable ? m_socket.Read(bytes, sizeof bytes, &from) : -1;
+      if (m_socket.WaitForRead(1) != 1) continue;
+      const int size = m_socket.Read(bytes, sizeof bytes, &from);
       const std::lock_guard<std::mutex> lock(m_mutex);
-      if (size >= 0) Receive(std::string(bytes, static_cast<size_t>(size)), from.GetPort());
-      if (isReadable || m_holdsReceipts) continue;
-      for (const auto& [datagram, port] : m_delayed) SendNow(datagram, port);
-      m_delayed.clear();
+      if (size >= 0) Handle(std::string(bytes, static_cast<size_t>(size)), from.GetPort());
     }
-  }
-
-  void Receive(const std::string& datagram, unsigned short port) {
-    ++m_datagrams;
-    const unsigned chance = static_cast<unsigned>(m_random() % 100);
-    if (chance < m_faultPercent) return;
-    Handle(datagram, port);
-    if (chance < 2 * m_faultPercent) Handle(datagram, port);
   }
 
   void Handle(const std::string& datagram, unsigned short port) {
@@ -104,41 +92,30 @@ class StubService {
       return;
     }
     if (datagram == "CONN") {
+      ++m_connects;
       m_ports.insert(port);
       m_connectPorts = static_cast<unsigned>(m_ports.size());
-      const std::string nonce(16, static_cast<char>(port));  // as the real one's within the same second
+      const std::string nonce(16, static_cast<char>(m_random()));
       m_peers[port] = {Md5(nonce + "mosk"), false};
       return Send(nonce, port);
     }
     const auto peer = m_peers.find(port);
-    if (peer == m_peers.end() || port == m_deafPort || datagram.compare(0, 16, peer->second.cookie) != 0)
+    if (peer == m_peers.end()) return;
+    if (port == m_deafPort || datagram.compare(0, 16, peer->second.cookie) != 0) {
+      ++m_wrongCookies;
       return;
+    }
     peer->second.isValid = true;
     const std::string text = datagram.substr(16);
-    const size_t end = text.find_last_not_of(" \t");
-    if (end != std::string::npos && m_losesCalls) return;
-    if (!text.empty()) Relay(text, port);
-    if (end != std::string::npos) m_lines.emplace_back(text.substr(0, end + 1), Clock::now());
-  }
-
-  void Relay(const std::string& text, unsigned short sender) {
-    for (const auto& [port, peer] : m_peers) {
-      if (peer.isValid && port != sender) Send(peer.cookie + text, port);
+    if (m_isBlocked || text.empty()) return;
+    if (!m_knowsAcks || text.rfind("WithAck ", 0) != 0) {
+      m_lines.push_back(text);
+    } else {
+      Send(peer->second.cookie + m_acks.Take(text, &m_lines), port);
     }
   }
 
   void Send(const std::string& datagram, unsigned short port) {
-    const unsigned chance = static_cast<unsigned>(m_random() % 100);
-    if (chance < m_faultPercent) return;
-    if (chance < 2 * m_faultPercent || (m_holdsReceipts && datagram.find("Call") != std::string::npos)) {
-      m_delayed.emplace_back(datagram, port);
-      return;
-    }
-    SendNow(datagram, port);
-    if (chance < 3 * m_faultPercent) SendNow(datagram, port);
-  }
-
-  void SendNow(const std::string& datagram, unsigned short port) {
     const InetAddress2 to(INADDR_LOOPBACK, port);
     m_socket.Write(datagram.data(), static_cast<long>(datagram.size()), &to);
   }
@@ -151,6 +128,6 @@ class StubService {
   std::mt19937 m_random{1};
   std::map<unsigned short, Peer> m_peers;
   std::set<unsigned short> m_ports;
-  std::vector<std::pair<std::string, Clock::time_point>> m_lines;
-  std::vector<std::pair<std::string, unsigned short>> m_delayed;
+  AckModel m_acks;
+  Lines m_lines;
 };

@@ -1,0 +1,94 @@
+"""A bad network on loopback, for kernels without one of their own (netem)."""
+import heapq
+import random
+import select
+import socket
+import threading
+import time
+
+
+class LossyPath(threading.Thread):
+    """Carries datagrams between clients at `port` and a server, and loses, doubles and delays some of them.
+
+    Each client has a socket of its own towards the server, which so sees one endpoint for each. What happens to
+    the datagrams of either direction is decided by their number and the seed.
+    """
+
+    LOST, DOUBLED, LATE = 0.2, 0.1, 0.2  # parts of 1
+    MOST_DELAY = 0.005  # seconds
+
+    def __init__(self, port, server, seed):
+        super().__init__(daemon=True)
+        self.server = server
+        self.entrance = self.open_socket(("127.0.0.1", port))
+        self.upstream = {}  # socket towards the server by client
+        self.decide = {upwards: random.Random(f"{seed} {upwards}") for upwards in (True, False)}
+        self.counts = {upwards: dict.fromkeys(("carried", "lost", "doubled", "overtaken"), 0)
+                       for upwards in (True, False)}
+        self.due = []  # a heap: when, number, upwards, client, datagram
+        self.number = 0
+        self.last = {}  # the highest number that was handed on, by direction and client
+        self.wake, self.woken = socket.socketpair()
+        self.start()
+
+    @staticmethod
+    def open_socket(address):
+        new = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        new.bind(address)
+        new.setblocking(False)
+        return new
+
+    def close(self):
+        self.wake.close()
+        self.join()
+        for each in (self.entrance, self.woken, *self.upstream.values()):
+            each.close()
+
+    def run(self):
+        while True:
+            wait = max(0, self.due[0][0] - time.monotonic()) if self.due else None
+            ready = select.select([self.woken, self.entrance, *self.upstream.values()], [], [], wait)[0]
+            if self.woken in ready:
+                return
+            for each in ready:
+                self.receive(each)
+            while self.due and self.due[0][0] <= time.monotonic():
+                self.hand_on(*heapq.heappop(self.due)[1:])
+
+    def receive(self, source):
+        while True:
+            try:
+                datagram, sender = source.recvfrom(65536)
+            except BlockingIOError:
+                return
+            except ConnectionRefusedError:  # the server has no socket
+                continue
+            upwards = source is self.entrance
+            if upwards and sender not in self.upstream:
+                self.upstream[sender] = self.open_socket(("127.0.0.1", 0))
+                self.upstream[sender].connect(self.server)
+            client = sender if upwards else next(
+                client for client, each in self.upstream.items() if each is source)
+            self.plan(upwards, client, datagram)
+
+    def plan(self, upwards, client, datagram):
+        decide, counts = self.decide[upwards], self.counts[upwards]
+        lost, doubled = decide.random() < self.LOST, decide.random() < self.DOUBLED
+        delays = [decide.uniform(0, self.MOST_DELAY) * (decide.random() < self.LATE) for _ in range(2)]
+        self.number += 1
+        counts["carried"] += 1
+        counts["lost"] += lost
+        counts["doubled"] += doubled and not lost
+        for delay in () if lost else delays[:1 + doubled]:
+            heapq.heappush(self.due, (time.monotonic() + delay, self.number, upwards, client, datagram))
+
+    def hand_on(self, number, upwards, client, datagram):
+        self.counts[upwards]["overtaken"] += number < self.last.get((upwards, client), 0)
+        self.last[upwards, client] = max(number, self.last.get((upwards, client), 0))
+        try:
+            if upwards:
+                self.upstream[client].send(datagram)
+            else:
+                self.entrance.sendto(datagram, client)
+        except (BlockingIOError, ConnectionRefusedError):
+            pass

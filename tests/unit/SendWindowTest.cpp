@@ -1,0 +1,138 @@
+#include "client/SendWindow.h"
+
+#include "tests/unit/WindowModel.h"
+
+using Velk::SendWindow;
+
+namespace {
+
+constexpr uint64_t kMs = 1000;
+
+// What is sent now, less the word "WithAck" and the name.
+Lines SendAll(SendWindow& window, uint64_t nowUs) {
+  Lines sent;
+  for (SendWindow::Piece piece; window.Next(&piece); window.Sent(nowUs)) {
+    const std::string head(piece.head, piece.headLength);
+    sent.push_back((head.empty() ? head : head.substr(8 + SendWindow::kNameLength + 1)) +
+                   std::string(piece.text, piece.length));
+  }
+  return sent;
+}
+
+struct SendWindowTest : testing::Test {
+  SendWindowTest() { EXPECT_TRUE(window.Open(100, 1)); }
+
+  void Append(unsigned count) {
+    for (unsigned i = 0; i < count; ++i) window.Append("x", 1);
+  }
+  std::string Name() {
+    const SendWindow::Piece piece = window.Probe();
+    return std::string(piece.head + 8, SendWindow::kNameLength);
+  }
+  bool Answer(unsigned last, unsigned asked, unsigned refused = 0, uint64_t nowUs = 0) {
+    const std::string text = "Ack " + Name() + ' ' + std::to_string(last) + ' ' + std::to_string(asked) +
+                             ' ' + std::to_string(refused);
+    return window.TakeAnswer(text.c_str(), nowUs);
+  }
+  // The service knows the name: one call is run and answered.
+  void Begin() {
+    Append(1);
+    SendAll(window, 0);
+    Answer(1, 1);
+  }
+
+  SendWindow window;
+};
+
+}  // namespace
+
+TEST(SendWindow, RunsEachCallInOrderOverTheWorstOfPaths) {
+  for (unsigned seed = 0; seed < 40 && !testing::Test::HasFailure(); ++seed) {
+    SCOPED_TRACE(seed);
+    WindowModel(Choices::Random(seed, 20000)).Run();
+  }
+}
+
+TEST_F(SendWindowTest, SendsItsFirstCallAloneAndThenUpToTheWindow) {
+  Append(100);
+  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
+  EXPECT_TRUE(Answer(1, 1));
+  size_t most = 0;
+  for (unsigned last = 1; window.Held() != 0; ++last) {
+    const size_t sent = SendAll(window, 0).size();
+    most = std::max(most, last == 1 ? sent : most + sent - 1);
+    Answer(last + 1, last + 1);
+  }
+  EXPECT_LE(most, SendWindow::kMostUnanswered);
+  EXPECT_EQ(SendWindow::kNever, window.DueUs());
+}
+
+TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
+  Begin();
+  Append(4);
+  EXPECT_EQ(4u, SendAll(window, 0).size());
+  Answer(2, 2);
+  Answer(2, 4);
+  EXPECT_EQ((Lines{"3 x", "4 x", "5 x"}), SendAll(window, 10 * kMs));
+  Answer(2, 5);
+  Answer(1, 2);  // overtaken
+  EXPECT_EQ(Lines{}, SendAll(window, 11 * kMs));
+  uint64_t now = window.DueUs();
+  window.OnSilence(now);
+  EXPECT_EQ((Lines{"3 x"}), SendAll(window, now));
+  const uint64_t firstWait = window.DueUs() - now;
+  window.OnSilence(now = window.DueUs());
+  SendAll(window, now);
+  EXPECT_EQ(2 * firstWait, window.DueUs() - now);
+  for (int i = 0; i < 20; ++i) {
+    window.OnSilence(now = window.DueUs());
+    SendAll(window, now);
+  }
+  EXPECT_EQ(1000 * kMs, window.DueUs() - now);
+  Answer(5, 3);  // what followed the gap had only been late
+  EXPECT_EQ(0u, window.Held());
+}
+
+TEST_F(SendWindowTest, GoesOnUnderANewNameWhereItIsForgotten) {
+  Begin();
+  Append(2);
+  SendAll(window, 0);
+  const std::string name = Name();
+  EXPECT_TRUE(Answer(0, 2));
+  EXPECT_EQ(1u, window.Forgotten());
+  EXPECT_NE(name, Name());
+  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
+  EXPECT_FALSE(window.TakeAnswer(("Ack " + name + " 3 3 0").c_str(), 0));
+  EXPECT_TRUE(Answer(0, 0));  // an unknown name, which it is
+  EXPECT_EQ(1u, window.Forgotten());
+  Answer(1, 1);
+  EXPECT_EQ(1u, window.Held());
+}
+
+TEST_F(SendWindowTest, CountsRefusalsAndBelievesNothingImpossible) {
+  Begin();
+  Append(3);
+  SendAll(window, 0);
+  Answer(3, 3, 2);
+  Answer(4, 4, 1);
+  EXPECT_EQ(2u, window.Refused());
+  EXPECT_EQ(0u, window.Held());
+  Append(1);
+  for (const char* rest : {"", " ", " 5", " 5 5", " 5 5 x", " -5 5 0", " 6 6 0", " 18446744073709551615 5 0"})
+    window.TakeAnswer(("Ack " + Name() + rest).c_str(), 0);
+  EXPECT_EQ(1u, window.Held());
+}
+
+TEST_F(SendWindowTest, SendsOnceWhenTold) {
+  Begin();
+  Append(2);
+  window.SetOnce(true);
+  Append(1);
+  EXPECT_EQ((Lines{"x", "x", "x"}), SendAll(window, 0));
+  EXPECT_EQ(3u, window.SentOnce());
+  EXPECT_EQ(0u, window.Held());
+  EXPECT_TRUE(Answer(1, 1));
+  window.SetOnce(false);
+  Append(1);
+  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
+}

@@ -1,0 +1,59 @@
+#!/bin/sh
+# Makes man/velk-protocol.7 from docs/protocol.md, which is the text to edit, and puts examples/wire.sh into both.
+# "tools/protocol.sh check" changes nothing, and fails where they differ. Needs mandoc and lowdown, which is 1.0 in
+# Debian 12; another version may write other macros.
+set -eu
+cd "$(dirname "$0")/.."
+
+text=docs/protocol.md page=man/velk-protocol.7
+made=$(mktemp -d)
+trap 'rm -rf "$made"' EXIT
+
+# The listing after the comment that names the example.
+awk -v example=examples/wire.sh '
+  $0 == "<!-- " example " -->" { fences = 2 }
+  fences == 1 && !/^```/ { next }
+  { print }
+  /^```/ && fences && --fences == 1 { while ((getline line <example) > 0) print line }
+' "$text" >"$made/text"
+
+# A manual page begins with its name. Then lowdown's output is made one for terminals: headings in capitals, literals
+# bold and with the quotes and dashes that a shell takes, tables as wide as the page.
+date=$(sed -n 's/^<!-- Date: \(.*\) -->$/\1/p' "$text")
+sed '1s/.*/# Name\n\nvelk-protocol - calls to the log service over UDP\n\n# Description/; s/^##/#/' "$made/text" |
+  lowdown -s -t man --nroff-nolinks --out-no-smarty --parse-no-super -m title=velk-protocol -m section=7 -m "date=$date" |
+  awk '
+    function literal(text) {
+      gsub(/\047/, "\\(aq", text)
+      gsub(/`/, "\\(ga", text)
+      gsub(/-/, "\\-", text)
+      return text
+    }
+    NR == 1 { print "\047\\\" t\n.\\\" Made from docs/protocol.md by tools/protocol.sh."; next }
+    /^\.SH$/ { getline; print ".SH " toupper($0); afterHeading = NR; next }
+    /^\.[LP]P$/ && NR == afterHeading + 1 { next }
+    /^\.EX$/, /^\.EE$/ { print literal($0); next }
+    /^\.TE$/ { $0 = ".TE\n.sp" }
+    /^tab\(.\) expand/ { sub(/ expand/, "") }
+    /^l .*l\.$/ { sub(/l\.$/, "lx.") }
+    {
+      line = ""
+      while (match($0, /\\fC([^\\]|\\[^f])*\\fR/)) {
+        word = literal(substr($0, RSTART + 3, RLENGTH - 6))
+        gsub(/ /, " \\%", word)  # no hyphen within
+        line = line substr($0, 1, RSTART - 1) "\\fB\\%" word "\\fR"
+        $0 = substr($0, RSTART + RLENGTH)
+      }
+      print line $0
+    }' >"$made/page.7"
+mandoc -T lint -W warning "$made/page.7"
+
+if [ "${1:-}" = check ]; then
+  if ! diff -u "$text" "$made/text" || ! diff -u "$page" "$made/page.7"; then
+    echo "The wire protocol's texts differ: run tools/protocol.sh"
+    exit 1
+  fi
+else
+  cp "$made/text" "$text"
+  cp "$made/page.7" "$page"
+fi
