@@ -1,23 +1,17 @@
 #!/usr/bin/env python3
-"""Writes one line into the log service's log, and makes sure that it has it: python3 peer.py "link down"
+"""Writes one line into the log service's log and makes sure that it got there: python3 peer.py "link down"
 
-Shows all that a peer has to do; the protocol is described in docs/protocol.md.
-"""
+All that a peer has to do; the protocol is described in docs/protocol.md."""
 import argparse
+import contextlib
 import hashlib
 import os
-import random
 import socket
 import sys
 import time
 
-MAX_CALL = 1450 - 16  # a datagram less the cookie, in bytes
-TAG = 24  # blanks and tabs behind the call, which tell it from any other
-TRIES = 4
-WAIT = 1.0  # seconds for an answer
-# Where local ports are searched, for each socket. The service remembers every port that it ever heard of, so a
-# program that is run often must not use a new one each time.
-PORTS = {"mouth": range(11101, 11133), "ear": range(11133, 11165)}
+LOCAL_PORTS = range(11101, 11133)  # few: the service keeps a record of each port for ever
+TRIES, WAIT = 4, 1.0  # WAIT: seconds for an answer
 
 
 def quote(text):
@@ -25,52 +19,26 @@ def quote(text):
     return b"`" + text.replace(b"~", b"~~").replace(b"`", b"~`") + b"`"
 
 
-class Peer:
-    """A socket that the service knows. Raises OSError when nobody answers."""
-
-    def __init__(self, service, password, ports):
-        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        for port in ports:
-            try:
-                self.socket.bind(("", port))
-                break
-            except OSError:
-                pass  # taken
-        self.socket.connect(service)
-        self.socket.settimeout(WAIT)
-        self.socket.send(b"CONN")
-        nonce = self.socket.recv(2048)
-        self.cookie = hashlib.md5(nonce + password).digest()
-        self.send(b"")  # the right cookie admits us
-
-    def send(self, text):
-        self.socket.send(self.cookie + text)
-
-    def hears(self, text):
-        """Waits for a call. Everything that an admitted peer calls comes here, but what we call ourselves."""
-        end = time.monotonic() + WAIT
-        try:
-            while time.monotonic() < end:
-                if self.socket.recv(2048) == self.cookie + text:
-                    return True
-        except socket.timeout:
-            pass
-        return False
-
-    def leave(self):
-        self.socket.send(b"CONN")  # ends the admission: nothing is sent to us any more
-        self.socket.close()
+def receive(peer, is_wanted, trouble):
+    """The next datagram that is wanted. Others come, too: whatever the service's other peers call."""
+    end = time.monotonic() + WAIT
+    while time.monotonic() < end:
+        with contextlib.suppress(socket.timeout, ConnectionRefusedError):  # refused: the service may be starting
+            got = peer.recv(2048)
+            if is_wanted(got):
+                return got
+    raise OSError(trouble)
 
 
-def write(service, password, call):
-    """Tries once. False or OSError: the service may have it, but we don't know."""
-    ear = Peer(service, password, PORTS["ear"])
-    mouth = Peer(service, password, PORTS["mouth"])
-    mouth.send(call)
-    heard = ear.hears(call)
-    mouth.leave()
-    ear.leave()
-    return heard
+def ask(peer, password, client, call):
+    """Makes the client's call number 1; false: refused. OSError: ask again, the service runs a number only once."""
+    peer.send(b"CONN")
+    nonce = receive(peer, lambda got: len(got) == 16, "nobody answers")
+    cookie = hashlib.md5(nonce + password).digest()
+    peer.send(cookie + b"WithAck %s 1 %s" % (client, call))  # the right cookie admits us
+    ack = cookie + b"Ack %s 1 1 " % client  # then the number of refused calls
+    trouble = "no acknowledgement: the password is wrong, or the line too long"
+    return receive(peer, lambda got: got.startswith(ack), trouble) == ack + b"0"
 
 
 def main():
@@ -79,28 +47,29 @@ def main():
     parser.add_argument("--host", default="127.0.0.1")
     parser.add_argument("--port", type=int, default=11001)
     parser.add_argument("--password", default="mosk")
-    parser.add_argument("--type", type=int, choices=range(4), default=2,
-                        help="0 trace, 1 info, 2 warning (default), 3 error")
-    parser.add_argument("--module", default="net", help="default: net")
+    parser.add_argument("--module", default="net")
+    parser.add_argument("--type", type=int, choices=range(4), default=2, help="0 trace, 1 info, 2 warning, 3 error")
     args = parser.parse_args()
+    text, module, password = map(os.fsencode, (args.text, args.module, args.password))
+    call = b"LogMsg %d %s %s" % (args.type, quote(module), quote(text + b"\n"))  # the log adds no line end
+    client = os.urandom(16).hex().encode()  # no other client has this name
 
-    # The log adds no line end, so the text brings its own. The tag is white space, which the service ignores.
-    line = os.fsencode(args.text) + b"\n"
-    call = b"LogMsg %d %s %s" % (args.type, quote(os.fsencode(args.module)), quote(line))
-    call += bytes(random.choices(b" \t", k=TAG))
-    if len(call) > MAX_CALL:
-        sys.exit(f"peer.py: the line is too long: {len(call)} bytes as a call, {MAX_CALL} fit")
-    trouble = "nothing that we send is taken: is the password right?"
+    peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    peer.settimeout(WAIT)
+    for port in LOCAL_PORTS:
+        with contextlib.suppress(OSError):  # taken
+            peer.bind(("", port))
+            break
     for _ in range(TRIES):
         try:
-            if write((args.host, args.port), os.fsencode(args.password), call):
-                return
-        except ConnectionRefusedError as error:
-            trouble = error
-            time.sleep(WAIT)  # nobody has the port: the service may be starting
+            peer.connect((args.host, args.port))
+            trouble = None if ask(peer, password, client, call) else "the service refused the call"
+            break
         except (OSError, OverflowError) as error:
             trouble = error
-    sys.exit(f"peer.py: no receipt from {args.host}, UDP port {args.port}: {trouble}")
+    with contextlib.suppress(OSError):
+        peer.send(b"CONN")  # ends the admission: nothing is sent to us any more
+    sys.exit(trouble and f"peer.py: {args.host}, UDP port {args.port}: {trouble}")
 
 
 if __name__ == "__main__":

@@ -27,6 +27,12 @@ class Examples(ServiceTest):
                 service.fence(peer)
                 self.assertEqual(service.count("net.Warning: " + LINE.encode().decode("latin-1")), number)
 
+    def test_the_peer_says_that_its_password_is_wrong(self):
+        self.service()
+        run = subprocess.run([*PROGRAMS[0], "--password", "other", LINE], capture_output=True, text=True)
+        self.assertIn("password", run.stderr)
+        self.assertEqual(run.returncode, 1)
+
     def test_each_says_that_nobody_is_there(self):
         for program in [self.start_program(program) for program in PROGRAMS]:
             with self.subTest(program.args[-2]):
