@@ -3,11 +3,13 @@
 
 All that a peer has to do; the protocol is described in docs/protocol.md. Service and password are those below.
 """
+import contextlib
 import hashlib
 import os
 import secrets
 import socket
 import sys
+import time
 
 SERVICE, PASSWORD = ("127.0.0.1", 11001), b"mosk"
 
@@ -18,21 +20,22 @@ def quote(text):
 
 
 def receive(peer, is_wanted):
-    """The first such datagram of the next eight, or None after a second of silence. What others call comes too."""
-    try:
-        return next(filter(is_wanted, (peer.recv(2048) for _ in range(8))), None)
-    except (TimeoutError, ConnectionRefusedError):
-        return None
+    """The first such datagram within a second, or None. What others call comes, too."""
+    end = time.monotonic() + 1
+    while time.monotonic() < end:
+        with contextlib.suppress(TimeoutError, ConnectionRefusedError):  # refused: the service may be starting
+            datagram = peer.recv(2048)
+            if is_wanted(datagram):
+                return datagram
+    return None
 
 
 def main(text):
     peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for port in range(11101, 11133):  # the service keeps a record of each port for ever, so take one of few
-        try:
+        with contextlib.suppress(OSError):  # taken
             peer.bind(("", port))
             break
-        except OSError:
-            pass  # taken
     peer.connect(SERVICE)
     peer.settimeout(1)
     client = secrets.token_hex(8).encode()

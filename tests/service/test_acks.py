@@ -115,9 +115,8 @@ class Acks(ServiceTest):
                 self.ask(b"c", number, call)
             self.assertEqual([self.asker.receive()[16:] for _ in range(count)], [UNPARSABLE] * count)
             refused = 2 * number // 3
-            self.assertEqual([self.ack() for _ in range(3)],
-                             [f"c {number - 2} {number - 2} {refused - 1}", f"c {number - 1} {number - 1} {refused - 1}",
-                              f"c {number} {number} {refused}"])
+            self.assertEqual([self.ack() for _ in range(3)], [f"c {run} {run} {refusals}" for run, refusals in (
+                (number - 2, refused - 1), (number - 1, refused - 1), (number, refused))])
 
     def test_the_client_not_heard_of_for_longest_is_forgotten(self):
         self.assertEqual(self.answers((b"first", 1), (b"second", 1), (b"first", 7)),

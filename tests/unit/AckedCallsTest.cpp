@@ -46,6 +46,7 @@ const Body kAcked[] = {{"", kDone, nullptr},
                        {"''", kRefused, nullptr},
                        {"WithAck a 1 SyncLog", kRefused, nullptr},
                        {"LogMsg 1 m `open", kUnparsable, nullptr},
+                       {"SyncLog `open", kUnparsable, nullptr},
                        {"'open", kUnparsable, nullptr}};
 
 // Three peers make calls that are to be answered and others, while the queue is worked off message by
