@@ -25,7 +25,7 @@ namespace Velk {
 //
 // Holds each call until the service says that it has run it, see SendWindow: through losses, restarts and
 // absence of the service every call is run, in order. A call is run twice only where the service ends between
-// running and acknowledging it.
+// running and acknowledging it, or where it was only busy when we took it for Unanswered.
 //
 // Joins, and joins again, by itself. It needs time for that: an event loop calls Process() whenever
 // Descriptor() is readable, or a ClientThread does. Without either it works only inside SendMsg() and

@@ -83,10 +83,9 @@ bool SendWindow::Next(Piece* piece) {
 void SendWindow::Sent(uint64_t nowUs) {
   if (m_next == m_lines.First()) m_sinceUs = nowUs;
   m_lines.At(m_next).sentUs = nowUs;
+  if (m_isOnce && m_lines.At(m_next).length != 0) ++m_sentOnce;  // a ping is no loss
   ++m_next;
-  if (!m_isOnce) return;
-  m_lines.RemoveFirst();
-  ++m_sentOnce;
+  if (m_isOnce) m_lines.RemoveFirst();
 }
 
 void SendWindow::Rewind(uint64_t nowUs) {

@@ -91,7 +91,7 @@ class SendWindow {
   unsigned m_refused = 0;
   unsigned m_forgotten = 0;
   unsigned m_sentOnce = 0;
-  char m_head[kMaxHead];  // begins with what all calls under this name begin with
+  char m_head[kMaxHead] = {};  // begins with what all calls under this name begin with
 };
 
 }  // namespace Velk

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes one line into the log service's log and waits until it is there: python3 peer.py "link down"
+"""Writes one line into the log service's log and waits until it is there: python3 peer.py TEXT [PASSWORD]
 
-All that a peer has to do; the protocol is described in docs/protocol.md. Service and password are those below.
+All that a peer has to do; the protocol is described in docs/protocol.md.
 """
 import contextlib
 import hashlib
@@ -11,7 +11,7 @@ import socket
 import sys
 import time
 
-SERVICE, PASSWORD = ("127.0.0.1", 11001), b"mosk"
+SERVICE = "127.0.0.1", 11001
 
 
 def quote(text):
@@ -30,7 +30,7 @@ def receive(peer, is_wanted):
     return None
 
 
-def main(text):
+def main(text, password="mosk"):
     peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for port in range(11101, 11133):  # the service keeps a record of each port for ever, so take one of few
         with contextlib.suppress(OSError):  # taken
@@ -45,7 +45,7 @@ def main(text):
         nonce = receive(peer, lambda datagram: len(datagram) == 16)
         if nonce is None:
             continue
-        cookie = hashlib.md5(nonce + PASSWORD).digest()
+        cookie = hashlib.md5(nonce + password.encode()).digest()
         peer.send(cookie + call)
         answer = receive(peer, lambda datagram: datagram.startswith(cookie + b"Ack " + client))
         if answer is not None:
@@ -56,4 +56,4 @@ def main(text):
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:2] or sys.exit(__doc__)))
+    sys.exit(main(*sys.argv[1:]) if len(sys.argv) in (2, 3) else __doc__)

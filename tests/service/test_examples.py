@@ -28,7 +28,6 @@ class Examples(ServiceTest):
                 service.fence(peer)
                 self.assertEqual(service.count("net.Warning: " + LINE.encode().decode("latin-1")), number)
 
-<<<<<<< HEAD
     def test_the_shell_shows_the_answer_among_what_others_call(self):
         self.service()
         stop, peer = threading.Event(), self.peer()
@@ -42,13 +41,12 @@ class Examples(ServiceTest):
         stop.set()
         caller.join()
         self.assertRegex(said, r"^Ack \d+ 1 1 0\n$")
-=======
+
     def test_the_peer_says_that_its_password_is_wrong(self):
         self.service()
-        run = subprocess.run([*PROGRAMS[0], "--password", "other", LINE], capture_output=True, text=True)
+        run = subprocess.run([*PROGRAMS[0], LINE, "other"], capture_output=True, text=True)
         self.assertIn("password", run.stderr)
         self.assertEqual(run.returncode, 1)
->>>>>>> svc
 
     def test_each_says_that_nobody_is_there(self):
         for program in [self.start_program(program) for program in PROGRAMS]:
