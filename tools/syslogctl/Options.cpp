@@ -30,7 +30,7 @@ constexpr char kHelp[] =
     "                                    with --kmsg what the kernel says\n"
     "\n"
     "  -s, --server HOST[:PORT]   where the service is; else 127.0.0.1:11001\n"
-    "      --password-file FILE   the password is FILE's first line; else the usual one\n"
+    "      --password-file FILE   its first line is the password; else the usual one\n"
     "      --timeout SECONDS      how long to wait for the service; else 5\n"
     "  -q, --quiet                says nothing but errors\n"
     "  -h, --help    -V, --version\n"
