@@ -164,7 +164,7 @@ class Commands(ToolTest):
 
     def test_shows_what_others_call_and_goes_on_after_a_restart(self):
         service = self.service()
-        watches = self.start_watch("--json", "-n", "7"), self.start_watch("-n", "7")
+        watches = self.start_watch("--json", "-n", "6"), self.start_watch("-n", "6")
         service.kill_child()
         for watch in watches:
             self.assertIn("joined 127.0.0.1:11001 again", watch.stderr.readline())
@@ -185,14 +185,14 @@ class Commands(ToolTest):
         for row in rows:
             self.assertRegex(row.pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
         unreadable = {"call": "LogMsg", "unreadable": "1 'open"}
-        self.assertEqual(rows[:6], [
+        self.assertEqual(rows[:5], [
             {"call": "LogMsg", "args": ["3", "net", text], "level": "error", "module": "net", "text": text},
             {"call": "setvar", "args": ["a b", "c"]}, unreadable,
             {"call": "LogMsg", "args": ["2", "net", "numbered"], "level": "warning", "module": "net",
-             "text": "numbered"}, unreadable, {"call": "WithAck", "args": ["me"]}])
+             "text": "numbered"}, unreadable])
         self.assertEqual([line[15:] for line in lines], [
             "net.ERROR: ä \"\\x1b[31m\\x0a\\xff", "setvar 'a b' 'c'", "LogMsg (unreadable arguments) 1 'open",
-            "net.Warning: numbered", "LogMsg (unreadable arguments) 1 'open", "WithAck 'me'", "test.Info: last"])
+            "net.Warning: numbered", "LogMsg (unreadable arguments) 1 'open", "test.Info: last"])
         self.assertEqual([watch.returncode for watch in watches], [DONE, DONE])
 
     def test_measures_round_trips(self):

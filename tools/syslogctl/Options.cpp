@@ -9,6 +9,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "common/InetAddress2.h"
+
 namespace Ctl {
 namespace {
 
@@ -93,17 +95,11 @@ __attribute__((format(printf, 1, 2))) bool Refuse(const char* format, ...) {
 }
 
 bool SetServer(const char* text, Options* options) {
-  constexpr unsigned long kMaxPort = 65535;
   const char* const colon = strchr(text, ':');
   if (colon == text || *text == '\0')
     return Refuse("'%s' names no server: a host's name or IPv4 address", text);
-  if (colon != nullptr) {
-    const size_t digits = strspn(colon + 1, "0123456789");
-    const unsigned long port = strtoul(colon + 1, nullptr, 10);
-    if (digits == 0 || colon[1 + digits] != '\0' || port == 0 || port > kMaxPort) {
-      return Refuse("'%s' is no port: 1 to 65535, after the host's name or IPv4 address", colon + 1);
-    }
-  }
+  if (!InetAddress2::HasValidPort(text))
+    return Refuse("'%s' is no port: 1 to 65535, after the host's name or IPv4 address", colon + 1);
   options->server = text;
   return true;
 }
