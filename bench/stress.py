@@ -16,6 +16,7 @@ peers [LINES]     what a line costs the service beside 0 to 100 other peers
 Runs in namespaces of its own, with the harness of the tests of the service. bench/stress.sh builds what it needs.
 """
 import argparse
+import array
 import bisect
 import collections
 import contextlib
@@ -266,7 +267,7 @@ class Listener(threading.Thread):
 
     def __init__(self, collector):
         super().__init__(daemon=True)
-        self.socket, self.arrived, self.ended = collector.socket, [], False
+        self.socket, self.times, self.numbers, self.ended = collector.socket, array.array("q"), array.array("q"), False
         self.socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
         self.socket.settimeout(0.1)
 
@@ -277,7 +278,8 @@ class Listener(threading.Thread):
                 _, mark, number = datagram.partition(b"line ")
                 if mark:
                     seconds, nanoseconds = struct.unpack("qq", stamp)
-                    self.arrived.append((seconds * 10**9 + nanoseconds, int(number.split()[0])))
+                    self.times.append(seconds * 10**9 + nanoseconds)
+                    self.numbers.append(int(number.split()[0]))
 
 
 class BusyPeer(threading.Thread):
@@ -302,7 +304,9 @@ class BusyPeer(threading.Thread):
 
 
 class Feeder(threading.Thread):
-    """Gives the tool some 5,000 lines a second."""
+    """Gives the tool as many lines as it takes."""
+
+    AT_ONCE = 1000
 
     def __init__(self, process):
         super().__init__(daemon=True)
@@ -311,10 +315,9 @@ class Feeder(threading.Thread):
     def run(self):
         with self.process.stdin as pipe:
             while not self.ended:
-                pipe.write(b"".join(b"line %d\n" % number for number in range(self.count, self.count + 50)))
+                pipe.write(b"".join(b"line %d\n" % n for n in range(self.count, self.count + self.AT_ONCE)))
                 pipe.flush()
-                self.count += 50
-                time.sleep(0.01)
+                self.count += self.AT_ONCE
 
 
 def kill_and_watch(service):
@@ -364,31 +367,31 @@ def confirmed_beside(harness, kills, call):
     listener.join()
     collector.socket.close()
     service.stop()
-    judge(killed, listener.arrived, feeder.count, busy.calls)
+    judge(killed, zip(listener.times, listener.numbers), feeder.count, busy.calls)
     require(status == 0, f"exit status {status}: the tool says that all are confirmed")
 
 
 def judge(killed, arrived, lines, others):
     ends = [after for _, after in killed]
-    seen, new, repeats, highest, disorder = set(), [], collections.Counter(), -1, 0
+    seen, new, repeats, highest, disorder = bytearray(lines), array.array("q"), collections.Counter(), -1, 0
     for when, number in arrived:
-        if number in seen:
+        if seen[number]:
             repeats[bisect.bisect_right(ends, when)] += 1
             continue
-        seen.add(number)
+        seen[number] = True
         new.append(when)
         disorder += number < highest
         highest = max(highest, number)
     pauses = [(new[next_new] - before) / 1e6 for before, after in killed
               if (next_new := bisect.bisect_right(new, after)) < len(new)]
     counts = [repeats[number] for number in range(1, len(killed) + 1)]
-    print(f"{len(killed)} kills, {lines:,} lines, {lines - len(seen)} lost, {disorder} before an earlier one, "
+    print(f"{len(killed)} kills, {lines:,} lines, {lines - sum(seen)} lost, {disorder} before an earlier one, "
           f"{others:,} calls of another peer")
     print(f"repeats per kill: mean {statistics.mean(counts):.1f}, median {statistics.median(counts):.0f}, most "
           f"{max(counts)}; {repeats[0]} before the first")
     print(f"kill to the next new line: median {statistics.median(pauses):.1f} ms, 99 % "
           f"{sorted(pauses)[int(len(pauses) * 0.99)]:.1f} ms, longest {max(pauses):.1f} ms")
-    require(len(seen) == lines, "every line reached the collector")
+    require(all(seen), "every line reached the collector")
     require(disorder == 0, "in order")
     require(max(counts) <= 64 and statistics.mean(counts) <= 10, "at most 64 repeats per kill, 10 on average")
     require(len(pauses) == len(killed) and statistics.median(pauses) <= 200, "flows within 200 ms, median")
@@ -437,14 +440,16 @@ class Build:
             peer.close()
 
     def send(self, text):
-        """Seconds until all is confirmed, and the tool's memory then, in KiB."""
-        begin = time.monotonic()
+        """Seconds until all is confirmed, the tool's memory then, in KiB, and its processor time in seconds."""
+        begin, before = time.monotonic(), os.times()
         process = subprocess.Popen(self.log, stdin=subprocess.PIPE)
         process.stdin.write(text)
         memory = rss_kib(process.pid)  # it has read all but the last pipe's worth
         process.stdin.close()
         require_quietly(process.wait() == 0, f"{' '.join(self.log)}: exit status {process.returncode}")
-        return time.monotonic() - begin, memory
+        after = os.times()
+        spent = after.children_user + after.children_system - before.children_user - before.children_system
+        return time.monotonic() - begin, memory, spent
 
     def send_one(self):
         begin = time.monotonic()
@@ -474,15 +479,17 @@ def tool(harness, lines, builds):
                 build.results["ms"] += [build.send_one() * 1000 for _ in range(20)]
                 child = service.child()
                 before = cpu_us(child)
-                seconds, memory = build.send(text)
+                seconds, memory, spent = build.send(text)
                 for what, value in (("speed", lines / seconds), ("tool", memory), ("child", rss_kib(child)),
-                                    ("supervisor", rss_kib(service.pid)), ("cpu", (cpu_us(child) - before) / lines)):
+                                    ("supervisor", rss_kib(service.pid)), ("cpu", (cpu_us(child) - before) / lines),
+                                    ("tool cpu", spent * 1e6 / lines)):
                     build.results[what].append(value)
     for build in builds:
         speeds = " ".join(f"{speed:,.0f}" for speed in build.results["speed"])
-        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}), service {build.median('cpu'):.2f} us a "
-              f"line; one line {build.median('ms'):.2f} ms; KiB resident: tool {build.median('tool')}, child "
-              f"{build.median('child')}, supervisor {build.median('supervisor')}; syslogctl has "
+        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}); us a line: service "
+              f"{build.median('cpu'):.2f}, tool {build.median('tool cpu'):.2f}; one line {build.median('ms'):.2f} ms; KiB "
+              f"resident: tool {build.median('tool')}, child {build.median('child')}, supervisor "
+              f"{build.median('supervisor')}; syslogctl has "
               f"{os.path.getsize(build.log[0]):,} bytes")
     this = builds[0]
     require(this.median("ms") <= 5, "one confirmed line at most 5 ms, median")
@@ -501,7 +508,7 @@ def peers(harness, lines, builds):
                 with build.running(harness, others) as service:
                     child = service.child()
                     before = cpu_us(child)
-                    seconds, _ = build.send(text)
+                    seconds, _, _ = build.send(text)
                     build.results[f"cpu {others}"].append((cpu_us(child) - before) / lines)
                     build.results[f"speed {others}"].append(lines / seconds)
         figures = (f"{build.name} {build.median(f'cpu {others}'):.2f} us a line, "

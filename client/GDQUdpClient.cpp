@@ -4,25 +4,26 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
 
-#include "client/LogCall.h"
+#include <algorithm>
 
 namespace Velk {
 
 namespace {
 
 constexpr uint64_t kMs = 1000;
-constexpr unsigned kConnectMs = 50;
-constexpr unsigned kRefusedMs = 10;  // no one has the port: the service is restarting
+constexpr unsigned kConnectMs = 30;
 constexpr unsigned kMostConnectMs = 1000;
 constexpr unsigned kReopenConnects = 4;  // a socket keeps its local address, which may have changed
-constexpr unsigned kUnansweredJoins = 2;
-constexpr unsigned kFallbackSilences = 7;  // some 4 s
+constexpr unsigned kUnansweredSilences = 4;
+constexpr unsigned kMostSilentConnects = 32;  // silences between two CONN
+constexpr unsigned kFallbackSilences = 6;     // some 3 s
 constexpr uint64_t kKeepAliveUs = 1000 * kMs;
 constexpr uint64_t kTrustUs = 5000 * kMs;  // how long a client that hears no answers trusts its admission
 constexpr uint64_t kBlockedUs = 10 * kMs;
@@ -39,25 +40,7 @@ uint64_t EndUs(unsigned timeoutMs) {
   return timeoutMs == GDQUdpClient::kForever ? SendWindow::kNever : NowUs() + timeoutMs * kMs;
 }
 
-// Stricter than the address itself, which takes the lower half of whatever number there is.
-bool HasUsablePort(const char* server) {
-  const char* const colon = strchr(server, ':');
-  if (colon == nullptr) return true;
-  char* end = nullptr;
-  const long port = strtol(colon + 1, &end, 10);
-  return end != colon + 1 && *end == '\0' && port > 0 && port <= UINT16_MAX;
-}
-
-// Early at boot there are no random bits yet; time and process make a name, too, that no one else has.
-uint64_t RandomBits() {
-  uint64_t bits = 0;
-  if (getrandom(&bits, sizeof bits, GRND_NONBLOCK) > 0) return bits;
-  return NowUs() << 20 ^ static_cast<uint64_t>(getpid());
-}
-
 }  // namespace
-
-static_assert(LogCall::kMost == GDQUdpClient::kMaxCall, "Log() sends what LogCall writes");
 
 // Holds the mutex, with cancellation off: a thread that ended meanwhile would leave it locked.
 class GDQUdpClient::Lock {
@@ -87,26 +70,29 @@ GDQUdpClient::~GDQUdpClient() {
 bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
   Close();
   if (server == nullptr) server = "";
-  const bool hasPort = HasUsablePort(server);
+  const bool hasPort = InetAddress2::HasValidPort(server);
+  const bool hasHost = hasPort && m_server.SetAddressString(server, kDefaultPort);
   errno = hasPort ? EHOSTUNREACH : EINVAL;
-  if (!hasPort || !m_server.SetAddressString(server, kDefaultPort)) return false;
+  if (!hasHost) return false;
   free(m_password);
   m_password = strdup(password != nullptr ? password : "");
   m_options = options;
-  errno = ENOMEM;
-  if (m_password == nullptr || !m_window.Open(options.heldLines, RandomBits()) ||
+  uint64_t seed = 0;
+  // Early at boot there are no random bits. Time and process make names, too, that no one else has.
+  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) < 0)
+    seed = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
+  if (m_password == nullptr || !m_window.Open(options.heldLines, seed) ||
       (options.listen && !m_heard.Open(kHeardCalls)) || !OpenDescriptors()) {
-    const int why = errno;
     CloseAll();
-    errno = why;
     return false;
   }
   m_process = getpid();
   m_window.SetOnce(!options.reliable);
   m_state = State::NotJoined;
   m_isAnswered = false;
-  m_failedJoins = m_toldOnce = 0;
-  StartJoin(kConnectMs);
+  m_forcedJoins = m_toldOnce = 0;
+  m_connectMs = kConnectMs;
+  StartJoin(true);
   Arm();
   return true;
 }
@@ -117,8 +103,9 @@ bool GDQUdpClient::OpenDescriptors() {
   m_timer = PeerSocket::AboveStandard(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
   epoll_event event{};
   event.events = EPOLLIN;
-  return m_epoll >= 0 && m_timer >= 0 && epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) == 0 &&
-         m_socket.Open(m_server, m_epoll);
+  if (m_epoll < 0 || m_timer < 0 || epoll_ctl(m_epoll, EPOLL_CTL_ADD, m_timer, &event) != 0) return false;
+  // The network may come up later than we.
+  return m_socket.Open(m_server, m_epoll) || errno == ENETUNREACH || errno == EHOSTUNREACH;
 }
 
 // m_epoll first: a child process shares it with its parent and must not take the parent's socket out of it.
@@ -145,11 +132,13 @@ bool GDQUdpClient::IsUsable() const {
   return false;
 }
 
-void GDQUdpClient::StartJoin(unsigned waitMs) {
+// Not at once where sending failed: a CONN that is answered, each time, and followed by a call that fails,
+// would fill the service's log.
+void GDQUdpClient::StartJoin(bool isAtOnce) {
   m_isJoined = m_isBlocked = false;
   m_connects = 0;
-  m_connectMs = waitMs;
-  SendConnect();
+  m_startUs = m_sinceUs = NowUs();
+  if (isAtOnce) SendConnect();
 }
 
 void GDQUdpClient::SendConnect() {
@@ -161,19 +150,20 @@ void GDQUdpClient::SendConnect() {
 
 // Also when joined: a CONN that took its time has just ended the admission.
 void GDQUdpClient::TakeNonce(const char* nonce) {
-  m_socket.TakeNonce(nonce, m_password);
-  m_isJoined = true;
+  if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
+  if (!m_isJoined) m_window.LearnAnswerTime(m_sinceUs - m_startUs);
+  m_isJoined = true;
   if (m_state == State::NotJoined) m_state = State::Joined;
   m_window.Rewind(m_sinceUs);
   if (m_options.listen) m_socket.Send("", 0, "", 0);  // admits us before there is anything to send
   if (IsFallback()) Send(m_window.Probe());
 }
 
-void GDQUdpClient::Work() {
+void GDQUdpClient::Advance() {
   ReadSocket();
   if (NowUs() >= DueUs()) OnDue();
-  Pump();
+  SendDue();
 }
 
 void GDQUdpClient::ReadSocket() {
@@ -186,7 +176,7 @@ void GDQUdpClient::ReadSocket() {
     }
     if (errno == EAGAIN || errno == EBADF) return;
     // The machine says that no one has the port: no need to wait for a silence.
-    if (m_isJoined) return StartJoin(kRefusedMs);
+    if (m_isJoined) return StartJoin(false);
   }
 }
 
@@ -197,32 +187,33 @@ void GDQUdpClient::TakeDatagram(char* packet, unsigned size) {
   if (size == kCookieSize || !isForUs) return;
   packet[size] = '\0';
   const char* const text = packet + kCookieSize;
-  if (m_window.TakeAnswer(text, NowUs())) return TakeAnswer();
+  if (m_window.TakeAnswer(text, NowUs())) return NoteAnswer();
   if (m_options.listen) m_heard.Append(text, size - kCookieSize);
 }
 
-void GDQUdpClient::TakeAnswer() {
+void GDQUdpClient::NoteAnswer() {
   m_isAnswered = true;
-  m_failedJoins = 0;
+  m_connectMs = kConnectMs;
   m_heardUs = NowUs();
   m_state = State::Joined;
   if (IsFallback()) m_window.SetOnce(false);
 }
 
-void GDQUdpClient::Pump() {
+void GDQUdpClient::SendDue() {
   SendWindow::Piece piece;
   while (m_isJoined && !m_isBlocked && m_window.Next(&piece) && Send(piece)) m_window.Sent(NowUs());
 }
 
 bool GDQUdpClient::Send(const SendWindow::Piece& piece) {
   if (m_socket.Send(piece.head, piece.headLength, piece.text, piece.length)) return true;
-  if (errno == EAGAIN || errno == ENOBUFS) {
-    m_isBlocked = true;
-    m_sinceUs = NowUs();
-    return false;
+  m_isBlocked = errno == EAGAIN || errno == ENOBUFS;
+  m_sinceUs = NowUs();
+  if (m_isBlocked) return false;
+  if (errno != ECONNREFUSED) {  // there is no way there from its address, or not now
+    m_socket.Close();
+    m_connectMs = kMostConnectMs;
   }
-  if (errno != ECONNREFUSED) m_socket.Close();  // there is no way there from its address
-  StartJoin(kRefusedMs);
+  StartJoin(false);
   return false;
 }
 
@@ -236,8 +227,8 @@ uint64_t GDQUdpClient::DueUs() const {
 void GDQUdpClient::OnDue() {
   if (!m_isJoined) {
     if (++m_connects == kReopenConnects) m_state = State::NotJoined;
-    if (m_connectMs < kMostConnectMs) m_connectMs *= 2;
     SendConnect();
+    m_connectMs = std::min(m_connectMs * 2, kMostConnectMs);
   } else if (m_isBlocked) {
     m_isBlocked = false;
   } else if (m_window.Held() == 0) {
@@ -253,15 +244,15 @@ void GDQUdpClient::OnSilence() {
   const unsigned silences = m_window.Silences();
   if (!m_isAnswered && silences == kFallbackSilences) m_window.SetOnce(true);
   // At the second, fourth, eighth and so on: each CONN is a line in the service's log.
-  if (silences < 2 || (silences & (silences - 1)) != 0) return;
-  if (++m_failedJoins >= kUnansweredJoins) {
-    m_state = State::Unanswered;
+  if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kMostSilentConnects != 0)) return;
+  if (silences >= kUnansweredSilences) m_state = State::Unanswered;
+  if (++m_forcedJoins % 2 == 0) {
     // Another peer may share our record, and take the cookie from us: another port may help.
     m_socket.SendConnect();
     m_socket.Close();
     m_socket.ChangePort();
   }
-  StartJoin(kConnectMs);
+  StartJoin(true);
 }
 
 // Sets the timer, which is never read: setting it again makes it unreadable. When it would fire earlier than
@@ -304,28 +295,23 @@ bool GDQUdpClient::SendMsg(const char* text) {
   if (length > kMaxCall || !IsUsable()) return false;
   const Lock lock(this);
   const uint64_t now = NowUs();
-  if (now >= DueUs()) Work();
+  if (now >= DueUs()) Advance();
   if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
-    StartJoin(kConnectMs);
+    StartJoin(true);
     // Most likely the nonce comes at once, and the program may give us no time until its next call.
     if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
-  const bool isHeld = Append(text, static_cast<unsigned>(length));
-  Pump();
-  if (!m_window.IsAllSent()) Work();
+  const uint64_t end = EndUs(m_options.waitMs);
+  bool isHeld = m_window.Append(text, static_cast<unsigned>(length));
+  for (bool isInTime = true; !isHeld && isInTime; isInTime = isHeld || WaitUnlocked(end)) {
+    Advance();
+    isHeld = m_window.Append(text, static_cast<unsigned>(length));
+  }
+  SendDue();
+  if (!m_window.IsAllSent()) Advance();
   Arm();
   if (!isHeld) errno = EAGAIN;
   return isHeld;
-}
-
-bool GDQUdpClient::Append(const char* text, unsigned length) {
-  if (m_window.Append(text, length)) return true;
-  const uint64_t end = EndUs(m_options.waitMs);
-  do {
-    Work();
-    if (m_window.Append(text, length)) return true;
-  } while (WaitUnlocked(end));
-  return false;
 }
 
 void GDQUdpClient::Call(const char* name, const char* args) {
@@ -347,11 +333,11 @@ bool GDQUdpClient::Log(ELogMessageType type, const char* module, const char* tex
 }
 
 unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
-  if (!IsUsable()) return 0;
+  if (!IsUsable()) return errno == EPERM ? 1 : 0;
   const Lock lock(this);
   const uint64_t end = EndUs(timeoutMs);
   do {
-    Work();
+    Advance();
   } while (m_window.Held() != 0 && WaitUnlocked(end));
   Arm();
   if (!m_options.reliable) return m_window.Held();
@@ -370,7 +356,7 @@ void GDQUdpClient::Process() {
   if (!IsUsable()) return;
   {
     const Lock lock(this);
-    Work();
+    Advance();
   }
   while (DeliverCall()) continue;
   const Lock lock(this);
@@ -387,8 +373,17 @@ bool GDQUdpClient::DeliverCall() {
     m_heard.RemoveFirst();
   }
   char* name = text;
-  const char* const args = SplitCall(&name);
+  const char* args = SplitCall(&name);
+  const bool isWrapped = strcasecmp(name, "WithAck") == 0;
+  for (unsigned word = 0; isWrapped && word < 3; ++word) {  // CLIENT, NUMBER, and the name of the call
+    name = const_cast<char*>(args);
+    args = SplitCall(&name);
+  }
+  if (*name == '\0') return true;  // a ping
+  int state = PTHREAD_CANCEL_ENABLE;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);  // the list of listeners is locked
   Deliver(name, args);
+  pthread_setcancelstate(state, nullptr);
   return true;
 }
 

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "client/LogCall.h"
 #include "client/PeerSocket.h"
 #include "client/SendWindow.h"
 #include "common/GDQUdpBase.h"
@@ -25,7 +26,7 @@ namespace Velk {
 //
 // Holds each call until the service says that it has run it, see SendWindow: through losses, restarts and
 // absence of the service every call is run, in order. A call is run twice only where the service ends between
-// running and acknowledging it.
+// running and acknowledging it, or where it was only busy when we took it for Unanswered.
 //
 // Joins, and joins again, by itself. It needs time for that: an event loop calls Process() whenever
 // Descriptor() is readable, or a ClientThread does. Without either it works only inside SendMsg() and
@@ -36,7 +37,7 @@ namespace Velk {
 // descriptors. A thread that is cancelled in here leaves no lock behind.
 class GDQUdpClient final : public GDQUdpBase {
  public:
-  static constexpr unsigned kMaxCall = kMaxText - SendWindow::kMaxHead;  // longest call text, bytes: 1394
+  static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text, in bytes
   static constexpr unsigned short kDefaultPort = 11001;
   static constexpr unsigned short kFirstLocalPort = 11101;  // see PeerSocket
   static constexpr unsigned kForever = 0xFFFFFFFF;
@@ -51,9 +52,9 @@ class GDQUdpClient final : public GDQUdpBase {
   enum class State {
     NotJoined,  // no nonce came (yet)
     Joined,     // a nonce came, and nothing says that the service does not run what we send
-    // Nonces come, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
-    // service knows no "WithAck". Where none has come in some 4 s since Open(), a reliable client goes on to
-    // send each call once, bare; it returns to acknowledged calls with the first answer.
+    // Nonces come, but no acknowledgements: wrong password, blocked worker thread, or a service without
+    // "WithAck". Where none has come in some 3 s since Open(), a reliable client sends each call once, bare,
+    // until there is an answer.
     Unanswered,
   };
 
@@ -84,21 +85,19 @@ class GDQUdpClient final : public GDQUdpBase {
   // Cuts a "LogMsg" that is too long into several lines, as Log() does.
   void Call(const char* name, const char* args) override;
 
-  // Sends text as one line of the log, or as several where it does not fit a datagram, each cut between UTF-8
-  // characters. A line feed is added to what has none at its end. errno as for SendMsg(); EMSGSIZE means the
-  // module. False: the line, or its end, is not on its way.
+  // Sends text as one line of the log, or as several where it does not fit a datagram, see LogCall. errno as
+  // for SendMsg(); EMSGSIZE means the module. False: the line, or its end, is not on its way.
   bool Log(ELogMessageType type, const char* module, const char* text);
 
-  // Waits until every call is acknowledged; not reliable: sent. Returns how many are not after timeoutMs,
-  // which are still tried, and how many were sent once since the last Flush() because the service does not
-  // answer.
+  // Waits until every call is acknowledged; not reliable: sent. Returns how many are not after timeoutMs and
+  // are still tried, plus those sent once since the last Flush() for want of answers. 1 in a forked child.
   unsigned Flush(unsigned timeoutMs);
   Status GetStatus();
 
   // For poll(2) or epoll(7): readable when Process() has something to do, timed work included. -1: not open.
   int Descriptor() const { return IsUsable() ? m_epoll : -1; }
-  // Does what is due, without waiting. Hands what others called to the listeners, on the calling thread and
-  // without a lock, so they may call any operation but Open() and Close().
+  // Does what is due, without waiting. Hands what others called to the listeners, in order while one thread
+  // does so; of a "WithAck" what is in it. A listener may call SendMsg(), Call(), Log() and GetStatus().
   void Process();
 
  private:
@@ -111,20 +110,19 @@ class GDQUdpClient final : public GDQUdpBase {
 
   // All others are called with the mutex held.
   bool IsFallback() const { return m_options.reliable && m_window.IsOnce(); }
-  void StartJoin(unsigned waitMs);
+  void StartJoin(bool isAtOnce);
   void SendConnect();
   void TakeNonce(const char* nonce);
-  void Work();
+  void Advance();
   void ReadSocket();
   void TakeDatagram(char* packet, unsigned size);
-  void TakeAnswer();
-  void Pump();
+  void NoteAnswer();
+  void SendDue();
   bool Send(const SendWindow::Piece& piece);
   uint64_t DueUs() const;
   void OnDue();
   void OnSilence();
   void Arm();
-  bool Append(const char* text, unsigned length);
   bool WaitUnlocked(uint64_t endUs);
 
   pthread_mutex_t m_mutex;          // guards all that Open() does not set
@@ -145,11 +143,12 @@ class GDQUdpClient final : public GDQUdpBase {
   bool m_isJoined = false;     // false: CONN was sent, and no nonce came yet
   bool m_isBlocked = false;    // the socket takes no more just now
   bool m_isAnswered = false;   // there was an acknowledgement since Open()
+  uint64_t m_startUs = 0;      // when the present or latest join began
   uint64_t m_sinceUs = 0;      // the latest CONN or nonce, or when the socket was full
   uint64_t m_heardUs = 0;      // the latest acknowledgement
-  unsigned m_connectMs = 0;    // how long to wait for a nonce; doubles
+  unsigned m_connectMs = 0;    // how long to wait for a nonce; doubles until there is an acknowledgement
   unsigned m_connects = 0;     // without a nonce
-  unsigned m_failedJoins = 0;  // nonces that no acknowledgement followed
+  unsigned m_forcedJoins = 0;  // by silence
   unsigned m_toldOnce = 0;     // of the window's SentOnce(): what Flush() has told
 };
 

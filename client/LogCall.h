@@ -1,6 +1,8 @@
 // Client layer: a line of the log as the calls that carry it.
 #pragma once
 
+#include "client/SendWindow.h"
+#include "common/GDQUdpBase.h"
 #include "common/IDailyLog2.h"
 
 namespace Velk {
@@ -9,7 +11,7 @@ namespace Velk {
 // characters. A line feed is added to each piece but one that has it. One thread at a time.
 class LogCall {
  public:
-  static constexpr unsigned kMost = 1394;
+  static constexpr unsigned kMost = GDQUdpBase::kMaxText - SendWindow::kMaxHead;  // 1394
 
   // module and text may be null, which counts as empty; text must stay until the last Next().
   LogCall(ELogMessageType type, const char* module, const char* text);

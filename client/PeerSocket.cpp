@@ -34,7 +34,8 @@ bool PeerSocket::Open(const InetAddress2& server, int epoll) {
   if (connect(m_fd, native(server), sizeof(sockaddr_in)) == 0 &&
       epoll_ctl(epoll, EPOLL_CTL_ADD, m_fd, &event) == 0)
     return true;
-  Close();
+  close(m_fd);
+  m_fd = -1;
   return false;
 }
 
@@ -52,12 +53,15 @@ void PeerSocket::SendConnect() {
   send(m_fd, "CONN", 4, 0);
 }
 
-void PeerSocket::TakeNonce(const char* nonce, const char* password) {
+bool PeerSocket::TakeNonce(const char* nonce, const char* password) {
+  unsigned char cookie[kCookieSize];
   HashMD5 md5;
   md5.AddBinary(nonce, kCookieSize);
   md5.AddString(password);
-  md5.GetDigest(reinterpret_cast<unsigned char*>(m_cookie));
-  m_hasCookie = true;
+  md5.GetDigest(cookie);
+  if (IsForUs(reinterpret_cast<char*>(cookie))) return false;
+  memcpy(m_cookie, cookie, kCookieSize);
+  return m_hasCookie = true;
 }
 
 bool PeerSocket::IsForUs(const char* datagram) const {

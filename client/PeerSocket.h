@@ -32,8 +32,8 @@ class PeerSocket {
 
   // Asks for a nonce, which ends an admission. The answer to a failure is to ask again.
   void SendConnect();
-  // The cookie of this nonce and password is ours from now on.
-  void TakeNonce(const char* nonce, const char* password);
+  // The cookie of this nonce and password is ours from now on. False: it was already.
+  bool TakeNonce(const char* nonce, const char* password);
   bool HasCookie() const { return m_hasCookie; }
   // Whether a datagram, of at least kCookieSize bytes, begins with our cookie.
   bool IsForUs(const char* datagram) const;

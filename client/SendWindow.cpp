@@ -14,9 +14,7 @@ constexpr unsigned kFirstWindow = 4;
 constexpr unsigned kLeastAnswerMs = 30;
 constexpr unsigned kMostAnswerMs = 1000;
 constexpr unsigned kMostDoublings = 6;
-// Some 40 s. A name that gets no further for so long is given up, in case the service counts otherwise than
-// we.
-constexpr unsigned kSilencesOfAName = 45;
+constexpr unsigned kSilencesOfAName = 16;  // some 12 s: no answer is on its way for so long
 
 }  // namespace
 
@@ -25,7 +23,6 @@ bool SendWindow::Open(unsigned lines, uint64_t seed) {
   m_seed = seed;
   m_isOnce = false;
   m_refused = m_forgotten = m_sentOnce = 0;
-  m_silences = 0;
   m_answerMs = kLeastAnswerMs * 2;
   m_window = kFirstWindow;
   Rename();
@@ -35,7 +32,6 @@ bool SendWindow::Open(unsigned lines, uint64_t seed) {
 void SendWindow::SetOnce(bool isOnce) {
   if (isOnce == m_isOnce) return;
   m_isOnce = isOnce;
-  m_silences = 0;
   Rename();
 }
 
@@ -51,9 +47,10 @@ void SendWindow::Rename() {
   for (char* out = m_head + 8; out != m_head + 8 + kNameLength; bits /= 36)
     *out++ = "0123456789abcdefghijklmnopqrstuvwxyz"[bits % 36];
   m_head[8 + kNameLength] = ' ';
-  m_next = m_lines.First();
+  m_next = m_sent = m_lines.First();
   m_number = 1;
   m_seenRefused = 0;
+  m_silences = 0;
   m_isFresh = true;
   m_hasHole = false;
 }
@@ -83,10 +80,9 @@ bool SendWindow::Next(Piece* piece) {
 void SendWindow::Sent(uint64_t nowUs) {
   if (m_next == m_lines.First()) m_sinceUs = nowUs;
   m_lines.At(m_next).sentUs = nowUs;
-  ++m_next;
-  if (!m_isOnce) return;
-  m_lines.RemoveFirst();
-  ++m_sentOnce;
+  if (m_isOnce && m_lines.At(m_next).length != 0) ++m_sentOnce;  // a ping is no loss
+  if (static_cast<int32_t>(++m_next - m_sent) > 0) m_sent = m_next;
+  if (m_isOnce) m_lines.RemoveFirst();
 }
 
 void SendWindow::Rewind(uint64_t nowUs) {
@@ -113,7 +109,6 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
   if (strncmp(text, "Ack ", 4) != 0 || strncmp(text + 4, m_head + 8, kNameLength) != 0) return false;
   text += 4 + kNameLength;
   if (!TakeNumber(&text, &last) || !TakeNumber(&text, &asked) || !TakeNumber(&text, &refused)) return false;
-  m_silences = 0;
   m_sinceUs = nowUs;
   if (m_isOnce) return true;
   if (last == 0 && !m_isFresh) {
@@ -129,12 +124,17 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
   return true;
 }
 
-// An answer that was overtaken says less than we know, and changes nothing.
 void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   const uint64_t answered = last + 1 - m_number;
-  if (answered > Held()) return;
+  // Less than it said before: the answer was overtaken. Or, if nothing else comes, the service has forgotten
+  // us and taken a late copy of our first call for a new client's.
+  if (answered > m_sent - m_lines.First()) {
+    if (m_silences >= kSilencesOfAName) Rename();
+    return;
+  }
   if (answered != 0) {
     m_isFresh = false;
+    m_silences = 0;
     if (asked == last)
       LearnAnswerTime(nowUs - m_lines.At(m_lines.First() + static_cast<uint32_t>(answered) - 1).sentUs);
     for (uint64_t i = 0; i < answered; ++i) m_lines.RemoveFirst();
@@ -169,7 +169,6 @@ void SendWindow::OnSilence(uint64_t nowUs) {
   ++m_silences;
   m_window = 1;
   Rewind(nowUs);
-  if (m_silences % kSilencesOfAName == 0 && !m_isFresh) Rename();
 }
 
 }  // namespace Velk

@@ -64,19 +64,21 @@ class SendWindow {
   // doubles the wait for the next answer, up to a second.
   uint64_t DueUs() const;
   void OnSilence(uint64_t nowUs);
-  unsigned Silences() const { return m_silences; }  // since the latest answer
+  unsigned Silences() const { return m_silences; }  // since a call was acknowledged
+  // How long an answer took, of whatever kind, so that the wait for the next one is long enough.
+  void LearnAnswerTime(uint64_t tripUs);
 
-  // The service has a new address of ours, or knows us no more: what was sent and not answered is due again.
+  // We joined again: what was sent and not answered is due again.
   void Rewind(uint64_t nowUs);
 
  private:
   void Rename();
   Piece WithHead(uint64_t number, const char* text, unsigned length);
   void TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs);
-  void LearnAnswerTime(uint64_t tripUs);
 
   HeldLines m_lines;
-  uint32_t m_next = 0;    // First() <= next <= End(): the next to send
+  uint32_t m_next = 0;    // First() <= next <= sent <= End(): the next to send
+  uint32_t m_sent = 0;    // sent under this name up to here, perhaps before we went back
   uint64_t m_number = 1;  // that First() has under this name
   uint32_t m_hole = 0;    // the call that we went back to ...
   bool m_hasHole = false;
@@ -91,7 +93,7 @@ class SendWindow {
   unsigned m_refused = 0;
   unsigned m_forgotten = 0;
   unsigned m_sentOnce = 0;
-  char m_head[kMaxHead];  // begins with what all calls under this name begin with
+  char m_head[kMaxHead] = {};  // begins with what all calls under this name begin with
 };
 
 }  // namespace Velk

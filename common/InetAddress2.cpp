@@ -102,6 +102,14 @@ bool ResolveHost(const char* host, in_addr* address) {
 
 }  // namespace
 
+bool InetAddress2::HasValidPort(const char* text) {
+  const char* const colon = strchr(text, ':');
+  if (colon == nullptr) return true;
+  const size_t digits = strspn(colon + 1, "0123456789");
+  const unsigned long port = strtoul(colon + 1, nullptr, 10);
+  return digits != 0 && colon[1 + digits] == '\0' && port != 0 && port <= UINT16_MAX;
+}
+
 bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort) {
   if (text == nullptr) return false;
   const size_t hostLength = strcspn(text, ":");

@@ -32,6 +32,10 @@ class InetAddress2 {
   // true unless it was one.
   static unsigned long StringToIP(const char* text, bool* error);
 
+  // Whether text has no port, or one from 1 to 65535 and nothing after it. Stricter than the next operation,
+  // for what a person wrote.
+  static bool HasValidPort(const char* text);
+
   // Takes "host", "host:port", "quad" or "quad:port"; without a port the defaultPort. False leaves the
   // object as it was: port 0, no host or one longer than kMaxHost, or the lookup failed (logged).
   // A host name other than "localhost" blocks in getaddrinfo(3).

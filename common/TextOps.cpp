@@ -68,7 +68,8 @@ size_t TextOps::CharacterStart(const char* text, size_t at) {
   constexpr size_t kMaxContinuations = 3;
   size_t start = at;
   while (start > 0 && at - start < kMaxContinuations && IsContinuation(text[start])) --start;
-  return start > 0 && !IsContinuation(text[start]) ? start : at;
+  const bool isLead = static_cast<unsigned char>(text[start]) >= 0xC0;
+  return start != at && start > 0 && isLead ? start : at;
 }
 
 unsigned TextOps::PutNum(char* out, unsigned long long value) {

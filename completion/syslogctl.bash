@@ -28,7 +28,7 @@ _syslogctl() {
   local words
   case $command in
     '') words="log set remote dump watch ping call bridge $common" ;;
-    log) words="--level --tag --confirm $common" ;;
+    log) words="--level --tag $common" ;;
     remote) [[ $before == remote ]] && words='on off' ;;
     watch) words="--json --count $common" ;;
     ping) words="--count --interval $common" ;;

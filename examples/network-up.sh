@@ -44,6 +44,6 @@ if logger --help 2>&1 | grep -q -- --server; then
     { print "<" priority ">" $0 }' |
     logger --server "$collector" --udp --port 514 --rfc3164 --tag boot --prio-prefix
 else
-  unsent | syslogctl -q log -t boot --confirm  # BusyBox: its logger knows no server, but the service does
+  unsent | syslogctl -q log -t boot  # BusyBox: its logger knows no server, but the service does
 fi
 : >"$marker"

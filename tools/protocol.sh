@@ -21,7 +21,8 @@ awk -v example=examples/wire.sh '
 # bold and with the quotes and dashes that a shell takes, tables as wide as the page.
 date=$(sed -n 's/^<!-- Date: \(.*\) -->$/\1/p' "$text")
 sed '1s/.*/# Name\n\nvelk-protocol - calls to the log service over UDP\n\n# Description/; s/^##/#/' "$made/text" |
-  lowdown -s -t man --nroff-nolinks --out-no-smarty --parse-no-super -m title=velk-protocol -m section=7 -m "date=$date" |
+  lowdown -s -t man --nroff-nolinks --out-no-smarty --parse-no-super \
+    -m title=velk-protocol -m section=7 -m "date=$date" |
   awk '
     function literal(text) {
       gsub(/\047/, "\\(aq", text)

@@ -50,7 +50,7 @@ finish() {
   sed 's/^/(from the background) /' /tmp/background
 }
 
-echo "The first five minutes, as tools/transcript.sh played them on $(date +%F). What stands behind the bar comes from the"
+echo "The first five minutes, as tools/transcript.sh played them on $(date +%F). What is after the bar comes from the"
 echo "service, in a terminal of its own."
 
 remark "The service. It needs no configuration; in a device's image it gets one."
@@ -66,9 +66,9 @@ run 'python3 examples/peer.py "link down"'
 quiet="srv wrote"
 remark "It noted each handshake, too; these lines are left out from here on."
 
-remark "From a shell. --confirm comes back when the service has the lines for good."
+remark "From a shell. It comes back when the lines are in the log."
 run 'build/syslogctl log -l error -t disk "only 3 MiB left"'
-run 'seq 3 | sed "s/^/step /" | build/syslogctl log -t update --confirm; echo "exit status $?"'
+run 'seq 3 | sed "s/^/step /" | build/syslogctl log -t update; echo "exit status $?"'
 
 remark "How fast is the way there and back?"
 run 'build/syslogctl ping -n 3 -i 0.2'
@@ -76,7 +76,7 @@ run 'build/syslogctl ping -n 3 -i 0.2'
 remark "What do all the programs say? watch hears every call, also of those that come later."
 start 'build/syslogctl watch -n 2'
 run 'build/syslogctl log -l warning -t fan "4200 rpm"'
-run 'python3 examples/peer.py --module app "hello"'
+run 'python3 examples/peer.py "hello"'
 finish
 
 remark "Programs that know syslog(3) only: a bridge takes what they write to /dev/log, here another socket."
@@ -99,7 +99,7 @@ run 'grep eth0 /var/log/devices.json'
 
 remark "The serving process dies. Another one serves at once; lines that are confirmed wait for it." \
   "(From here on forwarding is off again: variables that are set live as long as the process.)"
-run "kill -9 \$(pgrep -P $service); build/syslogctl log -t after --confirm 'still here'; echo \"exit status \$?\""
+run "kill -9 \$(pgrep -P $service); build/syslogctl log -t after 'still here'; echo \"exit status \$?\""
 
 remark "Ctrl-C."
 kill -INT "$service"

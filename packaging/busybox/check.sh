@@ -12,7 +12,7 @@ until_true() {
     sleep 0.1
   done
 }
-serves() { syslogctl --timeout 1 log --confirm "$1"; }
+serves() { syslogctl --timeout 1 log "$1"; }
 services() { pidof syslog | wc -w; }
 gone() { for pid in $1; do [ ! -d "/proc/$pid" ] || return 1; done; }
 supervisor() { for pid in $(pidof syslog); do grep -q "^PPid:.1$" "/proc/$pid/status" && echo "$pid"; done; }

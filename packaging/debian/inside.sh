@@ -17,7 +17,7 @@ main_pid() { systemctl show --property MainPID --value velk.service; }
 child() { cat "/proc/$1/task/$1/children"; }
 another_child() { [ -n "$(child "$1")" ] && [ "$(child "$1")" != "$2" ]; }
 another_supervisor() { [ "$(main_pid)" != 0 ] && [ "$(main_pid)" != "$1" ]; }
-logs() { syslogctl log --confirm -t test "$1" && until_true sh -c "journalctl -u velk | grep -q 'test.Info: $1'"; }
+logs() { syslogctl log -t test "$1" && until_true sh -c "journalctl -u velk | grep -q 'test.Info: $1'"; }
 
 echo "the unit is well-formed, and shut in"
 systemd-analyze verify --man=no velk.service

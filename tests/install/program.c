@@ -1,6 +1,11 @@
 /* Uses the installed libvelk, as C99 and as C++. No service runs: the line is held, and errno says why. */
+#ifndef _POSIX_C_SOURCE
+#define _POSIX_C_SOURCE 200809L
+#endif
 #include <errno.h>
 #include <stdio.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <velk.h>
 
 #ifdef __cplusplus
@@ -13,6 +18,22 @@ static std::string text() {
 #define TEXT "x"
 #endif
 
+/* In a child process the handle is of no use but to be freed. */
+static int is_refused_in_child(velk* log) {
+  int status = -1;
+  const pid_t child = fork();
+  if (child == 0) {
+    errno = 0;
+    int isRight = velk_log(log, VELK_INFO, "test", "x") == -1 && errno == EPERM;
+    errno = 0;
+    isRight = isRight && velk_flush(log, 100) != 0 && errno == EPERM && velk_fd(log) == -1;
+    velk_process(log);
+    velk_close(log);
+    _exit(isRight ? 0 : 1);
+  }
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+}
+
 int main(void) {
   velk* log = velk_open("127.0.0.1:9", "password", VELK_NOWAIT | VELK_THREAD);
   if (log == NULL) {
@@ -23,6 +44,11 @@ int main(void) {
     perror("velk_log or velk_flush");
     return 1;
   }
+  if (!is_refused_in_child(log)) {
+    fputs("a forked child\n", stderr);
+    return 1;
+  }
+  if (velk_flush(log, 0) != 1 || errno != ENOTCONN) return 1; /* the parent still holds its line */
   if (velk_log(log, VELK_ERROR + 1, "test", "x") != -1 || errno != EINVAL) return 1;
   velk_close(log);
   if (velk_open(":", "password", 0) != NULL || errno != EINVAL) return 1;

@@ -42,6 +42,12 @@ class Examples(ServiceTest):
         caller.join()
         self.assertRegex(said, r"^Ack \d+ 1 1 0\n$")
 
+    def test_the_peer_says_that_its_password_is_wrong(self):
+        self.service()
+        run = subprocess.run([*PROGRAMS[0], LINE, "other"], capture_output=True, text=True)
+        self.assertIn("password", run.stderr)
+        self.assertEqual(run.returncode, 1)
+
     def test_each_says_that_nobody_is_there(self):
         for program in [self.start_program(program) for program in PROGRAMS]:
             with self.subTest(program.args[-2]):

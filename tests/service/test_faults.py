@@ -18,7 +18,7 @@ FAIL_FILE = os.path.join(namespace.FILES, "fail_kth")
 FUNCTIONS = ("malloc", "recvmmsg", "sendto", "write", "writev", "pwrite64", "open64", "mkostemp64", "rename", "fdopen",
              "open_memstream", "socket", "bind", "fork", "waitpid", "pthread_create")
 CALLS = [b"LogMsg 2 `m` `text %d\n`", b"SetVar remotelog_addr 127.0.0.%d", b"SyncVar", b"SyncLog",
-         b"LogMsg 3 `m` `" + b"x" * 600 + b"%d\n`", b"SetVar v%d `y`"]
+         b"LogMsg 3 `m` `" + b"x" * 600 + b"%d\n`", b"SetVar v%d `y`", b"WithAck c%d 1 SyncLog"]
 CALLS = [b"LogMsg 'open"] + [call.replace(b"%d", b"%d" % number) for number in range(8) for call in CALLS]
 # What the supervisor says when it has to end after it has begun to start children.
 LAST_WORDS = {"fork": r"Start child\.\.\.\nSyslog\.ERROR: fork\(\) failed!\nSyslog\.Info: Exiting application\.\.\.$",

@@ -3,7 +3,7 @@ import random
 
 from harness import ServiceTest
 
-WORDS = [b"LogMsg", b"SetVar", b"SyncVar", b"SyncLog", b"logmsg", b"SYNCVAR", b"0", b"1", b"2", b"3",
+WORDS = [b"LogMsg", b"SetVar", b"SyncVar", b"SyncLog", b"WithAck", b"logmsg", b"SYNCVAR", b"0", b"1", b"2", b"3",
          b"-9223372036854775809", b"184467440737095516160", b"1e999", b"%s%n%1000000d", b"=", b"\xff",
          b"remotelog_type", b"'SysLog server'", b"`tick`", b'"double"', b"'a~'b'", b"`open", b"'~", b"''",
          b"\0", b"[]", b"\n", b"\r\t\v\f", b"~~~~", b" " * 40, b"x" * 300, b"a " * 31, b"a " * 32, b"a " * 33]
@@ -21,7 +21,7 @@ class Hostile(ServiceTest):
     def almost_a_call(self):
         words = self.random.choices(WORDS, k=self.random.randrange(1, 8))
         if self.random.random() < 0.5:
-            words[0] = self.random.choice(WORDS[:4])
+            words[0] = self.random.choice(WORDS[:5])
         call = bytearray(self.random.choice([b" ", b"", b"  "]).join(words))
         for _ in range(self.random.randrange(3)):
             call[self.random.randrange(len(call))] = self.random.randrange(256)

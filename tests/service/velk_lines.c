@@ -1,8 +1,11 @@
-/* velk_lines SERVER COUNT FLAGS: writes "line 0" to "line COUNT - 1" through libvelk and waits until they
- * are confirmed. Prints how many lines per second that were. */
+/* velk_lines SERVER COUNT FLAGS [fork]: writes "line 0" to "line COUNT - 1" through libvelk and waits until
+ * they are confirmed. Prints how many lines per second that were. fork: in the middle a child process closes
+ * the handle. */
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
 #include "velk.h"
 
@@ -10,6 +13,16 @@ static double now(void) {
   struct timespec time;
   clock_gettime(CLOCK_MONOTONIC, &time);
   return (double)time.tv_sec + (double)time.tv_nsec / 1e9;
+}
+
+static int close_in_child(velk* log) {
+  int status = -1;
+  const pid_t child = fork();
+  if (child == 0) {
+    velk_close(log);
+    _exit(0);
+  }
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }
 
 int main(int argc, char** argv) {
@@ -22,6 +35,7 @@ int main(int argc, char** argv) {
   }
   const double begin = now();
   for (int i = 0; i < count; ++i) {
+    if (argc > 4 && i == count / 2 && !close_in_child(log)) return 3;
     if (velk_log(log, VELK_INFO, "lib", "line %d", i) == 0) continue;
     perror("velk_log");
     return 1;

@@ -219,6 +219,9 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
 }
 
 TEST_F(GDQUdpClientTest, LeavesNoLockWhereAThreadIsCancelled) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer takes the frames of a cancelled thread for still in use";
+#endif
   service.Stop();
   options.heldLines = 16;
   ASSERT_TRUE(Open(client) && SendNumbers(client, 0, 16));

@@ -26,3 +26,24 @@ TEST(LogCall, CutsLongLinesBetweenCharacters) {
   EXPECT_EQ(3u, CheckCalls(Info, "m", std::string(3 * room, 'x') + "\n"));
   EXPECT_EQ(4u, CheckCalls(Info, "m", std::string(3 * room + 1, 'x')));
 }
+
+// Of texts that are no UTF-8, too, and whatever the cut meets.
+TEST(LogCall, CutsQuotedTextsAsItCutsOthers) {
+  for (unsigned pad = 1300; pad < 1400; ++pad) {
+    std::string text(pad, 'x');
+    for (int i = 0; i < 40; ++i) text += "`\x80~";
+    std::string quoted = " 2 `m` `";
+    for (const char c : text) quoted += (c == '`' || c == '~' ? "~" : "") + std::string(1, c);
+    Velk::ArgsParser parser(4);
+    std::string joined;
+    const std::string args = quoted + "`";
+    LogCall pieces("LogMsg", args.c_str());
+    while (const char* const call = pieces.Next()) {
+      ASSERT_TRUE(parser.ParseArgs(call)) << pad;
+      joined += (*parser.GetArgs())[3]->AsStr();
+      ASSERT_EQ('\n', joined.back());
+      joined.pop_back();
+    }
+    ASSERT_EQ(text, joined) << pad;
+  }
+}

@@ -6,6 +6,14 @@
 #include "tests/unit/Test.h"
 
 using Endpoint = std::pair<uint32_t, uint16_t>;
+using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
+
+// What servers send, in a program that has ServerModel.h in one of its sources. Null: it is really sent.
+inline Datagrams* s_sent = nullptr;
+
+inline Endpoint EndpointOf(const InetAddress2& address) {
+  return Endpoint(address.GetIP(), address.GetPort());
+}
 
 // The cookie, made of the nonce and the password.
 inline std::string Md5(const std::string& bytes) {

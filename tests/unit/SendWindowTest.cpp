@@ -47,7 +47,7 @@ struct SendWindowTest : testing::Test {
 }  // namespace
 
 TEST(SendWindow, RunsEachCallInOrderOverTheWorstOfPaths) {
-  for (unsigned seed = 0; seed < 40 && !testing::Test::HasFailure(); ++seed) {
+  for (unsigned seed = 0; seed < 100 && !testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     WindowModel(Choices::Random(seed, 20000)).Run();
   }
@@ -107,6 +107,21 @@ TEST_F(SendWindowTest, GoesOnUnderANewNameWhereItIsForgotten) {
   EXPECT_EQ(1u, window.Forgotten());
   Answer(1, 1);
   EXPECT_EQ(1u, window.Held());
+}
+
+// The service has forgotten the name, and learnt it again from a late copy of its first call.
+TEST_F(SendWindowTest, GivesUpANameThatTheServiceCountsOtherwise) {
+  Begin();
+  Append(2);
+  SendAll(window, 0);
+  Answer(2, 2);
+  const std::string name = Name();
+  for (uint64_t now = 0, tries = 0; name == Name(); window.OnSilence(now = window.DueUs())) {
+    ASSERT_LT(++tries, 30u);
+    SendAll(window, now);
+    Answer(1, 3, 0, now);
+  }
+  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
 }
 
 TEST_F(SendWindowTest, CountsRefusalsAndBelievesNothingImpossible) {

@@ -11,9 +11,7 @@
 
 extern time_t g_now;  // 0: the real time
 
-using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
-
-inline Datagrams* s_sent = nullptr;  // null: datagrams are really sent
+inline int s_sendFlags = 0;  // of the last datagram
 
 extern "C" {
 
@@ -23,8 +21,8 @@ ssize_t __wrap_sendto(int fd, const void* bytes, size_t size, int flags, const s
   if (s_sent == nullptr) return __real_sendto(fd, bytes, size, flags, to, length);
   InetAddress2 address(0, 0);
   memcpy(&address.Native(), to, sizeof address.Native());
-  s_sent->emplace_back(Endpoint(address.GetIP(), address.GetPort()),
-                       std::string(static_cast<const char*>(bytes), size));
+  s_sent->emplace_back(EndpointOf(address), std::string(static_cast<const char*>(bytes), size));
+  s_sendFlags = flags;
   return static_cast<ssize_t>(size);
 }
 
@@ -42,24 +40,33 @@ class ServerModel final : public Velk::GDOBase {
   explicit ServerModel(Choices choices) : m_choices(choices) {}
   virtual ~ServerModel() = default;
 
-  void Call(const char* name, const char* args) override { m_heard.emplace_back(name, args); }
+  void Call(const char* name, const char* args) override {
+    m_heard.emplace_back(EndpointOf(m_server.Sender()), name, args);
+  }
 
   void Run() {
     CapturedLog log(true);
     Datagrams sent;
-    Velk::GDQUdpSrv server;
-    server.AddListener(this);
-    server.AddListener(this);
+    m_server.AddListener(this);
+    m_server.AddListener(this);
     s_sent = &sent;
     for (g_now = 1; m_choices.AreLeft() && !::testing::Test::HasFailure(); g_now += m_choices.Below(3)) {
-      if (m_choices.Below(16) == 0) {
+      const unsigned kind = m_choices.Below(16);
+      if (kind == 0) {
         const std::string text = MakeText();
-        EXPECT_EQ(SendMsg(text), server.SendMsg(text.c_str()));
+        EXPECT_EQ(SendMsg(text), m_server.SendMsg(text.c_str()));
+      } else if (kind == 1) {
+        const Endpoint to = MakeEndpoint();
+        const std::string text = MakeText();
+        s_sendFlags = MSG_DONTWAIT;
+        EXPECT_EQ(SendTo(to, text),
+                  m_server.SendTo(InetAddress2(static_cast<long>(to.first), to.second), text.c_str()));
+        EXPECT_EQ(MSG_DONTWAIT, s_sendFlags);
       } else {
         const Endpoint from = MakeEndpoint();
         const std::string datagram = MakeDatagram(from);
         Take(from, datagram);
-        Give(server, from, datagram);
+        Give(m_server, from, datagram);
       }
       EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(sent, {}));
       EXPECT_EQ(std::exchange(m_calls, {}), std::exchange(m_heard, {}));
@@ -115,6 +122,14 @@ class ServerModel final : public Velk::GDOBase {
     return true;
   }
 
+  // To the endpoint itself, even if its record is that of another one with the same product.
+  bool SendTo(const Endpoint& to, const std::string& text) {
+    const Peer* const peer = Find(to);
+    if (peer == nullptr || !peer->isValid || text.size() > Velk::GDQUdpSrv::kMaxText) return false;
+    m_sent.emplace_back(to, peer->cookie + text);
+    return true;
+  }
+
   // What a datagram makes the server send, call and log.
   void Take(const Endpoint& from, const std::string& datagram) {
     if (datagram.size() > Velk::GDQUdpSrv::kMaxDatagram) return;
@@ -135,7 +150,7 @@ class ServerModel final : public Velk::GDOBase {
     const std::string space = " \t\n\v\f\r";
     const std::string call = text.substr(std::min(text.find_first_not_of(space), text.size()));
     const size_t end = std::min(call.find_first_of(space), call.size());
-    m_calls.emplace_back(call.substr(0, end), end < call.size() ? call.substr(end + 1) : "");
+    m_calls.emplace_back(from, call.substr(0, end), end < call.size() ? call.substr(end + 1) : "");
   }
 
   void Relay(const std::string& text, const Endpoint* sender) {
@@ -173,8 +188,9 @@ class ServerModel final : public Velk::GDOBase {
   }
 
   Choices m_choices;
+  Velk::GDQUdpSrv m_server;
   std::map<uint32_t, std::vector<Peer>> m_chains;
   Datagrams m_sent;
-  std::vector<std::pair<std::string, std::string>> m_calls, m_heard;
+  std::vector<std::tuple<Endpoint, std::string, std::string>> m_calls, m_heard;  // sender, name, arguments
   std::vector<std::string> m_lines;
 };

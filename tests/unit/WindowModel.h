@@ -114,18 +114,20 @@ class WindowModel {
     for (const std::string& text : std::exchange(m_queue, {})) {
       Lines ran;
       m_toClient.Put(m_choices, m_nowUs, m_service.Take(text, &ran));
-      for (const std::string& call : ran) NoteRun(static_cast<size_t>(std::stoul(call.substr(5))));
+      // A late copy of a name's first call makes a name known that the service has forgotten.
+      const bool isFirst = text.find(" 1 Call") != std::string::npos;
+      for (const std::string& call : ran) NoteRun(static_cast<size_t>(std::stoul(call.substr(5))), isFirst);
     }
   }
 
   // For the first time in order, and again only where the service forgot us, or was silent for very long.
-  void NoteRun(size_t call) {
+  void NoteRun(size_t call, bool isFirst) {
     size_t next = m_firstRun.empty() ? 0 : m_firstRun.rbegin()->first + 1;
     while (next < m_isRefusable.size() && m_isRefusable[next]) ++next;
     ASSERT_LE(call, next);
     if (call != next) {
       const auto [losses, when] = m_firstRun[call];
-      ASSERT_TRUE(losses != m_losses || m_nowUs - when > 30 * kSecond) << call;
+      ASSERT_TRUE(losses != m_losses || isFirst || m_nowUs - when > 12 * kSecond) << call;
     }
     m_firstRun[call] = {m_losses, m_nowUs};
   }

@@ -16,7 +16,7 @@ class LogSocket {
   // Removes the file too, unless it is somebody else's by now.
   ~LogSocket();
 
-  // Takes the place of a socket that nobody reads any more, of nothing else. False: said why.
+  // Takes the place of a socket that no process reads any more, of nothing else. False: said why.
   bool Open(const char* path);
 
   int Descriptor() const { return m_fd; }

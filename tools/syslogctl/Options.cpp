@@ -9,6 +9,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "common/InetAddress2.h"
+
 namespace Ctl {
 namespace {
 
@@ -30,7 +32,7 @@ constexpr char kHelp[] =
     "                                    with --kmsg what the kernel says\n"
     "\n"
     "  -s, --server HOST[:PORT]   where the service is; else 127.0.0.1:11001\n"
-    "      --password-file FILE   the password is FILE's first line; else the usual one\n"
+    "      --password-file FILE   its first line is the password; else the usual one\n"
     "      --timeout SECONDS      how long to wait for the service; else 5\n"
     "  -q, --quiet                says nothing but errors\n"
     "  -h, --help    -V, --version\n"
@@ -93,17 +95,11 @@ __attribute__((format(printf, 1, 2))) bool Refuse(const char* format, ...) {
 }
 
 bool SetServer(const char* text, Options* options) {
-  constexpr unsigned long kMaxPort = 65535;
   const char* const colon = strchr(text, ':');
   if (colon == text || *text == '\0')
     return Refuse("'%s' names no server: a host's name or IPv4 address", text);
-  if (colon != nullptr) {
-    const size_t digits = strspn(colon + 1, "0123456789");
-    const unsigned long port = strtoul(colon + 1, nullptr, 10);
-    if (digits == 0 || colon[1 + digits] != '\0' || port == 0 || port > kMaxPort) {
-      return Refuse("'%s' is no port: 1 to 65535, after the host's name or IPv4 address", colon + 1);
-    }
-  }
+  if (!InetAddress2::HasValidPort(text))
+    return Refuse("'%s' is no port: 1 to 65535, after the host's name or IPv4 address", colon + 1);
   options->server = text;
   return true;
 }

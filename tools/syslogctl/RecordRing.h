@@ -43,7 +43,7 @@ class RecordRing {
   unsigned long long m_dropped = 0;  // not yet reported
   size_t m_begin = 0;
   size_t m_end = 0;
-  char m_bytes[kSize];  // m_begin to m_end: each record behind its header
+  char m_bytes[kSize];  // m_begin to m_end: each record after its header
 };
 
 }  // namespace Ctl

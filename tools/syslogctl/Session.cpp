@@ -180,10 +180,13 @@ unsigned Session::PatienceMs() const {
 
 int Session::Finish() {
   Patience patience(PatienceMs());
+  bool wasInterrupted = IsInterrupted();
   unsigned left;
   while ((left = Status().held) != 0 && patience.LeftMs() != 0) {
     Wait(patience.LeftMs());
     if (Status().held < left) patience.Renew();
+    if (IsInterrupted() && !wasInterrupted) patience = Patience(PatienceMs());
+    wasInterrupted = IsInterrupted();
   }
   return Judge(false);
 }

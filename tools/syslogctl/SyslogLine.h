@@ -15,7 +15,7 @@ struct SyslogLine {
   ELogMessageType type;
   // The program's tag, else its facility; never empty, without control characters.
   char module[kMaxModule + 1];
-  const char* pid;  // what stood in brackets behind the tag; pidLength 0: nothing did
+  const char* pid;  // what was in brackets after the tag; pidLength 0: nothing
   size_t pidLength;
   const char* text;
   size_t textLength;

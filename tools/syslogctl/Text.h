@@ -8,14 +8,14 @@
 namespace Ctl {
 
 // Takes the first line off a text: *line and *length are the line without its line feed, *text and *left what
-// is behind it. False: the text is empty.
+// follows it. False: the text is empty.
 bool TakeLine(const char** text, size_t* left, const char** line, size_t* length);
 
 // Appends text with each NUL, which would end the call, as the two characters \0.
 void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length);
 
 // Appends text as a terminal may show it: control characters and bytes that are not UTF-8 as \xNN, so that
-// nobody who logs a line controls the terminal. Keeps tabs.
+// who logs a line does not control the terminal. Keeps tabs.
 void AppendPrintable(Velk::SimpleString& out, const char* text);
 
 // Appends text as a JSON string, RFC 8259; bytes that are not UTF-8 become U+FFFD.

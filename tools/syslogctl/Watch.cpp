@@ -39,22 +39,13 @@ struct Heard {
   const char* name;
   const char* rawArgs;
   const Velk::IArgsList* args;  // null: the service can't read them either
-  unsigned first;               // of args that is the call's
 
-  unsigned Count() const { return args != nullptr ? args->GetCount() - first : 0; }
-  const char* Text(unsigned index) const { return args->GetItem(first + index)->AsStr(); }
+  unsigned Count() const { return args != nullptr ? args->GetCount() : 0; }
+  const char* Text(unsigned index) const { return args->GetItem(index)->AsStr(); }
   // The name is the printer's too: a program that has its whole log forwarded says "logmsg".
   bool IsLogLine() const { return strcasecmp(name, "LogMsg") == 0 && Count() == 3; }
-  const Level& LogLevel() const { return LevelOf(args->GetItem(first)->AsInt()); }
+  const Level& LogLevel() const { return LevelOf(args->GetItem(0)->AsInt()); }
 };
-
-// Takes the first word off a text: *word and *length are the word, *text what follows it.
-void TakeWord(const char** text, const char** word, size_t* length) {
-  constexpr char kSpace[] = " \t\n\v\f\r";
-  *word = *text + strspn(*text, kSpace);
-  *length = strcspn(*word, kSpace);
-  *text = *word + *length;
-}
 
 // A listener of the client, called within Process().
 class Printer final : public Velk::GDOBase {
@@ -68,56 +59,23 @@ class Printer final : public Velk::GDOBase {
   bool Flush() { return fflush(stdout) == 0 && ferror(stdout) == 0; }
 
  private:
-  bool Unwrap(Heard* heard);
-  void Print(const Heard& heard);
   void WriteJson(const Heard& heard);
   void WriteTime();
   void WriteLogLine(const Heard& heard);
   void WriteCall(const Heard& heard);
   void Field(const char* name, const char* value);
 
-  static constexpr unsigned kWrapping = 3;  // arguments of a WithAck before those of the call in it
-
   const Options& m_options;
   bool m_isColored;
   unsigned long m_printed = 0;
   Velk::ArgsParser m_parser{Velk::GDQ::kMaxArgs};
-  Velk::SimpleString m_name{64, 64};
   Velk::SimpleString m_line{1024, 1024};
 };
 
 void Printer::Call(const char* name, const char* args) {
-  Heard heard{name, args, m_parser.ParseArgs(args) ? m_parser.GetArgs() : nullptr, 0};
-  if (strcasecmp(name, "WithAck") == 0 && !Unwrap(&heard)) return;
-  if (*heard.name == '\0' || strcasecmp(name, "Ack") == 0 || IsDone()) return;
-  Print(heard);
-}
-
-// Makes what is in a WithAck look as if it had been called bare. False: there is nothing in it.
-bool Printer::Unwrap(Heard* heard) {
-  if (heard->args != nullptr) {
-    if (heard->Count() < kWrapping - 1) return true;  // no client or no number: is shown as it came
-    if (heard->Count() < kWrapping) return false;
-    heard->name = heard->Text(kWrapping - 1);
-    heard->first = kWrapping;
-    return true;
-  }
-  const char* rest = heard->rawArgs;
-  const char* word = "";
-  size_t length = 0;
-  for (unsigned i = 0; i < kWrapping; ++i) {
-    TakeWord(&rest, &word, &length);
-    if (length == 0 || strchr("'`\"", *word) != nullptr) return true;
-  }
-  m_name.Empty();
-  m_name.Append(word, static_cast<unsigned>(length));
-  heard->name = m_name.Str();
-  heard->rawArgs = *rest != '\0' ? rest + 1 : rest;
-  return true;
-}
-
-void Printer::Print(const Heard& heard) {
+  if (*name == '\0' || strcasecmp(name, "Ack") == 0 || IsDone()) return;
   ++m_printed;
+  const Heard heard{name, args, m_parser.ParseArgs(args) ? m_parser.GetArgs() : nullptr};
   m_line.Empty();
   if (m_options.json) {
     WriteJson(heard);

@@ -9,6 +9,10 @@
 
 namespace {
 
+// Of a call, so that the service reads them beside the client, the number and the name that go with it.
+constexpr int kMostArguments = 29;
+static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service reads as many as are sent");
+
 const Ctl::Command kCommands[] = {
     {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]", Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", Ctl::RunSet},
@@ -16,7 +20,7 @@ const Ctl::Command kCommands[] = {
     {"dump", "", 0, 0, "(no arguments)", Ctl::RunDump},
     {"watch", "Jn", 0, 0, "[--json] [-n COUNT]", Ctl::RunWatch},
     {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", Ctl::RunPing},
-    {"call", "", 1, 1 + Velk::GDQ::kMaxArgs, "NAME [ARGUMENT...], at most 32 arguments", Ctl::RunCall},
+    {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...], at most 29 arguments", Ctl::RunCall},
     {"bridge", "SK", 0, 0, "[--socket PATH] [--kmsg]", Ctl::RunBridge},
     {nullptr, nullptr, 0, 0, nullptr, nullptr},
 };
