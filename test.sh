@@ -58,6 +58,7 @@ sources() { git ls-files '*.h' '*.cpp' '*.c'; }
 
 tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "rsyslog and syslog-ng are not to be had: their tests are left out"
 step "format" bash -c "$(declare -f sources); sources | xargs clang-format --dry-run --Werror"
+step "layers" python3 tests/layers.py
 for preset in release asan tsan; do
   step "build $preset" build $preset
   step "unit $preset" unit $preset

@@ -1,3 +1,4 @@
+// Client layer: the C interface.
 #include "client/velk.h"
 
 #include <errno.h>

@@ -6,6 +6,8 @@
 #include <string.h>
 
 #include "common/Console.h"
+#include "common/GDQUdpBase.h"
+#include "common/ScopedLock.h"
 #include "common/ThreadId.h"
 #include "common/TimeStamp.h"
 
@@ -110,16 +112,29 @@ void LogPrinter::LogText(ELogMessageType type, const char* module, const char* t
 
 void LogPrinter::HandOut(ELogMessageType type, const char* module, const char* message) {
   if (IsEmpty(module)) module = m_appName.Str();
-  if (!t_sendsRemote) {
-    m_mutex.Lock();
-    t_sendsRemote = true;
-    if (m_remoteQueue != nullptr) SendRemote(type, module, message);
-    t_sendsRemote = false;
-    m_mutex.Unlock();
-  }
+  SendRemote(type, module, message);
   if (m_sink != nullptr) m_sink->Log(type, module, message);
   const char* level = LevelWord(type);
   if (level != nullptr) PrintToConsole(level, module, message);
+}
+
+void LogPrinter::SendRemote(ELogMessageType type, const char* module, const char* message) {
+  if (t_sendsRemote) return;
+  const Velk::ScopedLock lock(m_mutex);
+  if (m_remoteQueue == nullptr) return;
+  t_sendsRemote = true;
+  Velk::ArgsBuilder2 call = *m_remoteQueue << "logmsg";
+  call << static_cast<int>(type) << module << message;
+  call.CallObj();
+  t_sendsRemote = false;
+}
+
+void LogPrinter::SetLogToGDQUdp(Velk::GDQUdpBase* queue) {
+  // Always through the singleton, whichever printer is switched: its console is where people look. The queue
+  // is attached afterwards, so a peer does not hear about itself.
+  LogPrinter::Instance()->Log(Info, nullptr, "UDP remote logging enabled\n");
+  const Velk::ScopedLock lock(m_mutex);
+  m_remoteQueue = queue;
 }
 
 void LogPrinter::PrintToConsole(const char* level, const char* module, const char* text) {

@@ -57,7 +57,6 @@ class LogPrinter {
  private:
   bool IsFiltered(ELogMessageType type) const;
   void HandOut(ELogMessageType type, const char* module, const char* message);
-  // In a source of its own, because it alone needs the transport layer. The mutex is held.
   void SendRemote(ELogMessageType type, const char* module, const char* message);
 
   Velk::Mutex m_mutex;

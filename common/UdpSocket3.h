@@ -1,4 +1,4 @@
-// Logging and configuration layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
+// Network layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
 #pragma once
 
 #include "common/InetAddress2.h"

@@ -1,4 +1,4 @@
-// syslogctl dump
+// Tool layer: syslogctl dump.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>

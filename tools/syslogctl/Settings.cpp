@@ -1,4 +1,4 @@
-// syslogctl set, remote and call: few calls.
+// Tool layer: syslogctl set, remote and call: few calls.
 #include <ctype.h>
 #include <string.h>
 
