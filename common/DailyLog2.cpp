@@ -115,10 +115,11 @@ DailyLog2::MessageChunk* DailyLog2::ChunkList::PopFront() {
 }
 
 DailyLog2::DailyLog2(unsigned int capacity, const char* syncPath)
-    : m_capacity(capacity), m_syncPath(syncPath) {
+    : m_capacity(capacity),
+      m_slots(new ChunkList[capacity]),
+      m_sizes(new unsigned[capacity]()),
+      m_syncPath(syncPath) {
   if (!m_syncPath.IsEmpty()) PrepareDirectory(syncPath);
-  m_slots = new ChunkList[capacity];
-  m_sizes = new unsigned[capacity]();
 }
 
 DailyLog2::~DailyLog2() {
