@@ -50,9 +50,9 @@ void LoadConfiguration(const char* path) {
 }
 
 void EnableConfiguredSyslog(DailyLog2& dailyLog) {
-  const char* const type = AppData::GetInstance()->GetVar(kRemoteLogType, "");
-  if (type == nullptr || strcmp(type, kSyslogServerType) != 0) return;
-  const char* const address = AppData::GetInstance()->GetVar(kRemoteLogAddress, "");
+  const char* const type = AppData::GetInstance()->GetVar(Velk::kRemoteLogType, "");
+  if (type == nullptr || strcmp(type, Velk::kSyslogServerType) != 0) return;
+  const char* const address = AppData::GetInstance()->GetVar(Velk::kRemoteLogAddress, "");
   if (address == nullptr) {
     LogPrinter::Instance()->Log(Error, nullptr, "Cannot load syslog server address!\n");
     return;

@@ -12,6 +12,7 @@
 #include "common/GDQUdpBase.h"
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
+#include "common/ServiceNames.h"
 
 namespace Velk {
 
@@ -37,7 +38,7 @@ namespace Velk {
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = kMaxText - SendWindow::kMaxHead;  // longest call text, bytes: 1394
-  static constexpr unsigned short kDefaultPort = 11001;
+  static constexpr unsigned short kDefaultPort = kServicePort;
   static constexpr unsigned short kFirstLocalPort = 11101;  // see PeerSocket
   static constexpr unsigned kForever = 0xFFFFFFFF;
 
