@@ -10,15 +10,14 @@
 #include "common/SimpleString.h"
 #include "common/UdpSocket3.h"
 
-// Stands where a caller of WriteToSyslog has an event's time. Nothing is kept of it: the server stamps what
-// it receives.
+// The time of an event, which WriteToSyslog ignores: the server stamps what it receives.
 struct _SYSTEMTIME {};
 
-// The sink behind LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
+// The sink of LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
 // the daily file and the console (where Open asked for them), to the syslog server and into a ring of the
-// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Unless
-// somebody watches, nothing is allocated once the ring is full of messages of the usual length. No failure to
-// write or send is reported.
+// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Without
+// watchers nothing is allocated once the ring is full of messages of the usual length. No failure to write or
+// send is reported.
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
