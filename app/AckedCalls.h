@@ -30,7 +30,7 @@ class RemoteMessages;
 // only its number 1 makes it so. There is no answer without a CLIENT and a NUMBER.
 //
 // The server's one listener: all other calls go on to the messages. Call runs on the receive thread, the rest
-// on the queue's thread.
+// on the worker thread.
 class AckedCalls final : public Velk::GDOTimerBase {
  public:
   static constexpr unsigned kMostDigits = 18;  // of a NUMBER: the one after it fits in 64 bits too

@@ -19,8 +19,8 @@ void ErrReporter::OnParseError(Velk::IGenericDispatchTarget* target, const char*
   if (m_ackedCalls != nullptr) m_ackedCalls->OnParseError(target, name, args);
 }
 
-// Trace although the text says ERROR: a peer's unknown or rejected call must not fill the log of a device in
-// the field, only that of a developer who asked for trace.
+// Trace although the text says ERROR: unknown and rejected calls of peers must not fill the log, unless it
+// was started with "debug".
 void ErrReporter::OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) {
   LogPrinter::Instance()->Log(Trace, nullptr, "ERROR: OnDispatchError(%s,%s) -> 0x%x\n", name, args,
                               Address(target));

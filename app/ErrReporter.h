@@ -5,13 +5,13 @@
 
 class AckedCalls;
 
-// Called on the queue's thread. Must outlive the queue that points to it.
+// Called on the worker thread. Must outlive the queue that points to it.
 class ErrReporter final : public Velk::IGenericDispatchQueue::IErrorReport {
  public:
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
   void OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
   void OnPostError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
 
-  // Is told of parse errors too. Written by the owner before the queue's thread runs. Not owned; may be null.
+  // Is told of parse errors too. Written by the owner before the worker thread runs. Not owned; may be null.
   AckedCalls* m_ackedCalls = nullptr;
 };

@@ -56,7 +56,7 @@ bool MonitorChild() {
       log->Log(Error, nullptr, "Waitpid returned %d instead of %d! Exiting...\n", ended, child);
       exit(1);
     }
-    // The raw status word, not decoded: what watches the console on devices compares these numbers.
+    // The raw status word: programs that watch the console on devices compare it.
     log->Log(Info, nullptr, "Child exited with code %d, restarting...\n", status);
   }
 }

@@ -5,6 +5,10 @@
 #include "app/RemoteSyslog.h"
 #include "common/AppData.h"
 #include "common/LogPrinter.h"
+#include "common/ServiceNames.h"
+
+using Velk::kRemoteLogAddress;
+using Velk::kRemoteLogType;
 
 RemoteMessages::RemoteMessages() {
   AddHandler("SetVar", &RemoteMessages::SetVar);
@@ -30,12 +34,12 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
 
   const char* const type = data->GetVar(kRemoteLogType, "");
   const char* const address = data->GetVar(kRemoteLogAddress, "");
-  if (type != nullptr && strcmp(type, kSyslogServerType) == 0 && address != nullptr) {
+  if (type != nullptr && strcmp(type, Velk::kSyslogServerType) == 0 && address != nullptr) {
     UseSyslogServer(log->m_sink, address);
     return true;
   }
-  // A server type without any address ends here too; start-up calls that an error. One that was cleared is
-  // there, but empty: looking it up fails, and forwarding stays as it was.
+  // Also for a server type without an address, which at start-up is an error. An address that was set to ""
+  // is one: it does not resolve, and forwarding stays as it was.
   log->Log(Info, nullptr, "Remote syslog server logging disabled\n");
   log->m_sink->DisableSyslog();
   return true;

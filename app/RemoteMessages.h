@@ -4,7 +4,7 @@
 #include "common/GDO.h"
 #include "common/IArgsList.h"
 
-// The target of every peer's call. Call names match without regard to case; the handlers run on the queue's
+// The target of every peer's call. Call names match without regard to case; the handlers run on the worker
 // thread, one at a time, which alone makes their use of the lock-free AppData safe. False rejects a call:
 // wrong number of arguments.
 class RemoteMessages : public Velk::GDO<RemoteMessages> {

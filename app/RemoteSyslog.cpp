@@ -3,10 +3,6 @@
 #include "common/DailyLog2.h"
 #include "common/LogPrinter.h"
 
-const char* const kRemoteLogType = "remotelog_type";
-const char* const kRemoteLogAddress = "remotelog_addr";
-const char* const kSyslogServerType = "SysLog server";
-
 void UseSyslogServer(IDailyLog2* log, const char* address) {
   LogPrinter::Instance()->Log(Info, nullptr, "Using syslog server at UDP %s:514\n", address);
   if (log->EnableSyslog(address, DailyLog2::kSyslogPort)) return;

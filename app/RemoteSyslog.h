@@ -3,11 +3,6 @@
 
 #include "common/IDailyLog2.h"
 
-// The configuration variables and the one type of them that means something here, to the letter.
-extern const char* const kRemoteLogType;
-extern const char* const kRemoteLogAddress;
-extern const char* const kSyslogServerType;
-
 // Announces and enables forwarding to address. A failure is logged: forwarding stays as it was when the host
 // does not resolve, and is off when there is no socket.
 void UseSyslogServer(IDailyLog2* log, const char* address);

@@ -20,9 +20,9 @@
 
 namespace {
 
-// Whatever the service was started with must not end it: a closed standard descriptor would be given to the
-// next file or socket, which the console's lines would then go to; a reader that left or a file size limit
-// would be a deadly signal.
+// Nothing that the service was started with must end it or go wrong: a closed standard descriptor would be
+// given to the next file or socket, which would then get the console's lines; a reader that left, or a file
+// size limit, would send a deadly signal.
 void MakeProcessRobust() {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
@@ -32,7 +32,8 @@ void MakeProcessRobust() {
       break;
     }
   }
-  // The supervisor must restart, and the receive loop must receive, while nobody reads the console.
+  // The supervisor must restart, and the receive thread receive, also while the console's reader does not
+  // read.
   Velk::Console::NeverWaitOnThisThread();
 }
 
@@ -50,9 +51,9 @@ void LoadConfiguration(const char* path) {
 }
 
 void EnableConfiguredSyslog(DailyLog2& dailyLog) {
-  const char* const type = AppData::GetInstance()->GetVar(kRemoteLogType, "");
-  if (type == nullptr || strcmp(type, kSyslogServerType) != 0) return;
-  const char* const address = AppData::GetInstance()->GetVar(kRemoteLogAddress, "");
+  const char* const type = AppData::GetInstance()->GetVar(Velk::kRemoteLogType, "");
+  if (type == nullptr || strcmp(type, Velk::kSyslogServerType) != 0) return;
+  const char* const address = AppData::GetInstance()->GetVar(Velk::kRemoteLogAddress, "");
   if (address == nullptr) {
     LogPrinter::Instance()->Log(Error, nullptr, "Cannot load syslog server address!\n");
     return;
@@ -69,8 +70,7 @@ void SelectTrace(int argc, char** argv) {
   log->m_traceEnabled = debug;
 }
 
-// Not a part of its caller, which runs once: the compiler would make the receive loop small instead of fast.
-__attribute__((noinline)) int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
+int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
   if (!server.Open(values.password, values.port)) {
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
     return 1;
@@ -81,9 +81,8 @@ __attribute__((noinline)) int Serve(const ServiceValues& values, Velk::GDQUdpSrv
   return 0;
 }
 
-// The child's life. Once the queue's thread runs, the process ends here and with the queue still standing:
-// the thread is not stopped, since it may wait in a handler for the console's reader, so it must not find the
-// queue or its targets gone.
+// The child's life. Ends the process with all objects in place once the worker thread runs: that may wait in
+// a handler for the console's reader, so it can't be stopped, and must find the queue and its targets.
 int RunChild(const ServiceValues& values) {
   LogPrinter::Instance()->Log(Info, nullptr, "Continuing...\n");
   ErrReporter reporter;

@@ -1,13 +1,15 @@
 // Application layer: the assembly of the whole service.
 #pragma once
 
+#include "common/ServiceNames.h"
+
 // The fixed values of the service. The defaults are what every device runs with; tests change them.
 struct ServiceValues {
-  const char* configPath = "/flash/conf/kavlune.conf";
-  const char* syncPath = "/tmp/synclog";
+  const char* configPath = Velk::kConfigPath;
+  const char* syncPath = Velk::kSyncPath;
   unsigned ringCapacity = 500;  // messages
-  const char* password = "mosk";
-  unsigned short port = 11001;  // UDP, on every interface
+  const char* password = Velk::kServicePassword;
+  unsigned short port = Velk::kServicePort;  // UDP, on every interface
 };
 
 // Runs the service: sets the log up, forks the serving child and supervises it. argv[1] equal to "debug" in

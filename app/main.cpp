@@ -1,3 +1,4 @@
+// Application layer: the entry.
 #include "app/Service.h"
 
 int main(int argc, char** argv) {

@@ -13,6 +13,8 @@
 
 #include <algorithm>
 
+#include "common/Timer64x.h"
+
 namespace Velk {
 
 namespace {
@@ -29,12 +31,6 @@ constexpr uint64_t kTrustUs = 5000 * kMs;  // how long a client that hears no an
 constexpr uint64_t kBlockedUs = 10 * kMs;
 constexpr unsigned kHeardCalls = 1024;  // all that a default receive buffer has room for, of any length
 constexpr unsigned kReadsAtOnce = 256;
-
-uint64_t NowUs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
-}
 
 uint64_t EndUs(unsigned timeoutMs) {
   return timeoutMs == GDQUdpClient::kForever ? SendWindow::kNever : NowUs() + timeoutMs * kMs;

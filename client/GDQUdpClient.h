@@ -13,6 +13,7 @@
 #include "common/GDQUdpBase.h"
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
+#include "common/ServiceNames.h"
 
 namespace Velk {
 
@@ -38,7 +39,7 @@ namespace Velk {
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text, in bytes
-  static constexpr unsigned short kDefaultPort = 11001;
+  static constexpr unsigned short kDefaultPort = kServicePort;
   static constexpr unsigned short kFirstLocalPort = 11101;  // see PeerSocket
   static constexpr unsigned kForever = 0xFFFFFFFF;
 

@@ -1,6 +1,5 @@
 #include "client/SendWindow.h"
 
-#include <ctype.h>
 #include <string.h>
 
 #include "common/TextOps.h"
@@ -94,12 +93,10 @@ namespace {
 
 // Moves *text over one blank and a number.
 bool TakeNumber(const char** text, uint64_t* number) {
-  const char* in = *text;
-  if (*in++ != ' ' || !isdigit(static_cast<unsigned char>(*in))) return false;
-  for (*number = 0; isdigit(static_cast<unsigned char>(*in)); ++in)
-    *number = *number * 10 + static_cast<unsigned>(*in - '0');
-  *text = in;
-  return true;
+  if (**text != ' ') return false;
+  const char* const digits = *text + 1;
+  *text = TextOps::GetNum(digits, number);
+  return *text != digits;
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// Client layer: the C interface.
 #include "client/velk.h"
 
 #include <errno.h>
@@ -9,6 +10,7 @@
 #include "client/ClientThread.h"
 #include "client/GDQUdpClient.h"
 #include "common/LogPrinter.h"
+#include "common/ServiceNames.h"
 
 using Velk::GDQUdpClient;
 
@@ -26,7 +28,7 @@ velk* velk_open(const char* server, const char* password, unsigned flags) {
   GDQUdpClient::Options options;
   options.reliable = (flags & VELK_ONCE) == 0;
   if ((flags & VELK_NOWAIT) != 0) options.waitMs = 0;
-  if (log->client.Open(server != nullptr ? server : "127.0.0.1", password, options) &&
+  if (log->client.Open(server != nullptr ? server : Velk::kServiceHere, password, options) &&
       ((flags & VELK_THREAD) == 0 || log->thread.Start(&log->client)))
     return log;
   const int why = errno;

@@ -3,20 +3,19 @@
 #include <string.h>
 
 #include "common/LogPrinter.h"
+#include "common/TextOps.h"
+
+using Velk::TextOps;
 
 namespace {
 
 constexpr char kSection[] = "Data";
 
-const char* OrEmpty(const char* text) {
-  return text != nullptr ? text : "";
-}
-
 }  // namespace
 
 AppData* AppData::GetInstance() {
-  static AppData s_instance;
-  return &s_instance;
+  static AppData* const s_instance = new AppData;
+  return s_instance;
 }
 
 int AppData::Load(const char* path) {
@@ -29,11 +28,11 @@ void AppData::Save() {
 }
 
 const char* AppData::GetVar(const char* name, const char* def) const {
-  return *OrEmpty(name) != '\0' ? m_file.GetString(kSection, name, def) : def;
+  return !TextOps::IsEmpty(name) ? m_file.GetString(kSection, name, def) : def;
 }
 
 void AppData::SetVar(const char* name, const char* value) {
-  if (strcmp(GetVar(name, ""), OrEmpty(value)) != 0) SetVarChanged(name, true);
+  if (strcmp(GetVar(name, ""), TextOps::OrEmpty(value)) != 0) SetVarChanged(name, true);
   m_file.SetString(kSection, name, value);
 }
 
@@ -43,48 +42,9 @@ void AppData::SetVarChanged(const char* name, bool flag) {
 
 namespace {
 
-// A walk over subscribers during which any of them may go: before a node is freed, all walks that stand
-// before it step over it.
-template <class T>
-class Walk {
- public:
-  explicit Walk(const SimpleListDL<T>& list) : m_next(list.Head()), m_outer(s_innermost) {
-    s_innermost = this;
-  }
-  Walk(const Walk&) = delete;
-  Walk& operator=(const Walk&) = delete;
-  ~Walk() { s_innermost = m_outer; }
-
-  // False: no more subscribers.
-  bool Next(T& subscriber) {
-    if (m_next == nullptr) return false;
-    subscriber = m_next->m_value;
-    m_next = m_next->m_next;
-    return true;
-  }
-
-  static void StepOver(const typename SimpleListDL<T>::Node* node) {
-    for (Walk* walk = s_innermost; walk != nullptr; walk = walk->m_outer) {
-      if (walk->m_next == node) walk->m_next = node->m_next;
-    }
-  }
-
- private:
-  typename SimpleListDL<T>::Node* m_next;
-  Walk* m_outer;
-
-  static Walk* s_innermost;
-};
-
-template <class T>
-Walk<T>* Walk<T>::s_innermost = nullptr;
-
-// The lists live to the end of the process, longer than the store: another thread may still be walking one
-// when exit() destroys it. This root tells them from lost memory.
-void KeepForever(void* list) {
-  static auto* const s_lists = new SimpleListDL<void*>;
-  s_lists->Append(list);
-}
+// How many walks over subscribers are under way, in all lists. A callback may unsubscribe itself and others:
+// then these only lose their callback, since a walk may be at their nodes, which are freed later.
+unsigned s_walks = 0;
 
 template <class T>
 void Subscribe(StrDict3<SimpleListDL<T>*>& lists, const char* name, const T& subscriber) {
@@ -92,38 +52,47 @@ void Subscribe(StrDict3<SimpleListDL<T>*>& lists, const char* name, const T& sub
   if (list == nullptr) {
     list = new SimpleListDL<T>;
     if (!lists.Set0(lists.kMaxKeyLength, name, list)) {
-      delete list;  // without a name nobody would ever reach it
+      delete list;  // could never be found without a name
       return;
     }
-    KeepForever(list);
   }
   list->Append(subscriber);
 }
 
-template <class T, class Callback>
-void Unsubscribe(SimpleListDL<T>* list, Callback callback) {
-  if (list == nullptr) return;
-  for (auto* node = list->Head(); node != nullptr;) {
-    auto* next = node->m_next;
-    if (node->m_value.m_callback == callback) {
-      Walk<T>::StepOver(node);
-      list->Remove(node);
-    }
+template <class T>
+void Unsubscribe(SimpleListDL<T>* list, decltype(T::m_callback) callback) {
+  for (auto* node = list != nullptr ? list->Head() : nullptr; node != nullptr;) {
+    auto* const next = node->m_next;
+    if (node->m_value.m_callback == callback) node->m_value.m_callback = nullptr;
+    if (node->m_value.m_callback == nullptr && s_walks == 0) list->Remove(node);
     node = next;
   }
+}
+
+// Calls visit with one subscriber after the other, the oldest first, until it returns false; false then.
+template <class T, class Visit>
+bool ForEach(SimpleListDL<T>* list, Visit visit) {
+  bool goesOn = true;
+  ++s_walks;
+  for (auto* node = list != nullptr ? list->Head() : nullptr; goesOn && node != nullptr;) {
+    auto* const next = node->m_next;
+    if (node->m_value.m_callback != nullptr) goesOn = visit(node->m_value);
+    node = next;
+  }
+  --s_walks;
+  Unsubscribe(list, nullptr);
+  return goesOn;
 }
 
 }  // namespace
 
 bool AppData::OnVarChanged(const char* name, const char* value) {
-  if (const VarList* list = m_varSubscribers.Get(name)) {
-    Walk<VarNode> walk(*list);
-    for (VarNode subscriber{}; walk.Next(subscriber);) {
-      if (!subscriber.m_callback(name, value, subscriber.m_user)) return false;
-    }
-  }
-  LogPrinter::Instance()->Log(Info, nullptr, "OnVarChanged: SetVar: %s='%s'\n", OrEmpty(name),
-                              OrEmpty(value));
+  const bool isAccepted = ForEach(m_varSubscribers.Get(name), [=](const VarNode& subscriber) {
+    return subscriber.m_callback(name, value, subscriber.m_user);
+  });
+  if (!isAccepted) return false;
+  LogPrinter::Instance()->Log(Info, nullptr, "OnVarChanged: SetVar: %s='%s'\n", TextOps::OrEmpty(name),
+                              TextOps::OrEmpty(value));
   SetVar(name, value);
   return true;
 }
@@ -131,7 +100,7 @@ bool AppData::OnVarChanged(const char* name, const char* value) {
 void AppData::SubscribeVarChanges(const char* name, VarCallback callback, void* user) {
   if (m_varSubscribers.Get(name) == nullptr) {
     LogPrinter::Instance()->Log(Info, nullptr, "AppData::SubscribeVarChanges(%s): Create list!\n",
-                                OrEmpty(name));
+                                TextOps::OrEmpty(name));
   }
   Subscribe(m_varSubscribers, name, VarNode{callback, user});
 }
@@ -164,20 +133,14 @@ void AppData::OnExitDialog(const char* dialog, bool flag) {
   NotifyDlg(dialog, eExit, flag);
 }
 
-namespace {
-
-void Notify(const SimpleListDL<AppData::DlgNode>& list, const char* dialog, AppData::EDlgAction action,
-            bool flag) {
-  Walk<AppData::DlgNode> walk(list);
-  for (AppData::DlgNode subscriber{}; walk.Next(subscriber);) {
-    subscriber.m_callback(dialog, action, flag, subscriber.m_user);
-  }
-}
-
-}  // namespace
-
 void AppData::NotifyDlg(const char* dialog, EDlgAction action, bool flag) {
-  if (const DlgList* list = m_dlgSubscribers.Get(dialog)) Notify(*list, dialog, action, flag);
-  // Those who watch every dialog want to know that it is over, not how it ended: always true.
-  Notify(m_anyDlgSubscribers, dialog, action, true);
+  ForEach(m_dlgSubscribers.Get(dialog), [=](const DlgNode& subscriber) {
+    subscriber.m_callback(dialog, action, flag, subscriber.m_user);
+    return true;
+  });
+  // Always true, which subscribers of all dialogs rely on.
+  ForEach(&m_anyDlgSubscribers, [=](const DlgNode& subscriber) {
+    subscriber.m_callback(dialog, action, true, subscriber.m_user);
+    return true;
+  });
 }

@@ -9,8 +9,8 @@
 // Save(), and tells subscribers about variables and dialogs. Not thread-safe: after start-up all calls come
 // from one thread. Null and empty names are unknown, never changed and without subscribers.
 //
-// The file compares variable names without regard to case, change flags and subscriptions with: who sets
-// "Name" changes the value that "name" reads, but flags "Name" only.
+// Case does not matter in the file, but does for change flags and subscriptions: setting "Name" changes the
+// value of "name" too, but flags only "Name".
 //
 // A callback may subscribe and unsubscribe anyone, itself included, and set variables.
 class AppData {
@@ -31,7 +31,7 @@ class AppData {
     void* m_user;
   };
 
-  // The one instance, built on first use and destroyed at process exit.
+  // The one instance, built on first use. It stays to the end: a thread may still use it while exit(3) runs.
   static AppData* GetInstance();
   AppData(const AppData&) = delete;
   AppData& operator=(const AppData&) = delete;
@@ -39,7 +39,7 @@ class AppData {
   // See IniFile3::Load; change flags stay. 0: failed.
   int Load(const char* path);
   // Writes the file that was loaded last and forgets all change flags, also when the file could not be
-  // written or none was loaded; nobody is told.
+  // written or none was loaded. Calls no subscriber.
   void Save();
 
   // The text is valid until the variable is set or a file loaded. A variable that is absent gives def.

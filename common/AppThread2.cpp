@@ -1,24 +1,19 @@
 #include "common/AppThread2.h"
 
 #include <pthread.h>
-#include <string.h>
 #include <unistd.h>
+
+#include "common/TextOps.h"
 
 namespace {
 
 // How often a wait for the other thread looks again, in microseconds.
 constexpr useconds_t kPollInterval = 100;
 
-char* CopyName(const char* name) {
-  if (name == nullptr) return nullptr;
-  const size_t size = strlen(name) + 1;
-  return static_cast<char*>(memcpy(new char[size], name, size));
-}
-
 }  // namespace
 
 AppThread2::AppThread2(int, int, const char* name, bool autoDelete)
-    : m_name(CopyName(name)), m_autoDelete(autoDelete) {}
+    : m_name(Velk::TextOps::Strdup(name)), m_autoDelete(autoDelete) {}
 
 AppThread2::~AppThread2() {
   delete[] m_name;

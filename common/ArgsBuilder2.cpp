@@ -47,7 +47,7 @@ ArgsBuilder2& ArgsBuilder2::operator<<(unsigned long long value) {
 }
 
 ArgsBuilder2& ArgsBuilder2::operator<<(const char* text) {
-  if (text == nullptr) text = "";
+  text = TextOps::OrEmpty(text);
   // No blank before a first text, unlike numbers: peers compare what the log printer sends.
   m_args.Append(m_args.IsEmpty() ? "`" : " `");
   while (*text != '\0') {

@@ -40,7 +40,7 @@ class ArgsParser {
   virtual ~ArgsParser();
 
   // Ends the life of all texts of the parse before. A null text has no arguments. False: more than maxArgs
-  // arguments, a quote without its end, or nothing behind a tilde in quotes; what was parsed until then
+  // arguments, a quote without its end, or nothing after a tilde in quotes; what was parsed until then
   // stays counted.
   bool ParseArgs(const char* text);
 

@@ -77,7 +77,7 @@ Outcome ReplaceByRename(const SimpleString& path, const struct stat& old, const 
   return outcome;
 }
 
-// Until all that lies beyond the old end is written, the old content is whole and can be had back.
+// Writes beyond the old end first: until that is done the old content is whole, and can be restored.
 bool Overwrite(int fd, const struct stat& old, const char* data, size_t size) {
   // In a directory open to others the second name may be that of a file they want to see overwritten.
   if (old.st_nlink != 1) return false;

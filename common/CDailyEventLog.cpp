@@ -6,37 +6,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/SimpleString.h"
+#include "common/TextOps.h"
 #include "common/Win32FindFiles.h"
+
+using Velk::TextOps;
 
 namespace {
 
 constexpr char kStdout[] = "stdout";
 constexpr unsigned kDateLength = 10;  // "YYYY-MM-DD"
-
-bool IsEmpty(const char* text) {
-  return text == nullptr || text[0] == '\0';
-}
-
-// A name under construction: what does not fit makes it bad, and nothing is cut.
-class NameBuilder {
- public:
-  void Append(const char* text) {
-    if (text == nullptr) return;
-    const size_t length = strlen(text);
-    m_fits = m_fits && length < sizeof m_text - m_length;
-    if (!m_fits) return;
-    memcpy(m_text + m_length, text, length + 1);
-    m_length += length;
-  }
-  bool Fits() const { return m_fits; }
-  const char* Text() const { return m_text; }
-  size_t Length() const { return m_length; }
-
- private:
-  char m_text[CDailyEventLog::kPathSize] = "";
-  size_t m_length = 0;
-  bool m_fits = true;
-};
 
 // Makes one directory unless it is there.
 bool MakeDirectory(const char* path) {
@@ -91,32 +70,24 @@ bool CDailyEventLog::Open(const char* baseName, const char* extension, const cha
 bool CDailyEventLog::SetNames(const char* baseName, const char* extension, const char* directory) {
   char workingDirectory[kPathSize];
   if (directory == nullptr) directory = getcwd(workingDirectory, sizeof workingDirectory);
-  if (IsEmpty(directory)) return false;
-  if (IsEmpty(extension)) extension = ".log";
+  if (TextOps::IsEmpty(directory)) return false;
+  if (TextOps::IsEmpty(extension)) extension = ".log";
   const char* const dot = extension[0] == '.' ? "" : ".";
 
-  NameBuilder path;
-  path.Append(directory);
-  if (directory[strlen(directory) - 1] != '/') path.Append("/");
-  const NameBuilder logDirectory = path;
+  Velk::SimpleString path(directory);
+  if (directory[strlen(directory) - 1] != '/') path.Append('/');
+  const Velk::SimpleString logDirectory = path;
   path.Append(baseName);
-  const size_t dateAt = path.Length();
-  path.Append("YYYY-MM-DD");
-  path.Append(dot);
-  path.Append(extension);
-  if (!path.Fits()) return false;
+  const unsigned dateAt = path.Length();
+  path.Append("YYYY-MM-DD").Append(dot).Append(extension);
+  if (path.Length() >= kPathSize) return false;
+  Velk::SimpleString pattern(baseName);
+  pattern.Append('*').Append(dot).Append(extension);
 
-  // Shorter than the path, so it fits.
-  NameBuilder pattern;
-  pattern.Append(baseName);
-  pattern.Append("*");
-  pattern.Append(dot);
-  pattern.Append(extension);
-
-  memcpy(m_path, path.Text(), path.Length() + 1);
+  memcpy(m_path, path.Str(), path.Length() + 1);
   m_dateAt = m_path + dateAt;
-  StrAlloc(m_directory, logDirectory.Text());
-  StrAlloc(m_pattern, pattern.Text());
+  StrAlloc(m_directory, logDirectory.Str());
+  StrAlloc(m_pattern, pattern.Str());
   return true;
 }
 
@@ -135,7 +106,7 @@ bool CDailyEventLog::OpenTodaysFile() {
   snprintf(date, sizeof date, "%4.4d-%2.2d-%2.2d", today.tm_year + 1900, today.tm_mon + 1, today.tm_mday);
   memcpy(m_dateAt, date, kDateLength);
 
-  // Non-blocking, so that a pipe somebody put in its place fails or loses texts instead of stopping the log.
+  // Non-blocking, so that a pipe in its place fails or loses texts instead of blocking all that log.
   const int fd = open(m_path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
   if (fd < 0) return false;
   struct stat info;
@@ -151,8 +122,8 @@ bool CDailyEventLog::OpenTodaysFile() {
 
 void CDailyEventLog::Print(const char* text) {
   if (m_file == nullptr || text == nullptr) return;
-  // Stays closed when that fails: to ask a full or lost device again with each line would slow down all who
-  // log. The owner calls OpenTodaysFile() when it is worth a try.
+  // Stays closed when that fails: trying a full or lost device again with each line would slow down every
+  // thread that logs. The owner calls OpenTodaysFile() when it is worth a try.
   if (m_nextRollover != 0 && time(nullptr) >= m_nextRollover && !OpenTodaysFile()) return;
   const unsigned long length = strlen(text);
   if (m_spaceLimit != 0 && (length >= m_spaceLimit || m_currentSize >= m_spaceLimit - length)) {
@@ -186,7 +157,7 @@ bool CDailyEventLog::MakeDirectories(const char* path) {
   if (prefix == nullptr) return false;
   bool made = true;
   for (char* slash = strchr(prefix, '/'); made && slash != nullptr; slash = strchr(slash + 1, '/')) {
-    // The root and what stands between two slashes have no name.
+    // No name before a leading slash, nor between two.
     if (slash == prefix || slash[-1] == '/') continue;
     *slash = '\0';
     made = MakeDirectory(prefix);
@@ -198,9 +169,7 @@ bool CDailyEventLog::MakeDirectories(const char* path) {
 }
 
 char* CDailyEventLog::Strdup(const char* text) {
-  if (text == nullptr) return nullptr;
-  const size_t size = strlen(text) + 1;
-  return static_cast<char*>(memcpy(new char[size], text, size));
+  return TextOps::Strdup(text);
 }
 
 void CDailyEventLog::StrAlloc(char*& target, const char* text) {

@@ -48,7 +48,7 @@ class CDailyEventLog {
   // dropped too; the warning that tells of it is not counted.
   void LimitSpaceUsedBytes(unsigned long bytes) { m_spaceLimit = bytes; }
 
-  // Removes nothing: logs are kept for whoever collects them, however many days Open was told.
+  // Removes nothing, however many days Open was told.
   void DeleteOldLogs(long) {}
 
   // The directory with a "/" at its end; null before Open.

@@ -11,9 +11,11 @@
 #include "common/Console.h"
 #include "common/LogPrinter.h"
 #include "common/ScopedLock.h"
+#include "common/TextOps.h"
 #include "common/TimeStamp.h"
 
 using Velk::ScopedLock;
+using Velk::TextOps;
 
 namespace {
 
@@ -22,9 +24,9 @@ constexpr char kInfoWord[] = "Info: ";
 constexpr char kWarningWord[] = "Warning: ";
 constexpr char kErrorWord[] = "Error: ";
 
-constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with the blank behind it
+constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with a blank after it
 constexpr unsigned kMaxHeader = 126;       // a longer module name pushes its type word out
-constexpr unsigned kMaxText = 0x7FFFFFFF;  // keeps every length an unsigned; nobody logs that much
+constexpr unsigned kMaxText = 0x7FFFFFFF;  // so that every length fits an unsigned
 
 // Copies as much of text as fits in front of end. Returns the position after it. Null counts as empty.
 char* Put(char* at, const char* end, const char* text) {
@@ -34,9 +36,10 @@ char* Put(char* at, const char* end, const char* text) {
   return at + length;
 }
 
-// "module.Type: ", cut to kMaxHeader characters, or only the type word. buffer is used where needed.
+// "module.Type: ", cut to kMaxHeader characters, or only the type word. buffer is used where needed. Not with
+// snprintf(3), which takes 23 % more instructions a line.
 const char* MakeHeader(char (&buffer)[kMaxHeader + 1], const char* module, const char* typeWord) {
-  if (module == nullptr || module[0] == '\0') return typeWord;
+  if (TextOps::IsEmpty(module)) return typeWord;
   const char* const end = buffer + kMaxHeader;
   char* at = Put(buffer, end, module);
   at = Put(at, end, ".");
@@ -44,8 +47,8 @@ const char* MakeHeader(char (&buffer)[kMaxHeader + 1], const char* module, const
   return buffer;
 }
 
-// Facility local0 and the severity as "<n>" (RFC 3164, 4.1.1). Trace counts as an error: whoever switches
-// trace on wants to see it on a server that drops what is less severe.
+// Facility local0 and the severity as "<n>" (RFC 3164, 4.1.1). Trace counts as an error, since many servers
+// drop what is less severe, and trace lines come only when they were asked for.
 const char* Priority(const char* typeWord) {
   switch (typeWord[0]) {
     case 'I':
@@ -57,14 +60,10 @@ const char* Priority(const char* typeWord) {
   }
 }
 
-iovec Piece(const char* text, unsigned length) {
-  return {const_cast<char*>(text), length};
-}
-
 // Makes sure that the sync file has a directory to be in. The messages name the directory only: the file in
 // it is written later, if ever.
 void PrepareDirectory(const char* syncPath) {
-  char* const copy = CDailyEventLog::Strdup(syncPath);  // dirname(3) writes into its argument
+  char* const copy = TextOps::Strdup(syncPath);  // dirname(3) writes into its argument
   const char* const directory = dirname(copy);
   struct stat info;
   if (stat(directory, &info) == 0) {
@@ -115,10 +114,11 @@ DailyLog2::MessageChunk* DailyLog2::ChunkList::PopFront() {
 }
 
 DailyLog2::DailyLog2(unsigned int capacity, const char* syncPath)
-    : m_capacity(capacity), m_syncPath(syncPath) {
+    : m_capacity(capacity),
+      m_slots(new ChunkList[capacity]),
+      m_sizes(new unsigned[capacity]()),
+      m_syncPath(syncPath) {
   if (!m_syncPath.IsEmpty()) PrepareDirectory(syncPath);
-  m_slots = new ChunkList[capacity];
-  m_sizes = new unsigned[capacity]();
 }
 
 DailyLog2::~DailyLog2() {
@@ -214,7 +214,7 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   m_notifyDepth.fetch_sub(1, std::memory_order_relaxed);
 }
 
-// Copies all stored messages, oldest first: the ring's own pieces may be filled anew while watchers read.
+// Copies all stored messages, oldest first: the ring may be written to while watchers read.
 void DailyLog2::TakeSnapshot(Snapshot& snapshot) {
   unsigned pieces = 0;
   for (unsigned slot = 0; slot < m_stored; ++slot) pieces += m_slots[slot].count;
@@ -234,7 +234,7 @@ void DailyLog2::TakeSnapshot(Snapshot& snapshot) {
 }
 
 void DailyLog2::LogMsg(const char* typeWord, const char* module, const char* text) {
-  if (text == nullptr) text = "";
+  text = TextOps::OrEmpty(text);
   char stamp[kStampLength + 1];
   memcpy(Velk::TimeStamp::Put(stamp), " ", 2);
   char headerBuffer[kMaxHeader + 1];
@@ -248,7 +248,8 @@ void DailyLog2::LogMsg(const char* typeWord, const char* module, const char* tex
     m_fileLog.Print(text);
   }
   if (m_echo) {
-    const iovec line[] = {Piece(stamp, kStampLength), Piece(header, headerLength), Piece(text, textLength)};
+    const iovec line[] = {TextOps::Piece(stamp, kStampLength), TextOps::Piece(header, headerLength),
+                          TextOps::Piece(text, textLength)};
     Velk::Console::WriteLine(line, 3);
   }
   if (m_syslogEnabled) WriteToSyslog({}, typeWord, header, text);
@@ -289,7 +290,8 @@ void DailyLog2::EmptySlot(unsigned slot) {
   }
 }
 
-// Fails softly, unlike other allocations: the supervisor logs here too, and nobody would start it anew.
+// Without memory it fails, where other allocations end the process: the supervisor logs here too, and nothing
+// restarts that.
 DailyLog2::MessageChunk* DailyLog2::GetMessageChunk() {
   MessageChunk* const spare = m_free.PopFront();
   return spare != nullptr ? spare : new (std::nothrow_t{}) MessageChunk;
@@ -316,7 +318,7 @@ void DailyLog2::SyncLog() {
   FILE* const stream = file.Open(m_syncPath.Str());
   if (stream == nullptr) return;
   WriteStored(stream);
-  // Others wait for the mutex meanwhile, the receive loop too, so not for a disk as well.
+  // Other threads that log block until this is done, the receive thread too, so it must not wait for a disk.
   file.Commit(Velk::AtomicFile::Durability::kSurvivesCrash);
 }
 

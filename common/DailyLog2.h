@@ -10,15 +10,14 @@
 #include "common/SimpleString.h"
 #include "common/UdpSocket3.h"
 
-// Stands where a caller of WriteToSyslog has an event's time. Nothing is kept of it: the server stamps what
-// it receives.
+// The time of an event, which WriteToSyslog ignores: the server stamps what it receives.
 struct _SYSTEMTIME {};
 
-// The sink behind LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
+// The sink of LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
 // the daily file and the console (where Open asked for them), to the syslog server and into a ring of the
-// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Unless
-// somebody watches, nothing is allocated once the ring is full of messages of the usual length. No failure to
-// write or send is reported.
+// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Without
+// watchers nothing is allocated once the ring is full of messages of the usual length. No failure to write or
+// send is reported.
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
@@ -74,9 +73,10 @@ class DailyLog2 : public IDailyLog2 {
   void AddErrorNotify(ILogErrorNotify* watcher) override;
   // May return while another thread is still in the watcher's OnLogError.
   void RemoveErrorNotify(ILogErrorNotify* watcher) override;
-  // Neither may run while another thread is in Open.
-  const char* GetLogPath() override { return m_fileLog.GetLogPath(); }
-  bool EnumerateLogs(bool (*callback)(const char*, const char*, void*), void* context) override;
+  // Neither locks, since the callback may log. So neither may run while another thread is in Open.
+  const char* GetLogPath() override NO_THREAD_SAFETY_ANALYSIS { return m_fileLog.GetLogPath(); }
+  bool EnumerateLogs(bool (*callback)(const char*, const char*, void*),
+                     void* context) override NO_THREAD_SAFETY_ANALYSIS;
 
   // What Log does for each type. The last two tell the watchers.
   void LogTrace(const char* module, const char* text);
@@ -84,15 +84,14 @@ class DailyLog2 : public IDailyLog2 {
   void LogWarning(const char* module, const char* text);
   void LogError(const char* module, const char* text);
 
-  // The functions below need the mutex held.
-
   // typeWord is "Info: " or the like, its blank included.
-  void LogMsg(const char* typeWord, const char* module, const char* text);
+  void LogMsg(const char* typeWord, const char* module, const char* text) REQUIRES(m_mutex);
   // Null: no memory. A message that finds none is not kept, or cut.
-  MessageChunk* GetMessageChunk();
+  MessageChunk* GetMessageChunk() REQUIRES(m_mutex);
   // Sends one datagram of header and text. The first letter of typeWord gives the severity.
-  bool WriteToSyslog(const _SYSTEMTIME& time, const char* typeWord, const char* header, const char* text);
-  bool SendSyslogPacket(char* data, unsigned length);
+  bool WriteToSyslog(const _SYSTEMTIME& time, const char* typeWord, const char* header, const char* text)
+      REQUIRES(m_mutex);
+  bool SendSyslogPacket(char* data, unsigned length) REQUIRES(m_mutex);
 
  private:
   struct ChunkList {
@@ -133,29 +132,29 @@ class DailyLog2 : public IDailyLog2 {
     unsigned totalBytes = 0;
   };
 
-  void LogAndNotify(const char* typeWord, const char* module, const char* text);
+  void LogAndNotify(const char* typeWord, const char* module, const char* text) EXCLUDES(m_mutex);
   void Store(const char* stamp, const char* header, unsigned headerLength, const char* text,
-             unsigned textLength);
-  void EmptySlot(unsigned slot);
-  void WriteStored(FILE* file);
-  Watcher* FindWatcher(const ILogErrorNotify* watcher) const;
-  void TakeSnapshot(Snapshot& snapshot);
-  unsigned OldestSlot() const { return m_stored == m_capacity ? m_writeIndex : 0; }
+             unsigned textLength) REQUIRES(m_mutex);
+  void EmptySlot(unsigned slot) REQUIRES(m_mutex);
+  void WriteStored(FILE* file) REQUIRES(m_mutex);
+  Watcher* FindWatcher(const ILogErrorNotify* watcher) const REQUIRES(m_mutex);
+  void TakeSnapshot(Snapshot& snapshot) REQUIRES(m_mutex);
+  unsigned OldestSlot() const REQUIRES(m_mutex) { return m_stored == m_capacity ? m_writeIndex : 0; }
   unsigned NextSlot(unsigned slot) const { return slot + 1 == m_capacity ? 0 : slot + 1; }
 
-  CDailyEventLog m_fileLog;
-  bool m_echo = false;
-  unsigned m_capacity;        // messages
-  unsigned m_stored = 0;      // 0 to m_capacity
-  unsigned m_writeIndex = 0;  // slot of the next message
-  ChunkList* m_slots;         // m_capacity of them
-  unsigned* m_sizes;          // per slot: length of the line, before any cut of its header
+  CDailyEventLog m_fileLog GUARDED_BY(m_mutex);
+  bool m_echo GUARDED_BY(m_mutex) = false;
+  const unsigned m_capacity;                        // messages
+  unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
+  unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
+  ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
+  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // of the lines in the slots, before any cut of the header
   std::atomic<unsigned> m_notifyDepth{0};
-  Velk::SimpleString m_syncPath;
-  ChunkList m_free;
-  WatcherList m_watchers;
+  const Velk::SimpleString m_syncPath;
+  ChunkList m_free GUARDED_BY(m_mutex);
+  WatcherList m_watchers GUARDED_BY(m_mutex);
   Velk::Mutex m_mutex;
-  bool m_syslogEnabled = false;
-  InetAddress2 m_syslogAddress{0, 0};
-  UdpSocket3 m_syslogSocket;
+  bool m_syslogEnabled GUARDED_BY(m_mutex) = false;
+  InetAddress2 m_syslogAddress GUARDED_BY(m_mutex){0, 0};
+  UdpSocket3 m_syslogSocket GUARDED_BY(m_mutex);
 };

@@ -2,6 +2,8 @@
 
 #include <ctype.h>
 
+#include "common/TextOps.h"
+
 namespace Velk {
 namespace {
 
@@ -21,9 +23,9 @@ const char* Find(const char* text, char c, bool caseSensitive) {
 // Only the place of the last star is ever tried again: what an earlier star could give up, the last one can
 // take as well.
 bool DosMatch2(const char* text, const char* pattern, bool caseSensitive) {
-  if (text == nullptr) text = "";
-  if (pattern == nullptr) pattern = "";
-  const char* afterStar = nullptr;  // the pattern from the literal behind the last star, null: no star yet
+  text = TextOps::OrEmpty(text);
+  pattern = TextOps::OrEmpty(pattern);
+  const char* afterStar = nullptr;  // the pattern after the last star, null: no star yet
   const char* tried = nullptr;      // where in text that literal was last found
   bool exactFind = caseSensitive;   // how that literal is found
   bool exact = caseSensitive;

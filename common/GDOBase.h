@@ -1,6 +1,7 @@
 // Dispatch layer: base of all that calls can be made on.
 #pragma once
 
+#include "common/ArgsBuilder2.h"
 #include "common/IGenericDispatchObj.h"
 
 namespace Velk {

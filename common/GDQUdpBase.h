@@ -1,4 +1,4 @@
-// Transport layer: dispatch calls as lines of text, whatever carries the lines.
+// Dispatch layer: calls as lines of text, whatever carries the lines.
 #pragma once
 
 #include "common/GDOBase.h"

@@ -26,7 +26,7 @@ class IArgsList {
   virtual unsigned int GetCount() const = 0;
   // Null when index is not below the count.
   virtual const IArg* GetItem(unsigned int index) const = 0;
-  // Null only when index is above the count. The index that equals the count gives the slot behind the last
+  // Null only when index is above the count. The index that equals the count gives the slot after the last
   // argument, with whatever text (perhaps null) it last held; GetItem() is the one to test with.
   virtual const IArg* operator[](unsigned int index) const = 0;
 

@@ -4,7 +4,7 @@
 // Type of a log message; the numbers travel in "LogMsg" calls, where a peer may send any int.
 enum ELogMessageType : int { Trace = 0, Info = 1, Warning = 2, Error = 3 };
 
-// A store of log messages: the sink behind LogPrinter. Implementations lock for themselves, so any
+// A store of log messages: the sink of LogPrinter. Implementations lock for themselves, so any
 // thread may call.
 class IDailyLog2 {
  public:

@@ -1,9 +1,9 @@
 // Dispatch layer: the sending end of a call.
 #pragma once
 
-#include "common/ArgsBuilder2.h"
-
 namespace Velk {
+
+class ArgsBuilder2;
 
 class IGenericDispatchObjBase {
  public:

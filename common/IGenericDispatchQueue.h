@@ -13,7 +13,7 @@ class IGenericDispatchQueue {
   class IErrorReport;
 
   // Queues a call for delivery in periodMs milliseconds, and every periodMs milliseconds after each delivery
-  // until it is cancelled. periodMs 0: once, now, but behind all plain posts. Several timers may share an id.
+  // until it is cancelled. periodMs 0: once, now, but after all plain posts. Several timers may share an id.
   virtual void PostTimer(unsigned int timerId, unsigned long periodMs, IGenericDispatchTarget* target,
                          const char* name, const char* args) = 0;
   // Drops the earliest pending message with this id and target, if there is one. A call that is being

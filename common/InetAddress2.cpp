@@ -10,15 +10,10 @@
 #include <cstdint>
 
 #include "common/LogPrinter.h"
+#include "common/TextOps.h"
 
 char* NumToString(char* p, unsigned int n) {
-  char reversed[10];
-  unsigned count = 0;
-  do {
-    reversed[count++] = static_cast<char>('0' + n % 10);
-    n /= 10;
-  } while (n != 0);
-  while (count != 0) *p++ = reversed[--count];
+  p += Velk::TextOps::PutNum(p, n);
   *p = '\0';
   return p;
 }

@@ -1,4 +1,4 @@
-// Logging and configuration layer: IPv4 endpoints. Uses LogPrinter for resolver warnings, nothing else.
+// Network layer: IPv4 endpoints. Uses LogPrinter for resolver warnings, nothing else.
 #pragma once
 
 #include <netinet/in.h>

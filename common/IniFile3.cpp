@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "common/AtomicFile.h"
+#include "common/TextOps.h"
 
 namespace {
 
@@ -31,12 +32,7 @@ bool IsSameName(const char* a, const char* b) {
 
 void IniFile3::StrValue::Set(const char* text) {
   if (text == m_text) return;
-  char* copy = nullptr;
-  if (text != nullptr) {
-    const size_t size = strlen(text) + 1;
-    copy = new char[size];
-    memcpy(copy, text, size);
-  }
+  char* const copy = Velk::TextOps::Strdup(text);
   delete[] m_text;
   m_text = copy;
 }

@@ -1,5 +1,5 @@
-// The values in decibel, apart from the rest: they alone need libm, which a program without them then does
-// not load.
+// Configuration layer: the values in decibel of IniFile3. Apart from the rest, because they alone need libm,
+// which a program without them then does not load.
 #include <math.h>
 #include <stdlib.h>
 

@@ -6,13 +6,17 @@
 #include <string.h>
 
 #include "common/Console.h"
+#include "common/GDQUdpBase.h"
+#include "common/ScopedLock.h"
+#include "common/TextOps.h"
 #include "common/ThreadId.h"
 #include "common/TimeStamp.h"
 
+using Velk::TextOps;
+
 namespace {
 
-// One more than the formatter is told about: the size that other programs' readers of these lines count on is
-// 2,046 characters, not 2,047.
+// LogDebugEnd fills it. Log keeps one character less, which programs that read its lines count on.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
 // What a queue logs about its sending (at Trace, each datagram) must not be sent in turn: it would never end,
@@ -35,39 +39,18 @@ const char* LevelWord(ELogMessageType type) {
   }
 }
 
-const char* OrEmpty(const char* text) {
-  return text != nullptr ? text : "";
-}
-
-bool IsEmpty(const char* text) {
-  return text == nullptr || *text == '\0';
-}
-
 // Only the backslash separates: the names come from build machines that write paths so.
 const char* AfterLastBackslash(const char* file) {
   const char* last = strrchr(file, '\\');
   return last != nullptr ? last + 1 : file;
 }
 
-iovec Piece(const char* text, size_t length) {
-  return {const_cast<char*>(text), length};
-}
-iovec Piece(const char* text) {
-  return Piece(OrEmpty(text), strlen(OrEmpty(text)));
-}
-
 // Writes "[#%4ld] ". Returns the end.
 char* PutThreadId(char* out, long id) {
-  char digits[3 * sizeof id];
-  int count = 0;
-  do {
-    digits[count++] = static_cast<char>('0' + id % 10);
-    id /= 10;
-  } while (id != 0);
   *out++ = '[';
   *out++ = '#';
-  for (int pad = count; pad < 4; ++pad) *out++ = ' ';
-  while (count > 0) *out++ = digits[--count];
+  for (long least = 1000; id < least && least > 1; least /= 10) *out++ = ' ';
+  out += TextOps::PutNum(out, static_cast<unsigned long>(id));
   *out++ = ']';
   *out++ = ' ';
   return out;
@@ -82,8 +65,6 @@ LogPrinter* LogPrinter::Instance() {
 
 LogPrinter::LogPrinter(IDailyLog2* sink) : m_sink(sink) {}
 
-LogPrinter::~LogPrinter() {}
-
 bool LogPrinter::IsFiltered(ELogMessageType type) const {
   return type == Trace && !m_traceEnabled.load(std::memory_order_relaxed);
 }
@@ -93,14 +74,14 @@ void LogPrinter::Log(ELogMessageType type, const char* module, const char* forma
   char message[kBufferSize];
   va_list args;
   va_start(args, format);
-  if (vsnprintf(message, kBufferSize - 1, OrEmpty(format), args) < 0) message[0] = '\0';
+  if (vsnprintf(message, kBufferSize - 1, TextOps::OrEmpty(format), args) < 0) message[0] = '\0';
   va_end(args);
   HandOut(type, module, message);
 }
 
 void LogPrinter::LogText(ELogMessageType type, const char* module, const char* text) {
   if (IsFiltered(type)) return;
-  text = OrEmpty(text);
+  text = TextOps::OrEmpty(text);
   if (strnlen(text, kMaxMessage + 1) <= kMaxMessage) return HandOut(type, module, text);
   char message[kMaxMessage + 1];
   memcpy(message, text, kMaxMessage);
@@ -109,51 +90,63 @@ void LogPrinter::LogText(ELogMessageType type, const char* module, const char* t
 }
 
 void LogPrinter::HandOut(ELogMessageType type, const char* module, const char* message) {
-  if (IsEmpty(module)) module = m_appName.Str();
-  if (!t_sendsRemote) {
-    m_mutex.Lock();
-    t_sendsRemote = true;
-    if (m_remoteQueue != nullptr) SendRemote(type, module, message);
-    t_sendsRemote = false;
-    m_mutex.Unlock();
-  }
+  if (TextOps::IsEmpty(module)) module = m_appName.Str();
+  SendRemote(type, module, message);
   if (m_sink != nullptr) m_sink->Log(type, module, message);
   const char* level = LevelWord(type);
   if (level != nullptr) PrintToConsole(level, module, message);
 }
 
+void LogPrinter::SendRemote(ELogMessageType type, const char* module, const char* message) {
+  if (t_sendsRemote) return;
+  const Velk::ScopedLock lock(m_mutex);
+  if (m_remoteQueue == nullptr) return;
+  t_sendsRemote = true;
+  Velk::ArgsBuilder2 call = *m_remoteQueue << "logmsg";
+  call << static_cast<int>(type) << module << message;
+  call.CallObj();
+  t_sendsRemote = false;
+}
+
+void LogPrinter::SetLogToGDQUdp(Velk::GDQUdpBase* queue) {
+  // Always through the singleton, whichever printer is switched: its console is where people look. The queue
+  // is attached afterwards, so a peer does not hear about itself.
+  LogPrinter::Instance()->Log(Info, nullptr, "UDP remote logging enabled\n");
+  const Velk::ScopedLock lock(m_mutex);
+  m_remoteQueue = queue;
+}
+
 void LogPrinter::PrintToConsole(const char* level, const char* module, const char* text) {
   if (!m_consoleEnabled.load(std::memory_order_relaxed)) return;
-  char prefix[Velk::TimeStamp::kLength + 5 + 3 * sizeof(long)];
-  char* prefixEnd = PutThreadId(Velk::TimeStamp::Put(prefix), Velk::ThreadId());
-
+  char prefix[Velk::TimeStamp::kLength + sizeof "[#] " + TextOps::kMaxDigits];
+  const char* const prefixEnd = PutThreadId(Velk::TimeStamp::Put(prefix), Velk::ThreadId());
   iovec pieces[Velk::Console::kMaxPieces];
   int count = 0;
-  pieces[count++] = Piece(prefix, static_cast<size_t>(prefixEnd - prefix));
-  if (!IsEmpty(module)) {
-    pieces[count++] = Piece(module);
-    pieces[count++] = Piece(".", 1);
+  pieces[count++] = TextOps::Piece(prefix, static_cast<size_t>(prefixEnd - prefix));
+  if (!TextOps::IsEmpty(module)) {
+    pieces[count++] = TextOps::Piece(module);
+    pieces[count++] = TextOps::Piece(".");
   }
-  pieces[count++] = Piece(level);
-  pieces[count++] = Piece(": ", 2);
-  pieces[count++] = Piece(text);
+  pieces[count++] = TextOps::Piece(level);
+  pieces[count++] = TextOps::Piece(": ");
+  pieces[count++] = TextOps::Piece(text);
   Velk::Console::WriteLine(pieces, count);
 }
 
 void LogPrinter::LogDebugBegin(const char* file, unsigned int line) {
   m_mutex.Lock();
-  m_debugFile = AfterLastBackslash(OrEmpty(file));
+  m_debugFile = AfterLastBackslash(TextOps::OrEmpty(file));
   m_debugLine = line;
 }
 
 void LogPrinter::LogDebugEnd(const char* format, ...) {
   char message[kBufferSize];
-  // The constant stands where a thread number once stood; readers of these lines still split at it.
+  // The constant was once a thread number; programs that read these lines still split them there.
   int length = snprintf(message, sizeof message, "%s(%u): %u: ", m_debugFile, m_debugLine, UINT_MAX);
   if (length >= static_cast<int>(sizeof message)) length = static_cast<int>(sizeof message) - 1;
   va_list args;
   va_start(args, format);
-  vsnprintf(message + length, sizeof message - static_cast<size_t>(length), OrEmpty(format), args);
+  vsnprintf(message + length, sizeof message - static_cast<size_t>(length), TextOps::OrEmpty(format), args);
   va_end(args);
   m_mutex.Unlock();
 

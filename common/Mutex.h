@@ -10,10 +10,12 @@
 #define VELK_THREAD_ATTRIBUTE(attribute)
 #endif
 #define GUARDED_BY(mutex) VELK_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define PT_GUARDED_BY(mutex) VELK_THREAD_ATTRIBUTE(pt_guarded_by(mutex))
 #define REQUIRES(mutex) VELK_THREAD_ATTRIBUTE(requires_capability(mutex))
 #define EXCLUDES(mutex) VELK_THREAD_ATTRIBUTE(locks_excluded(mutex))
 #define ACQUIRE(...) VELK_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) VELK_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define NO_THREAD_SAFETY_ANALYSIS VELK_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 namespace Velk {
 

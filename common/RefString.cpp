@@ -9,24 +9,17 @@
 #include "common/TextOps.h"
 
 namespace Velk {
-namespace {
-
-bool IsAbsent(const char* s) {
-  return s == nullptr || s[0] == '\0';
-}
-
-}  // namespace
 
 // Never written: strings of all threads point at it.
 RefString::EmptyData RefString::s_emptyData = {{1, 0, 0, 0}, {0}};
 
 RefString::RefStringData* RefString::RefStringData::CreateInstance(unsigned long len, unsigned long growBy) {
-  // A block without room is never counted nor freed and one is like the other, so all are this one.
+  // Blocks without room are neither counted nor freed, so one serves for all.
   if (len == 0 && growBy == 0) return &s_emptyData.m_header;
   TextOps::CheckLength(len);
   TextOps::CheckLength(growBy);
   unsigned long size = len + 1;
-  // Always beyond size: queued texts of just a step's length leave room for what is appended next.
+  // A whole step more for a size that is a multiple already, so that there is room to append.
   if (growBy != 0) size = (size / growBy + 1) * growBy;
   TextOps::CheckLength(size);
   RefStringData* data = reinterpret_cast<RefStringData*>(new char[sizeof(RefStringData) + size]);
@@ -86,8 +79,7 @@ void RefString::Empty() {
 }
 
 char* RefString::GetBuffer(unsigned long n) {
-  // The length counts, not the capacity: a caller that asks for more than there is to edit gets a block of
-  // its own step's size.
+  // The length decides, not the capacity: a caller that asks for more than the text always gets a new block.
   if (!IsUnshared() || Length() < n) MoveTo(Data()->Clone(n));
   return m_text;
 }
@@ -126,7 +118,7 @@ void RefString::Format(const char* fmt, ...) {
 }
 
 void RefString::FormatV(const char* fmt, va_list args) {
-  if (fmt == nullptr) fmt = "";
+  fmt = TextOps::OrEmpty(fmt);
   va_list measure;
   va_copy(measure, args);
   const int needed = vsnprintf(nullptr, 0, fmt, measure);
@@ -201,24 +193,24 @@ int RefString::FindRev(char c) const {
 
 bool RefString::operator==(const char* s) const {
   if (s == m_text) return true;
-  if (IsEmpty() || IsAbsent(s)) return IsEmpty() && IsAbsent(s);
+  if (IsEmpty() || TextOps::IsEmpty(s)) return IsEmpty() && TextOps::IsEmpty(s);
   return strcmp(m_text, s) == 0;
 }
 
 bool RefString::EqNoCase(const char* s) const {
   if (s == m_text) return true;
-  if (IsEmpty() || IsAbsent(s)) return IsEmpty() && IsAbsent(s);
+  if (IsEmpty() || TextOps::IsEmpty(s)) return IsEmpty() && TextOps::IsEmpty(s);
   return strcasecmp(m_text, s) == 0;
 }
 
 bool RefString::operator<(const char* s) const {
-  if (s == m_text || IsAbsent(s)) return false;
+  if (s == m_text || TextOps::IsEmpty(s)) return false;
   return IsEmpty() || strcmp(m_text, s) < 0;
 }
 
 bool RefString::operator>(const char* s) const {
   if (s == m_text || IsEmpty()) return false;
-  return IsAbsent(s) || strcmp(m_text, s) > 0;
+  return TextOps::IsEmpty(s) || strcmp(m_text, s) > 0;
 }
 
 RefString::operator unsigned long() const {
@@ -232,7 +224,7 @@ RefString::operator unsigned long() const {
   return hash;
 }
 
-// Acquire: whoever finds itself the last holder writes after all that the others read.
+// Acquire: the last holder must not write before the others have read.
 bool RefString::IsUnshared() const {
   return __atomic_load_n(&Data()->m_refCount, __ATOMIC_ACQUIRE) < 2;
 }

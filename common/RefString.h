@@ -12,8 +12,8 @@ namespace Velk {
 // Lengths and capacities are in bytes without the NUL. Running out of memory ends the process.
 class RefString {
  public:
-  // What stands before the characters in memory: a NUL and as many as the capacity says. A block of
-  // capacity 0 is neither counted nor freed.
+  // Comes before the characters in memory, which are a NUL more than the capacity. A block of capacity 0 is
+  // neither counted nor freed.
   struct RefStringData {
     long m_refCount;
     uint32_t m_length;

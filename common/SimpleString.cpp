@@ -66,8 +66,8 @@ SimpleString::SimpleString(unsigned capacity, unsigned growBy) {
 }
 
 SimpleString::SimpleString(const SimpleString& other) : m_text(m_empty.m_text) {
-  // The step goes by way of the shared block: the first growth takes it from there. Strings of other
-  // threads do the same at any time; whichever step is found then is as good.
+  // The step is passed on in the shared block, from which the first growth takes it. Another thread may
+  // change it in between; any step will do.
   const uint32_t growBy = __atomic_load_n(&other.Data()->m_growBy, __ATOMIC_RELAXED);
   __atomic_store_n(&m_empty.m_growBy, growBy, __ATOMIC_RELAXED);
   Append(other);
@@ -86,8 +86,8 @@ void SimpleString::SetGrowBy(unsigned n) {
     Data()->m_growBy = n;
     return;
   }
-  // A block the empty string owned is left behind, not freed: callers set the step once, on a new string,
-  // and a pointer they got from it before stays good.
+  // The block before is not freed: pointers that callers got from the string stay valid. So each such call on
+  // an empty string that has a block of its own loses that.
   StringData* data = StringData::Create(0);
   data->m_growBy = n;
   m_text = data->m_text;
@@ -109,7 +109,7 @@ SimpleString& SimpleString::Append2(char c, unsigned n) {
 }
 
 SimpleString& SimpleString::Append(const char* s, unsigned n) {
-  if (s != nullptr && s[0] != '\0') AppendBytes(s, LengthOf(s, n));
+  if (!TextOps::IsEmpty(s)) AppendBytes(s, LengthOf(s, n));
   return *this;
 }
 
@@ -149,7 +149,7 @@ void SimpleString::Format(const char* fmt, ...) {
 }
 
 void SimpleString::FormatV(const char* fmt, va_list args) {
-  if (fmt == nullptr) fmt = "";
+  fmt = TextOps::OrEmpty(fmt);
   va_list measure;
   va_copy(measure, args);
   const int needed = vsnprintf(nullptr, 0, fmt, measure);

@@ -13,7 +13,7 @@ namespace Velk {
 // adds whole growth steps to its capacity. Running out of memory ends the process.
 class SimpleString {
  public:
-  // What stands before the characters in memory.
+  // Comes before the characters in memory.
   struct StringData {
     uint32_t m_length;
     uint32_t m_capacity;

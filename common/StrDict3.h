@@ -122,7 +122,7 @@ class StrDict3 {
   // Gives the siblings from root on and all below them back to the allocator.
   void ReleaseAllNodes(Node* root) {
     // Keys come from the network and may be long: no recursion. A node's children are done before its next
-    // sibling, so the rest of the siblings is hung behind the last child.
+    // sibling, so the rest of the siblings is appended to its children.
     while (root != nullptr) {
       Node* node = root;
       root = node->m_next;

@@ -1,7 +1,11 @@
-// Foundation layer: what the string classes, and those who cut texts, do to characters.
+// Foundation layer: what is done to characters in more than one place.
 #pragma once
 
+#include <string.h>
+#include <sys/uio.h>
+
 #include <cstddef>
+#include <cstdint>
 
 namespace Velk {
 
@@ -18,6 +22,17 @@ class TextOps {
     unsigned start;
     unsigned length;
   };
+
+  // Null counts as empty.
+  static const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
+  static bool IsEmpty(const char* text) { return text == nullptr || *text == '\0'; }
+
+  // A copy to be freed with delete[]; null for null.
+  static char* Strdup(const char* text);
+
+  // For writev(2), whose type has no const. Without a length null counts as empty.
+  static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
+  static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
   // The part of a text of the given length that starts at start (negative: 0) and is at most count long;
   // of length 0 when start is beyond the end or count is not positive.
@@ -45,6 +60,9 @@ class TextOps {
 
   // Writes value in decimal without a NUL and returns how many digits it took; out holds kMaxDigits.
   static unsigned PutNum(char* out, unsigned long long value);
+
+  // Reads decimal digits, modulo 2^64. Returns the first character that is none.
+  static const char* GetNum(const char* text, uint64_t* value);
 
   // Ends the process, as a failed allocation does, when length is beyond kMaxLength.
   static void CheckLength(unsigned long length);

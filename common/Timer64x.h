@@ -10,4 +10,7 @@ class Timer64x {
   static unsigned long long GetMsecCount64();
 };
 
+// Microseconds since some moment, which no setting of the time changes: for how long something takes.
+unsigned long long NowUs();
+
 }  // namespace Velk

@@ -1,4 +1,4 @@
-// Logging and configuration layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
+// Network layer: one IPv4 UDP socket. Logs nothing; failures are results, errno says why.
 #pragma once
 
 #include "common/InetAddress2.h"
@@ -6,7 +6,7 @@
 struct mmsghdr;
 
 // Owns one socket descriptor, see udp(7) and ip(7). One thread may read while others write; opening and
-// closing needs the object to oneself. A bool result is the success of the system call behind it. IP
+// closing needs the object to oneself. A bool result is the success of the system call. IP
 // addresses are in host byte order.
 class UdpSocket3 {
  public:

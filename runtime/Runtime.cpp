@@ -1,6 +1,6 @@
-// The few functions that a C++ compiler expects from its run-time library, so that the device's binaries
-// need none. Linked into the executables, and into libvelk, which hides the names: a program that embeds
-// common/ keeps its own run-time.
+// Foundation layer: the few functions that a C++ compiler expects from its run-time library, so that the
+// device's binaries need none. Linked into the executables, and into libvelk, which hides the names: a
+// program that embeds common/ keeps its own run-time.
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>

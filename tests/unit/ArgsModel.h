@@ -1,6 +1,7 @@
 // The grammar of argument texts once more, on strings that grow.
 #pragma once
 
+#include "common/ArgsBuilder2.h"
 #include "common/ArgsParser.h"
 #include "common/IGenericDispatchObj.h"
 #include "tests/unit/Test.h"

@@ -1,4 +1,4 @@
-// syslogctl bridge
+// Tool layer: syslogctl bridge.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// syslogctl dump
+// Tool layer: syslogctl dump.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -14,7 +14,8 @@
 namespace Ctl {
 namespace {
 
-constexpr char kPath[] = "/tmp/synclog";
+using Velk::kSyncPath;
+
 constexpr size_t kMaxFile = 8 << 20;  // 500 lines of 2 KiB are far below
 
 // Which file there is under the path, and since when it is as it is.
@@ -35,7 +36,7 @@ struct Version {
 
 Version VersionNow() {
   struct stat status;
-  return lstat(kPath, &status) == 0 ? Version(status) : Version();
+  return lstat(kSyncPath, &status) == 0 ? Version(status) : Version();
 }
 
 // A file's content.
@@ -104,13 +105,14 @@ int ExplainFile(int error) {
   if (error == 0 || error == ENOENT) {
     Say("%s is %s: the service cannot write it, so look at its permissions and those of /tmp, or it has "
         "another /tmp, as in a container",
-        kPath, error == 0 ? "not the log of now" : "not there");
+        kSyncPath, error == 0 ? "not the log of now" : "not there");
     return kNotConfirmed;
   }
   if (error == EINVAL || error == ELOOP) {
-    Say("%s is no regular file of at most %zu MiB, so not the service's: remove it", kPath, kMaxFile >> 20);
+    Say("%s is no regular file of at most %zu MiB, so not the service's: remove it", kSyncPath,
+        kMaxFile >> 20);
   } else {
-    Say("cannot read %s: %s", kPath, strerror(error));
+    Say("cannot read %s: %s", kSyncPath, strerror(error));
   }
   return kUsage;
 }
@@ -134,7 +136,7 @@ int GetFile(Session& session, Content& content) {
     if (i != 0) session.Pause(kPauseMs);
     const int result = AskForFile(session);
     if (result != kDone) return result;
-    if (!content.Read(kPath)) return ExplainFile(errno);
+    if (!content.Read(kSyncPath)) return ExplainFile(errno);
     // One without a byte was made, but there was no room to fill it.
     if (content.Size() != 0 && content.OfVersion() != before) return kDone;
   }
@@ -145,7 +147,8 @@ int GetFile(Session& session, Content& content) {
 
 int RunDump(const Options& options) {
   if (!IsThisMachine(options.server)) {
-    Say("dump reads %s on the service's machine, and %s is another one: run it there", kPath, options.server);
+    Say("dump reads %s on the service's machine, and %s is another one: run it there", kSyncPath,
+        options.server);
     return kUsage;
   }
   Session session(options);

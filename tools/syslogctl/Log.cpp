@@ -1,4 +1,4 @@
-// syslogctl log
+// Tool layer: syslogctl log.
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>

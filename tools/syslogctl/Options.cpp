@@ -116,24 +116,26 @@ ssize_t ReadFirstLine(int fd, char* buffer, size_t size) {
   return static_cast<ssize_t>(held);
 }
 
+constexpr unsigned kMaxPassword = 255;
+
 bool ReadPassword(const char* path, Options* options) {
+  static char s_password[kMaxPassword + 1];
   const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-  const ssize_t size = fd >= 0 ? ReadFirstLine(fd, options->password, sizeof options->password) : -1;
+  const ssize_t size = fd >= 0 ? ReadFirstLine(fd, s_password, sizeof s_password) : -1;
   const int error = errno;
   if (fd >= 0) close(fd);
   if (size < 0) {
     Say("cannot read the password file %s: %s", path, strerror(error));
     return false;
   }
-  const auto* const end =
-      static_cast<const char*>(memchr(options->password, '\n', static_cast<size_t>(size)));
-  const size_t length =
-      end != nullptr ? static_cast<size_t>(end - options->password) : static_cast<size_t>(size);
-  if (length > Options::kMaxPassword) {
-    Say("the password in %s is longer than %u bytes", path, Options::kMaxPassword);
+  const auto* const end = static_cast<const char*>(memchr(s_password, '\n', static_cast<size_t>(size)));
+  const size_t length = end != nullptr ? static_cast<size_t>(end - s_password) : static_cast<size_t>(size);
+  if (length > kMaxPassword) {
+    Say("the password in %s is longer than %u bytes", path, kMaxPassword);
     return false;
   }
-  options->password[length] = '\0';
+  s_password[length] = '\0';
+  options->password = s_password;
   return true;
 }
 

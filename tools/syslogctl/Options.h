@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "common/IDailyLog2.h"
+#include "common/ServiceNames.h"
 
 namespace Ctl {
 
@@ -16,12 +17,11 @@ enum ExitValue {
 };
 
 struct Options {
-  static constexpr unsigned kMaxPassword = 255;
   static constexpr size_t kMaxModule = 48;
 
   // Of all commands.
-  const char* server = "127.0.0.1:11001";
-  char password[kMaxPassword + 1] = "mosk";
+  const char* server = Velk::kServiceHere;
+  const char* password = Velk::kServicePassword;
   unsigned timeoutMs = 5000;
   bool quiet = false;
 

@@ -1,4 +1,4 @@
-// syslogctl ping
+// Tool layer: syslogctl ping.
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <signal.h>
 #include <string.h>
-#include <time.h>
 
 #include "client/LogCall.h"
 
@@ -39,17 +38,6 @@ Velk::GDQUdpClient::Options Holding(unsigned lines) {
   how.waitMs = 0;
   how.heldLines = lines;
   return how;
-}
-
-unsigned long long NowUs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<unsigned long long>(now.tv_sec) * 1000000 +
-         static_cast<unsigned long long>(now.tv_nsec) / 1000;
-}
-
-unsigned long long NowMs() {
-  return NowUs() / 1000;
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include "client/GDQUdpClient.h"
 #include "common/GDOBase.h"
 #include "common/SimpleString.h"
+#include "common/Timer64x.h"
 #include "tools/syslogctl/Options.h"
 
 namespace Ctl {
@@ -21,9 +22,10 @@ class CallText final : public Velk::GDOBase {
   Velk::SimpleString m_text{512, 512};
 };
 
-// Of the monotonic clock.
-unsigned long long NowUs();
-unsigned long long NowMs();
+using Velk::NowUs;
+inline unsigned long long NowMs() {
+  return NowUs() / 1000;
+}
 
 // Options of a client that holds so many lines and leaves it to Session to wait for room.
 Velk::GDQUdpClient::Options Holding(unsigned lines);

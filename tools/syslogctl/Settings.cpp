@@ -1,4 +1,4 @@
-// syslogctl set, remote and call: few calls.
+// Tool layer: syslogctl set, remote and call: few calls.
 #include <ctype.h>
 #include <string.h>
 
@@ -31,9 +31,6 @@ int RunSet(const Options& options) {
 
 namespace {
 
-constexpr char kTypeVariable[] = "remotelog_type";
-constexpr char kAddressVariable[] = "remotelog_addr";
-constexpr char kOn[] = "SysLog server";
 constexpr char kOff[] = "none";
 
 // The service looks at the variables only if one was changed since it started. Of two different values one is
@@ -41,9 +38,10 @@ constexpr char kOff[] = "none";
 int SendForwarding(Session& session, const char* host) {
   CallText sync;
   (sync << "SyncVar").CallObj();
-  int result = SetVariable(session, kTypeVariable, "");
-  if (result == kDone && host != nullptr) result = SetVariable(session, kAddressVariable, host);
-  if (result == kDone) result = SetVariable(session, kTypeVariable, host != nullptr ? kOn : kOff);
+  int result = SetVariable(session, Velk::kRemoteLogType, "");
+  if (result == kDone && host != nullptr) result = SetVariable(session, Velk::kRemoteLogAddress, host);
+  if (result == kDone)
+    result = SetVariable(session, Velk::kRemoteLogType, host != nullptr ? Velk::kSyslogServerType : kOff);
   if (result == kDone) result = session.Send(sync);
   return result == kDone ? session.Finish() : result;
 }

@@ -1,4 +1,4 @@
-// syslogctl watch
+// Tool layer: syslogctl watch.
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+// Tool layer: the entry, and which commands there are.
 #include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
