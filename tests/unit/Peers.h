@@ -7,6 +7,10 @@
 
 using Endpoint = std::pair<uint32_t, uint16_t>;
 
+inline InetAddress2 AddressOf(const Endpoint& endpoint) {
+  return InetAddress2(static_cast<long>(endpoint.first), endpoint.second);
+}
+
 // The cookie, made of the nonce and the password.
 inline std::string Md5(const std::string& bytes) {
   Velk::HashMD5 md5;
@@ -20,6 +24,5 @@ inline std::string Md5(const std::string& bytes) {
 inline void Give(Velk::GDQUdpSrv& server, const Endpoint& from, const std::string& datagram) {
   std::vector<unsigned char> packet(datagram.begin(), datagram.end());
   packet.push_back(0xFF);
-  server.HandleDatagram(InetAddress2(static_cast<long>(from.first), from.second), packet.data(),
-                        static_cast<int>(datagram.size()));
+  server.HandleDatagram(AddressOf(from), packet.data(), static_cast<int>(datagram.size()));
 }

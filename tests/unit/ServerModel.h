@@ -1,34 +1,26 @@
-// The channel's server by any sequence of datagrams, beside a list of peers. For one source of a program,
-// which is linked with --wrap=sendto and in which time(2) returns g_now.
+// The channel's server by any sequence of datagrams, beside a list of peers.
 #pragma once
-
-#include <sys/socket.h>
-#include <time.h>
 
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
 #include "tests/unit/Peers.h"
 
-extern time_t g_now;  // 0: the real time
-
 using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
 
-inline Datagrams* s_sent = nullptr;  // null: datagrams are really sent
+// Keeps what it would send, at a time that the test sets.
+class UnpluggedServer final : public Velk::GDQUdpSrv {
+ public:
+  Datagrams m_sent;
+  time_t m_now = 1;
 
-extern "C" {
-
-ssize_t __real_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t);
-ssize_t __wrap_sendto(int fd, const void* bytes, size_t size, int flags, const sockaddr* to,
-                      socklen_t length) {
-  if (s_sent == nullptr) return __real_sendto(fd, bytes, size, flags, to, length);
-  InetAddress2 address(0, 0);
-  memcpy(&address.Native(), to, sizeof address.Native());
-  s_sent->emplace_back(Endpoint(address.GetIP(), address.GetPort()),
-                       std::string(static_cast<const char*>(bytes), size));
-  return static_cast<ssize_t>(size);
-}
-
-}  // extern "C"
+ private:
+  time_t Now() const override { return m_now; }
+  int Send(const void* packet, unsigned size, const InetAddress2& to, bool mayWait) override {
+    m_sent.emplace_back(Endpoint(to.GetIP(), to.GetPort()),
+                        (mayWait ? "" : "now:") + std::string(static_cast<const char*>(packet), size));
+    return static_cast<int>(size);
+  }
+};
 
 inline std::string Hex(const std::string& bytes) {
   std::string text;
@@ -46,27 +38,27 @@ class ServerModel final : public Velk::GDOBase {
 
   void Run() {
     CapturedLog log(true);
-    Datagrams sent;
-    Velk::GDQUdpSrv server;
-    server.AddListener(this);
-    server.AddListener(this);
-    s_sent = &sent;
-    for (g_now = 1; m_choices.AreLeft() && !::testing::Test::HasFailure(); g_now += m_choices.Below(3)) {
-      if (m_choices.Below(16) == 0) {
+    m_server.AddListener(this);
+    m_server.AddListener(this);
+    for (; m_choices.AreLeft() && !::testing::Test::HasFailure(); m_server.m_now += m_choices.Below(3)) {
+      const unsigned operation = m_choices.Below(16);
+      if (operation == 0) {
         const std::string text = MakeText();
-        EXPECT_EQ(SendMsg(text), server.SendMsg(text.c_str()));
+        EXPECT_EQ(SendMsg(text), m_server.SendMsg(text.c_str()));
+      } else if (operation == 1) {
+        const Endpoint to = MakeEndpoint();
+        const std::string text = MakeText();
+        EXPECT_EQ(SendTo(to, text), m_server.SendTo(AddressOf(to), text.c_str()));
       } else {
         const Endpoint from = MakeEndpoint();
         const std::string datagram = MakeDatagram(from);
         Take(from, datagram);
-        Give(server, from, datagram);
+        Give(m_server, from, datagram);
       }
-      EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(sent, {}));
+      EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(m_server.m_sent, {}));
       EXPECT_EQ(std::exchange(m_calls, {}), std::exchange(m_heard, {}));
       EXPECT_EQ(std::exchange(m_lines, {}), log.Take());
     }
-    s_sent = nullptr;
-    g_now = 0;
   }
 
  private:
@@ -115,6 +107,13 @@ class ServerModel final : public Velk::GDOBase {
     return true;
   }
 
+  bool SendTo(const Endpoint& to, const std::string& text) {
+    const Peer* const peer = Find(to);
+    if (text.size() > Velk::GDQUdpSrv::kMaxText || peer == nullptr || !peer->isValid) return false;
+    m_sent.emplace_back(to, "now:" + peer->cookie + text);
+    return true;
+  }
+
   // What a datagram makes the server send, call and log.
   void Take(const Endpoint& from, const std::string& datagram) {
     if (datagram.size() > Velk::GDQUdpSrv::kMaxDatagram) return;
@@ -156,7 +155,7 @@ class ServerModel final : public Velk::GDOBase {
 
   void Connect(const Endpoint& from, Peer* peer) {
     std::string seed;
-    for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(g_now >> shift);
+    for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(m_server.m_now >> shift);
     for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(from.first >> shift);
     for (const int shift : {0, 8}) seed += static_cast<char>(from.second >> shift);
     const std::string nonce = Md5(seed);
@@ -173,6 +172,7 @@ class ServerModel final : public Velk::GDOBase {
   }
 
   Choices m_choices;
+  UnpluggedServer m_server;
   std::map<uint32_t, std::vector<Peer>> m_chains;
   Datagrams m_sent;
   std::vector<std::pair<std::string, std::string>> m_calls, m_heard;
