@@ -16,6 +16,7 @@
 #include "common/GDQUdpSrv.h"
 #include "common/HashMD5.h"
 #include "common/LogPrinter.h"
+#include "common/PeerTable.h"
 
 namespace {
 
@@ -131,6 +132,21 @@ void Handshake(benchmark::State& state) {
   for (auto _ : state) server.Connect(0);
 }
 BENCHMARK(Handshake);
+
+// A newcomer's record and its admission among so many that are admitted.
+void AdmitAmong(benchmark::State& state) {
+  Velk::PeerTable table;
+  unsigned next = 0;
+  const auto admitNext = [&] {
+    const InetAddress2 address = Server::PeerAddress(next++);
+    const unsigned char cookie[16] = {};
+    table.Connect(address, cookie);
+    table.Admit(table.Find(address));
+  };
+  while (next < state.range(0)) admitNext();
+  for (auto _ : state) admitNext();
+}
+BENCHMARK(AdmitAmong)->ArgName("admitted")->Arg(0)->Arg(1000)->Arg(10000)->Iterations(200);
 
 // One call of one peer among others. range(0): others that are admitted, so relayed to; range(1): others that
 // only ever sent a connect.

@@ -39,7 +39,7 @@ class AppData {
   // See IniFile3::Load; change flags stay. 0: failed.
   int Load(const char* path);
   // Writes the file that was loaded last and forgets all change flags, also when the file could not be
-  // written or none was loaded. Calls no subscriber.
+  // written or none was loaded, which is not reported.
   void Save();
 
   // The text is valid until the variable is set or a file loaded. A variable that is absent gives def.

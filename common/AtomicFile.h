@@ -8,8 +8,8 @@
 namespace Velk {
 
 // Collects the new version of a file in memory, writes it to a file beside the old one and puts it in place
-// by rename(2): a reader finds all of the old version or all of the new one, also after a crash. A full disk
-// leaves the old one.
+// by rename(2): a reader, also after a crash, finds all of the old version or all of the new
+// one. A full disk leaves the old one.
 //
 // Only where the directory refuses (not writable, a name too long, a file mounted on its own) the old file is
 // written over, new bytes beyond its end first, so that a lack of room is found while it is whole. A power

@@ -98,7 +98,7 @@ bool CDailyEventLog::OpenTodaysFile() {
     return true;
   }
   if (m_dateAt == nullptr) return false;
-  const time_t now = time(nullptr);
+  const time_t now = Now();
   tm today{};
   tzset();
   if (localtime_r(&now, &today) == nullptr) return false;
@@ -124,7 +124,7 @@ void CDailyEventLog::Print(const char* text) {
   if (m_file == nullptr || text == nullptr) return;
   // Stays closed when that fails: trying a full or lost device again with each line would slow down every
   // thread that logs. The owner calls OpenTodaysFile() when it is worth a try.
-  if (m_nextRollover != 0 && time(nullptr) >= m_nextRollover && !OpenTodaysFile()) return;
+  if (m_nextRollover != 0 && Now() >= m_nextRollover && !OpenTodaysFile()) return;
   const unsigned long length = strlen(text);
   if (m_spaceLimit != 0 && (length >= m_spaceLimit || m_currentSize >= m_spaceLimit - length)) {
     if (m_limitReached) return;
@@ -138,6 +138,10 @@ void CDailyEventLog::Print(const char* text) {
   m_currentSize += length;
   fputs(text, m_file);
   fflush(m_file);
+}
+
+time_t CDailyEventLog::Now() const {
+  return time(nullptr);
 }
 
 void CDailyEventLog::Close() {

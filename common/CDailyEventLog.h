@@ -28,7 +28,7 @@ class CDailyEventLog {
 
   // Names the files directory + "/" + baseName + "YYYY-MM-DD" + extension and opens today's. Null or empty:
   // no base name, extension ".log"; null: the working directory. The extension's dot may be left out. Makes
-  // a missing directory. The base name "stdout" stands for standard output, which is never replaced and
+  // a missing directory. The base name "stdout" means standard output, which is never replaced and
   // never closed. False: closed; a name that does not fit or has no directory leaves the earlier naming.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
@@ -66,6 +66,10 @@ class CDailyEventLog {
   static char* Strdup(const char* text);
   // Replaces what target owns with a copy of text.
   static void StrAlloc(char*& target, const char* text);
+
+ protected:
+  // time(2)'s. A test has its own.
+  virtual time_t Now() const;
 
  private:
   bool SetNames(const char* baseName, const char* extension, const char* directory);

@@ -75,27 +75,19 @@ unsigned long InetAddress2::StringToIP(const char* text, bool* error) {
   return ip;
 }
 
-namespace {
-
-bool ResolveHost(const char* host, in_addr* address) {
+int InetAddress2::LookUp(const char* host, in_addr* address) const {
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_STREAM;  // one result per address is enough
   addrinfo* results = nullptr;
   const int code = getaddrinfo(host, nullptr, &hints, &results);
-  if (code != 0) {
-    LogPrinter::Instance()->Log(Warning, nullptr, "Cannot resolve host name '%s', error code %d!\n", host,
-                                code);
-    return false;
-  }
+  if (code != 0) return code;
   sockaddr_in first{};
   memcpy(&first, results->ai_addr, sizeof first);
   freeaddrinfo(results);
   *address = first.sin_addr;
-  return true;
+  return 0;
 }
-
-}  // namespace
 
 bool InetAddress2::HasValidPort(const char* text) {
   const char* const colon = strchr(text, ':');
@@ -128,7 +120,12 @@ bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort
     return true;
   }
   in_addr resolved{};
-  if (!ResolveHost(host, &resolved)) return false;
+  const int code = LookUp(host, &resolved);
+  if (code != 0) {
+    LogPrinter::Instance()->Log(Warning, nullptr, "Cannot resolve host name '%s', error code %d!\n", host,
+                                code);
+    return false;
+  }
   m_address.sin_addr = resolved;
   m_address.sin_port = htons(port);
   return true;

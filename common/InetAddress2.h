@@ -41,7 +41,7 @@ class InetAddress2 {
   // A host name other than "localhost" blocks in getaddrinfo(3).
   bool SetAddressString(const char* text, unsigned short defaultPort);
 
-  // Writes "a.b.c.d", with ":port" behind it unless port is 0, and a NUL. Returns the position of the NUL.
+  // Writes "a.b.c.d", then ":port" unless port is 0, and a NUL. Returns the position of the NUL.
   static char* IPToString(char* buf, unsigned long ip, unsigned short port);
   // The same for this address, always without the port.
   char* GetIPString(char* buf) const;
@@ -53,6 +53,11 @@ class InetAddress2 {
   // The socket address itself, for system calls.
   const sockaddr_in& Native() const { return m_address; }
   sockaddr_in& Native() { return m_address; }
+
+ protected:
+  // Asks getaddrinfo(3) for the host's first address and returns that function's result. A test has its own
+  // hosts.
+  virtual int LookUp(const char* host, in_addr* address) const;
 
  private:
   sockaddr_in m_address;

@@ -126,21 +126,22 @@ int IniFile3::Load(const char* path) {
   const int fd = open(m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (fd < 0) return 0;
   if (ReadFrom(fd)) return 1;
-  ClearAll();
+  ClearSections();
   return 0;
 }
 
 bool IniFile3::ReadFrom(int fd) {
   struct stat status {};
-  const bool isFit = fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kMaxFileSize;
-  FILE* file = isFit ? fdopen(fd, "r") : nullptr;
+  const bool isRegular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+  FILE* file = isRegular ? fdopen(fd, "r") : nullptr;
   if (file == nullptr) {
     close(fd);
     return false;
   }
   SectNode* section = nullptr;
   char line[kLineSize];
-  while (fgets(line, sizeof line, file) != nullptr) {
+  // Not beyond its present length: a file that grows as fast as it is read would have no end.
+  while (ftello(file) < status.st_size && fgets(line, sizeof line, file) != nullptr) {
     char* text = SkipBlanks(line);
     if (*text == '#') continue;
     if (*text == '[') {
@@ -179,17 +180,37 @@ void WriteSection(FILE* file, const IniFile3::SectNode* section) {
   }
 }
 
+void WriteSections(FILE* file, const IniFile3::SectNode* first) {
+  for (; first != nullptr; first = first->m_next) WriteSection(file, first);
+}
+
+// Opens a pipe or device without waiting for anything, now or when it is written to. Null: not writable.
+FILE* OpenSpecial(const char* path, mode_t mode) {
+  // Opened for reading too, a pipe needs no reader, see fifo(7).
+  const int access = S_ISFIFO(mode) ? O_RDWR : O_WRONLY;
+  const int fd = open(path, access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  FILE* file = fd >= 0 ? fdopen(fd, "w") : nullptr;
+  if (file == nullptr && fd >= 0) close(fd);
+  return file;
+}
+
 }  // namespace
 
 int IniFile3::Save(const char* path) {
   if (path != nullptr && !StorePath(path)) return 0;
-  char behindLink[PATH_MAX];
-  Velk::AtomicFile output;
-  FILE* file = output.Open(realpath(m_path, behindLink) != nullptr ? behindLink : m_path);
-  if (file == nullptr) return 0;
-  for (const auto* section = m_sections.m_next; section != nullptr; section = section->m_next) {
-    WriteSection(file, section);
+  struct stat status {};
+  if (stat(m_path, &status) == 0 && !S_ISREG(status.st_mode)) {
+    FILE* special = OpenSpecial(m_path, status.st_mode);
+    if (special == nullptr) return 0;
+    WriteSections(special, m_sections.m_next);
+    fclose(special);  // what found no room is lost
+    return 1;
   }
+  char target[PATH_MAX];
+  Velk::AtomicFile output;
+  FILE* file = output.Open(realpath(m_path, target) != nullptr ? target : m_path);
+  if (file == nullptr) return 0;
+  WriteSections(file, m_sections.m_next);
   return output.Commit(Velk::AtomicFile::Durability::kSurvivesPowerCut) ? 1 : 0;
 }
 

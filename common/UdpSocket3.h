@@ -6,8 +6,8 @@
 struct mmsghdr;
 
 // Owns one socket descriptor, see udp(7) and ip(7). One thread may read while others write; opening and
-// closing needs the object to oneself. A bool result is the success of the system call. IP
-// addresses are in host byte order.
+// closing needs the object to oneself. A bool result is the success of the system call. IP addresses are
+// in host byte order.
 class UdpSocket3 {
  public:
   static constexpr unsigned long kForever = 0xFFFFFFFF;

@@ -1,9 +1,5 @@
 #include "tests/unit/IniModel.h"
 
-extern "C" int fsync(int) {
-  return 0;  // keeps the disk out of it
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const TempDirectory directory;
   CheckSavedAndLoaded(directory, std::string(data, data + size));

@@ -58,16 +58,15 @@ class Model {
     m_acked.AttachQueue(&m_queue);
     m_reporter.m_ackedCalls = &m_acked;
     m_server.AddListener(&m_acked);
-    s_sent = &m_sent;
     for (uint16_t port = 1; port <= 3; ++port) {
       const Endpoint endpoint(0x7F000001, port);
       Give(m_server, endpoint, "CONN");
-      m_peers.emplace_back(endpoint, Md5(std::exchange(m_sent, {})[0].second));  // the password is empty
+      m_peers.emplace_back(endpoint,
+                           Md5(std::exchange(m_server.m_sent, {})[0].second));  // the password is empty
       Give(m_server, endpoint, m_peers.back().second);
     }
     m_log.Take();
   }
-  ~Model() { s_sent = nullptr; }
 
   void Run() {
     while (m_choices.AreLeft() && !::testing::Test::HasFailure()) {
@@ -104,7 +103,7 @@ class Model {
     }
     Give(m_server, call.peer.first, call.peer.second + text);
     m_calls.push_back(call);
-    m_sent.clear();  // what was relayed
+    m_server.m_sent.clear();  // what was relayed
   }
 
   void DeliverOne() {
@@ -122,7 +121,7 @@ class Model {
       EXPECT_EQ(Expect(m_calls.front()) || !isParsed, isDone) << message.args;
       m_calls.pop_front();
     }
-    EXPECT_EQ(std::exchange(m_expectedAnswers, {}), std::exchange(m_sent, {})) << message.args;
+    EXPECT_EQ(std::exchange(m_expectedAnswers, {}), std::exchange(m_server.m_sent, {})) << message.args;
     Lines lines;
     for (const std::string& line : m_log.Take()) {
       if (line[0] == '1') lines.push_back(line);
@@ -148,9 +147,10 @@ class Model {
       isRun = known != m_clients.end() && call.number == known->second.last + 1;
       if (isRun) ++known->second.last, known->second.refused += !isDone;
       if (known != m_clients.end()) client = known->second;
-      m_expectedAnswers.emplace_back(
-          call.peer.first, call.peer.second + "Ack " + call.client + " " + std::to_string(client.last) + " " +
-                               std::to_string(call.number) + " " + std::to_string(client.refused));
+      m_expectedAnswers.emplace_back(call.peer.first, "now:" + call.peer.second + "Ack " + call.client + " " +
+                                                          std::to_string(client.last) + " " +
+                                                          std::to_string(call.number) + " " +
+                                                          std::to_string(client.refused));
       ++m_answers;
     }
     if (isRun && call.body->line != nullptr) m_expectedLines.emplace_back(call.body->line);
@@ -161,11 +161,10 @@ class Model {
   CapturedLog m_log;
   StillQueue m_queue;
   RemoteMessages m_messages;
-  Velk::GDQUdpSrv m_server;
+  UnpluggedServer m_server;
   AckedCalls m_acked{m_messages, m_server};
   ErrReporter m_reporter;
   Velk::ArgsParser m_parser{Velk::GDQ::kMaxArgs};
-  Datagrams m_sent;
   std::vector<std::pair<Endpoint, std::string>> m_peers;
   std::deque<Call> m_calls;  // made and not delivered
   std::map<std::string, Client> m_clients;

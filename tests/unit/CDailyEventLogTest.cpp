@@ -1,36 +1,26 @@
 #include "common/CDailyEventLog.h"
 
-#include <time.h>
-
 #include "tests/unit/TempDirectory.h"
-
-time_t g_now = 0;  // 0: the real time
-
-// Stands before the C library's for the whole test program, so that a day passes when a test says so.
-extern "C" time_t time(time_t* out) noexcept {
-  timespec now{g_now, 0};
-  if (g_now == 0) clock_gettime(CLOCK_REALTIME, &now);
-  if (out != nullptr) *out = now.tv_sec;
-  return now.tv_sec;
-}
 
 namespace {
 
 constexpr time_t kNoon = 1704193200;  // 2024-01-02 12:00:00 in Berlin
 constexpr time_t kDay = 86400;
 
+struct TimedLog final : CDailyEventLog {
+  time_t Now() const override { return m_now; }
+
+  time_t m_now = kNoon;
+};
+
 struct CDailyEventLogTest : testing::Test {
   CDailyEventLogTest() {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);  // Berlin's rules, without zone files
-    g_now = kNoon;
   }
-  ~CDailyEventLogTest() override {
-    g_now = 0;
-    unsetenv("TZ");
-  }
+  ~CDailyEventLogTest() override { unsetenv("TZ"); }
 
   TempDirectory m_dir;
-  CDailyEventLog m_log;
+  TimedLog m_log;
 };
 
 bool Collect(const char* name, const char* fullPath, void* context) {
@@ -95,7 +85,7 @@ TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
   EXPECT_EQ(before + "\nWARNING: File size limit of 100 bytes reached! Logging stopped until next day.\n\n",
             m_dir.Read(today));
 
-  g_now += kDay;
+  m_log.m_now += kDay;
   m_log.Print(std::string(99, 'z').c_str());
   EXPECT_EQ(std::string(99, 'z'), m_dir.Read("2024-01-03.log"));
 }
@@ -110,11 +100,11 @@ TEST_F(CDailyEventLogTest, MovesOnAtLocalMidnight) {
   };
   for (const auto& [opened, midnight, today, tomorrow] : rows) {
     const TempDirectory dir;
-    g_now = opened;
+    m_log.m_now = opened;
     ASSERT_TRUE(m_log.Open(nullptr, nullptr, dir.path.c_str(), 1)) << today;
-    g_now = midnight - 1;
+    m_log.m_now = midnight - 1;
     m_log.Print("last");
-    g_now = midnight;
+    m_log.m_now = midnight;
     m_log.Print("first");
     EXPECT_EQ("last", dir.Read(today)) << today;
     EXPECT_EQ("first", dir.Read(tomorrow)) << today;
@@ -137,7 +127,7 @@ TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
   const std::string gone = m_dir.Path("gone");
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, gone.c_str(), 1));
   std::filesystem::remove_all(gone);
-  g_now += kDay;
+  m_log.m_now += kDay;
   m_log.Print("lost");
   EXPECT_FALSE(m_log.IsOpen());
   ASSERT_EQ(0, mkdir(gone.c_str(), 0777));
@@ -151,7 +141,7 @@ TEST_F(CDailyEventLogTest, WritesToStandardOutput) {
   testing::internal::CaptureStdout();
   ASSERT_TRUE(m_log.Open("stdout", nullptr, nullptr, 1));
   m_log.Print("one ");
-  g_now += 2 * kDay;
+  m_log.m_now += 2 * kDay;
   m_log.Print("two ");
   m_log.Close();
   m_log.Print("lost ");

@@ -6,7 +6,7 @@ using Velk::GDQUdpSrv;
 
 namespace {
 
-constexpr uint32_t kClientHost = 0x7F010203;  // loopback, but nobody else's
+constexpr uint32_t kClientHost = 0x7F010203;  // loopback, but of no other test
 
 unsigned short OpenOnFreePort(GDQUdpSrv& server, const char* password) {
   static unsigned short port = static_cast<unsigned short>(20000 + getpid() % 10000);
@@ -74,7 +74,10 @@ TEST(GDQUdpSrv, SendsWhilePeersJoinAndReconnect) {
   Client last(41999);
   std::atomic<bool> isDone{false};
   std::thread sender([&] {
-    while (!isDone) server.SendMsg("x");
+    while (!isDone) {
+      server.SendMsg("x");
+      server.SendTo(AddressOf(last.m_endpoint), "x");
+    }
   });
   for (unsigned short port = 41100; port < 41140; ++port) {
     Client client(port);

@@ -1,5 +1,6 @@
 #include "common/IniFile3.h"
 
+#include <fcntl.h>
 #include <float.h>
 
 #include "tests/unit/Choices.h"
@@ -107,23 +108,53 @@ TEST_F(IniFile3Test, ReadsAndWritesTypes) {
   EXPECT_STREQ("-21", buf);
 }
 
-TEST_F(IniFile3Test, RefusesWhatItCannotLoadAndKeepsALink) {
-  ASSERT_EQ(0, mkfifo(m_dir.Path("fifo").c_str(), 0600));
-  m_dir.Write("huge", "[A]\nk=v\n");
-  ASSERT_EQ(0, truncate(m_dir.Path("huge").c_str(), IniFile3::kMaxFileSize + 1));
+TEST_F(IniFile3Test, LoadsAndSavesAFileOfAnySize) {
+  std::string text = "[A]\n";
+  for (int i = 0; i < 5000; ++i)
+    text += "key" + std::to_string(i) + "=\"the value " + std::to_string(i) + "\"\n";
+  m_dir.Write("large", text);
+  IniFile3 ini;
+  ASSERT_NE(0, ini.Load(m_dir.Path("large").c_str()));
+  EXPECT_STREQ("the value 4999", ini.GetString("A", "KEY4999", ""));
+  EXPECT_NE(0, ini.Save(m_dir.Path("copy").c_str()));
+  EXPECT_EQ(text, m_dir.Read("copy"));
+}
+
+// It never waits, and the path is kept: what cannot be read may well be written.
+TEST_F(IniFile3Test, LoadsRegularFilesOnlyAndSavesToOthersToo) {
+  const std::string fifo = m_dir.Path("fifo");
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
   const std::string tooLong = m_dir.Path(std::string(300, 'p'));
-  for (const std::string& path : Lines{m_dir.path, m_dir.Path("fifo"), "/dev/zero", m_dir.Path("huge"),
-                                       m_dir.Path("none/a.ini"), tooLong, ""}) {
+  const std::tuple<std::string, bool> rows[] = {
+      // whether it can be written
+      {m_dir.path, false}, {fifo, true}, {"/dev/zero", true}, {m_dir.Path("none/a.ini"), false},
+      {tooLong, false},    {"", false},
+  };
+  for (const auto& [path, isWritable] : rows) {
     IniFile3 ini;
     ini.SetString("A", "k", "old");
     EXPECT_EQ(0, ini.Load(path.c_str())) << path;
     EXPECT_EQ("", Dump(ini)) << path;
-    EXPECT_EQ(0, ini.Save(nullptr)) << path;
+    EXPECT_EQ(isWritable, ini.Save(nullptr) != 0) << path;
   }
   IniFile3 ini;
   EXPECT_EQ(0, ini.Load(nullptr));
   EXPECT_EQ(0, ini.Save(tooLong.c_str()));
-  EXPECT_EQ(0, ini.Load(m_dir.Path("file").c_str()));  // a missing file is where a new one starts
+
+  const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  ini.SetInt("A", "k", 1);
+  EXPECT_NE(0, ini.Save(fifo.c_str()));
+  char text[100] = "";
+  EXPECT_EQ(8, read(reader, text, sizeof text));
+  EXPECT_STREQ("[A]\nk=1\n", text);
+  ini.SetString("A", "more than a pipe holds", std::string(1 << 20, 'x').c_str());
+  EXPECT_NE(0, ini.Save(fifo.c_str()));
+  close(reader);
+}
+
+TEST_F(IniFile3Test, StartsAFileAndKeepsALink) {
+  IniFile3 ini;
+  EXPECT_EQ(0, ini.Load(m_dir.Path("file").c_str()));
   ini.SetInt("A", "k", 1);
   EXPECT_NE(0, ini.Save(nullptr));
   EXPECT_EQ("[A]\nk=1\n", m_dir.Read("file"));

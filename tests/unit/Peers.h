@@ -8,11 +8,23 @@
 using Endpoint = std::pair<uint32_t, uint16_t>;
 using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
 
-// What servers send, in a program that has ServerModel.h in one of its sources. Null: it is really sent.
-inline Datagrams* s_sent = nullptr;
+// Keeps what it would send, at a time that the test sets.
+class UnpluggedServer final : public Velk::GDQUdpSrv {
+ public:
+  Datagrams m_sent;
+  time_t m_now = 1;
 
-inline Endpoint EndpointOf(const InetAddress2& address) {
-  return Endpoint(address.GetIP(), address.GetPort());
+ private:
+  time_t Now() const override { return m_now; }
+  int Send(const void* packet, unsigned size, const InetAddress2& to, bool mayWait) override {
+    m_sent.emplace_back(Endpoint(to.GetIP(), to.GetPort()),
+                        (mayWait ? "" : "now:") + std::string(static_cast<const char*>(packet), size));
+    return static_cast<int>(size);
+  }
+};
+
+inline InetAddress2 AddressOf(const Endpoint& endpoint) {
+  return InetAddress2(static_cast<long>(endpoint.first), endpoint.second);
 }
 
 // The cookie, made of the nonce and the password.
@@ -28,6 +40,5 @@ inline std::string Md5(const std::string& bytes) {
 inline void Give(Velk::GDQUdpSrv& server, const Endpoint& from, const std::string& datagram) {
   std::vector<unsigned char> packet(datagram.begin(), datagram.end());
   packet.push_back(0xFF);
-  server.HandleDatagram(InetAddress2(static_cast<long>(from.first), from.second), packet.data(),
-                        static_cast<int>(datagram.size()));
+  server.HandleDatagram(AddressOf(from), packet.data(), static_cast<int>(datagram.size()));
 }

@@ -1,32 +1,9 @@
-// The channel's server by any sequence of datagrams, beside a list of peers. For one source of a program,
-// which is linked with --wrap=sendto and in which time(2) returns g_now.
+// The channel's server by any sequence of datagrams, beside a list of peers.
 #pragma once
-
-#include <sys/socket.h>
-#include <time.h>
 
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
 #include "tests/unit/Peers.h"
-
-extern time_t g_now;  // 0: the real time
-
-inline int s_sendFlags = 0;  // of the last datagram
-
-extern "C" {
-
-ssize_t __real_sendto(int, const void*, size_t, int, const sockaddr*, socklen_t);
-ssize_t __wrap_sendto(int fd, const void* bytes, size_t size, int flags, const sockaddr* to,
-                      socklen_t length) {
-  if (s_sent == nullptr) return __real_sendto(fd, bytes, size, flags, to, length);
-  InetAddress2 address(0, 0);
-  memcpy(&address.Native(), to, sizeof address.Native());
-  s_sent->emplace_back(EndpointOf(address), std::string(static_cast<const char*>(bytes), size));
-  s_sendFlags = flags;
-  return static_cast<ssize_t>(size);
-}
-
-}  // extern "C"
 
 inline std::string Hex(const std::string& bytes) {
   std::string text;
@@ -40,40 +17,31 @@ class ServerModel final : public Velk::GDOBase {
   explicit ServerModel(Choices choices) : m_choices(choices) {}
   virtual ~ServerModel() = default;
 
-  void Call(const char* name, const char* args) override {
-    m_heard.emplace_back(EndpointOf(m_server.Sender()), name, args);
-  }
+  void Call(const char* name, const char* args) override { m_heard.emplace_back(name, args); }
 
   void Run() {
     CapturedLog log(true);
-    Datagrams sent;
     m_server.AddListener(this);
     m_server.AddListener(this);
-    s_sent = &sent;
-    for (g_now = 1; m_choices.AreLeft() && !::testing::Test::HasFailure(); g_now += m_choices.Below(3)) {
-      const unsigned kind = m_choices.Below(16);
-      if (kind == 0) {
+    for (; m_choices.AreLeft() && !::testing::Test::HasFailure(); m_server.m_now += m_choices.Below(3)) {
+      const unsigned operation = m_choices.Below(16);
+      if (operation == 0) {
         const std::string text = MakeText();
         EXPECT_EQ(SendMsg(text), m_server.SendMsg(text.c_str()));
-      } else if (kind == 1) {
+      } else if (operation == 1) {
         const Endpoint to = MakeEndpoint();
         const std::string text = MakeText();
-        s_sendFlags = MSG_DONTWAIT;
-        EXPECT_EQ(SendTo(to, text),
-                  m_server.SendTo(InetAddress2(static_cast<long>(to.first), to.second), text.c_str()));
-        EXPECT_EQ(MSG_DONTWAIT, s_sendFlags);
+        EXPECT_EQ(SendTo(to, text), m_server.SendTo(AddressOf(to), text.c_str()));
       } else {
         const Endpoint from = MakeEndpoint();
         const std::string datagram = MakeDatagram(from);
         Take(from, datagram);
         Give(m_server, from, datagram);
       }
-      EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(sent, {}));
+      EXPECT_EQ(std::exchange(m_sent, {}), std::exchange(m_server.m_sent, {}));
       EXPECT_EQ(std::exchange(m_calls, {}), std::exchange(m_heard, {}));
       EXPECT_EQ(std::exchange(m_lines, {}), log.Take());
     }
-    s_sent = nullptr;
-    g_now = 0;
   }
 
  private:
@@ -122,11 +90,10 @@ class ServerModel final : public Velk::GDOBase {
     return true;
   }
 
-  // To the endpoint itself, even if its record is that of another one with the same product.
   bool SendTo(const Endpoint& to, const std::string& text) {
     const Peer* const peer = Find(to);
-    if (peer == nullptr || !peer->isValid || text.size() > Velk::GDQUdpSrv::kMaxText) return false;
-    m_sent.emplace_back(to, peer->cookie + text);
+    if (text.size() > Velk::GDQUdpSrv::kMaxText || peer == nullptr || !peer->isValid) return false;
+    m_sent.emplace_back(to, "now:" + peer->cookie + text);
     return true;
   }
 
@@ -150,7 +117,7 @@ class ServerModel final : public Velk::GDOBase {
     const std::string space = " \t\n\v\f\r";
     const std::string call = text.substr(std::min(text.find_first_not_of(space), text.size()));
     const size_t end = std::min(call.find_first_of(space), call.size());
-    m_calls.emplace_back(from, call.substr(0, end), end < call.size() ? call.substr(end + 1) : "");
+    m_calls.emplace_back(call.substr(0, end), end < call.size() ? call.substr(end + 1) : "");
   }
 
   void Relay(const std::string& text, const Endpoint* sender) {
@@ -171,7 +138,7 @@ class ServerModel final : public Velk::GDOBase {
 
   void Connect(const Endpoint& from, Peer* peer) {
     std::string seed;
-    for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(g_now >> shift);
+    for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(m_server.m_now >> shift);
     for (const int shift : {0, 8, 16, 24}) seed += static_cast<char>(from.first >> shift);
     for (const int shift : {0, 8}) seed += static_cast<char>(from.second >> shift);
     const std::string nonce = Md5(seed);
@@ -188,9 +155,9 @@ class ServerModel final : public Velk::GDOBase {
   }
 
   Choices m_choices;
-  Velk::GDQUdpSrv m_server;
+  UnpluggedServer m_server;
   std::map<uint32_t, std::vector<Peer>> m_chains;
   Datagrams m_sent;
-  std::vector<std::tuple<Endpoint, std::string, std::string>> m_calls, m_heard;  // sender, name, arguments
+  std::vector<std::pair<std::string, std::string>> m_calls, m_heard;
   std::vector<std::string> m_lines;
 };
