@@ -148,7 +148,7 @@ void GDQUdpClient::SendConnect() {
 void GDQUdpClient::TakeNonce(const char* nonce) {
   if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
-  if (!m_isJoined) m_window.LearnAnswerTime(m_sinceUs - m_startUs);
+  if (!m_isAnswered) m_window.LearnAnswerTime(m_sinceUs - m_startUs);  // later, answers tell it better
   m_isJoined = true;
   if (m_state == State::NotJoined) m_state = State::Joined;
   m_window.Rewind(m_sinceUs);
