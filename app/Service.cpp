@@ -20,6 +20,9 @@
 
 namespace {
 
+// What the lines of the service itself are marked with.
+constexpr char kName[] = "Syslog";
+
 // Nothing that the service was started with must end it or go wrong: a closed standard descriptor would be
 // given to the next file or socket, which would then get the console's lines; a reader that left, or a file
 // size limit, would send a deadly signal.
@@ -34,7 +37,7 @@ void MakeProcessRobust() {
   }
   // The supervisor must restart, and the receive thread receive, also while the console's reader does not
   // read.
-  Velk::Console::NeverWaitOnThisThread();
+  Velk::Console::NeverWaitOnThisThread(kName);
 }
 
 // Pending calls that the receive loop may run ahead of the queue's thread: at most 5 MB of them, a part of a
@@ -109,7 +112,7 @@ int RunChild(const ServiceValues& values) {
 int RunService(const ServiceValues& values, int argc, char** argv) {
   MakeProcessRobust();
   LogPrinter* const log = LogPrinter::Instance();
-  log->m_appName.Set("Syslog", 0);
+  log->m_appName.Set(kName, 0);
   LoadConfiguration(values.configPath);
   DailyLog2 dailyLog(values.ringCapacity, values.syncPath);
   EnableConfiguredSyslog(dailyLog);
