@@ -9,13 +9,13 @@
 #include "app/AckedCalls.h"
 #include "app/ErrReporter.h"
 #include "app/MonitorChild.h"
+#include "app/PacedServer.h"
 #include "app/RemoteMessages.h"
 #include "app/RemoteSyslog.h"
 #include "common/AppData.h"
 #include "common/Console.h"
 #include "common/DailyLog2.h"
 #include "common/GDQ.h"
-#include "common/GDQUdpSrv.h"
 #include "common/LogPrinter.h"
 
 namespace {
@@ -39,14 +39,6 @@ void MakeProcessRobust() {
   // read.
   Velk::Console::NeverWaitOnThisThread(kName);
 }
-
-// Pending calls that the receive loop may run ahead of the queue's thread: at most 5 MB of them, a part of a
-// second of work. At the limit datagrams stay in the socket's buffer, which drops what it cannot hold.
-constexpr unsigned kMaxPendingCalls = 2000;
-
-// Pending calls at which the receive loop pauses, so that the next ones gather in the socket's buffer, which
-// holds some hundreds.
-constexpr unsigned kPausePendingCalls = 40;
 
 void LoadConfiguration(const char* path) {
   if (AppData::GetInstance()->Load(path)) return;
@@ -91,11 +83,9 @@ int RunChild(const ServiceValues& values) {
   ErrReporter reporter;
   Velk::GDQ queue(0, 0, "AppThread2", false);
   queue.m_errorReporter = &reporter;
-  queue.m_maxPosts = kMaxPendingCalls;
-  queue.m_pausePosts = kPausePendingCalls;
   RemoteMessages messages;
   messages.AttachQueue(&queue);
-  Velk::GDQUdpSrv server;
+  PacedServer server(queue);
   AckedCalls ackedCalls(messages, server);
   ackedCalls.AttachQueue(&queue);
   reporter.m_ackedCalls = &ackedCalls;
