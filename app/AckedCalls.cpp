@@ -119,7 +119,7 @@ bool AckedCalls::Run(const IArgsList* args) {
 // a call takes 31 % more instructions.
 void AckedCalls::Answer(const InetAddress2& sender, const char* clientName, const AckClients::Client* client,
                         uint64_t number) {
-  char text[sizeof "Ack " + AckClients::kLongestName + 3 * (1 + TextOps::kMaxDigits)];
+  char text[sizeof "Ack " + AckClients::kLongestName + size_t{3} * (1 + TextOps::kMaxDigits)];
   const uint64_t numbers[] = {client != nullptr ? client->last : 0, number,
                               client != nullptr ? client->refused : 0};
   char* out = stpcpy(stpcpy(text, "Ack "), clientName);

@@ -97,11 +97,12 @@ class StrDict3 {
   bool Set0(unsigned maxLen, const char* key, T value) {
     if (key == nullptr || key[0] == '\0' || maxLen == 0) return false;
     Node** link = &m_root;
-    Node* node = nullptr;
-    for (unsigned i = 0; i < maxLen && key[i] != '\0'; ++i) {
+    Node* node;
+    unsigned i = 0;
+    do {
       node = GetNode(link, Fold(key[i]));
       link = &node->m_child;
-    }
+    } while (++i < maxLen && key[i] != '\0');
     node->m_hasValue = true;
     node->m_value = value;
     return true;
