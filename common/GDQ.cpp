@@ -179,36 +179,36 @@ void GDQ::CancelTimer(unsigned int timerId, IGenericDispatchTarget* target) {
   const ScopedLock lock(m_listMutex);
   Node* node = m_messages.Remove(timerId, target);
   if (node != nullptr) Recycle(node);
-  TellPoster();
+  WakePosterIfFew();
 }
 
 void GDQ::CancelAllMessages(IGenericDispatchTarget* target) {
   const ScopedLock lock(m_listMutex);
   while (Node* node = m_messages.RemoveByTarget(target)) Recycle(node);
-  TellPoster();
+  WakePosterIfFew();
 }
 
 uint32_t GDQ::WaitForFewerPosts(uint32_t limit, uint32_t waitMs) {
+  uint32_t count;
   {
     const ScopedLock lock(m_listMutex);
-    const uint32_t count = m_messages.PostCount();
-    if (waitMs == 0 || count < limit) return count;
+    count = m_messages.PostCount();
   }
+  if (waitMs == 0 || count < limit) return count;
   const timespec deadline = DeadlineIn(CLOCK_MONOTONIC, waitMs);
-  while (!AwaitFewerPosts(limit, waitMs != kForever ? &deadline : nullptr)) {
+  while (!AwaitFewerPosts(limit, waitMs != kForever ? &deadline : nullptr, count)) {
     const ScopedLock lock(m_wakeMutex);
     Wake();
   }
-  const ScopedLock lock(m_listMutex);
-  return m_messages.PostCount();
+  return count;
 }
 
 // False: the thread rests until the next post and must be woken first, otherwise both would wait for ever.
-bool GDQ::AwaitFewerPosts(uint32_t limit, const timespec* deadline) {
+bool GDQ::AwaitFewerPosts(uint32_t limit, const timespec* deadline, uint32_t& count) {
   const ScopedLock lock(m_listMutex);
   m_posterLimit = limit;
   bool isInTime = true;
-  while (isInTime && IsRunning() && m_messages.PostCount() >= limit) {
+  while ((count = m_messages.PostCount()) >= limit && isInTime && IsRunning()) {
     if (m_isResting) {
       m_isResting = false;
       return false;
@@ -219,8 +219,12 @@ bool GDQ::AwaitFewerPosts(uint32_t limit, const timespec* deadline) {
   return true;
 }
 
-void GDQ::TellPoster() {
-  if (m_messages.PostCount() < m_posterLimit) pthread_cond_signal(&m_posterCondition);
+void GDQ::WakePoster() {
+  pthread_cond_signal(&m_posterCondition);
+}
+
+void GDQ::WakePosterIfFew() {
+  if (m_messages.PostCount() < m_posterLimit) WakePoster();
 }
 
 uint64_t GDQ::NowMs() const {
@@ -235,7 +239,7 @@ void GDQ::Driver() {
     DeliverDue(parser, waitMs);
   }
   const ScopedLock lock(m_listMutex);
-  pthread_cond_signal(&m_posterCondition);
+  WakePoster();
 }
 
 // Sleeps until there was a post, or at most waitMs milliseconds. A wake-up without a post starts the wait
@@ -279,7 +283,7 @@ void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
   const ScopedLock lock(m_listMutex);
   if (done != nullptr) Recycle(done);
   m_isResting = true;
-  if (m_posterLimit != 0) pthread_cond_signal(&m_posterCondition);
+  if (m_posterLimit != 0) WakePoster();
 }
 
 // done (may be null) is recycled first: one locking for both, as posters contend for it.
@@ -298,7 +302,7 @@ bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
     return false;
   }
   m_messages.Unlink(node);
-  TellPoster();
+  WakePosterIfFew();
   delivery.m_target = node->m_target;
   delivery.m_name = node->m_name.Str();
   delivery.m_args = node->m_args.Str();

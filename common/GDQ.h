@@ -117,8 +117,9 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   Node* TakeSpare() REQUIRES(m_listMutex);
   void Recycle(Node* node) REQUIRES(m_listMutex) { m_free.InsertAfter(nullptr, node); }
   void Wake() REQUIRES(m_wakeMutex);
-  bool AwaitFewerPosts(uint32_t limit, const timespec* deadline);
-  void TellPoster() REQUIRES(m_listMutex);
+  bool AwaitFewerPosts(uint32_t limit, const timespec* deadline, uint32_t& count);
+  void WakePoster() REQUIRES(m_listMutex);
+  void WakePosterIfFew() REQUIRES(m_listMutex);
   void WaitForPost(uint32_t waitMs);
   void DeliverDue(ArgsParser& parser, uint32_t& waitMs);
   bool TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs);
