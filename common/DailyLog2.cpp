@@ -1,5 +1,6 @@
 #include "common/DailyLog2.h"
 
+#include <errno.h>
 #include <libgen.h>
 #include <stdio.h>
 #include <string.h>
@@ -312,14 +313,24 @@ bool DailyLog2::SendSyslogPacket(char* data, unsigned length) {
 }
 
 void DailyLog2::SyncLog() {
-  if (m_syncPath.IsEmpty()) return;
+  if (m_syncPath.IsEmpty() || WriteSyncFile()) return;
+  const char* const why = strerror(errno);
+  LogPrinter::Instance()->Log(Error, nullptr, "Cannot write %s: %s\n", m_syncPath.Str(), why);
+}
+
+// False: errno. Other threads that log block until this is done, the receive thread too, so it must not wait
+// for a disk.
+bool DailyLog2::WriteSyncFile() {
   const ScopedLock lock(m_mutex);
   Velk::AtomicFile file;
   FILE* const stream = file.Open(m_syncPath.Str());
-  if (stream == nullptr) return;
+  if (stream == nullptr) return false;
   WriteStored(stream);
-  // Other threads that log block until this is done, the receive thread too, so it must not wait for a disk.
-  file.Commit(Velk::AtomicFile::Durability::kSurvivesCrash);
+  return file.CommitAsOwn();
+}
+
+void DailyLog2::RemoveLeftovers() {
+  if (!m_syncPath.IsEmpty()) Velk::AtomicFile::RemoveLeftovers(m_syncPath.Str());
 }
 
 void DailyLog2::WriteStored(FILE* file) {

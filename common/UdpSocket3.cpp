@@ -43,6 +43,10 @@ bool UdpSocket3::BindAddress(InetAddress2& addr) {
   return bind(m_socket, reinterpret_cast<const sockaddr*>(&addr.Native()), sizeof(sockaddr_in)) == 0;
 }
 
+void UdpSocket3::ForbidSharing() {
+  SetOption(m_socket, SOL_SOCKET, SO_REUSEADDR, 0);
+}
+
 void UdpSocket3::SetReceiveBuffer(int bytes) {
   if (!SetOption(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, bytes))
     SetOption(m_socket, SOL_SOCKET, SO_RCVBUF, bytes);

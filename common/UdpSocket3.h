@@ -29,6 +29,9 @@ class UdpSocket3 {
   // The same without the range check, e.g. for a multicast group.
   bool BindAddress(InetAddress2& addr);
 
+  // Ends the sharing of the port that binding allows: whoever binds to it from now on, fails.
+  void ForbidSharing();
+
   // The kernel's memory for datagrams not yet read; it counts twice the bytes, as it has overhead. At most
   // net.core.rmem_max without CAP_NET_ADMIN, see socket(7).
   void SetReceiveBuffer(int bytes);

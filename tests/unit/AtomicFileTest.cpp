@@ -8,13 +8,11 @@
 
 namespace {
 
-constexpr auto kDurable = Velk::AtomicFile::Durability::kSurvivesPowerCut;
-
 struct AtomicFileTest : testing::Test {
   bool Save(const std::string& name, const std::string& text) const {
     Velk::AtomicFile file;
     fputs(text.c_str(), file.Open(m_dir.Path(name).c_str()));
-    return file.Commit(kDurable);
+    return file.Commit();
   }
 
   const TempDirectory m_dir;
@@ -34,8 +32,8 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
       fputs(text, out);
       fflush(out);
       EXPECT_EQ(before, m_dir.Read(name));
-      EXPECT_TRUE(file.Commit(kDurable));
-      EXPECT_FALSE(file.Commit(kDurable));
+      EXPECT_TRUE(file.Commit());
+      EXPECT_FALSE(file.Commit());
       EXPECT_EQ(text, m_dir.Read(name));
     }
     struct stat status {};
@@ -65,7 +63,7 @@ TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   close(reader);
   Velk::AtomicFile file;
   EXPECT_EQ(nullptr, file.Open(nullptr));
-  EXPECT_FALSE(file.Commit(kDurable));
+  EXPECT_FALSE(file.Commit());
   EXPECT_EQ("keep", m_dir.Read("victim"));
   EXPECT_EQ(before, m_dir.CountFiles());
 }
