@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "common/Console.h"
 #include "common/LogPrinter.h"
 
 namespace {
@@ -87,7 +86,6 @@ bool MonitorChild() {
     }
     if (child == 0) {
       FollowSupervisor(self);
-      Velk::Console::ForgetKept();
       log->Log(Info, nullptr, "Child process...\n");
       return true;
     }

@@ -10,16 +10,19 @@
 #include "app/AckedCalls.h"
 #include "app/ErrReporter.h"
 #include "app/MonitorChild.h"
+#include "app/PacedServer.h"
 #include "app/RemoteMessages.h"
 #include "app/RemoteSyslog.h"
 #include "common/AppData.h"
 #include "common/Console.h"
 #include "common/DailyLog2.h"
 #include "common/GDQ.h"
-#include "common/GDQUdpSrv.h"
 #include "common/LogPrinter.h"
 
 namespace {
+
+// What the lines of the service itself are marked with.
+constexpr char kName[] = "Syslog";
 
 // Nothing that the service was started with must end it or go wrong: a closed standard descriptor would be
 // given to the next file or socket, which would then get the console's lines; a reader that left, or a file
@@ -39,16 +42,8 @@ void MakeProcessRobust() {
   }
   // The supervisor must restart, and the receive thread receive, also while the console's reader does not
   // read.
-  Velk::Console::NeverWaitOnThisThread();
+  Velk::Console::NeverWaitOnThisThread(kName);
 }
-
-// Pending calls that the receive loop may run ahead of the queue's thread: at most 5 MB of them, a part of a
-// second of work. At the limit datagrams stay in the socket's buffer, which drops what it cannot hold.
-constexpr unsigned kMaxPendingCalls = 2000;
-
-// Pending calls at which the receive loop pauses, so that the next ones gather in the socket's buffer, which
-// holds some hundreds.
-constexpr unsigned kPausePendingCalls = 40;
 
 void LoadConfiguration(const char* path) {
   if (AppData::GetInstance()->Load(path)) return;
@@ -96,11 +91,9 @@ int RunChild(const ServiceValues& values) {
   ErrReporter reporter;
   Velk::GDQ queue(0, 0, "AppThread2", false);
   queue.m_errorReporter = &reporter;
-  queue.m_maxPosts = kMaxPendingCalls;
-  queue.m_pausePosts = kPausePendingCalls;
   RemoteMessages messages;
   messages.AttachQueue(&queue);
-  Velk::GDQUdpSrv server;
+  PacedServer server(queue);
   AckedCalls ackedCalls(messages, server);
   ackedCalls.AttachQueue(&queue);
   reporter.m_ackedCalls = &ackedCalls;
@@ -117,7 +110,7 @@ int RunChild(const ServiceValues& values) {
 int RunService(const ServiceValues& values, int argc, char** argv) {
   MakeProcessRobust();
   LogPrinter* const log = LogPrinter::Instance();
-  log->m_appName.Set("Syslog", 0);
+  log->m_appName.Set(kName, 0);
   LoadConfiguration(values.configPath);
   DailyLog2 dailyLog(values.ringCapacity, values.syncPath);
   EnableConfiguredSyslog(dailyLog);

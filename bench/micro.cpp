@@ -42,12 +42,11 @@ class Counter : public Velk::IGenericDispatchTarget {
 void PostAndDeliver(benchmark::State& state) {
   Counter counter;
   Velk::GDQ queue(0, 0, "bench", false);
-  queue.m_maxPosts = 64;
   queue.Run();
   long posted = 0;
   for (auto _ : state) {
     queue.Post(&counter, "LogMsg", kArgs);
-    ++posted;
+    if (++posted % 32 == 0) queue.WaitForFewerPosts(32, Velk::GDQ::kForever);
   }
   while (counter.m_count.load(std::memory_order_acquire) < posted) usleep(10);
   queue.Stop();

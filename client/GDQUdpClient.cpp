@@ -39,17 +39,17 @@ uint64_t EndUs(unsigned timeoutMs) {
 }  // namespace
 
 // Holds the mutex, with cancellation off: a thread that ended meanwhile would leave it locked.
-class GDQUdpClient::Lock {
+class VELK_THREAD_ATTRIBUTE(scoped_lockable) GDQUdpClient::Lock {
  public:
-  explicit Lock(GDQUdpClient* client) : m_client(client) {
+  explicit Lock(GDQUdpClient* client) ACQUIRE(client->m_mutex) : m_client(client) {
     int state = PTHREAD_CANCEL_ENABLE;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
-    pthread_mutex_lock(&m_client->m_mutex);
+    m_client->m_mutex.Lock();
     m_client->m_cancelState = state;
   }
-  ~Lock() {
+  ~Lock() RELEASE() {
     const int state = m_client->m_cancelState;
-    pthread_mutex_unlock(&m_client->m_mutex);
+    m_client->m_mutex.Unlock();
     pthread_setcancelstate(state, nullptr);
   }
 
@@ -60,7 +60,6 @@ class GDQUdpClient::Lock {
 GDQUdpClient::~GDQUdpClient() {
   Close();
   free(m_password);
-  pthread_mutex_destroy(&m_mutex);
 }
 
 bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
@@ -148,7 +147,7 @@ void GDQUdpClient::SendConnect() {
 void GDQUdpClient::TakeNonce(const char* nonce) {
   if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
-  if (!m_isJoined) m_window.LearnAnswerTime(m_sinceUs - m_startUs);
+  if (!m_isAnswered) m_window.LearnAnswerTime(m_sinceUs - m_startUs);  // later, answers tell it better
   m_isJoined = true;
   if (m_state == State::NotJoined) m_state = State::Joined;
   m_window.Rewind(m_sinceUs);
@@ -275,11 +274,11 @@ bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   if (until > now + kLongestUs) until = now + kLongestUs;
   pollfd watched = {m_socket.Descriptor(), POLLIN, 0};
   const int state = m_cancelState;
-  pthread_mutex_unlock(&m_mutex);
+  m_mutex.Unlock();
   pthread_setcancelstate(state, nullptr);
   poll(&watched, 1, until > now ? static_cast<int>((until - now + kMs - 1) / kMs) : 0);
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  pthread_mutex_lock(&m_mutex);
+  m_mutex.Lock();
   m_cancelState = state;
   return true;
 }

@@ -1,7 +1,6 @@
 // Client layer: the peer's side of the call channel over UDP. Logs only while Open() resolves a name.
 #pragma once
 
-#include <pthread.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -13,6 +12,7 @@
 #include "common/GDQUdpBase.h"
 #include "common/IDailyLog2.h"
 #include "common/InetAddress2.h"
+#include "common/Mutex.h"
 #include "common/ServiceNames.h"
 
 namespace Velk {
@@ -67,17 +67,17 @@ class GDQUdpClient final : public GDQUdpBase {
     unsigned sentOnce = 0;
   };
 
-  GDQUdpClient() { pthread_mutex_init(&m_mutex, nullptr); }
+  GDQUdpClient() = default;
   ~GDQUdpClient() override;
 
   // Starts to join the service at "host" or "host:port" and returns at once, whether or not it is there. Both
   // texts are copied. A host name is resolved here and never again. False with errno: EINVAL the port is no
   // number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or what creating descriptors failed with.
-  bool Open(const char* server, const char* password, const Options& options);
+  bool Open(const char* server, const char* password, const Options& options) NO_THREAD_SAFETY_ANALYSIS;
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 
   // Leaves the service, which then relays nothing to us any more, and forgets what is held: Flush() before.
-  void Close();
+  void Close() NO_THREAD_SAFETY_ANALYSIS;
 
   // Sends or holds one call text; an empty one is a ping of the whole road. False with errno: EMSGSIZE longer
   // than kMaxCall, EAGAIN no room within Options::waitMs, EBADF not open, EPERM see above.
@@ -105,30 +105,29 @@ class GDQUdpClient final : public GDQUdpBase {
   class Lock;
 
   bool IsUsable() const;
-  bool OpenDescriptors();
-  void CloseAll();
+  bool OpenDescriptors() NO_THREAD_SAFETY_ANALYSIS;
+  void CloseAll() NO_THREAD_SAFETY_ANALYSIS;
   bool DeliverCall();
 
-  // All others are called with the mutex held.
-  bool IsFallback() const { return m_options.reliable && m_window.IsOnce(); }
-  void StartJoin(bool isAtOnce);
-  void SendConnect();
-  void TakeNonce(const char* nonce);
-  void Advance();
-  void ReadSocket();
-  void TakeDatagram(char* packet, unsigned size);
-  void NoteAnswer();
-  void SendDue();
-  bool Send(const SendWindow::Piece& piece);
-  uint64_t DueUs() const;
-  void OnDue();
-  void OnSilence();
-  void Arm();
-  bool WaitUnlocked(uint64_t endUs);
+  bool IsFallback() const REQUIRES(m_mutex) { return m_options.reliable && m_window.IsOnce(); }
+  void StartJoin(bool isAtOnce) REQUIRES(m_mutex);
+  void SendConnect() REQUIRES(m_mutex);
+  void TakeNonce(const char* nonce) REQUIRES(m_mutex);
+  void Advance() REQUIRES(m_mutex);
+  void ReadSocket() REQUIRES(m_mutex);
+  void TakeDatagram(char* packet, unsigned size) REQUIRES(m_mutex);
+  void NoteAnswer() REQUIRES(m_mutex);
+  void SendDue() REQUIRES(m_mutex);
+  bool Send(const SendWindow::Piece& piece) REQUIRES(m_mutex);
+  uint64_t DueUs() const REQUIRES(m_mutex);
+  void OnDue() REQUIRES(m_mutex);
+  void OnSilence() REQUIRES(m_mutex);
+  void Arm() REQUIRES(m_mutex);
+  bool WaitUnlocked(uint64_t endUs) REQUIRES(m_mutex);
 
-  pthread_mutex_t m_mutex;          // guards all that Open() does not set
-  int m_cancelState = 0;            // of the thread that holds the mutex, to be restored
-  std::atomic<pid_t> m_process{0};  // that opened it; 0: closed
+  Mutex m_mutex;
+  int m_cancelState GUARDED_BY(m_mutex) = 0;  // of the thread that holds the mutex, to be restored
+  std::atomic<pid_t> m_process{0};            // that opened it; 0: closed
   InetAddress2 m_server{0, 0};
   char* m_password = nullptr;
   Options m_options;
@@ -136,21 +135,22 @@ class GDQUdpClient final : public GDQUdpBase {
   int m_timer = -1;
 
   // All times are microseconds of the monotonic clock.
-  uint64_t m_armedUs = 0;  // when m_timer fires
-  PeerSocket m_socket{kFirstLocalPort};
-  SendWindow m_window;
-  HeldLines m_heard;  // calls of others, not yet delivered
-  State m_state = State::NotJoined;
-  bool m_isJoined = false;     // false: CONN was sent, and no nonce came yet
-  bool m_isBlocked = false;    // the socket takes no more just now
-  bool m_isAnswered = false;   // there was an acknowledgement since Open()
-  uint64_t m_startUs = 0;      // when the present or latest join began
-  uint64_t m_sinceUs = 0;      // the latest CONN or nonce, or when the socket was full
-  uint64_t m_heardUs = 0;      // the latest acknowledgement
-  unsigned m_connectMs = 0;    // how long to wait for a nonce; doubles until there is an acknowledgement
-  unsigned m_connects = 0;     // without a nonce
-  unsigned m_forcedJoins = 0;  // by silence
-  unsigned m_toldOnce = 0;     // of the window's SentOnce(): what Flush() has told
+  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // when m_timer fires
+  PeerSocket m_socket GUARDED_BY(m_mutex){kFirstLocalPort};
+  SendWindow m_window GUARDED_BY(m_mutex);
+  HeldLines m_heard GUARDED_BY(m_mutex);  // calls of others, not yet delivered
+  State m_state GUARDED_BY(m_mutex) = State::NotJoined;
+  bool m_isJoined GUARDED_BY(m_mutex) = false;    // false: CONN was sent, and no nonce came yet
+  bool m_isBlocked GUARDED_BY(m_mutex) = false;   // the socket takes no more just now
+  bool m_isAnswered GUARDED_BY(m_mutex) = false;  // there was an acknowledgement since Open()
+  uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // when the present or latest join began
+  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // the latest CONN or nonce, or when the socket was full
+  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // the latest acknowledgement
+  unsigned m_connectMs GUARDED_BY(m_mutex) =
+      0;  // how long to wait for a nonce; doubles until there is an acknowledgement
+  unsigned m_connects GUARDED_BY(m_mutex) = 0;     // without a nonce
+  unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;  // by silence
+  unsigned m_toldOnce GUARDED_BY(m_mutex) = 0;     // of the window's SentOnce(): what Flush() has told
 };
 
 }  // namespace Velk

@@ -147,9 +147,9 @@ void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   m_window = m_window / 2 > kFirstWindow ? m_window / 2 : kFirstWindow;
 }
 
-// Four round trips, quickly up and slowly down.
+// Two round trips, quickly up and slowly down.
 void SendWindow::LearnAnswerTime(uint64_t tripUs) {
-  const uint64_t tripMs = tripUs / kMs * 4;
+  const uint64_t tripMs = tripUs / kMs * 2;
   m_answerMs -= m_answerMs / 8;
   if (m_answerMs < tripMs)
     m_answerMs = tripMs < kMostAnswerMs ? static_cast<unsigned>(tripMs) : kMostAnswerMs;

@@ -19,30 +19,26 @@ AppThread2::~AppThread2() {
   delete[] m_name;
 }
 
-namespace {
-
-bool CreateDetached(void* (*entry)(void*), void* argument) {
+bool AppThread2::StartThread() {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   pthread_t thread;
-  const bool created = pthread_create(&thread, &attributes, entry, argument) == 0;
+  const bool created = pthread_create(&thread, &attributes, DriverFunction0, this) == 0;
   pthread_attr_destroy(&attributes);
   return created;
 }
 
-}  // namespace
-
 bool AppThread2::Run() {
-  if (m_running.exchange(1, std::memory_order_acq_rel) != 0) return false;
+  int state = kIdle;
+  // Not left to the new thread: a Stop() before its first step would have nothing to wait for, and its caller
+  // would destroy the object before the thread uses it.
+  if (!m_state.compare_exchange_strong(state, kRunning, std::memory_order_acq_rel)) return false;
   m_stopAcknowledgement.store(nullptr, std::memory_order_relaxed);
-  // Not left to the new thread: a Stop() before its first step would see nobody to wait for, and its caller
-  // would destroy the object under a thread still to come.
-  m_active.store(true, std::memory_order_release);
   // With autoDelete the object may be gone from here on, unless there is no thread.
-  if (CreateDetached(DriverFunction0, this)) return true;
-  // Running stays set: the owner learns of the failure once and has to acknowledge it with Stop().
-  m_active.store(false, std::memory_order_release);
+  if (StartThread()) return true;
+  // The owner learns of the failure once and has to acknowledge it with Stop().
+  m_state.store(kFailed, std::memory_order_release);
   return false;
 }
 
@@ -51,27 +47,28 @@ void* AppThread2::DriverFunction0(void* self) {
   thread->Driver();
   thread->OnExit();
   const bool autoDelete = thread->m_autoDelete;
-  const bool stopped = thread->m_running.exchange(0, std::memory_order_acq_rel) == 0;
-  if (stopped) thread->AcknowledgeStop();
+  const int state = thread->m_state.exchange(kIdle, std::memory_order_acq_rel);
+  if (state == kStopping) thread->AcknowledgeStop();
   // Without autoDelete the owner may have destroyed the object by now.
   if (autoDelete) delete thread;
   return nullptr;
 }
 
-// A Stop() has begun, so it will publish its flag: ending without it would delete the object under that
-// Stop() or leave it waiting. The flag is in a frame that is left as soon as it is clear, hence the last
-// touch.
+// A Stop() has begun, so it will publish its flag: ending without it would delete the object while that
+// Stop() uses it, or leave it waiting. The flag is in a frame that is left as soon as it is clear, hence the
+// last touch.
 void AppThread2::AcknowledgeStop() {
   std::atomic<bool>* waiting = nullptr;
   while ((waiting = m_stopAcknowledgement.load(std::memory_order_acquire)) == nullptr) usleep(kPollInterval);
-  m_active.store(false, std::memory_order_relaxed);
   waiting->store(false, std::memory_order_release);
 }
 
 void AppThread2::Stop() {
-  // The thread was never started, or has cleared this itself and looks for no flag.
-  if (m_running.exchange(0, std::memory_order_acq_rel) == 0) return;
-  if (!m_active.load(std::memory_order_acquire)) return;  // Run() had failed
+  int state = kRunning;
+  if (!m_state.compare_exchange_strong(state, kStopping, std::memory_order_acq_rel)) {
+    if (state == kFailed) m_state.store(kIdle, std::memory_order_release);
+    return;  // there is no thread, or it has ended by itself and looks for no flag
+  }
   std::atomic<bool> waiting{true};
   m_stopAcknowledgement.store(&waiting, std::memory_order_release);
   // The object is the thread's from here on and may be deleted at any time.

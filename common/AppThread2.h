@@ -31,21 +31,30 @@ class AppThread2 {
   // at once when the driver has ended by itself. Must not be called on the thread itself.
   void Stop();
 
-  // Thread entry for pthread_create(3); self is the object.
+  // Thread entry for pthread_create(3); self is the object. Without Run() the driver finds itself stopped.
   static void* DriverFunction0(void* self);
 
  protected:
-  bool IsRunning() const { return m_running.load(std::memory_order_acquire) != 0; }
+  // Runs DriverFunction0(this) on a detached thread. False: pthread_create(3) failed.
+  virtual bool StartThread();
+
+  bool IsRunning() const { return m_state.load(std::memory_order_acquire) >= kRunning; }
 
  private:
+  enum State {
+    kIdle,
+    kStopping,  // Stop() waits
+    kRunning,   // from Run() on
+    kFailed,    // Run() got no thread, but the driver may run all the same
+  };
+
   void AcknowledgeStop();
 
   char* m_name;
   const bool m_autoDelete;
-  // 1 from Run() on. Stop() and the ending thread both try to clear it; who succeeds tells who came first.
-  // A word: some processors exchange nothing smaller without help from a library.
-  std::atomic<int> m_running{0};
-  std::atomic<bool> m_active{false};  // Run() got its thread
+  // Stop() and the ending thread both try to move it on from kRunning: who succeeds came first. A word: some
+  // processors exchange nothing smaller without help from a library.
+  std::atomic<int> m_state{kIdle};
   // Flag in the frame of a waiting Stop().
   std::atomic<std::atomic<bool>*> m_stopAcknowledgement{nullptr};
 };

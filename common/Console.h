@@ -3,34 +3,23 @@
 
 #include <sys/uio.h>
 
-#include <cstddef>
-
 namespace Velk {
 
-// Writes whole lines straight to descriptor 1, one system call a line, so that lines of different threads and
-// processes do not mix. Any thread may call. A line that can't be written for good (closed, full device,
-// reader gone) is lost and nobody is told; the caller has SIGPIPE ignored.
+// Writes whole lines to descriptor 1, one system call each, under the lock of stdout. Any thread may call.
+// A line that can't be written for good (closed, full device, reader gone) is lost. SIGPIPE must be ignored.
 class Console {
  public:
-  // Most pieces of one line.
-  static constexpr int kMaxPieces = 8;
-
-  // Bytes kept for threads that must not wait; some 100 lines. What does not fit any more is lost here.
-  static constexpr size_t kKeptBytes = 16384;
-
-  // Writes one line given in pieces. Where standard output stands still (a pipe whose reader does not read),
-  // the caller waits, unless its thread never waits: then the line is kept, and goes out no later than with
-  // the next line that anybody writes.
+  // Writes a line given in pieces, after what the program itself printed to stdout. Lines do not mix, those
+  // of several processes up to PIPE_BUF bytes. Blocks while a pipe or a terminal is full, unless the thread
+  // never waits: then the line is dropped, and before the next one that gets through comes a warning with the
+  // count.
   static void WriteLine(const iovec* pieces, int count);
 
-  // From now on the calling thread never waits in WriteLine; so do the threads' copies in forked children.
-  // For threads that have better to do than to wait for a reader: the receive loop, the supervisor.
-  // Standard output stays what it is from then on. A terminal is opened anew by way of /proc; without that it
-  // is written like a pipe, and a thread may wait for it after all.
-  static void NeverWaitOnThisThread();
-
-  // Drops the kept lines. A forked child calls it, because its parent keeps and writes the same ones.
-  static void ForgetKept();
+  // From now on WriteLine neither blocks on this thread nor flushes stdout, here and in forked children,
+  // which count from 0. Call once a thread; leave standard output as it is then. module is for the warning
+  // and must stay alive. A pipe or terminal is opened again by way of /proc; where that fails it is polled
+  // before each line, and a terminal may block all the same.
+  static void NeverWaitOnThisThread(const char* module);
 };
 
 }  // namespace Velk

@@ -18,12 +18,15 @@ namespace Velk {
 // at a time on its own thread. A message that ran is kept as a spare with its two buffers, so a steady flow
 // allocates nothing; spares are never given back.
 //
-// Two mutexes, never held together and neither during a dispatch: one guards messages and spares, the other
+// Two mutexes, never held together and neither during a dispatch: one for messages and spares, the other for
 // the wake-up of the thread.
 class GDQ : public IGenericDispatchQueue, private AppThread2 {
  public:
   // Most arguments of a message; one with more does not parse.
   static constexpr unsigned kMaxArgs = 32;
+
+  // A wait without a time limit.
+  static constexpr uint32_t kForever = 0xFFFFFFFF;
 
   // See AppThread2.
   GDQ(int, int, const char* threadName, bool autoDelete);
@@ -44,6 +47,11 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
 
   // Drops what is pending without delivering or reporting it. Does not stop the thread.
   ~GDQ() override;
+
+  // Holds a poster back: waits until fewer than limit plain posts are pending, waitMs milliseconds have
+  // passed, or the thread does not run. Returns how many are pending, at once when waitMs is 0. One caller at
+  // a time, and not from a handler, which would wait for itself.
+  uint32_t WaitForFewerPosts(uint32_t limit, uint32_t waitMs);
 
   // One message. Owned by the list that it is in, and by the thread while it is in none.
   struct Node {
@@ -79,10 +87,9 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   class MessageList {
    public:
     Node* Head() const { return m_nodes.m_head; }
-    uint32_t Count() const { return m_nodes.m_count; }
     uint32_t PostCount() const { return m_postCount; }  // those due at 0
 
-    // Takes the node over and puts it behind all that are due no later.
+    // Takes the node over and puts it after all that are due no later.
     void AddOrdered(Node* node);
     // Unlinks the first node of the target with this id. The caller owns it; null: there is none.
     Node* Remove(unsigned int timerId, IGenericDispatchTarget* target);
@@ -93,57 +100,47 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
 
    private:
     NodeList m_nodes;
-    Node* m_lastPost = nullptr;  // last node that is due at 0, null: none
     uint32_t m_postCount = 0;
   };
+
+ protected:
+  // The clock of due times.
+  virtual uint64_t NowMs() const;
+  // Waits for a post, with wakeMutex released meanwhile. False: waitMs milliseconds have passed.
+  virtual bool Sleep(Mutex& wakeMutex, uint32_t waitMs) REQUIRES(wakeMutex);
 
  private:
   struct Delivery;
 
   void Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericDispatchTarget* target,
                const char* name, const char* args);
-  void WaitForRoomLocked();
-  void PauseLocked();
-  bool HasCaughtUpLocked() const;
-  bool MayHoldBackPoster();
-  void TellRoomLocked();
-  Node* TakeSpareLocked();
-  void RecycleLocked(Node* node) { m_free.InsertAfter(nullptr, node); }
-  void WakeLocked();
+  Node* TakeSpare() REQUIRES(m_listMutex);
+  void Recycle(Node* node) REQUIRES(m_listMutex) { m_free.InsertAfter(nullptr, node); }
+  void Wake() REQUIRES(m_wakeMutex);
+  bool AwaitFewerPosts(uint32_t limit, const timespec* deadline);
+  void TellPoster() REQUIRES(m_listMutex);
   void WaitForPost(uint32_t waitMs);
   void DeliverDue(ArgsParser& parser, uint32_t& waitMs);
   bool TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs);
   bool Deliver(const Delivery& delivery, ArgsParser& parser);
 
-  Mutex m_listMutex;  // guards m_free and m_messages
-  NodeList m_free;
-  MessageList m_messages;
-  Mutex m_wakeMutex;  // guards the last two flags; posters also read the first one without it
+  Mutex m_listMutex;
+  NodeList m_free GUARDED_BY(m_listMutex);
+  MessageList m_messages GUARDED_BY(m_listMutex);
+  uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // of the poster that waits, 0: none does
+  bool m_isResting GUARDED_BY(m_listMutex) = false;    // the thread left messages that are due
+  pthread_cond_t m_posterCondition;  // with m_listMutex: few posts, a resting thread, or one that has ended
+
+  Mutex m_wakeMutex;
   pthread_cond_t m_wakeCondition;
-  // With m_listMutex: fewer posts are pending, or the thread has ended.
-  pthread_cond_t m_room;
-  pthread_cond_t m_caughtUp;
-  uint32_t m_waitingPosters = 0;         // on m_room
-  uint32_t m_pausingPosters = 0;         // on m_caughtUp
-  bool m_mayPause = true;                // the last pause was short, or no post was left since
-  std::atomic<bool> m_signalled{false};  // there was a post since the thread last woke
-  bool m_keepSignalled = false;          // the thread is to end and must not sleep again
+  // There was a post since the thread last woke. Written with m_wakeMutex held; atomic because Enqueue()
+  // reads it without.
+  std::atomic<bool> m_signalled{false};
+  bool m_keepSignalled GUARDED_BY(m_wakeMutex) = false;  // the thread is to end and must not sleep again
 
  public:
   // Written by the owner before Run(). Not owned; null: failures are dropped silently.
   IErrorReport* m_errorReporter = nullptr;
-
-  // Most plain posts pending at once, 0: no limit. Written by the owner before Run(). At the limit Post waits
-  // while the thread runs, until half of them are done; on the queue's own thread, so in handlers, it never
-  // waits. Timers do not count.
-  uint32_t m_maxPosts = 0;
-
-  // Plain posts pending at which Post pauses until an eighth of them is left, but at most 10 ms; 0: it never
-  // does. Written by the owner before Run(). For a poster that waits for input of its own: it is faster than
-  // the thread and would fall asleep over each message, and to wake it costs more than to post; while it
-  // pauses its input gathers. A slow thread holds nobody back: after a pause of over 1 ms there is none until
-  // no post is left.
-  uint32_t m_pausePosts = 0;
 };
 
 }  // namespace Velk

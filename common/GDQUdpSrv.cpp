@@ -75,7 +75,10 @@ void GDQUdpSrv::ReceiveTask() {
       Batch::Datagram& datagram = batch.datagrams[i];
       HandleDatagram(datagram.from, datagram.bytes, static_cast<int>(batch.headers[i].msg_len));
     }
-    if (count >= 0) continue;
+    if (count >= 0) {
+      AfterBatch(count < static_cast<int>(Batch::kMost));
+      continue;
+    }
     // Without a socket nothing will ever come; the caller knows better what to do than to wait for it.
     if (errno == EBADF || errno == ENOTSOCK) return;
     // Interrupted or short of memory. It passes, but must not take the processor until it does.

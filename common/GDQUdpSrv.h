@@ -54,6 +54,10 @@ class GDQUdpSrv : public GDQUdpBase {
   void HandlePacket(const InetAddress2& from, unsigned char* packet, unsigned int length);
 
  protected:
+  // Called by ReceiveTask after each few datagrams; what it waits here, the next ones wait in the socket's
+  // buffer. isEmpty: none was there when it last looked.
+  virtual void AfterBatch(bool isEmpty) { static_cast<void>(isEmpty); }
+
   // What the tests replace.
 
   // In seconds, see time(2).

@@ -120,7 +120,7 @@ void LogPrinter::PrintToConsole(const char* level, const char* module, const cha
   if (!m_consoleEnabled.load(std::memory_order_relaxed)) return;
   char prefix[Velk::TimeStamp::kLength + sizeof "[#] " + TextOps::kMaxDigits];
   const char* const prefixEnd = PutThreadId(Velk::TimeStamp::Put(prefix), Velk::ThreadId());
-  iovec pieces[Velk::Console::kMaxPieces];
+  iovec pieces[6];
   int count = 0;
   pieces[count++] = TextOps::Piece(prefix, static_cast<size_t>(prefixEnd - prefix));
   if (!TextOps::IsEmpty(module)) {

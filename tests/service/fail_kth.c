@@ -50,7 +50,6 @@ LET_FAIL(int, recvmmsg, (int s, struct mmsghdr* h, unsigned n, int f, struct tim
 LET_FAIL(ssize_t, sendto, (int s, const void* b, size_t n, int f, const struct sockaddr* a, socklen_t l),
          (s, b, n, f, a, l), -1, ENOBUFS)
 LET_FAIL(ssize_t, write, (int f, const void* b, size_t n), (f, b, n), -1, EIO)
-LET_FAIL(ssize_t, writev, (int f, const struct iovec* v, int n), (f, v, n), -1, EIO)
 LET_FAIL(ssize_t, pwrite64, (int f, const void* b, size_t n, off_t o), (f, b, n, o), -1, ENOSPC)
 LET_FAIL(int, mkostemp64, (char* p, int f), (p, f), -1, EMFILE)
 LET_FAIL(int, rename, (const char* o, const char* n), (o, n), -1, EIO)

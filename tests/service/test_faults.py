@@ -15,7 +15,7 @@ from harness import SANITIZED, SYSLOG_ON, Peer, ServiceTest, processes, read_syn
 
 LIBRARY = os.path.join(namespace.FILES, "fail_kth.so")
 FAIL_FILE = os.path.join(namespace.FILES, "fail_kth")
-FUNCTIONS = ("malloc", "recvmmsg", "sendto", "write", "writev", "pwrite64", "open64", "mkostemp64", "rename", "fdopen",
+FUNCTIONS = ("malloc", "recvmmsg", "sendto", "write", "pwrite64", "open64", "mkostemp64", "rename", "fdopen",
              "open_memstream", "socket", "bind", "fork", "waitpid", "pthread_create")
 CALLS = [b"LogMsg 2 `m` `text %d\n`", b"SetVar remotelog_addr 127.0.0.%d", b"SyncVar", b"SyncLog",
          b"LogMsg 3 `m` `" + b"x" * 600 + b"%d\n`", b"SetVar v%d `y`", b"WithAck c%d 1 SyncLog"]

@@ -65,6 +65,32 @@ TEST(AppThread2, MayBeDestroyedAfterStop) {
   }
 }
 
+TEST(AppThread2, EntryWithoutRunReturns) {
+  Counts counts;
+  Worker worker(counts, false);
+  AppThread2::DriverFunction0(&worker);
+  ASSERT_TRUE(worker.Run());
+  worker.Stop();
+  AppThread2::DriverFunction0(&worker);
+  EXPECT_EQ(3, counts.exits);
+}
+
+TEST(AppThread2, RunFailsUntilAFailureIsAcknowledged) {
+  struct Starved : Worker {
+    explicit Starved(Counts& counts) : Worker(counts, false) {}
+    bool StartThread() override { return !std::exchange(m_isStarved, false) && Worker::StartThread(); }
+    bool m_isStarved = true;
+  };
+  Counts counts;
+  Starved worker(counts);
+  EXPECT_FALSE(worker.Run());
+  EXPECT_FALSE(worker.Run());
+  worker.Stop();
+  EXPECT_TRUE(worker.Run());
+  worker.Stop();
+  EXPECT_EQ(1, counts.exits);
+}
+
 TEST(AppThread2, DeletesItselfWhenAsked) {
   Counts counts;
   for (int round = 0; round < 200; ++round) {

@@ -1,6 +1,10 @@
 #include "common/Console.h"
 
 #include <signal.h>
+#include <sys/wait.h>
+
+#include <regex>
+#include <sstream>
 
 #include "common/TimeStamp.h"
 #include "tests/unit/StdoutPipe.h"
@@ -13,108 +17,129 @@ void WriteLine(const std::string& text) {
   Velk::Console::WriteLine(pieces, 2);
 }
 
-// Reads until the expected bytes are there; the deadline is the test runner's.
-std::string ReadAtLeast(StdoutPipe& out, size_t bytes) {
-  std::string all;
-  while (all.size() < bytes) all += out.Read();
-  return all;
-}
-
 // On a thread that never waits, to its end.
 template <typename Action>
 void RunNeverWaiting(Action action) {
   std::thread([&action] {
-    Velk::Console::NeverWaitOnThisThread();
+    Velk::Console::NeverWaitOnThisThread("test");
     action();
   }).join();
 }
 
-TEST(Console, AThreadThatNeverWaitsKeepsItsLinesForLater) {
-  StdoutPipe out;
-  const size_t filled = StdoutPipe::Fill();
-  std::string expected;
-  RunNeverWaiting([&] {
-    for (int i = 0; i < 100; ++i) {
-      expected += "line " + std::to_string(100 + i) + "\n";
-      WriteLine(expected.substr(expected.size() - 9));  // returns although nobody reads
-    }
-    // More than is kept is lost as whole lines, without harm to those kept before.
-    WriteLine(std::string(Velk::Console::kKeptBytes, 'x'));
-  });
-  EXPECT_EQ(out.Read(), std::string(filled, '#'));
-  WriteLine("next\n");
-  EXPECT_EQ(out.Read(), expected + "next\n");
-}
+const std::regex kWarning(
+    R"(\[\d\d:\d\d:\d\d\.\d{3}\]\[# *\d+\] test\.Warning: Console lines dropped here: (\d+))");
 
-TEST(Console, KeptLinesGoOutWholeSoThatAnotherProcessFitsBetween) {
-  StdoutPipe out;
-  StdoutPipe::Fill();
-  std::string shown;
-  RunNeverWaiting([&] {
-    for (int i = 0; i < 100; ++i)
-      WriteLine("a line whose length is no divisor of a page, " + std::to_string(i) + "\n");
-    shown = out.Read(PIPE_BUF);  // room for some of them
-    WriteLine("next\n");
-    shown = out.Read();
-    WriteLine("last\n");
-  });
-  ASSERT_NE(shown.find("page"), std::string::npos);
-  EXPECT_EQ(shown.find("next"), std::string::npos);
-  EXPECT_EQ(shown.back(), '\n') << shown.substr(shown.size() - 80);
-}
-
-TEST(Console, AThreadThatWaitsLosesNothingAndHoldsNobodyUp) {
-  StdoutPipe out;
-  const size_t filled = StdoutPipe::Fill();
-  std::thread waiting([] { WriteLine("waited\n"); });
-  RunNeverWaiting([] { WriteLine("kept\n"); });
-  const std::string all = ReadAtLeast(out, filled + 12).substr(filled);
+// Reads up to a line that a thread writes which waits, with "<count>" for each warning, and one # for many.
+std::string ReadTo(StdoutPipe& out, const std::string& line) {
+  std::thread waiting(WriteLine, line);
+  std::string all;
+  EXPECT_TRUE(WaitFor([&] {
+    all += out.Read();
+    return all.size() >= line.size() && all.substr(all.size() - line.size()) == line;
+  }));
   waiting.join();
-  EXPECT_TRUE(all == "waited\nkept\n" || all == "kept\nwaited\n") << all;
+  const auto areFilling = [](char a, char b) { return a == '#' && b == '#'; };
+  all.erase(std::unique(all.begin(), all.end(), areFilling), all.end());
+  return std::regex_replace(all, kWarning, "<$1>");
 }
 
-TEST(Console, AFloodOfKeptLinesHoldsBackNoThreadThatWaits) {
-  StdoutPipe out;
-  StdoutPipe::Fill();
-  std::atomic<bool> isWritten{false}, isOver{false};
-  std::thread waiting([&] {
-    WriteLine("waited\n");
-    isWritten = true;
-  });
-  std::thread reading;
-  bool isInTime = false;
-  RunNeverWaiting([&] {
-    reading = std::thread([&] {
-      isInTime = WaitFor([&] {
-        usleep(5000);  // slower than the flood by far
-        return !out.Read(PIPE_BUF).empty() && isWritten;
-      });
-      isOver = true;
-      while (!isWritten) out.Read();
+TEST(Console, DropsAndCountsWhereAThreadMustNotWait) {
+  for (const auto kind : {StdoutPipe::kPipe, StdoutPipe::kTerminal, StdoutPipe::kSocket}) {
+    StdoutPipe out(kind);
+    out.Stop();
+    RunNeverWaiting([&] {
+      for (int i = 0; i < 12; ++i) WriteLine("dropped\n");
+      out.Resume();
+      if (fork() == 0) {
+        WriteLine("child\n");  // which has dropped nothing
+        _exit(0);
+      }
+      wait(nullptr);
+      WriteLine("next\n");
+      // A part of it fits. A socket cannot be opened again, so it would wait there.
+      if (kind != StdoutPipe::kSocket) WriteLine(std::string(500000, '#'));
     });
-    while (!isOver) WriteLine(std::string(200, 'k') + "\n");
-  });
-  reading.join();
-  waiting.join();
-  Velk::Console::ForgetKept();  // what the flood left
-  EXPECT_TRUE(isInTime);
+    EXPECT_EQ(ReadTo(out, "last\n"), kind != StdoutPipe::kSocket ? "child\n<12>\nnext\n#\n<1>\nlast\n"
+                                                                 : "child\n<12>\nnext\nlast\n");
+  }
 }
 
-TEST(Console, SurvivesANonBlockingDescriptorAndAReaderThatLeft) {
+TEST(Console, DropsNothingForALockThatIsHeldForAMoment) {
+  StdoutPipe out;
+  printf("printed, ");
+  flockfile(stdout);
+  std::atomic<bool> isStarted{false};
+  std::thread trying([&] {
+    Velk::Console::NeverWaitOnThisThread("test");
+    isStarted = true;
+    WriteLine("a line\n");
+  });
+  EXPECT_TRUE(WaitFor([&] { return isStarted.load(); }));
+  for (int i = 0; i < 1000; ++i) sched_yield();
+  EXPECT_EQ(out.Read(), "");
+  funlockfile(stdout);
+  trying.join();
+  WriteLine("another\n");
+  EXPECT_EQ(out.Read(), "a line\nprinted, another\n");
+}
+
+TEST(Console, DropsWhereTheLocksOwnerWaitsForTheReader) {
+  StdoutPipe out;
+  fcntl(STDOUT_FILENO, F_SETFL, fcntl(STDOUT_FILENO, F_GETFL) | O_NONBLOCK);
+  std::thread waiting([] { WriteLine(std::string(200000, '#') + "\n"); });  // short writes
+  EXPECT_TRUE(WaitFor([] { return ftrylockfile(stdout) != 0 || (funlockfile(stdout), false); }));
+  RunNeverWaiting([] { WriteLine("dropped\n"); });
+  EXPECT_EQ(ReadTo(out, "next\n"), "#\n<1>\nnext\n");
+  waiting.join();
+}
+
+TEST(Console, LosesLinesThatCannotBeWrittenWithoutCounting) {
   signal(SIGPIPE, SIG_IGN);
-  {
-    StdoutPipe out;
-    fcntl(STDOUT_FILENO, F_SETFL, fcntl(STDOUT_FILENO, F_GETFL) | O_NONBLOCK);
-    const std::string big(200000, 'b');  // larger than any pipe: short writes
-    std::thread waiting([&] { WriteLine(big); });
-    EXPECT_EQ(ReadAtLeast(out, big.size()), big);
-    waiting.join();
+  StdoutPipe out;
+  const int good = dup(STDOUT_FILENO);
+  int left[2];
+  ASSERT_EQ(pipe2(left, O_CLOEXEC), 0);
+  close(left[0]);
+  for (const int bad : {-1, open("/dev/full", O_WRONLY | O_CLOEXEC), left[1]}) {
+    if (dup2(bad, STDOUT_FILENO) < 0) close(STDOUT_FILENO);
+    close(bad);
+    WriteLine("lost\n");
+    RunNeverWaiting([] { WriteLine("lost\n"); });
   }
-  const int saved = dup(STDOUT_FILENO);
-  close(STDOUT_FILENO);
-  WriteLine("nowhere\n");
-  dup2(saved, STDOUT_FILENO);
-  close(saved);
+  dup2(good, STDOUT_FILENO);
+  close(good);
+  WriteLine("next\n");
+  EXPECT_EQ(out.Read(), "next\n");
+}
+
+TEST(Console, LinesOfThreadsAndProcessesNeverMixAndAllAreCounted) {
+  const auto write = [](char writer) {
+    for (int i = 0; i < 10000; ++i) WriteLine(std::string(100, writer) + "\n");
+  };
+  StdoutPipe out;
+  if (fork() == 0) {
+    write('p');
+    _exit(0);
+  }
+  std::thread writers([&] {
+    std::thread waiting(write, 'w');
+    RunNeverWaiting([&] { write('n'); });
+    waiting.join();
+    wait(nullptr);
+    WriteLine("end\n");
+  });
+  std::string all, line;
+  while (all.find("end\n", all.size() - std::min<size_t>(all.size(), 4)) == std::string::npos)
+    all += out.Read();
+  writers.join();
+  std::map<std::string, unsigned long> seen;
+  std::istringstream lines(all);
+  for (std::smatch match; std::getline(lines, line);) {
+    const bool isWarning = std::regex_match(line, match, kWarning);
+    seen[isWarning ? std::string(100, 'n') : line] += isWarning ? std::stoul(match[1]) : 1;
+  }
+  EXPECT_EQ(seen.size(), 4u);
+  for (char writer : {'n', 'p', 'w'}) EXPECT_EQ(seen[std::string(100, writer)], 10000u) << writer;
 }
 
 TEST(TimeStamp, FollowsTheZoneFromTheNextSecondOn) {

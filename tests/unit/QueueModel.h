@@ -1,10 +1,6 @@
 // The queue by posts, timers and cancels from outside and from handlers, beside a sorted vector, on a clock
 // that the choices drive. The queue's thread is the caller's: what it does while it would wait is up to them.
-// For one source of a program, which is linked with --wrap of the functions at the end.
 #pragma once
-
-#include <pthread.h>
-#include <sys/time.h>
 
 #include "common/GDQ.h"
 #include "common/IGenericDispatchTarget.h"
@@ -12,43 +8,31 @@
 
 class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
  public:
-  static constexpr uint64_t kForever = UINT32_MAX;
-
   explicit QueueModel(Choices choices) : m_choices(choices) {
     m_queue.m_errorReporter = this;
-    m_queue.m_maxPosts = m_choices.Below(8);
     for (Target& target : m_targets) target.m_run = this;
   }
 
   void Run() {
-    s_run = this;
     EXPECT_FALSE(m_queue.Run());  // gets no thread, but counts as running until it is stopped
     m_queue.Driver();
     EXPECT_FALSE(m_choices.AreLeft());
-    s_run = nullptr;
   }
-
-  int Wait(uint64_t deadlineMs) {
-    if (!m_keepsWait) {
-      m_waitMs = m_pending.empty() ? kForever : m_pending[0].dueMs - m_nowMs;
-      EXPECT_TRUE(m_pending.empty() || m_pending[0].dueMs >= m_nowMs) << "due, but not delivered";
-    }
-    EXPECT_EQ(m_waitMs == kForever ? kForever : m_nowMs + m_waitMs, deadlineMs);
-    m_isSignalled = false;
-    Operate();
-    if (!m_choices.AreLeft()) m_queue.Stop();
-    const bool timesOut = deadlineMs != kForever && !m_isSignalled && m_choices.Below(2) == 0;
-    m_keepsWait = !timesOut && !m_isSignalled;
-    m_isSignalled = false;
-    if (!timesOut) return 0;
-    m_nowMs = std::max(m_nowMs, deadlineMs);
-    return ETIMEDOUT;
-  }
-
-  static inline thread_local QueueModel* s_run = nullptr;  // null: the C library does all as usual
-  uint64_t m_nowMs = 1000000;
 
  private:
+  struct Queue final : Velk::GDQ {
+    explicit Queue(QueueModel& model) : GDQ(0, 0, "queue", false), m_model(model) {}
+    bool StartThread() override { return false; }
+    uint64_t NowMs() const override { return m_model.m_nowMs; }
+    bool Sleep(Velk::Mutex& wakeMutex, uint32_t waitMs) override REQUIRES(wakeMutex) {
+      wakeMutex.Unlock();
+      const bool isWoken = m_model.Sleep(waitMs);
+      wakeMutex.Lock();
+      return isWoken;
+    }
+    QueueModel& m_model;
+  };
+
   struct Message {
     uint64_t dueMs;
     uint32_t periodMs;
@@ -72,10 +56,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
     EXPECT_TRUE(args == std::string(kOpen) || args == std::string(kMany)) << args;
     Deliver(target, name);
-    // The rest is looked at after a wait as long as the last one, unless there was a post or are many.
-    const auto posts =
-        std::count_if(m_pending.begin(), m_pending.end(), [](auto& m) { return m.dueMs == 0; });
-    if (m_queue.m_maxPosts != 0 && posts > m_queue.m_maxPosts / 2) return;
+    // The rest is looked at after a wait as long as the last one, unless there was a post.
     m_keepsWait = !m_isSignalled;
     m_isSignalled = false;
   }
@@ -86,6 +67,23 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     EXPECT_EQ(m_deliveredArgs, args);
   }
   void OnPostError(Velk::IGenericDispatchTarget*, const char*, const char*) override { FAIL(); }
+
+  bool Sleep(uint32_t waitMs) {
+    if (!m_keepsWait) {
+      m_waitMs = m_pending.empty() ? Queue::kForever : m_pending[0].dueMs - m_nowMs;
+      EXPECT_TRUE(m_pending.empty() || m_pending[0].dueMs >= m_nowMs) << "due, but not delivered";
+    }
+    EXPECT_EQ(m_waitMs, waitMs);
+    const uint64_t deadlineMs = m_nowMs + waitMs;
+    m_isSignalled = false;
+    Operate();
+    if (!m_choices.AreLeft()) m_queue.Stop();
+    const bool timesOut = waitMs != Queue::kForever && !m_isSignalled && m_choices.Below(2) == 0;
+    m_keepsWait = !timesOut && !m_isSignalled;
+    m_isSignalled = false;
+    if (timesOut) m_nowMs = std::max(m_nowMs, deadlineMs);
+    return !timesOut;
+  }
 
   void Add(const Message& message) {
     const auto later = [](const Message& a, const Message& b) { return a.dueMs < b.dueMs; };
@@ -108,6 +106,9 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
 
   void Operate() {
     for (unsigned n = m_choices.Below(4); n != 0; --n) OperateOnce();
+    const auto posts =
+        std::count_if(m_pending.begin(), m_pending.end(), [](auto& m) { return m.dueMs == 0; });
+    EXPECT_EQ(posts, m_queue.WaitForFewerPosts(1, 0));
   }
 
   void OperateOnce() {
@@ -154,52 +155,10 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   std::string m_delivered;
   std::string m_deliveredArgs;
   unsigned m_count = 0;
+  uint64_t m_nowMs = 1000000;
   uint64_t m_waitMs = 0;
   bool m_keepsWait = true;  // the next wait is as long as the last one
   bool m_isSignalled = false;
   Target m_targets[3];
-  Velk::GDQ m_queue{0, 0, "queue", false};
+  Queue m_queue{*this};
 };
-
-extern "C" {
-
-int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*entry)(void*), void* arg) {
-  return QueueModel::s_run != nullptr ? EAGAIN : __real_pthread_create(thread, attr, entry, arg);
-}
-
-int __real_clock_gettime(clockid_t, timespec*);
-int __wrap_clock_gettime(clockid_t clock, timespec* time) {
-  const QueueModel* const run = QueueModel::s_run;
-  if (run == nullptr || clock != CLOCK_REALTIME) return __real_clock_gettime(clock, time);
-  *time = {static_cast<time_t>(run->m_nowMs / 1000), static_cast<long>(run->m_nowMs % 1000 * 1000000)};
-  return 0;
-}
-
-int __wrap_gettimeofday(timeval* time, void*) {
-  timespec now{};
-  const int result = __wrap_clock_gettime(CLOCK_REALTIME, &now);
-  *time = {now.tv_sec, now.tv_nsec / 1000};
-  return result;
-}
-
-int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const timespec*);
-int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                  const timespec* deadline) {
-  QueueModel* const run = QueueModel::s_run;
-  if (run == nullptr) return __real_pthread_cond_timedwait(condition, mutex, deadline);
-  pthread_mutex_unlock(mutex);
-  const int result = run->Wait(static_cast<uint64_t>(deadline->tv_sec) * 1000 +
-                               static_cast<uint64_t>(deadline->tv_nsec) / 1000000);
-  pthread_mutex_lock(mutex);
-  return result;
-}
-
-int __real_pthread_cond_wait(pthread_cond_t*, pthread_mutex_t*);
-int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  if (QueueModel::s_run == nullptr) return __real_pthread_cond_wait(condition, mutex);
-  const timespec never{QueueModel::kForever / 1000, QueueModel::kForever % 1000 * 1000000};
-  return __wrap_pthread_cond_timedwait(condition, mutex, &never);
-}
-
-}  // extern "C"
