@@ -54,7 +54,7 @@ class GDQUdpClient final : public GDQUdpBase {
     NotJoined,  // no nonce came (yet)
     Joined,     // a nonce came, and nothing says that the service does not run what we send
     // Nonces come, but no acknowledgements: wrong password, blocked worker thread, or a service without
-    // "WithAck". Where none has come in some 3 s since Open(), a reliable client sends each call once, bare,
+    // "WithAck". Where none has come in some 4 s since Open(), a reliable client sends each call once, bare,
     // until there is an answer.
     Unanswered,
   };

@@ -334,8 +334,9 @@ class Trouble(ToolTest):
         self.assertIn("no host", self.run_tool("-s", "no-such-host.invalid", "log", "x", code=NO_ANSWER)[1])
         service = self.service()
         until(service.child, "a child")
-        tools = [(command, self.start_tool("--password-file", "/tmp/password", *command, stdin=subprocess.DEVNULL,
-                                           text=True)) for command in commands]
+        options = "--password-file", "/tmp/password", "--timeout", "8"
+        tools = [(command, self.start_tool(*options, *command, stdin=subprocess.DEVNULL, text=True))
+                 for command in commands]
         for command, tool in tools:
             said = tool.communicate(timeout=60)[1]
             self.assertEqual((tool.returncode, "the password is wrong" in said), (NOT_CONFIRMED, True), said)
