@@ -15,7 +15,7 @@ build() {  # FOLDER TIME
 
 build here '2 hours ago'
 build some/where/else '1 hour ago'
-for file in syslog syslogctl lib/libvelk.a "lib/$(readlink "$work/here/out/lib/libvelk.so.1")"; do
+for file in syslog syslogctl client/libvelk.a "client/$(readlink "$work/here/out/client/libvelk.so.1")"; do
   cmp "$work/here/out/$file" "$work/some/where/else/out/$file"
   echo "the same twice: $file"
 done
