@@ -150,8 +150,12 @@ bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   const ScopedLock lock(m_mutex);
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
-  // Some servers want messages to come from their own port; where it is taken, any other must do.
-  if (m_syslogEnabled && localPort != 0) m_syslogSocket.Bind(localPort, 0);
+  // Some servers want messages to come from their own port; where it is taken, any other must do. So, too,
+  // where a collector of this machine listens there: the latest socket would get all that is sent to it. The
+  // supervisor's own socket, which a child knows from before the fork, is no such collector.
+  if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstSocket) &&
+      m_syslogSocket.Bind(localPort, 0) && m_firstSocket == 0)
+    m_firstSocket = m_syslogSocket.Inode();
   return m_syslogEnabled;
 }
 

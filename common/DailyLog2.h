@@ -158,6 +158,7 @@ class DailyLog2 : public IDailyLog2 {
   WatcherList m_watchers GUARDED_BY(m_mutex);
   Velk::Mutex m_mutex;
   bool m_syslogEnabled GUARDED_BY(m_mutex) = false;
+  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // the first that got the local port, 0: none
   InetAddress2 m_syslogAddress GUARDED_BY(m_mutex){0, 0};
   UdpSocket3 m_syslogSocket GUARDED_BY(m_mutex);
 };

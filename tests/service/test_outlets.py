@@ -9,7 +9,8 @@ import subprocess
 import time
 
 import namespace
-from harness import DEADLINE, PREFIX, SYNC_FILE, SYSLOG_ON, ServiceTest, read_sync, until, without_file_privileges
+from harness import (DEADLINE, PREFIX, SYNC_FILE, SYSLOG_ON, ServiceTest, read_sync, roomy_socket, until,
+                     without_file_privileges)
 
 
 class Console(ServiceTest):
@@ -193,6 +194,44 @@ class SyncFile(ServiceTest):
 
 
 class RemoteSyslog(ServiceTest):
+    def test_a_collector_of_this_machine_keeps_its_datagrams(self):
+        sender = roomy_socket()
+        self.addCleanup(sender.close)
+        for host in ("127.0.0.1", "127.0.0.2"):  # that collector's, and one elsewhere
+            collector = self.collector(host="")
+            elsewhere = self.collector(host="127.0.0.2")
+            self.configure(SYSLOG_ON % host)
+            service = self.service()
+            for _ in range(3):  # as the supervisor switched it on, and as a child does so anew
+                peer = self.peer()
+                collector.heard()
+                sender.sendto(b"a device's", ("127.0.0.1", 514))
+                self.assertEqual(collector.receive(), b"a device's")
+                peer.log(b"forwarded\n")
+                goal = collector if host == "127.0.0.1" else elsewhere
+                until(lambda: goal.receive() == b"<134>test.Info: forwarded\n", "the line")
+                service.kill_child()
+                peer = self.peer()
+                for call in (b"SetVar remotelog_type ''", b"SetVar remotelog_type 'SysLog server'", b"SyncVar"):
+                    peer.call(call)
+                service.fence(peer)
+            for ended in (collector, elsewhere):
+                ended.socket.close()
+
+    def test_port_514_is_its_own_where_no_collector_listens(self):
+        service, collector = self.forwarding_service()
+        for _ in range(3):
+            peer = self.peer()
+            collector.heard()
+            peer.log(b"line\n")
+            until(lambda: collector.receive() == b"<134>test.Info: line\n", "the line")
+            self.assertEqual(collector.sender[1], 514)
+            service.kill_child()
+            peer = self.peer()
+            for call in (b"SetVar remotelog_type off", b"SyncVar", b"SetVar remotelog_type 'SysLog server'", b"SyncVar"):
+                peer.call(call)
+            service.fence(peer)
+
     def test_collector_that_is_absent_then_comes(self):
         # Without it the service would have port 514 of every address to itself and nothing be refused.
         other = self.collector(host="127.0.0.9", share=False)
