@@ -1,5 +1,6 @@
 #include "app/Service.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <string.h>
@@ -29,6 +30,10 @@ constexpr char kName[] = "Syslog";
 void MakeProcessRobust() {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
+  // Nor may the terminal that it was started from: one that hangs up, or that stops who writes in the
+  // background.
+  signal(SIGHUP, SIG_IGN);
+  signal(SIGTTOU, SIG_IGN);
   for (int fd = open("/dev/null", O_RDWR); fd >= 0; fd = dup(fd)) {
     if (fd > STDERR_FILENO) {
       close(fd);
@@ -67,9 +72,12 @@ void SelectTrace(int argc, char** argv) {
 
 int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
   if (!server.Open(values.password, values.port)) {
+    const char* const why = strerror(errno);
+    LogPrinter::Instance()->Log(Error, nullptr, "UDP port %u: %s\n", values.port, why);
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
     return 1;
   }
+  ReportServing();
   server.ReceiveTask();
   server.Close();
   LogPrinter::Instance()->Log(Info, nullptr, "Exiting syslog main...\n");
@@ -112,5 +120,6 @@ int RunService(const ServiceValues& values, int argc, char** argv) {
     log->Log(Info, nullptr, "Exiting application...\n");
     return 1;
   }
+  dailyLog.RemoveLeftovers();
   return RunChild(values);
 }

@@ -19,10 +19,19 @@ AppThread2::~AppThread2() {
   delete[] m_name;
 }
 
+namespace {
+
+// Bytes. The deepest call is a name look-up, which takes up to 100 KiB in glibc.
+constexpr size_t kStackSize = 256 << 10;
+
+}  // namespace
+
 bool AppThread2::StartThread() {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  // Not what "ulimit -s" says, often 8 MiB: that would be half of what a memory limit leaves the service.
+  pthread_attr_setstacksize(&attributes, kStackSize);
   pthread_t thread;
   const bool created = pthread_create(&thread, &attributes, DriverFunction0, this) == 0;
   pthread_attr_destroy(&attributes);

@@ -1,15 +1,18 @@
 #include "common/AtomicFile.h"
 
+#include <ctype.h>
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace Velk {
 namespace {
 
-using Durability = AtomicFile::Durability;
+constexpr char kTempSuffix[] = ".XXXXXX";
 
 // Opens a regular file for writing without touching its content, or makes it. -1: refused.
 int OpenTarget(const char* path, struct stat& status) {
@@ -54,26 +57,29 @@ Outcome OutcomeOfError() {
 }
 
 // Gives the new file at name all it needs to take the old one's place.
-bool FillTemp(int fd, const struct stat& old, const char* data, size_t size, Durability durability) {
+bool FillTemp(int fd, const struct stat& old, const char* data, size_t size) {
   // Only root may give files away; for anyone else the file was the caller's already, or becomes so.
   const int given = fchown(fd, old.st_uid, old.st_gid);
   static_cast<void>(given);
   if (fchmod(fd, old.st_mode & 0777) != 0 || !WriteAt(fd, data, size, 0)) return false;
   // Without fsync some file systems have the new name before the new content.
-  return durability == Durability::kSurvivesCrash || fsync(fd) == 0;
+  return fsync(fd) == 0;
 }
 
-Outcome ReplaceByRename(const SimpleString& path, const struct stat& old, const char* data, size_t size,
-                        Durability durability) {
+// fill(fd) writes the new file.
+template <typename Fill>
+Outcome ReplaceByRename(const SimpleString& path, Fill fill) {
   SimpleString temp = path;
-  temp.Append(".XXXXXX");
+  temp.Append(kTempSuffix);
   const int fd = mkostemp(temp.GetBuffer(temp.Length()), O_CLOEXEC);
   if (fd < 0) return OutcomeOfError();
-  const bool isFilled = FillTemp(fd, old, data, size, durability);
+  const bool isFilled = fill(fd);
   const bool isClosed = close(fd) == 0;
   if (isFilled && isClosed && rename(temp.Str(), path.Str()) == 0) return Outcome::kDone;
   const Outcome outcome = isFilled && isClosed ? OutcomeOfError() : Outcome::kFailed;
+  const int why = errno;
   unlink(temp.Str());
+  errno = why;
   return outcome;
 }
 
@@ -90,14 +96,28 @@ bool Overwrite(int fd, const struct stat& old, const char* data, size_t size) {
   return false;
 }
 
-bool Replace(const SimpleString& path, const char* data, size_t size, Durability durability) {
+bool Replace(const SimpleString& path, const char* data, size_t size) {
   struct stat old {};
   const int target = OpenTarget(path.Str(), old);
   if (target < 0) return false;
-  Outcome outcome = ReplaceByRename(path, old, data, size, durability);
+  Outcome outcome = ReplaceByRename(path, [&](int fd) { return FillTemp(fd, old, data, size); });
   if (outcome == Outcome::kRefusedByDirectory && Overwrite(target, old, data, size)) outcome = Outcome::kDone;
   close(target);
   return outcome == Outcome::kDone;
+}
+
+bool ReplaceAsOwn(const SimpleString& path, const char* data, size_t size) {
+  const Outcome outcome =
+      ReplaceByRename(path, [&](int fd) { return fchmod(fd, 0644) == 0 && WriteAt(fd, data, size, 0); });
+  if (outcome != Outcome::kRefusedByDirectory) return outcome == Outcome::kDone;
+  const int why = errno;
+  struct stat old {};
+  const int target = OpenTarget(path.Str(), old);
+  const bool isOurs = target >= 0 && old.st_uid == geteuid();
+  const bool isDone = isOurs && Overwrite(target, old, data, size);
+  if (target >= 0) close(target);
+  if (!isDone && !isOurs) errno = why;
+  return isDone;
 }
 
 }  // namespace
@@ -110,14 +130,59 @@ FILE* AtomicFile::Open(const char* path) {
   return m_stream;
 }
 
-bool AtomicFile::Commit(Durability durability) {
+// False: the content is not complete.
+bool AtomicFile::Finish() {
   if (m_stream == nullptr) return false;
   const bool isWhole = fflush(m_stream) == 0 && ferror(m_stream) == 0;
   const bool isClosed = fclose(m_stream) == 0;
   m_stream = nullptr;
-  const bool isDone = isWhole && isClosed && Replace(m_path, m_data, m_size, durability);
+  return isWhole && isClosed;
+}
+
+bool AtomicFile::Commit() {
+  const bool isDone = Finish() && Replace(m_path, m_data, m_size);
   Discard();
   return isDone;
+}
+
+bool AtomicFile::CommitAsOwn() {
+  const bool isDone = Finish() && ReplaceAsOwn(m_path, m_data, m_size);
+  const int why = errno;
+  Discard();
+  errno = why;
+  return isDone;
+}
+
+namespace {
+
+// What mkostemp(3) makes of a name: a dot and six letters or digits.
+bool IsTempOf(const char* name, const char* entry) {
+  const size_t length = strlen(name);
+  if (strlen(entry) != length + strlen(kTempSuffix) || strncmp(entry, name, length) != 0 ||
+      entry[length] != '.')
+    return false;
+  const char* suffix = entry + length + 1;
+  while (isalnum(static_cast<unsigned char>(*suffix))) ++suffix;
+  return *suffix == '\0';
+}
+
+}  // namespace
+
+void AtomicFile::RemoveLeftovers(const char* path) {
+  const char* const slash = strrchr(path, '/');
+  const SimpleString folder =
+      slash != nullptr ? SimpleString(path, static_cast<unsigned>(slash - path + 1)) : SimpleString("./");
+  DIR* const entries = opendir(folder.Str());
+  if (entries == nullptr) return;
+  while (const dirent* const entry = readdir(entries)) {
+    struct stat status {};
+    const char* const name = entry->d_name;
+    if (!IsTempOf(slash != nullptr ? slash + 1 : path, name)) continue;
+    const bool isOurs = fstatat(dirfd(entries), name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                        S_ISREG(status.st_mode) && status.st_uid == geteuid();
+    if (isOurs) unlinkat(dirfd(entries), name, 0);
+  }
+  closedir(entries);
 }
 
 void AtomicFile::Discard() {

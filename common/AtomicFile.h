@@ -29,16 +29,24 @@ class AtomicFile {
   // memory.
   FILE* Open(const char* path);
 
-  enum class Durability {
-    kSurvivesPowerCut,  // waits for fsync(2), then all of one version is found after a power cut too
-    kSurvivesCrash      // waits for no disk
-  };
+  // Puts the new content in place, and waits for fsync(2): all of one version is found after a power cut,
+  // too. The file keeps its permissions; a missing one is made. False: path is no regular file, not writable,
+  // or has no room for the content; a file just made stays empty then.
+  bool Commit();
 
-  // Puts the new content in place. The file keeps its permissions; a missing one is made. False: path is no
-  // regular file, not writable, or has no room for the content; a file just made stays empty then.
-  bool Commit(Durability durability);
+  // For a path in a directory where others may make files: puts a new file there, the caller's own and
+  // readable by all (mode 0644 whatever umask(2) says), in place of whatever has the name but a directory.
+  // Where the directory refuses that, it writes over the old file, but only over the caller's own. Waits for
+  // no disk. False with errno.
+  bool CommitAsOwn();
+
+  // Removes what a process left that was killed within a Commit() to path: files of ours with a name as those
+  // have that are to be renamed.
+  static void RemoveLeftovers(const char* path);
 
  private:
+  bool Finish();
+
   void Discard();
 
   SimpleString m_path;

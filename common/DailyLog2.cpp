@@ -1,5 +1,6 @@
 #include "common/DailyLog2.h"
 
+#include <errno.h>
 #include <libgen.h>
 #include <stdio.h>
 #include <string.h>
@@ -149,8 +150,12 @@ bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   const ScopedLock lock(m_mutex);
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
-  // Some servers want messages to come from their own port; where it is taken, any other must do.
-  if (m_syslogEnabled && localPort != 0) m_syslogSocket.Bind(localPort, 0);
+  // Some servers want messages to come from their own port; where it is taken, any other must do. So, too,
+  // where a collector of this machine listens there: the latest socket would get all that is sent to it. The
+  // supervisor's own socket, which a child knows from before the fork, is no such collector.
+  if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstSocket) &&
+      m_syslogSocket.Bind(localPort, 0) && m_firstSocket == 0)
+    m_firstSocket = m_syslogSocket.Inode();
   return m_syslogEnabled;
 }
 
@@ -312,14 +317,24 @@ bool DailyLog2::SendSyslogPacket(char* data, unsigned length) {
 }
 
 void DailyLog2::SyncLog() {
-  if (m_syncPath.IsEmpty()) return;
+  if (m_syncPath.IsEmpty() || WriteSyncFile()) return;
+  const char* const why = strerror(errno);
+  LogPrinter::Instance()->Log(Error, nullptr, "Cannot write %s: %s\n", m_syncPath.Str(), why);
+}
+
+// False: errno. Other threads that log block until this is done, the receive thread too, so it must not wait
+// for a disk.
+bool DailyLog2::WriteSyncFile() {
   const ScopedLock lock(m_mutex);
   Velk::AtomicFile file;
   FILE* const stream = file.Open(m_syncPath.Str());
-  if (stream == nullptr) return;
+  if (stream == nullptr) return false;
   WriteStored(stream);
-  // Other threads that log block until this is done, the receive thread too, so it must not wait for a disk.
-  file.Commit(Velk::AtomicFile::Durability::kSurvivesCrash);
+  return file.CommitAsOwn();
+}
+
+void DailyLog2::RemoveLeftovers() {
+  if (!m_syncPath.IsEmpty()) Velk::AtomicFile::RemoveLeftovers(m_syncPath.Str());
 }
 
 void DailyLog2::WriteStored(FILE* file) {

@@ -68,6 +68,8 @@ class DailyLog2 : public IDailyLog2 {
   // version or the new one, and one that holds the old version open keeps that. Anything but a regular file
   // at the path (a link as well) and a file that cannot be written are left alone.
   void SyncLog() override;
+  // Removes what an earlier process left that was killed within SyncLog().
+  void RemoveLeftovers();
   // A warning or error logged while another one is being told of is stored but not told of. What is shown to
   // a watcher is a copy, made while there is any entry for a watcher, removed ones included.
   void AddErrorNotify(ILogErrorNotify* watcher) override;
@@ -136,6 +138,7 @@ class DailyLog2 : public IDailyLog2 {
   void Store(const char* stamp, const char* header, unsigned headerLength, const char* text,
              unsigned textLength) REQUIRES(m_mutex);
   void EmptySlot(unsigned slot) REQUIRES(m_mutex);
+  bool WriteSyncFile() EXCLUDES(m_mutex);
   void WriteStored(FILE* file) REQUIRES(m_mutex);
   Watcher* FindWatcher(const ILogErrorNotify* watcher) const REQUIRES(m_mutex);
   void TakeSnapshot(Snapshot& snapshot) REQUIRES(m_mutex);
@@ -155,6 +158,7 @@ class DailyLog2 : public IDailyLog2 {
   WatcherList m_watchers GUARDED_BY(m_mutex);
   Velk::Mutex m_mutex;
   bool m_syslogEnabled GUARDED_BY(m_mutex) = false;
+  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // the first that got the local port, 0: none
   InetAddress2 m_syslogAddress GUARDED_BY(m_mutex){0, 0};
   UdpSocket3 m_syslogSocket GUARDED_BY(m_mutex);
 };

@@ -28,6 +28,8 @@ bool GDQUdpSrv::Open(const char* password, unsigned short port) {
   // usual limit: a burst on loopback comes in less time than it takes to wake a thread.
   constexpr int kReceiveBuffer = 512 << 10;
   if (!m_socket.Open() || !m_socket.Bind(port, INADDR_ANY)) return false;
+  // Another program could take the calls, and confirm them, if it may bind to the port.
+  m_socket.ForbidSharing();
   m_socket.SetReceiveBuffer(kReceiveBuffer);
   m_password.Set(password);
   return true;

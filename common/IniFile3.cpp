@@ -211,7 +211,7 @@ int IniFile3::Save(const char* path) {
   FILE* file = output.Open(realpath(m_path, target) != nullptr ? target : m_path);
   if (file == nullptr) return 0;
   WriteSections(file, m_sections.m_next);
-  return output.Commit(Velk::AtomicFile::Durability::kSurvivesPowerCut) ? 1 : 0;
+  return output.Commit() ? 1 : 0;
 }
 
 const char* IniFile3::GetString(const char* section, const char* key, const char* def) const {

@@ -2,8 +2,12 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -41,6 +45,48 @@ bool UdpSocket3::BindAddress(InetAddress2& addr) {
   // A restarted child gets its port at once, even while the one before it is still being torn down.
   if (!SetOption(m_socket, SOL_SOCKET, SO_REUSEADDR, 1)) return false;
   return bind(m_socket, reinterpret_cast<const sockaddr*>(&addr.Native()), sizeof(sockaddr_in)) == 0;
+}
+
+unsigned long UdpSocket3::Inode() const {
+  struct stat status {};
+  return fstat(m_socket, &status) == 0 ? static_cast<unsigned long>(status.st_ino) : 0;
+}
+
+namespace {
+
+// One line of /proc/net/udp: "number: address:port remote:port state queues timer retransmits user timeout
+// inode".
+bool IsHolder(char* line, unsigned short port, unsigned long ours) {
+  constexpr int kInode = 9;
+  char* rest = nullptr;
+  const char* local = nullptr;
+  char* field = strtok_r(line, " ", &rest);
+  for (int i = 0; field != nullptr && i < kInode; ++i, field = strtok_r(nullptr, " ", &rest)) {
+    if (i == 1) local = field;
+  }
+  if (field == nullptr) return false;
+  const char* const colon = local + strspn(local, "0");  // every address is all zeros
+  return *colon == ':' && strtoul(colon + 1, nullptr, 16) == port && strtoul(field, nullptr, 10) != ours;
+}
+
+bool HasHolder(const char* table, unsigned short port, unsigned long ours) {
+  FILE* const file = fopen(table, "re");
+  if (file == nullptr) return false;
+  char line[256];
+  bool isFound = false;
+  while (!isFound && fgets(line, sizeof line, file) != nullptr) isFound = IsHolder(line, port, ours);
+  fclose(file);
+  return isFound;
+}
+
+}  // namespace
+
+bool UdpSocket3::IsHeldByOthers(unsigned short port, unsigned long ours) {
+  return HasHolder("/proc/net/udp", port, ours) || HasHolder("/proc/net/udp6", port, ours);
+}
+
+void UdpSocket3::ForbidSharing() {
+  SetOption(m_socket, SOL_SOCKET, SO_REUSEADDR, 0);
 }
 
 void UdpSocket3::SetReceiveBuffer(int bytes) {

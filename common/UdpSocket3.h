@@ -29,6 +29,15 @@ class UdpSocket3 {
   // The same without the range check, e.g. for a multicast group.
   bool BindAddress(InetAddress2& addr);
 
+  // The number by which proc(5) knows the socket; 0: closed.
+  unsigned long Inode() const;
+  // Whether a socket other than that with the number ours receives what comes for a port of every address of
+  // this machine. False where /proc can't be read.
+  static bool IsHeldByOthers(unsigned short port, unsigned long ours);
+
+  // Ends the sharing of the port that binding allows: whoever binds to it from now on, fails.
+  void ForbidSharing();
+
   // The kernel's memory for datagrams not yet read; it counts twice the bytes, as it has overhead. At most
   // net.core.rmem_max without CAP_NET_ADMIN, see socket(7).
   void SetReceiveBuffer(int bytes);

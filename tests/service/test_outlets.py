@@ -1,11 +1,16 @@
 """Outlets that fail: whatever becomes of its lines, the service serves on."""
 import contextlib
 import os
+import random
 import re
 import select
+import stat
+import subprocess
+import time
 
 import namespace
-from harness import DEADLINE, PREFIX, SYNC_FILE, SYSLOG_ON, ServiceTest, read_sync, until, without_file_privileges
+from harness import (DEADLINE, PREFIX, SYNC_FILE, SYSLOG_ON, ServiceTest, read_sync, roomy_socket, until,
+                     without_file_privileges)
 
 
 class Console(ServiceTest):
@@ -107,7 +112,7 @@ class Console(ServiceTest):
 
 
 class SyncFile(ServiceTest):
-    def test_what_stands_in_the_way_is_left_alone(self):
+    def test_what_is_in_the_way_is_replaced_or_left_alone(self):
         service = self.service(prepare=without_file_privileges)
         peer, child = self.peer(), service.child()
         namespace.mount("tmpfs", "/tmp", "tmpfs", 0, "size=32k")
@@ -133,30 +138,100 @@ class SyncFile(ServiceTest):
                 while True:
                     filler.write(b"x" * 4096)
 
-        for name, make, remove in [
-                ("directory", lambda: os.mkdir(SYNC_FILE), lambda: os.rmdir(SYNC_FILE)),
-                ("pipe", lambda: os.mkfifo(SYNC_FILE), lambda: os.unlink(SYNC_FILE)),
-                ("link", lambda: os.symlink("/tmp/victim", SYNC_FILE), lambda: os.unlink(SYNC_FILE)),
-                ("loose link", lambda: os.symlink("/tmp/new", SYNC_FILE), lambda: os.unlink(SYNC_FILE)),
-                ("read-only file", lambda: os.chmod(SYNC_FILE, 0o444), lambda: os.chmod(SYNC_FILE, 0o644)),
-                ("read-only device", lambda: remount(namespace.MS_RDONLY), lambda: remount(0)),
-                ("full device", fill, lambda: os.unlink("/tmp/filler"))]:
+        def foreign_file():
+            with open(SYNC_FILE, "w") as file:
+                file.write("forged")
+            os.chmod(SYNC_FILE, 0o600)
+            if os.geteuid() == 0 and namespace.is_real_root():
+                os.chown(SYNC_FILE, 12345, 12345)
+
+        # What another program may have made there first. The service's own file takes its place.
+        for name, make in [("pipe", lambda: os.mkfifo(SYNC_FILE)), ("file", foreign_file),
+                           ("link", lambda: os.symlink("/tmp/victim", SYNC_FILE)),
+                           ("loose link", lambda: os.symlink("/tmp/new", SYNC_FILE))]:
+            with self.subTest(name):
+                make()
+                self.assertIn(b"kept", sync())
+                status = os.lstat(SYNC_FILE)
+                self.assertEqual((status.st_mode, status.st_uid), (stat.S_IFREG | 0o644, os.geteuid()))
+                self.assertEqual(sorted(os.listdir("/tmp")), ["synclog", "victim"])
+                os.unlink(SYNC_FILE)
+        sync()
+        for name, make, remove, why in [
+                ("read-only device", lambda: remount(namespace.MS_RDONLY), lambda: remount(0), "Read-only file system"),
+                ("full device", fill, lambda: os.unlink("/tmp/filler"), "No space left on device")]:
             with self.subTest(name):
                 make()
                 before = state()
                 sync()
                 self.assertEqual(state(), before)
+                service.wait_for(f"Syslog.ERROR: Cannot write {SYNC_FILE}: {why}")
                 remove()
                 whole = sync()
                 self.assertIn(b"kept", whole)
-                if name in ("directory", "pipe", "link"):
-                    os.unlink(SYNC_FILE)
+        with open("/tmp/victim") as victim:
+            self.assertEqual(victim.read(), "precious")
         os.chmod("/tmp", 0o555)
-        # A file that can't be replaced is written over.
+        # Its own file, where it can't be replaced, is written over.
         self.assertGreater(len(sync()), len(whole))
+        os.chmod("/tmp", 0o777)
+        os.unlink(SYNC_FILE)
+        os.mkdir(SYNC_FILE)
+        peer.call(b"SyncLog")
+        service.wait_for(f"Syslog.ERROR: Cannot write {SYNC_FILE}: Is a directory")
+
+    def test_nothing_is_left_where_a_child_is_killed_while_it_writes(self):
+        service = self.service(stdout=subprocess.DEVNULL)
+        for _ in range(30):
+            peer = self.peer()
+            for _ in range(20):
+                peer.log(b"x" * 1000)
+                peer.call(b"SyncLog")
+            time.sleep(random.uniform(0, 0.01))
+            service.kill_child()
+        self.peer()  # the last child serves
+        self.assertLessEqual(set(os.listdir("/tmp")), {"synclog"})
 
 
 class RemoteSyslog(ServiceTest):
+    def test_a_collector_of_this_machine_keeps_its_datagrams(self):
+        sender = roomy_socket()
+        self.addCleanup(sender.close)
+        for host in ("127.0.0.1", "127.0.0.2"):  # that collector's, and one elsewhere
+            collector = self.collector(host="")
+            elsewhere = self.collector(host="127.0.0.2")
+            self.configure(SYSLOG_ON % host)
+            service = self.service()
+            for _ in range(3):  # as the supervisor switched it on, and as a child does so anew
+                peer = self.peer()
+                collector.heard()
+                sender.sendto(b"a device's", ("127.0.0.1", 514))
+                self.assertEqual(collector.receive(), b"a device's")
+                peer.log(b"forwarded\n")
+                goal = collector if host == "127.0.0.1" else elsewhere
+                until(lambda: goal.receive() == b"<134>test.Info: forwarded\n", "the line")
+                service.kill_child()
+                peer = self.peer()
+                for call in (b"SetVar remotelog_type ''", b"SetVar remotelog_type 'SysLog server'", b"SyncVar"):
+                    peer.call(call)
+                service.fence(peer)
+            for ended in (collector, elsewhere):
+                ended.socket.close()
+
+    def test_port_514_is_its_own_where_no_collector_listens(self):
+        service, collector = self.forwarding_service()
+        for _ in range(3):
+            peer = self.peer()
+            collector.heard()
+            peer.log(b"line\n")
+            until(lambda: collector.receive() == b"<134>test.Info: line\n", "the line")
+            self.assertEqual(collector.sender[1], 514)
+            service.kill_child()
+            peer = self.peer()
+            for call in (b"SetVar remotelog_type off", b"SyncVar", b"SetVar remotelog_type 'SysLog server'", b"SyncVar"):
+                peer.call(call)
+            service.fence(peer)
+
     def test_collector_that_is_absent_then_comes(self):
         # Without it the service would have port 514 of every address to itself and nothing be refused.
         other = self.collector(host="127.0.0.9", share=False)

@@ -48,10 +48,28 @@ class Supervision(ServiceTest):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("", PORT))
             service = self.service(environment={"TSAN_OPTIONS": "atexit_sleep_ms=0"})
-            # Often: now and then the end of a child meets the start of its queue's thread.
-            service.wait_for(RESTART % 256, 300)
-        self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 300)
+            # After pauses of 10, 20, 40 ms and so on, up to a second.
+            service.wait_for(RESTART % 256, 6)
+            begin = time.monotonic()
+            service.wait_for(RESTART % 256, 8)
+            self.assertGreater(time.monotonic() - begin, 0.9)
+        self.assertGreaterEqual(service.count("Syslog.ERROR: UDP port 11001: Address already in use"), 8)
+        self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 8)
         self.peer()
+        service.kill_child()  # which has served: the next one starts at once
+        self.peer()
+
+    def test_shares_its_port_with_no_other_program(self):
+        service = self.service()
+        self.peer()
+        for address in ("", "127.0.0.1"):
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+                other.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+                with self.assertRaises(OSError):
+                    other.bind((address, PORT))
+        for _ in range(20):
+            service.kill_child()
+            self.peer()  # the next child got the port
 
     @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
     def test_restarts_a_child_without_memory_though_nobody_reads_its_last_words(self):
@@ -66,7 +84,7 @@ class Supervision(ServiceTest):
 
         def prepare():
             os.dup2(writer, 2)
-            resource.setrlimit(resource.RLIMIT_AS, (14 << 20, 14 << 20))
+            resource.setrlimit(resource.RLIMIT_AS, (6 << 20, 6 << 20))
         service = self.service(stdout=writer, prepare=prepare)
         peer = self.peer()
         first = service.child()

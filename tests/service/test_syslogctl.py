@@ -132,18 +132,25 @@ class Commands(ToolTest):
         with open(SYNC_FILE, "w") as sync:
             sync.write("[00:00:00.000] old.Info: from before\n")
         os.chmod(SYNC_FILE, 0o444)
+        os.chmod("/tmp", 0o555)
         service = self.service(prepare=without_file_privileges)
         out, said = self.run_tool("--timeout", "0.5", "dump", code=NOT_CONFIRMED)
         self.assertEqual((out, "not the log of now" in said), ("", True), said)
-        os.chmod(SYNC_FILE, 0o644)
+        os.chmod("/tmp", 0o777)
         for number in range(3):
             self.run_tool("log", f"now {number}")
             lines = [line.partition("] ")[2] for line in self.run_tool("dump")[0].splitlines()]
             self.assertIn(f"syslogctl.Info: now {number}", lines[-10:])
             self.assertFalse([line for line in lines if "old.Info" in line])
-        os.unlink(SYNC_FILE)
-        os.symlink("/dev/zero", SYNC_FILE)
-        self.assertIn(SYNC_FILE, self.run_tool("--timeout", "0.5", "dump", code=USAGE)[1])
+        os.chmod("/tmp", 0o555)
+        for wrong, why in ((lambda: os.symlink("/dev/zero", SYNC_FILE), "no regular file"), (self.forge, "forged")):
+            os.chmod("/tmp", 0o777)
+            os.unlink(SYNC_FILE)
+            wrong()
+            os.chmod("/tmp", 0o555)
+            said = self.run_tool("--timeout", "0.5", "dump", code=USAGE)[1]
+            self.assertTrue(SYNC_FILE in said and why in said, said)
+        os.chmod("/tmp", 0o777)
         self.assertIn("run it there", self.run_tool("-s", "192.0.2.1", "dump", code=USAGE)[1])
         self.assertEqual(service.process.poll(), None)
 
@@ -156,6 +163,13 @@ class Commands(ToolTest):
         for number in range(10):  # quickly: the file's time is all that tells the versions apart
             self.run_tool("log", f"now {number}")
             self.assertIn(f"syslogctl.Info: now {number}\n", self.run_tool("dump")[0])
+
+    def forge(self):
+        if not namespace.is_real_root():
+            self.skipTest("only root can make a file that is another user's")
+        with open(SYNC_FILE, "w") as file:
+            file.write("[00:00:00.000] forged.Info: line\n")
+        os.chown(SYNC_FILE, 12345, 12345)
 
     def start_watch(self, *arguments):
         watch = self.start_tool("watch", *arguments, text=True)

@@ -8,13 +8,17 @@
 
 namespace {
 
-constexpr auto kDurable = Velk::AtomicFile::Durability::kSurvivesPowerCut;
-
 struct AtomicFileTest : testing::Test {
   bool Save(const std::string& name, const std::string& text) const {
     Velk::AtomicFile file;
     fputs(text.c_str(), file.Open(m_dir.Path(name).c_str()));
-    return file.Commit(kDurable);
+    return file.Commit();
+  }
+
+  bool SaveAsOwn(const std::string& name, const std::string& text) const {
+    Velk::AtomicFile file;
+    fputs(text.c_str(), file.Open(m_dir.Path(name).c_str()));
+    return file.CommitAsOwn();
   }
 
   const TempDirectory m_dir;
@@ -34,8 +38,8 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
       fputs(text, out);
       fflush(out);
       EXPECT_EQ(before, m_dir.Read(name));
-      EXPECT_TRUE(file.Commit(kDurable));
-      EXPECT_FALSE(file.Commit(kDurable));
+      EXPECT_TRUE(file.Commit());
+      EXPECT_FALSE(file.Commit());
       EXPECT_EQ(text, m_dir.Read(name));
     }
     struct stat status {};
@@ -52,6 +56,45 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
   EXPECT_EQ(3, m_dir.CountFiles());
 }
 
+TEST_F(AtomicFileTest, PutsItsOwnFileInPlaceOfWhateverWasThere) {
+  m_dir.Write("victim", "keep");
+  m_dir.Write("private", "old");
+  const mode_t before = umask(077);
+  ASSERT_EQ(0, chmod(m_dir.Path("private").c_str(), 0600));
+  ASSERT_EQ(0, symlink("victim", m_dir.Path("link").c_str()));
+  ASSERT_EQ(0, mkfifo(m_dir.Path("fifo").c_str(), 0600));
+  for (const std::string& name : Lines{"private", "link", "fifo", "new"}) {
+    EXPECT_TRUE(SaveAsOwn(name, "new text")) << name;
+    struct stat status {};
+    ASSERT_EQ(0, lstat(m_dir.Path(name).c_str(), &status));
+    EXPECT_EQ(S_IFREG | 0644u, status.st_mode) << name;
+    EXPECT_EQ("new text", m_dir.Read(name)) << name;
+  }
+  umask(before);
+  EXPECT_EQ("keep", m_dir.Read("victim"));
+
+  m_dir.Write(m_longName, "longer old text");  // can't be renamed to: it is written over, but is its own
+  EXPECT_TRUE(SaveAsOwn(m_longName, "new"));
+  EXPECT_EQ("new", m_dir.Read(m_longName));
+  ASSERT_EQ(0, mkdir(m_dir.Path("dir").c_str(), 0700));
+  EXPECT_FALSE(SaveAsOwn("dir", "new"));
+  EXPECT_EQ(EISDIR, errno);
+  EXPECT_EQ(7, m_dir.CountFiles());
+}
+
+TEST_F(AtomicFileTest, RemovesWhatAKilledProcessLeft) {
+  for (const char* name :
+       {"file", "file.aB3xYz", "file.short", "file.toolong", "file.dot.aB", "other.aB3xYz"})
+    m_dir.Write(name, "x");
+  ASSERT_EQ(0, mkdir(m_dir.Path("file.folder").c_str(), 0700));
+  ASSERT_EQ(0, symlink("file", m_dir.Path("file.symlnk").c_str()));
+  const long before = m_dir.CountFiles();
+  Velk::AtomicFile::RemoveLeftovers(m_dir.Path("file").c_str());
+  EXPECT_EQ(before - 1, m_dir.CountFiles());
+  EXPECT_NE(0, access(m_dir.Path("file.aB3xYz").c_str(), F_OK));
+  Velk::AtomicFile::RemoveLeftovers("/none/file");
+}
+
 TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   m_dir.Write("victim", "keep");
   ASSERT_EQ(0, symlink("victim", m_dir.Path("link").c_str()));
@@ -65,7 +108,7 @@ TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
   close(reader);
   Velk::AtomicFile file;
   EXPECT_EQ(nullptr, file.Open(nullptr));
-  EXPECT_FALSE(file.Commit(kDurable));
+  EXPECT_FALSE(file.Commit());
   EXPECT_EQ("keep", m_dir.Read("victim"));
   EXPECT_EQ(before, m_dir.CountFiles());
 }

@@ -50,6 +50,7 @@ class Content {
   // False: errno.
   bool Read(const char* path);
 
+  uid_t Owner() const { return m_owner; }
   const char* Bytes() const { return m_bytes; }
   size_t Size() const { return m_size; }
   const Version& OfVersion() const { return m_version; }
@@ -58,7 +59,7 @@ class Content {
   bool ReadOpen(int fd);
 
   Version m_version;
-
+  uid_t m_owner = 0;
   char* m_bytes = nullptr;
   size_t m_size = 0;
 };
@@ -82,6 +83,7 @@ bool Content::ReadOpen(int fd) {
     return false;
   }
   m_version = Version(status);
+  m_owner = status.st_uid;
   const auto size = static_cast<size_t>(status.st_size);
   char* const bytes = static_cast<char*>(realloc(m_bytes, size + 1));
   if (bytes == nullptr) return false;
@@ -124,9 +126,17 @@ int AskForFile(Session& session) {
   return result == kDone ? session.Finish() : result;
 }
 
+// In a directory that all may write to, any user's file could have the name.
+bool IsOfService(const Options& options, const Content& content) {
+  const char* const colon = strchr(options.server, ':');
+  const auto port = static_cast<unsigned short>(colon != nullptr ? atoi(colon + 1) : Velk::kServicePort);
+  unsigned user = 0;
+  return content.Owner() == 0 || (FindOwnerOfPort(port, &user) && user == content.Owner());
+}
+
 // The service acknowledges the call whether or not it could write the file. What it wrote is another file, or
 // has another time, than what was there before.
-int GetFile(Session& session, Content& content) {
+int GetFile(const Options& options, Session& session, Content& content) {
   // Where it cannot replace the file but only write over it, the time tells the two apart only after a tick
   // of the kernel's clock, which may last 10 ms. So the second try comes later.
   constexpr int kTries = 2;
@@ -137,6 +147,10 @@ int GetFile(Session& session, Content& content) {
     const int result = AskForFile(session);
     if (result != kDone) return result;
     if (!content.Read(kSyncPath)) return ExplainFile(errno);
+    if (!IsOfService(options, content)) {
+      Say("%s is neither root's nor the service's: it may be forged, so remove it", kSyncPath);
+      return kUsage;
+    }
     // One without a byte was made, but there was no room to fill it.
     if (content.Size() != 0 && content.OfVersion() != before) return kDone;
   }
@@ -154,7 +168,7 @@ int RunDump(const Options& options) {
   Session session(options);
   Content content;
   int result = session.Join(Holding(kFewLines));
-  if (result == kDone) result = GetFile(session, content);
+  if (result == kDone) result = GetFile(options, session, content);
   if (result != kDone) return result;
   if (PrintAll(content)) return kDone;
   Say("cannot write to standard output: %s", strerror(errno));

@@ -1,5 +1,7 @@
 #include "tools/syslogctl/Machine.h"
 
+#include <stdio.h>
+
 #include "common/InetAddress2.h"
 #include "common/UdpSocket3.h"
 
@@ -17,6 +19,21 @@ bool IsThisMachine(const char* server) {
   address.SetAddress(static_cast<long>(address.GetIP()), 0);
   UdpSocket3 socket;
   return socket.Open() && socket.BindAddress(address);
+}
+
+bool FindOwnerOfPort(unsigned short port, unsigned* user) {
+  FILE* const table = fopen("/proc/net/udp", "re");
+  if (table == nullptr) return false;
+  char line[256];
+  bool isFound = false;
+  while (!isFound && fgets(line, sizeof line, table) != nullptr) {
+    unsigned local = 0;
+    // See proc(5): number, local address and port, remote ones, state, queues, timer, retransmits, user.
+    isFound =
+        sscanf(line, " %*u: %*x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %u", &local, user) == 2 && local == port;
+  }
+  fclose(table);
+  return isFound;
 }
 
 bool CanResolve(const char* host) {
