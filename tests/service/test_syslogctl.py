@@ -253,6 +253,20 @@ class Bridge(ToolTest):
         self.assertRegex(joined, rb"^x{8000,} \(\d+ bytes more\)$")
         self.assertEqual(self.module_lines(service, "user"), [b"Info: no priority"])
 
+    def test_lets_no_program_speak_as_the_service_or_the_kernel(self):
+        service = self.service()
+        bridge, program = self.start_bridge()
+        old = service.texts()
+        for record in (b"<3>panic", b"<11>Syslog: Child exited with code 9", b"<43>no tag", b"<3>kernel: panic",
+                       b"<11>1 2024-01-02T10:00:00Z box SYSLOG 7 - [a b=\"c\"] x",
+                       b"<11>2024-01-02T10:00:00.123+01:00 box syslog[7]: x"):
+            program.send(record)
+        self.stop_bridge(bridge)
+        errors = [text for text in service.texts()[len(old):] if ".ERROR: " in text]
+        self.assertEqual(errors, ["user.ERROR: panic", "local[Syslog].ERROR: Child exited with code 9",
+                                  "local[syslog].ERROR: no tag", "local[kernel].ERROR: panic",
+                                  'local[SYSLOG].ERROR: [7] [a b="c"] x', "local[syslog].ERROR: [7] x"])
+
     @unittest.skipUnless(os.geteuid() == 0, "needs a /dev of its own")
     def test_serves_the_c_librarys_syslog(self):
         service = self.service()
