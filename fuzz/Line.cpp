@@ -67,8 +67,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CheckIsNotReserved(line.module);
   Velk::SimpleString text;
   Ctl::AppendWithoutNul(text, line.text.begin, line.text.length);
-  CheckCalls(line.type, line.module, text.Str());
   CheckScreen(text.Str());
+  text.Empty();
+  Ctl::AppendWithoutControls(text, line.text.begin, line.text.length);
+  EXPECT_FALSE(HasControl(text.Str()));
+  CheckCalls(line.type, line.module, text.Str());
   unsigned long long sequence = 0;
   if (Ctl::ParseKmsg(record.data(), size, &line, &sequence)) CheckParts(line, record);
   return 0;

@@ -74,6 +74,9 @@ TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
   Velk::SimpleString out;
   Ctl::AppendWithoutNul(out, "\0a\0\0b", 5);
   EXPECT_STREQ(out.Str(), "\\0a\\0\\0b");
+  out.Empty();
+  Ctl::AppendWithoutControls(out, "\0a\t\r\x1b[m\x7f ä\xff\n", 13);
+  EXPECT_STREQ(out.Str(), "\\0a\t\\x0d\\x1b[m\\x7f ä\xff\\x0a");
 }
 
 std::string Text(const Ctl::RecordPart& part) {

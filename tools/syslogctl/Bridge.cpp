@@ -154,7 +154,9 @@ bool Bridge::HandOnLine(const SyslogLine& line) {
   unsigned calls = 0;
   // An empty text is a line too.
   for (TakeLine(&rest, &left, &part, &length);; m_text.Empty()) {
-    AppendWithoutNul(m_text, part, length);
+    if (length > 0 && part[length - 1] == '\r') --length;
+    // Any other carriage return would let a program write over the head of its line on a screen.
+    AppendWithoutControls(m_text, part, length);
     Velk::LogCall call(line.type, line.module, m_text.Str());
     while (const char* const text = call.Next()) {
       if (calls++ < m_callsTaken) continue;

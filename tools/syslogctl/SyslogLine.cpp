@@ -203,8 +203,7 @@ bool SkipElement(Scan& scan) {
 
 // False: there is none, not even "-".
 bool TakeData(Scan& scan, SyslogLine& line) {
-  static const char kTimeQuality[] =
-      "[timeQuality ";  // of the time, which is dropped; logger(1) sends it first
+  static const char kTimeQuality[] = "[timeQuality ";  // logger(1) sends it first
   if (scan.Skip('-')) return true;
   const char* const begin = scan.p;
   const char* kept = begin;
