@@ -1,5 +1,6 @@
 // What the tool does to the records of other programs: taken apart, written as calls, shown on a screen.
 #include <ctype.h>
+#include <strings.h>
 
 #include "tests/unit/LogCallModel.h"
 #include "tools/syslogctl/SyslogLine.h"
@@ -11,15 +12,29 @@ bool HasControl(const std::string& text) {
   return std::any_of(text.begin(), text.end(), [](unsigned char c) { return iscntrl(c) != 0 && c != '\t'; });
 }
 
+// Every part lies in the record, and only the text may have line feeds, which would make lines of their own.
 void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
-  ASSERT_LE(record.data(), line.text);
-  ASSERT_LE(line.text + line.textLength, record.data() + record.size());
   ASSERT_NE('\0', line.module[0]);
-  ASSERT_LE(strlen(line.module), Ctl::SyslogLine::kMaxModule);
+  ASSERT_LT(strlen(line.module), sizeof line.module);
   ASSERT_FALSE(HasControl(line.module));
-  if (line.pidLength == 0) return;
-  ASSERT_LT(record.data(), line.pid);
-  ASSERT_LE(line.pid + line.pidLength, line.text);
+  const char* end = record.data();
+  for (const Ctl::RecordPart* part : {&line.pid, &line.id, &line.data, &line.text}) {
+    if (part->length == 0 && part != &line.text) continue;
+    ASSERT_LE(end, part->begin);
+    end = part->begin + part->length;
+    ASSERT_LE(end, record.data() + record.size());
+    ASSERT_FALSE(part != &line.text && HasControl(std::string(part->begin, part->length)));
+  }
+}
+
+// No module begins with the name of the service or the kernel, as a reader finds it at the head of a line.
+void CheckIsNotReserved(const char* module) {
+  for (const char* reserved : {"syslog", "kernel"}) {
+    const size_t length = strlen(reserved);
+    if (strncasecmp(module, reserved, length) != 0) continue;
+    ASSERT_NE('\0', module[length]) << module;
+    ASSERT_NE('.', module[length]) << module;
+  }
 }
 
 void CheckScreen(const char* text) {
@@ -49,10 +64,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string record(data, data + size);
   Ctl::SyslogLine line = Ctl::ParseSyslog(record.data(), size);
   CheckParts(line, record);
+  CheckIsNotReserved(line.module);
   Velk::SimpleString text;
-  Ctl::AppendWithoutNul(text, line.text, line.textLength);
-  CheckCalls(line.type, line.module, text.Str());
+  Ctl::AppendWithoutNul(text, line.text.begin, line.text.length);
   CheckScreen(text.Str());
+  text.Empty();
+  Ctl::AppendWithoutControls(text, line.text.begin, line.text.length);
+  EXPECT_FALSE(HasControl(text.Str()));
+  CheckCalls(line.type, line.module, text.Str());
   unsigned long long sequence = 0;
   if (Ctl::ParseKmsg(record.data(), size, &line, &sequence)) CheckParts(line, record);
   return 0;

@@ -256,7 +256,7 @@ class Bridge(ToolTest):
     def test_hands_on_what_programs_write(self):
         service = self.service()
         bridge, program = self.start_bridge()
-        for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\nc\0d\0", b"no priority",
+        for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\r\nc\0d\0", b"no priority",
                        b"<14>prog: " + b"x" * 9000):
             program.send(record)
         self.stop_bridge(bridge)
@@ -266,6 +266,22 @@ class Bridge(ToolTest):
         joined = b"".join(line.removeprefix(b"Info: ") for line in lines[3:])
         self.assertRegex(joined, rb"^x{8000,} \(\d+ bytes more\)$")
         self.assertEqual(self.module_lines(service, "user"), [b"Info: no priority"])
+
+    def test_lets_no_program_speak_as_the_service_or_the_kernel(self):
+        service = self.service()
+        bridge, program = self.start_bridge()
+        old = service.texts()
+        for record in (b"<3>panic", b"<11>Syslog: Child exited with code 9", b"<43>no tag", b"<3>kernel: panic",
+                       b"<11>1 2024-01-02T10:00:00Z box SYSLOG 7 - [a b=\"c\"] x",
+                       b"<11>2024-01-02T10:00:00.123+01:00 box syslog[7]: x",
+                       b"<11>prog: x\r[10:00:00.000][#   7] Syslog.ERROR: x"):
+            program.send(record)
+        self.stop_bridge(bridge)
+        errors = [text for text in service.texts()[len(old):] if ".ERROR: " in text]
+        self.assertEqual(errors, ["user.ERROR: panic", "local[Syslog].ERROR: Child exited with code 9",
+                                  "local[syslog].ERROR: no tag", "local[kernel].ERROR: panic",
+                                  'local[SYSLOG].ERROR: [7] [a b="c"] x', "local[syslog].ERROR: [7] x",
+                                  r"prog.ERROR: x\x0d[10:00:00.000][#   7] Syslog.ERROR: x"])
 
     @unittest.skipUnless(os.geteuid() == 0, "needs a /dev of its own")
     def test_serves_the_c_librarys_syslog(self):

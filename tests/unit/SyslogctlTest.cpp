@@ -74,6 +74,13 @@ TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
   Velk::SimpleString out;
   Ctl::AppendWithoutNul(out, "\0a\0\0b", 5);
   EXPECT_STREQ(out.Str(), "\\0a\\0\\0b");
+  out.Empty();
+  Ctl::AppendWithoutControls(out, "\0a\t\r\x1b[m\x7f ä\xff\n", 13);
+  EXPECT_STREQ(out.Str(), "\\0a\t\\x0d\\x1b[m\\x7f ä\xff\\x0a");
+}
+
+std::string Text(const Ctl::RecordPart& part) {
+  return std::string(part.begin, part.length);
 }
 
 TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
@@ -87,21 +94,85 @@ TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
       {"<86>sshd: yes", Info, "sshd", "", "yes"},                // no time stamp
       {"<191>no tag, it seems", Trace, "local7", "", "no tag, it seems"},
       {"<192>sshd: yes", Info, "user", "", "<192>sshd: yes"},  // no such priority
-      {"<3>", Error, "kernel", "", ""},
       {"", Info, "user", "", ""},
       {"<11>http://x/ failed", Error, "user", "", "http://x/ failed"},
       {"<11>a[1 2]: b", Error, "user", "", "a[1 2]: b"},
       {"<11>a[12345678901234567]: b", Error, "user", "", "a[12345678901234567]: b"},
       {"<13>Jan 12 10:00:0x a: b", Info, "user", "", "Jan 12 10:00:0x a: b"},
-      {"<13>kernel: [  1.5] up\nand on", Info, "kernel", "", "[  1.5] up\nand on"},
+      {"<13>dmesg: [  1.5] up\nand on", Info, "dmesg", "", "[  1.5] up\nand on"},
+      // A time of RFC 3339, with and without a host.
+      {"<14>2024-01-02T10:00:00.123+01:00 box net[7]: up", Info, "net", "7", "up"},
+      {"<14>2024-01-02T10:00:00.123456Z net[7]: a: b", Info, "net", "7", "a: b"},
+      {"<14>2024-01-02T10:00:00,5-0330 fe80::1 net: up", Info, "net", "", "up"},
+      {"<14>2024-01-02T10:00:00 net: up", Info, "net", "", "up"},
+      {"<14>2024-01-02T10:00:00Z no tag here", Info, "user", "", "no tag here"},
+      {"<14>2024-01-02T10:00Z net: up", Info, "user", "", "2024-01-02T10:00Z net: up"},
+      {"<14>2024-01-02T10:00:00Znet: up", Info, "user", "", "2024-01-02T10:00:00Znet: up"},
+      {"<14>Jan 12 10:00:00 my app: b", Info, "user", "", "my app: b"},  // an old time has no host
   };
   for (const auto& [record, type, module, pid, text] : rows) {
     const Ctl::SyslogLine line = Ctl::ParseSyslog(record, strlen(record));
     EXPECT_EQ(line.type, type) << record;
     EXPECT_STREQ(line.module, module) << record;
-    EXPECT_EQ(std::string(line.pid, line.pidLength), pid) << record;
-    EXPECT_EQ(std::string(line.text, line.textLength), text) << record;
+    EXPECT_EQ(Text(line.pid), pid) << record;
+    EXPECT_EQ(Text(line.text), text) << record;
   }
+}
+
+TEST(SyslogctlLines, OfRfc5424AreUnderstood) {
+  // Record; module, process id, message id, data and text.
+  const std::tuple<const char*, const char*, const char*, const char*, const char*, const char*> rows[] = {
+      {"<13>1 2024-01-02T10:00:00.123456+01:00 box root 77 ID [a@1 k=\"v\"] \xEF\xBB\xBFup: ä", "root", "77",
+       "ID", "[a@1 k=\"v\"]", "up: ä"},
+      {"<14>1 - - - - - - up", "user", "", "", "", "up"},
+      {"<14>1 - - - - - -", "user", "", "", "", ""},
+      {"<14>1 2024-01-02T10:00:00Z - app - - -  ", "app", "", "", "", " "},
+      // logger(1) of util-linux
+      {"<13>1 2024-01-02T10:00:00.1Z box me - - [timeQuality tzKnown=\"1\" isSynced=\"0\"] up", "me", "", "",
+       "", "up"},
+      {"<13>1 - - me - - [timeQuality a=\"1\"][x@1][y@1 k=\"v\"] up", "me", "", "", "[x@1][y@1 k=\"v\"]",
+       "up"},
+      {"<13>1 - - me - - [x k=\"a\\\"]\\\\\"] up", "me", "", "", "[x k=\"a\\\"]\\\\\"]", "up"},
+      {"<13>1 - - a:b[1] - - - up", "a_b_1]", "", "", "", "up"},
+      // Not of that form: text, as far as it isn't of another one.
+      {"<13>1 - - me - - [x k=\"v\" up", "user", "", "", "", "1 - - me - - [x k=\"v\" up"},
+      {"<13>1 - - me - - [x k=\"a\nb\"] up", "user", "", "", "", "1 - - me - - [x k=\"a\nb\"] up"},
+      {"<13>1 - - me - - [x]up", "user", "", "", "", "1 - - me - - [x]up"},
+      {"<13>1 - one of four lights", "user", "", "", "", "1 - one of four lights"},
+      {"<13>2 - - me - - - up", "user", "", "", "", "2 - - me - - - up"},
+      {"1 - - me - - - up", "user", "", "", "", "1 - - me - - - up"},
+  };
+  for (const auto& [record, module, pid, id, data, text] : rows) {
+    const Ctl::SyslogLine line = Ctl::ParseSyslog(record, strlen(record));
+    EXPECT_STREQ(line.module, module) << record;
+    EXPECT_EQ(Text(line.pid), pid) << record;
+    EXPECT_EQ(Text(line.id), id) << record;
+    EXPECT_EQ(Text(line.data), data) << record;
+    EXPECT_EQ(Text(line.text), text) << record;
+  }
+}
+
+TEST(SyslogctlLines, OfOtherProgramsAreNotTakenForTheServicesOrTheKernels) {
+  const std::string most(Ctl::SyslogLine::kMaxModule - 7, 'x');
+  const std::pair<std::string, std::string> rows[] = {
+      {"<3>panic", "user"},
+      {"<3>", "user"},
+      {"<46>no tag", "local[syslog]"},  // the facility's name
+      {"<14>Syslog: Child exited", "local[Syslog]"},
+      {"<14>Jan 12 10:00:00 sysLOG[1]: x", "local[sysLOG]"},
+      {"<14>2024-01-02T10:00:00Z box Syslog: x", "local[Syslog]"},
+      {"<14>1 - - Syslog - - - x", "local[Syslog]"},
+      {"<14>Syslog.Error: x", "local[Syslog.Error]"},
+      {"<14>\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0: x", "local[\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0]"},  // unseen
+      {"<14>Syslog." + most + ": x", "local[Syslog." + most + "]"},
+      {"<0>Kernel: x", "local[Kernel]"},
+      {"<14>syslog-ng: x", "syslog-ng"},
+      {"<14>syslogd: x", "syslogd"},
+      {"<14>kernel_test: x", "kernel_test"},
+      {"<14>sys: x", "sys"},
+  };
+  for (const auto& [record, module] : rows)
+    EXPECT_EQ(module, Ctl::ParseSyslog(record.data(), record.size()).module) << record;
 }
 
 TEST(SyslogctlLines, OfTheKernelAreUnderstood) {
@@ -110,12 +181,13 @@ TEST(SyslogctlLines, OfTheKernelAreUnderstood) {
     unsigned long long sequence = 0;
     if (!Ctl::ParseKmsg(record.data(), record.size(), &line, &sequence)) return "none";
     return std::to_string(line.type) + " " + line.module + " " + std::to_string(sequence) + " " +
-           std::string(line.text, line.textLength);
+           Text(line.text);
   };
   EXPECT_EQ(parse("6,339,5140900,-;usb 1-1: new device\n SUBSYSTEM=usb\n"),
             "1 kernel 339 usb 1-1: new device");
   EXPECT_EQ(parse("4,340,1,c,caller=T1;low"), "2 kernel 340 low");
   EXPECT_EQ(parse("27,18446744073709551,1,-;init[1]: no\n"), "3 init 18446744073709551 no");
+  EXPECT_EQ(parse("14,1,1,-;Syslog: written to /dev/kmsg\n"), "1 local[Syslog] 1 written to /dev/kmsg");
   for (const char* bad : {"", "6", "6,", "6,1", "6,1,2,-", "x,1,2,-;a", ";a"}) EXPECT_EQ(parse(bad), "none");
 }
 

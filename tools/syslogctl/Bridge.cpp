@@ -136,19 +136,27 @@ void Bridge::WaitAndRead() {
   if (inputs[1].revents != 0) m_kernel.ReadInto(m_ring);
 }
 
+void AppendPart(Velk::SimpleString& out, const char* before, const RecordPart& part, const char* after) {
+  if (part.length == 0) return;
+  out.Append(before).Append(part.begin, static_cast<unsigned>(part.length)).Append(after);
+}
+
 // False: the client can't take more now. What it took already is skipped when the record's turn comes again.
 bool Bridge::HandOnLine(const SyslogLine& line) {
   m_text.Empty();
-  if (line.pidLength != 0)
-    m_text.Append('[').Append(line.pid, static_cast<unsigned>(line.pidLength)).Append("] ");
-  const char* rest = line.text;
-  size_t left = line.textLength;
+  AppendPart(m_text, "[", line.pid, "] ");
+  AppendPart(m_text, "", line.id, " ");
+  AppendPart(m_text, "", line.data, " ");
+  const char* rest = line.text.begin;
+  size_t left = line.text.length;
   const char* part = "";
   size_t length = 0;
   unsigned calls = 0;
   // An empty text is a line too.
   for (TakeLine(&rest, &left, &part, &length);; m_text.Empty()) {
-    AppendWithoutNul(m_text, part, length);
+    if (length > 0 && part[length - 1] == '\r') --length;
+    // Any other carriage return would let a program write over the head of its line on a screen.
+    AppendWithoutControls(m_text, part, length);
     Velk::LogCall call(line.type, line.module, m_text.Str());
     while (const char* const text = call.Next()) {
       if (calls++ < m_callsTaken) continue;

@@ -9,10 +9,23 @@ namespace {
 
 constexpr unsigned kMaxPriority = 191;  // facility 23, severity 7
 constexpr unsigned kUserNotice = 13;    // RFC 3164, 4.3.3: for what has no priority
+constexpr unsigned kMaxSeverity = 7;
+constexpr unsigned kUserFacility = 1 << 3;
 constexpr size_t kMaxPid = 16;
+// RFC 5424, 6; its APP-NAME is as long as kMaxModule.
+constexpr size_t kMaxHost = 255;
+constexpr size_t kMaxProcId = 128;
+constexpr size_t kMaxMessageId = 32;
+
+constexpr char kService[] = "Syslog";  // the module of the service's own lines
+constexpr char kKernel[] = "kernel";
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
+}
+
+bool IsGraph(char c) {
+  return c > ' ' && c < 0x7F;
 }
 
 // Text that is being read, from p to end.
@@ -37,7 +50,44 @@ struct Scan {
     }
     return p != begin;
   }
+
+  // A word of up to most characters and the blank after it.
+  bool Word(size_t most, RecordPart* word) {
+    Scan ahead = *this;
+    while (ahead.p != end && IsGraph(*ahead.p)) ++ahead.p;
+    *word = {p, static_cast<size_t>(ahead.p - p)};
+    if (word->length == 0 || word->length > most || !ahead.Skip(' ')) return false;
+    *this = ahead;
+    return true;
+  }
 };
+
+bool IsTagCharacter(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte > ' ' && byte != 0x7F && c != ':' && c != '[' && c != '<';
+}
+
+// Whether a name reads as the reserved one: letters of either case, perhaps with bytes among them that a
+// screen does not show, and then the end, or what could follow a name: "Syslog.Error".
+bool ReadsAs(const char* name, const char* reserved) {
+  for (; *name != '\0'; ++name) {
+    const auto byte = static_cast<unsigned char>(*name);
+    if (byte >= 0x80) continue;
+    if (*reserved == '\0') return isalnum(byte) == 0 && byte != '-' && byte != '_';
+    if (tolower(byte) != tolower(static_cast<unsigned char>(*reserved))) return false;
+    ++reserved;
+  }
+  return *reserved == '\0';
+}
+
+// name has at most kMaxModule bytes.
+void SetModule(SyslogLine& line, const RecordPart& name) {
+  char clean[SyslogLine::kMaxModule + 1] = {};
+  // An APP-NAME of RFC 5424 can have what ends a tag, and must not make up a mark or the head of a line.
+  for (size_t i = 0; i < name.length; ++i) clean[i] = IsTagCharacter(name.begin[i]) ? name.begin[i] : '_';
+  const bool isMarked = ReadsAs(clean, kService) || ReadsAs(clean, kKernel);
+  snprintf(line.module, sizeof line.module, isMarked ? "local[%s]" : "%s", clean);
+}
 
 ELogMessageType TypeOf(unsigned priority) {
   static const ELogMessageType kTypes[] = {Error, Error, Error, Error, Warning, Info, Info, Trace};
@@ -63,34 +113,35 @@ unsigned TakePriority(Scan& scan) {
   return static_cast<unsigned>(value);
 }
 
-// "Mmm dd hh:mm:ss " or nothing. The service has a clock of its own.
-void SkipTimeStamp(Scan& scan) {
-  static const char kForm[] = "Aaa _9 99:99:99 ";
-  constexpr size_t kLength = sizeof kForm - 1;
-  if (scan.Left() < kLength) return;
-  for (size_t i = 0; i < kLength; ++i) {
-    const auto c = static_cast<unsigned char>(scan.p[i]);
-    switch (kForm[i]) {
-      case 'A':
-      case 'a':
-        if (!isalpha(c)) return;
-        break;
-      case '_':
-        if (c != ' ' && !isdigit(c)) return;
-        break;
-      case '9':
-        if (!isdigit(c)) return;
-        break;
-      default:
-        if (scan.p[i] != kForm[i]) return;
-    }
+// Skips what has the form: 9 stands for a digit, A for a letter, _ for a digit or a blank, + for a sign, all
+// else for itself.
+bool SkipForm(Scan& scan, const char* form) {
+  const size_t length = strlen(form);
+  if (scan.Left() < length) return false;
+  for (size_t i = 0; i < length; ++i) {
+    const char c = scan.p[i];
+    const bool fits = form[i] == '9'   ? IsDigit(c)
+                      : form[i] == 'A' ? isalpha(static_cast<unsigned char>(c)) != 0
+                      : form[i] == '_' ? c == ' ' || IsDigit(c)
+                      : form[i] == '+' ? c == '+' || c == '-'
+                                       : c == form[i];
+    if (!fits) return false;
   }
-  scan.p += kLength;
+  scan.p += length;
+  return true;
 }
 
-bool IsTagCharacter(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte > ' ' && byte != 0x7F && c != ':' && c != '[' && c != '<';
+// A time of RFC 3339 and the blank after it. Some writers have a comma before the fraction, no colon in the
+// zone, or no zone.
+bool SkipIsoTime(Scan& scan) {
+  Scan ahead = scan;
+  unsigned long long fraction = 0;
+  if (!SkipForm(ahead, "9999-99-99T99:99:99")) return false;
+  if ((ahead.Skip('.') || ahead.Skip(',')) && !ahead.Number(&fraction)) return false;
+  if (!ahead.Skip('Z') && !SkipForm(ahead, "+99:99")) SkipForm(ahead, "+9999");
+  if (!ahead.Skip(' ')) return false;
+  scan = ahead;
+  return true;
 }
 
 // "[pid]" or nothing.
@@ -98,42 +149,103 @@ void TakePid(Scan& scan, SyslogLine& line) {
   Scan ahead = scan;
   if (!ahead.Skip('[')) return;
   const char* const begin = ahead.p;
-  while (ahead.p != ahead.end && isgraph(static_cast<unsigned char>(*ahead.p)) && *ahead.p != ']') ++ahead.p;
+  while (ahead.p != ahead.end && IsGraph(*ahead.p) && *ahead.p != ']') ++ahead.p;
   const auto length = static_cast<size_t>(ahead.p - begin);
   if (length > kMaxPid || !ahead.Skip(']')) return;
-  line.pid = begin;
-  line.pidLength = length;
+  line.pid = {begin, length};
   scan = ahead;
 }
 
 // "tag: " or "tag[pid]: ", or nothing: a colon within a word, as in an address, does not end a tag.
-void TakeTag(Scan& scan, SyslogLine& line) {
+bool TakeTag(Scan& scan, SyslogLine& line) {
   Scan ahead = scan;
   while (ahead.p != ahead.end && IsTagCharacter(*ahead.p)) ++ahead.p;
   const auto length = static_cast<size_t>(ahead.p - scan.p);
-  if (length > SyslogLine::kMaxModule) return;
+  if (length > SyslogLine::kMaxModule) return false;
   TakePid(ahead, line);
   if (!ahead.Skip(':') || (ahead.p != ahead.end && !ahead.Skip(' '))) {
-    line.pidLength = 0;
-    return;
+    line.pid = {};
+    return false;
   }
-  if (length != 0) {
-    memcpy(line.module, scan.p, length);
-    line.module[length] = '\0';
-  }
+  if (length != 0) SetModule(line, {scan.p, length});
   scan = ahead;
+  return true;
+}
+
+// Writers of a time of RFC 3339 often put their host before the tag.
+void TakeHostAndTag(Scan& scan, SyslogLine& line) {
+  if (TakeTag(scan, line)) return;
+  Scan ahead = scan;
+  RecordPart host;
+  if (ahead.Word(kMaxHost, &host) && TakeTag(ahead, line)) scan = ahead;
+}
+
+bool IsNil(const RecordPart& part) {
+  return part.length == 1 && *part.begin == '-';
+}
+
+// One "[name key="value"...]" of RFC 5424, 6.3. False: it is none, or has control characters.
+bool SkipElement(Scan& scan) {
+  Scan ahead = scan;
+  if (!ahead.Skip('[')) return false;
+  bool isQuoted = false;
+  for (; ahead.p != ahead.end && iscntrl(static_cast<unsigned char>(*ahead.p)) == 0; ++ahead.p) {
+    if (*ahead.p == ']' && !isQuoted) {
+      scan.p = ahead.p + 1;
+      return true;
+    }
+    if (*ahead.p == '"') isQuoted = !isQuoted;
+    const bool isEscape = *ahead.p == '\\' && ahead.Left() > 1 && (ahead.p[1] == '"' || ahead.p[1] == '\\');
+    if (isEscape && isQuoted) ++ahead.p;
+  }
+  return false;
+}
+
+// False: there is none, not even "-".
+bool TakeData(Scan& scan, SyslogLine& line) {
+  static const char kTimeQuality[] = "[timeQuality ";  // logger(1) sends it first
+  if (scan.Skip('-')) return true;
+  const char* const begin = scan.p;
+  const char* kept = begin;
+  while (SkipElement(scan)) {
+    constexpr size_t kLength = sizeof kTimeQuality - 1;
+    if (kept == begin && static_cast<size_t>(scan.p - begin) > kLength &&
+        memcmp(begin, kTimeQuality, kLength) == 0)
+      kept = scan.p;
+  }
+  line.data = {kept, static_cast<size_t>(scan.p - kept)};
+  return scan.p != begin;
+}
+
+// All of RFC 5424 between priority and text. False: this is another form.
+bool TakeRfc5424(Scan& scan, SyslogLine& line) {
+  Scan ahead = scan;
+  RecordPart host, app, pid, id;
+  SyslogLine taken = line;
+  const bool isWhole = ahead.Skip('1') && ahead.Skip(' ') && (SkipForm(ahead, "- ") || SkipIsoTime(ahead)) &&
+                       ahead.Word(kMaxHost, &host) && ahead.Word(SyslogLine::kMaxModule, &app) &&
+                       ahead.Word(kMaxProcId, &pid) && ahead.Word(kMaxMessageId, &id) &&
+                       TakeData(ahead, taken) && (ahead.p == ahead.end || ahead.Skip(' '));
+  if (!isWhole) return false;
+  if (!IsNil(app)) SetModule(taken, app);
+  if (!IsNil(pid)) taken.pid = pid;
+  if (!IsNil(id)) taken.id = id;
+  SkipForm(ahead, "\xEF\xBB\xBF");  // U+FEFF, which says that the text is UTF-8
+  line = taken;
+  scan = ahead;
+  return true;
 }
 
 SyslogLine MakeLine(unsigned priority) {
   SyslogLine line{};
   line.type = TypeOf(priority);
-  snprintf(line.module, sizeof line.module, "%s", FacilityName(priority));
+  const char* const facility = FacilityName(priority);
+  SetModule(line, {facility, strlen(facility)});
   return line;
 }
 
 void TakeText(const Scan& scan, SyslogLine& line) {
-  line.text = scan.p;
-  line.textLength = scan.Left();
+  line.text = {scan.p, scan.Left()};
 }
 
 }  // namespace
@@ -141,9 +253,16 @@ void TakeText(const Scan& scan, SyslogLine& line) {
 SyslogLine ParseSyslog(const char* record, size_t length) {
   while (length > 0 && (record[length - 1] == '\n' || record[length - 1] == '\0')) --length;
   Scan scan{record, record + length};
-  SyslogLine line = MakeLine(TakePriority(scan));
-  SkipTimeStamp(scan);
-  TakeTag(scan, line);
+  unsigned priority = TakePriority(scan);
+  const bool hasPriority = scan.p != record;
+  if (priority <= kMaxSeverity) priority |= kUserFacility;  // only the kernel is the kernel
+  SyslogLine line = MakeLine(priority);
+  if (SkipIsoTime(scan)) {
+    TakeHostAndTag(scan, line);
+  } else if (!hasPriority || !TakeRfc5424(scan, line)) {
+    SkipForm(scan, "AAA _9 99:99:99 ");
+    TakeTag(scan, line);
+  }
   TakeText(scan, line);
   return line;
 }
@@ -158,8 +277,12 @@ bool ParseKmsg(const char* record, size_t length, SyslogLine* line, unsigned lon
   while (scan.p != scan.end && *scan.p != ';') ++scan.p;
   if (!scan.Skip(';')) return false;
   *line = MakeLine(static_cast<unsigned>(priority));
-  // Only what programs wrote to the kernel's log has tags; the kernel's own text keeps its colons.
-  if (priority >> 3 != 0) TakeTag(scan, *line);
+  if (priority <= kMaxSeverity) {
+    memcpy(line->module, kKernel, sizeof kKernel);
+  } else {
+    // Only what programs wrote to the kernel's log has tags; the kernel's own text keeps its colons.
+    TakeTag(scan, *line);
+  }
   TakeText(scan, *line);
   return true;
 }

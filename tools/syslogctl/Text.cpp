@@ -65,6 +65,18 @@ void AppendEscaped(Velk::SimpleString& out, const char* format, char c) {
 
 }  // namespace
 
+void AppendWithoutControls(Velk::SimpleString& out, const char* text, size_t length) {
+  const char* const end = text + length;
+  while (text != end) {
+    const char* plain = text;
+    while (plain != end && (*plain == '\t' || !IsControl(plain, 1))) ++plain;
+    if (plain != text) out.Append(text, static_cast<unsigned>(plain - text));
+    if (plain == end) return;
+    AppendEscaped(out, *plain == '\0' ? "\\%u" : "\\x%02x", *plain);
+    text = plain + 1;
+  }
+}
+
 void AppendPrintable(Velk::SimpleString& out, const char* text) {
   while (*text != '\0') {
     const unsigned length = Utf8Length(text);

@@ -14,6 +14,9 @@ bool TakeLine(const char** text, size_t* left, const char** line, size_t* length
 // Appends text with each NUL, which would end the call, as the two characters \0.
 void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length);
 
+// The same, and also the other ASCII control characters but tabs, as \xNN.
+void AppendWithoutControls(Velk::SimpleString& out, const char* text, size_t length);
+
 // Appends text as a terminal may show it: control characters and bytes that are not UTF-8 as \xNN, so that
 // who logs a line does not control the terminal. Keeps tabs.
 void AppendPrintable(Velk::SimpleString& out, const char* text);
