@@ -1,7 +1,5 @@
 #include "common/RefString.h"
 
-#include <limits.h>
-#include <stdio.h>
 #include <string.h>
 #include <strings.h>
 
@@ -49,7 +47,7 @@ void RefString::RefStringData::RelRef() {
 }
 
 RefString::RefString(unsigned long len, unsigned long growBy)
-    : m_text(RefStringData::CreateInstance(len, growBy)->Text()) {}
+    : StringOps(RefStringData::CreateInstance(len, growBy)->Text()) {}
 
 RefString::RefString(const char* s) : RefString(s, s != nullptr ? static_cast<unsigned>(strlen(s)) : 0) {}
 
@@ -59,7 +57,7 @@ RefString::RefString(const char* s, unsigned n) : RefString(static_cast<unsigned
   SetLength(n);
 }
 
-RefString::RefString(const RefString& other) : m_text(other.m_text) {
+RefString::RefString(const RefString& other) : StringOps(other.m_text) {
   Data()->AddRef();
 }
 
@@ -85,8 +83,7 @@ char* RefString::GetBuffer(unsigned long n) {
 }
 
 void RefString::ReleaseBuffer(int n) {
-  const size_t length = n >= 0 ? static_cast<size_t>(n) : strnlen(m_text, Length());
-  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
+  EndText(n, Length());
 }
 
 RefString& RefString::Append(const char* s, unsigned n) {
@@ -102,93 +99,6 @@ RefString& RefString::Append(char c) {
 RefString& RefString::Append(const RefString& s) {
   AppendBytes(s.m_text, s.Length());
   return *this;
-}
-
-RefString& RefString::AppendNum(unsigned long v) {
-  char digits[TextOps::kMaxDigits];
-  AppendBytes(digits, TextOps::PutNum(digits, v));
-  return *this;
-}
-
-void RefString::Format(const char* fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
-  FormatV(fmt, args);
-  va_end(args);
-}
-
-void RefString::FormatV(const char* fmt, va_list args) {
-  fmt = TextOps::OrEmpty(fmt);
-  va_list measure;
-  va_copy(measure, args);
-  const int needed = vsnprintf(nullptr, 0, fmt, measure);
-  va_end(measure);
-  GetBuffer(needed > 0 ? static_cast<unsigned long>(needed) : 0);
-  if (Capacity() == 0) return;  // nothing to print, and no room for any of it
-  const int written = vsnprintf(m_text, Capacity() + 1, fmt, args);
-  const size_t length = written >= 0 ? static_cast<size_t>(written) : strnlen(m_text, Capacity());
-  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
-}
-
-RefString RefString::Mid(int start) const {
-  return Mid(start, INT_MAX);
-}
-
-RefString RefString::Mid(int start, int count) const {
-  const TextOps::Range range = TextOps::Clip(Length(), start, count);
-  return RefString(m_text + range.start, range.length);
-}
-
-RefString RefString::Left(int count) const {
-  return Mid(0, count);
-}
-
-RefString RefString::Right(int count) const {
-  const int length = static_cast<int>(Length());
-  return Mid(count < length && count > 0 ? length - count : 0, count);
-}
-
-void RefString::MakeUpper() {
-  MakePrivate();
-  TextOps::MakeUpper(m_text, Length());
-}
-
-void RefString::MakeLower() {
-  MakePrivate();
-  TextOps::MakeLower(m_text, Length());
-}
-
-void RefString::MakeReverse() {
-  MakePrivate();
-  TextOps::MakeReverse(m_text, Length());
-}
-
-void RefString::TrimRight() {
-  const unsigned length = TextOps::TrimmedLength(m_text, Length());
-  if (length == Length()) return;
-  MakePrivate();
-  SetLength(length);
-}
-
-void RefString::TrimLeft() {
-  const unsigned blanks = TextOps::LeadingBlanks(m_text, Length());
-  if (blanks == 0) return;
-  MakePrivate();
-  memmove(m_text, m_text + blanks, Length() - blanks);
-  SetLength(Length() - blanks);
-}
-
-void RefString::Trim() {
-  TrimRight();
-  TrimLeft();
-}
-
-int RefString::Find(char c) const {
-  return TextOps::Find(m_text, c);
-}
-
-int RefString::FindRev(char c) const {
-  return TextOps::FindRev(m_text, c);
 }
 
 bool RefString::operator==(const char* s) const {
@@ -252,14 +162,6 @@ void RefString::AppendBytes(const char* s, unsigned n) {
   memmove(m_text + length, s, n);
   SetLength(length + n);
   if (old != nullptr) old->RelRef();
-}
-
-// A block without room is shared by all empty strings and stays as it is, which is empty.
-void RefString::SetLength(unsigned length) {
-  RefStringData* data = Data();
-  if (data->m_capacity == 0) return;
-  data->m_length = length;
-  m_text[length] = '\0';
 }
 
 }  // namespace Velk

@@ -1,16 +1,16 @@
 // Foundation layer: the shared string of the dispatch framework.
 #pragma once
 
-#include <stdarg.h>
-
 #include <cstdint>
+
+#include "common/StringOps.h"
 
 namespace Velk {
 
 // Copy-on-write byte string, one pointer wide, always NUL-terminated. Copies share one counted block and may
 // live in different threads; one object is for one thread at a time. Null C strings count as absent.
 // Lengths and capacities are in bytes without the NUL. Running out of memory ends the process.
-class RefString {
+class RefString : public StringOps<RefString> {
  public:
   // Comes before the characters in memory, which are a NUL more than the capacity. A block of capacity 0 is
   // neither counted nor freed.
@@ -32,7 +32,7 @@ class RefString {
     char* Text() { return reinterpret_cast<char*>(this + 1); }
   };
 
-  RefString() : m_text(s_emptyData.m_text) {}
+  RefString() : StringOps(s_emptyData.m_text) {}
   // An empty string with room for len characters.
   RefString(unsigned long len, unsigned long growBy);
   // Both copy the text; n is its length, 0 for none. A null s with an n gives an empty string with room for
@@ -46,14 +46,6 @@ class RefString {
     if (this != &other) Set(other);
     return *this;
   }
-
-  // Valid until the string changes or ends; never null.
-  const char* Str() const { return m_text; }
-  unsigned Length() const { return Data()->m_length; }
-  unsigned Capacity() const { return Data()->m_capacity; }
-  bool IsEmpty() const { return Length() == 0; }
-  // Unchecked: i is 0..Length().
-  char operator[](int i) const { return m_text[i]; }
 
   // Shares the other's text.
   RefString& Set(const RefString& other);
@@ -71,30 +63,6 @@ class RefString {
   RefString& Append(const char* s, unsigned n = 0);
   RefString& Append(char c);
   RefString& Append(const RefString& s);
-  RefString& AppendNum(unsigned long v);
-
-  // Replace the text as printf(3) does. No argument may point into this string.
-  void Format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-  void FormatV(const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
-
-  // A negative start is 0; what lies beyond the text is cut off; a negative count gives an empty string.
-  RefString Mid(int start) const;
-  RefString Mid(int start, int count) const;
-  RefString Left(int count) const;
-  RefString Right(int count) const;
-
-  void MakeUpper();
-  void MakeLower();
-  void MakeReverse();
-
-  // Trim space, tab, line feed and carriage return, nothing else.
-  void TrimRight();
-  void TrimLeft();
-  void Trim();
-
-  // Index of the first or last c, or -1.
-  int Find(char c) const;
-  int FindRev(char c) const;
 
   // A null or empty text equals only a null or empty one and sorts before all others; the order is that of
   // unsigned bytes.
@@ -111,21 +79,21 @@ class RefString {
   operator unsigned long() const;
 
  private:
+  friend StringOps<RefString>;
+
   struct EmptyData {
     RefStringData m_header;
     char m_text[sizeof(long)];
   };
 
   RefStringData* Data() const { return reinterpret_cast<RefStringData*>(m_text) - 1; }
+  bool IsEmptyBlock() const { return Data() == &s_emptyData.m_header; }
   bool IsUnshared() const;
   void MoveTo(char* text);
   void MakePrivate();
   void AppendBytes(const char* s, unsigned n);
-  void SetLength(unsigned length);
 
   static EmptyData s_emptyData;
-
-  char* m_text;
 };
 
 }  // namespace Velk

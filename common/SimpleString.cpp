@@ -1,9 +1,6 @@
 #include "common/SimpleString.h"
 
 #include <ctype.h>
-#include <limits.h>
-#include <stddef.h>
-#include <stdio.h>
 #include <string.h>
 #include <strings.h>
 
@@ -42,30 +39,24 @@ void SimpleString::StringData::Destroy(StringData* data) {
 
 SimpleString::SimpleString() : SimpleString(0U, kDefaultGrowBy) {}
 
-SimpleString::SimpleString(const char* s) : m_text(m_empty.m_text) {
+SimpleString::SimpleString(const char* s) : StringOps(m_empty.m_text) {
   if (s == nullptr) return;
   const unsigned length = LengthOf(s, 0);
-  StringData* data = StringData::Create(length);
-  data->m_growBy = kDefaultGrowBy;
-  m_text = data->m_text;
+  TakeBlock(length, kDefaultGrowBy);
   AppendBytes(s, length);
 }
 
-SimpleString::SimpleString(const char* s, unsigned n) : m_text(m_empty.m_text) {
+SimpleString::SimpleString(const char* s, unsigned n) : StringOps(m_empty.m_text) {
   if (s == nullptr || n == 0) return;
-  StringData* data = StringData::Create(n);
-  data->m_growBy = kDefaultGrowBy;
-  m_text = data->m_text;
+  TakeBlock(n, kDefaultGrowBy);
   AppendBytes(s, n);
 }
 
-SimpleString::SimpleString(unsigned capacity, unsigned growBy) {
-  StringData* data = StringData::Create(capacity);
-  data->m_growBy = growBy;
-  m_text = data->m_text;
+SimpleString::SimpleString(unsigned capacity, unsigned growBy) : StringOps(nullptr) {
+  TakeBlock(capacity, growBy);
 }
 
-SimpleString::SimpleString(const SimpleString& other) : m_text(m_empty.m_text) {
+SimpleString::SimpleString(const SimpleString& other) : StringOps(m_empty.m_text) {
   // The step is passed on in the shared block, from which the first growth takes it. Another thread may
   // change it in between; any step will do.
   const uint32_t growBy = __atomic_load_n(&other.Data()->m_growBy, __ATOMIC_RELAXED);
@@ -88,9 +79,7 @@ void SimpleString::SetGrowBy(unsigned n) {
   }
   // The block before is not freed: pointers that callers got from the string stay valid. So each such call on
   // an empty string that has a block of its own loses that.
-  StringData* data = StringData::Create(0);
-  data->m_growBy = n;
-  m_text = data->m_text;
+  TakeBlock(0, n);
 }
 
 void SimpleString::GrowStringBy(unsigned n) {
@@ -118,12 +107,6 @@ SimpleString& SimpleString::Append(const SimpleString& s) {
   return *this;
 }
 
-SimpleString& SimpleString::AppendNum(unsigned long v) {
-  char digits[TextOps::kMaxDigits];
-  AppendBytes(digits, TextOps::PutNum(digits, v));
-  return *this;
-}
-
 SimpleString& SimpleString::Set(char c) {
   Empty();
   return Append(c);
@@ -141,90 +124,13 @@ SimpleString& SimpleString::Set(const SimpleString& s) {
   return Append(s);
 }
 
-void SimpleString::Format(const char* fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
-  FormatV(fmt, args);
-  va_end(args);
-}
-
-void SimpleString::FormatV(const char* fmt, va_list args) {
-  fmt = TextOps::OrEmpty(fmt);
-  va_list measure;
-  va_copy(measure, args);
-  const int needed = vsnprintf(nullptr, 0, fmt, measure);
-  va_end(measure);
-  if (needed >= 0 && static_cast<unsigned>(needed) >= Capacity()) {
-    Release(Grow(static_cast<unsigned>(needed) - Capacity()));
-  }
-  if (IsShared()) return;  // could not be measured, and no room for any of it
-  const int written = vsnprintf(m_text, Capacity() + 1, fmt, args);
-  const size_t length = written >= 0 ? static_cast<size_t>(written) : strnlen(m_text, Capacity());
-  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
-}
-
 char* SimpleString::GetBuffer(unsigned n) {
   if (Capacity() <= n) Release(Grow(n - Capacity()));
   return m_text;
 }
 
 void SimpleString::ReleaseBuffer(int n) {
-  const size_t length = n >= 0 ? static_cast<size_t>(n) : strnlen(m_text, Capacity());
-  SetLength(length < Capacity() ? static_cast<unsigned>(length) : Capacity());
-}
-
-int SimpleString::Find(char c) const {
-  return TextOps::Find(m_text, c);
-}
-
-int SimpleString::FindRev(char c) const {
-  return TextOps::FindRev(m_text, c);
-}
-
-SimpleString SimpleString::Mid(int start) const {
-  return Mid(start, INT_MAX);
-}
-
-SimpleString SimpleString::Mid(int start, int count) const {
-  const TextOps::Range range = TextOps::Clip(Length(), start, count);
-  return SimpleString(m_text + range.start, range.length);
-}
-
-SimpleString SimpleString::Left(int count) const {
-  return Mid(0, count);
-}
-
-SimpleString SimpleString::Right(int count) const {
-  const int length = static_cast<int>(Length());
-  return Mid(count < length && count > 0 ? length - count : 0, count);
-}
-
-void SimpleString::MakeUpper() {
-  TextOps::MakeUpper(m_text, Length());
-}
-
-void SimpleString::MakeLower() {
-  TextOps::MakeLower(m_text, Length());
-}
-
-void SimpleString::MakeReverse() {
-  TextOps::MakeReverse(m_text, Length());
-}
-
-void SimpleString::TrimRight() {
-  SetLength(TextOps::TrimmedLength(m_text, Length()));
-}
-
-void SimpleString::TrimLeft() {
-  const unsigned blanks = TextOps::LeadingBlanks(m_text, Length());
-  if (blanks == 0) return;
-  memmove(m_text, m_text + blanks, Length() - blanks);
-  SetLength(Length() - blanks);
-}
-
-void SimpleString::Trim() {
-  TrimRight();
-  TrimLeft();
+  EndText(n, Capacity());
 }
 
 bool SimpleString::operator==(const char* s) const {
@@ -255,12 +161,15 @@ int SimpleString::cmpni(const char* a, const char* b) {
   return 0;
 }
 
-SimpleString::StringData* SimpleString::Data() const {
-  return reinterpret_cast<StringData*>(m_text - offsetof(StringData, m_text));
-}
-
 void SimpleString::Release(StringData* data) {
   if (data != &m_empty) StringData::Destroy(data);
+}
+
+// Points at a new block without text; the one before is not freed.
+void SimpleString::TakeBlock(unsigned capacity, unsigned growBy) {
+  StringData* data = StringData::Create(capacity);
+  data->m_growBy = growBy;
+  m_text = data->m_text;
 }
 
 // Moves the text to a new block, larger by shortfall rounded up to whole growth steps, and returns the old
@@ -289,13 +198,6 @@ void SimpleString::AppendBytes(const char* s, unsigned n) {
   memmove(m_text + length, s, n);
   SetLength(length + n);
   if (old != nullptr) Release(old);
-}
-
-// The shared block is other strings' too and stays as it is, which is empty.
-void SimpleString::SetLength(unsigned length) {
-  if (IsShared()) return;
-  Data()->m_length = length;
-  m_text[length] = '\0';
 }
 
 }  // namespace Velk

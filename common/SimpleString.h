@@ -1,9 +1,10 @@
 // Foundation layer: the growable string of the log and the transport.
 #pragma once
 
-#include <stdarg.h>
-
+#include <cstddef>
 #include <cstdint>
+
+#include "common/StringOps.h"
 
 namespace Velk {
 
@@ -11,7 +12,7 @@ namespace Velk {
 // that empty strings share is touched by several threads, and it never changes but for its growth step.
 // Null C strings count as absent. Lengths and capacities are in bytes without the NUL. A string that grows
 // adds whole growth steps to its capacity. Running out of memory ends the process.
-class SimpleString {
+class SimpleString : public StringOps<SimpleString> {
  public:
   // Comes before the characters in memory.
   struct StringData {
@@ -41,14 +42,6 @@ class SimpleString {
     return *this;
   }
 
-  // Valid until the string changes or ends; never null.
-  const char* Str() const { return m_text; }
-  unsigned Length() const { return Data()->m_length; }
-  unsigned Capacity() const { return Data()->m_capacity; }
-  bool IsEmpty() const { return Length() == 0; }
-  // Unchecked: i is 0..Length().
-  char operator[](int i) const { return m_text[i]; }
-
   // Keeps the buffer.
   void Empty();
   // Meant to be called once, right after construction: on an empty string it takes a new block and gives up
@@ -63,41 +56,17 @@ class SimpleString {
   // n: how many bytes of s, 0 for all up to its NUL. s may lie within this string.
   SimpleString& Append(const char* s, unsigned n = 0);
   SimpleString& Append(const SimpleString& s);
-  SimpleString& AppendNum(unsigned long v);
 
   // Replace the text; the buffer is kept. A string set from its own characters stays as it is.
   SimpleString& Set(char c);
   SimpleString& Set(const char* s, unsigned n = 0);
   SimpleString& Set(const SimpleString& s);
 
-  // Replace the text as printf(3) does. No argument may point into this string.
-  void Format(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-  void FormatV(const char* fmt, va_list args) __attribute__((format(printf, 2, 0)));
-
   // Room for n characters and a NUL to be written in place, the old text included. ReleaseBuffer() must
   // follow before any other call.
   char* GetBuffer(unsigned n);
   // Tells the length that was written, at most the capacity; negative: up to the first NUL.
   void ReleaseBuffer(int n);
-
-  // Index of the first or last c, or -1.
-  int Find(char c) const;
-  int FindRev(char c) const;
-
-  // A negative start is 0; what lies beyond the text is cut off; a negative count gives an empty string.
-  SimpleString Mid(int start) const;
-  SimpleString Mid(int start, int count) const;
-  SimpleString Left(int count) const;
-  SimpleString Right(int count) const;
-
-  void MakeUpper();
-  void MakeLower();
-  void MakeReverse();
-
-  // Trim space, tab, line feed and carriage return, nothing else.
-  void TrimRight();
-  void TrimLeft();
-  void Trim();
 
   // A null C string equals nothing.
   bool operator==(const char* s) const;
@@ -115,16 +84,17 @@ class SimpleString {
   static int cmpni(const char* a, const char* b);
 
  private:
-  StringData* Data() const;
-  bool IsShared() const { return Data() == &m_empty; }
+  friend StringOps<SimpleString>;
+
+  StringData* Data() const { return reinterpret_cast<StringData*>(m_text - offsetof(StringData, m_text)); }
+  bool IsEmptyBlock() const { return Data() == &m_empty; }
+  void MakePrivate() {}  // only the empty block is shared, and has no text to change
+  void TakeBlock(unsigned capacity, unsigned growBy);
   void Release(StringData* data);
   StringData* Grow(unsigned shortfall);
   void AppendBytes(const char* s, unsigned n);
-  void SetLength(unsigned length);
 
   static StringData m_empty;
-
-  char* m_text;
 };
 
 }  // namespace Velk

@@ -10,18 +10,12 @@
 namespace Velk {
 
 // Works on bare characters; lengths are in bytes, nothing here needs or writes a NUL unless it says so.
-// Upper and lower case go by the C library.
 class TextOps {
  public:
   // Longest text that a string holds: positions are ints.
   static constexpr unsigned kMaxLength = 0x7FFFFFFF;
   // Most digits of a 64-bit number.
   static constexpr unsigned kMaxDigits = 20;
-
-  struct Range {
-    unsigned start;
-    unsigned length;
-  };
 
   // Null counts as empty.
   static const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
@@ -33,24 +27,6 @@ class TextOps {
   // For writev(2), whose type has no const. Without a length null counts as empty.
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
-
-  // The part of a text of the given length that starts at start (negative: 0) and is at most count long;
-  // of length 0 when start is beyond the end or count is not positive.
-  static Range Clip(unsigned length, int start, int count);
-
-  static void MakeUpper(char* text, unsigned length);
-  static void MakeLower(char* text, unsigned length);
-  static void MakeReverse(char* text, unsigned length);
-
-  // Length without the blanks at the end. Blanks are space, tab, line feed and carriage return; a vertical
-  // tab or form feed is text.
-  static unsigned TrimmedLength(const char* text, unsigned length);
-  // How many blanks the text starts with.
-  static unsigned LeadingBlanks(const char* text, unsigned length);
-
-  // Index of the first or last c in a NUL-terminated text, or -1.
-  static int Find(const char* text, char c);
-  static int FindRev(const char* text, char c);
 
   // The nearest place at or before at where a UTF-8 character starts, or at itself in text that is not UTF-8.
   // text[at] must be there.
