@@ -7,6 +7,13 @@ import threading
 import time
 
 
+def lines_of(service, module):
+    """The module's Info lines on the service's console. "Cookies do not match:", which a late CONN can cause, has no
+    line end, so that a line may follow it."""
+    texts = (text.partition(f"{module}.Info: ") for text in service.console())
+    return [text for _, mark, text in texts if mark]
+
+
 class LossyPath(threading.Thread):
     """Carries datagrams between clients at `port` and a server, and loses, doubles and delays some of them.
 

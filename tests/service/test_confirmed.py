@@ -7,6 +7,7 @@ import time
 import unittest
 
 from harness import DEADLINE, SANITIZED, TOOL, ServiceTest
+from lossy import lines_of
 
 
 class SlowReader(threading.Thread):
@@ -39,7 +40,7 @@ class Confirmed(ServiceTest):
         for call in calls:
             peer.call(call)
         self.log()
-        self.assertEqual(service.count("syslogctl.Info: confirmed"), 1)
+        self.assertEqual(lines_of(service, "syslogctl"), ["confirmed"])
 
     def test_after_calls_that_do_not_parse(self):
         self.check_after([b"LogMsg 1 `open"] * 6)

@@ -4,7 +4,7 @@ import subprocess
 import unittest
 
 from harness import DEADLINE, PORT, TOOL, ServiceTest
-from lossy import LossyPath
+from lossy import LossyPath, lines_of
 
 ENTRANCE = 11002
 
@@ -19,8 +19,7 @@ class Lossy(ServiceTest):
         tool = subprocess.run([TOOL, "-s", f"127.0.0.1:{ENTRANCE}", "log", "-t", "lossy"], input="\n".join(lines),
                               stderr=subprocess.PIPE, text=True, timeout=DEADLINE)
         self.assertEqual(tool.returncode, 0, tool.stderr)
-        mark = "lossy.Info: "
-        self.assertEqual([text.removeprefix(mark) for text in service.texts() if text.startswith(mark)], lines)
+        self.assertEqual(lines_of(service, "lossy"), lines)
         for counts in path.counts.values():
             for fault in ("lost", "doubled", "overtaken"):
                 self.assertGreater(counts[fault], 0, path.counts)
