@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "client/GDQUdpClient.h"
@@ -12,9 +11,8 @@ namespace Velk {
 
 bool ClientThread::Start(GDQUdpClient* client) {
   if (m_process != 0) return true;
-  m_end = PeerSocket::AboveStandard(eventfd(0, EFD_CLOEXEC));
-  if (m_end < 0) return false;
   m_client = client;
+  m_end = false;
   // The program's signal handlers expect to run on the program's threads.
   sigset_t all, before;
   sigfillset(&all);
@@ -25,26 +23,28 @@ bool ClientThread::Start(GDQUdpClient* client) {
     m_process = getpid();
     return true;
   }
-  close(m_end);
   errno = error;
   return false;
 }
 
 void* ClientThread::Run(void* self) {
+  // Where the program closes the descriptor meanwhile, the wait for it would have no end.
+  constexpr int kLongestMs = 2000;
   const auto* const thread = static_cast<ClientThread*>(self);
-  pollfd watched[] = {{thread->m_end, POLLIN, 0}, {thread->m_client->Descriptor(), POLLIN, 0}};
-  while (watched[0].revents == 0) {
-    poll(watched, 2, -1);
+  while (!thread->m_end) {
+    pollfd watched = {thread->m_client->Descriptor(), POLLIN, 0};
+    poll(&watched, 1, kLongestMs);
     thread->m_client->Process();
   }
   return nullptr;
 }
 
 void ClientThread::Stop() {
-  if (m_process == 0) return;
-  const uint64_t one = 1;
-  if (m_process == getpid() && write(m_end, &one, sizeof one) == sizeof one) pthread_join(m_thread, nullptr);
-  close(m_end);
+  if (m_process == getpid()) {
+    m_end = true;
+    m_client->Wake();
+    pthread_join(m_thread, nullptr);
+  }
   m_process = 0;
 }
 

@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include <atomic>
+
 namespace Velk {
 
 class GDQUdpClient;
@@ -20,7 +22,7 @@ class ClientThread {
   // The client is open, is not owned, and stays open until Stop(). False with errno; true when it runs
   // already.
   bool Start(GDQUdpClient* client);
-  // Waits until the thread has ended. In a forked child, which does not have the thread, only frees memory.
+  // Waits until the thread has ended. Does nothing in a forked child, which does not have the thread.
   void Stop();
 
  private:
@@ -29,7 +31,7 @@ class ClientThread {
   GDQUdpClient* m_client = nullptr;
   pthread_t m_thread{};
   pid_t m_process = 0;  // that the thread is in; 0: there is none
-  int m_end = -1;       // readable when the thread is to end
+  std::atomic<bool> m_end{false};
 };
 
 }  // namespace Velk

@@ -35,7 +35,8 @@ namespace Velk {
 //
 // Any thread may call any operation but Open() and Close(), which need the object to themselves. A forked
 // child opens a client of its own: its parent's fails there with EPERM, and Close() only frees memory and
-// descriptors. A thread that is cancelled in here leaves no lock behind.
+// descriptors. A thread that is cancelled in here leaves no lock behind. A program may close our descriptors,
+// not knowing them: what it opens in their place is left alone, and others take over, also as Descriptor().
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text, in bytes
@@ -96,25 +97,27 @@ class GDQUdpClient final : public GDQUdpBase {
   Status GetStatus();
 
   // For poll(2) or epoll(7): readable when Process() has something to do, timed work included. -1: not open.
-  int Descriptor() const { return IsUsable() ? m_epoll : -1; }
+  int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
   // Does what is due, without waiting. Hands what others called to the listeners, in order while one thread
   // does so; of a "WithAck" what is in it. A listener may call SendMsg(), Call(), Log() and GetStatus().
   void Process();
+  // Makes the descriptor readable until the next Process().
+  void Wake();
 
  private:
   class Lock;
 
   bool IsUsable() const;
-  bool OpenDescriptors() NO_THREAD_SAFETY_ANALYSIS;
   void CloseAll() NO_THREAD_SAFETY_ANALYSIS;
   bool DeliverCall();
 
   bool IsFallback() const REQUIRES(m_mutex) { return m_options.reliable && m_window.IsOnce(); }
   void StartJoin(bool isAtOnce) REQUIRES(m_mutex);
+  void Mend(bool isThorough) REQUIRES(m_mutex);
   void SendConnect() REQUIRES(m_mutex);
   void TakeNonce(const char* nonce) REQUIRES(m_mutex);
-  void Advance() REQUIRES(m_mutex);
-  void ReadSocket() REQUIRES(m_mutex);
+  bool Advance() REQUIRES(m_mutex);
+  bool ReadSocket() REQUIRES(m_mutex);
   void TakeDatagram(char* packet, unsigned size) REQUIRES(m_mutex);
   void NoteAnswer() REQUIRES(m_mutex);
   void SendDue() REQUIRES(m_mutex);
@@ -131,17 +134,17 @@ class GDQUdpClient final : public GDQUdpBase {
   InetAddress2 m_server{0, 0};
   char* m_password = nullptr;
   Options m_options;
-  int m_epoll = -1;
-  int m_timer = -1;
+  Readiness m_readiness GUARDED_BY(m_mutex);
 
   // All times are microseconds of the monotonic clock.
-  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // when m_timer fires
-  PeerSocket m_socket GUARDED_BY(m_mutex){kFirstLocalPort};
+  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // from when on m_readiness is readable
+  PeerSocket m_socket GUARDED_BY(m_mutex){kFirstLocalPort, m_readiness};
   SendWindow m_window GUARDED_BY(m_mutex);
   HeldLines m_heard GUARDED_BY(m_mutex);  // calls of others, not yet delivered
   State m_state GUARDED_BY(m_mutex) = State::NotJoined;
   bool m_isJoined GUARDED_BY(m_mutex) = false;    // false: CONN was sent, and no nonce came yet
   bool m_isBlocked GUARDED_BY(m_mutex) = false;   // the socket takes no more just now
+  bool m_isWoken GUARDED_BY(m_mutex) = false;     // see Wake()
   bool m_isAnswered GUARDED_BY(m_mutex) = false;  // there was an acknowledgement since Open()
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // when the present or latest join began
   uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // the latest CONN or nonce, or when the socket was full

@@ -1,56 +1,38 @@
 #include "client/PeerSocket.h"
 
-#include <fcntl.h>
 #include <string.h>
-#include <sys/epoll.h>
-#include <unistd.h>
 
 #include "common/HashMD5.h"
 
 namespace Velk {
 
-int PeerSocket::AboveStandard(int fd) {
-  if (fd < 0 || fd > STDERR_FILENO) return fd;
-  const int copy = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  close(fd);
-  return copy;
-}
-
 // Without SO_REUSEADDR, which would let two programs have the same port.
-bool PeerSocket::Open(const InetAddress2& server, int epoll) {
+bool PeerSocket::Open(const InetAddress2& server) {
   const auto native = [](const InetAddress2& end) {
     return reinterpret_cast<const sockaddr*>(&end.Native());
   };
   Close();
-  m_epoll = epoll;
-  m_fd = AboveStandard(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (m_fd < 0) return false;
+  if (!m_socket.Take(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))) return false;
   for (unsigned tries = 0; tries < kPorts; ++tries, ++m_shift) {
     const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(m_firstPort + m_shift % kPorts));
-    if (bind(m_fd, native(local), sizeof(sockaddr_in)) == 0) break;
+    if (bind(Descriptor(), native(local), sizeof(sockaddr_in)) == 0) break;
   }
-  epoll_event event{};
-  event.events = EPOLLIN;
-  if (connect(m_fd, native(server), sizeof(sockaddr_in)) == 0 &&
-      epoll_ctl(epoll, EPOLL_CTL_ADD, m_fd, &event) == 0)
+  if (connect(Descriptor(), native(server), sizeof(sockaddr_in)) == 0 && m_readiness.Watch(Descriptor()))
     return true;
-  close(m_fd);
-  m_fd = -1;
+  m_socket.Close();
   return false;
 }
 
 void PeerSocket::Close() {
   m_hasCookie = false;
-  if (m_fd < 0) return;
   // A child process may still have the socket, which would then go on being watched.
-  epoll_ctl(m_epoll, EPOLL_CTL_DEL, m_fd, nullptr);
-  close(m_fd);
-  m_fd = -1;
+  if (m_socket.IsOurs()) m_readiness.Unwatch(Descriptor());
+  m_socket.Close();
 }
 
 void PeerSocket::SendConnect() {
   m_hasCookie = false;
-  send(m_fd, "CONN", 4, 0);
+  send(Descriptor(), "CONN", 4, 0);
 }
 
 bool PeerSocket::TakeNonce(const char* nonce, const char* password) {
@@ -74,7 +56,7 @@ bool PeerSocket::Send(const char* head, unsigned headLength, const char* text, u
   msghdr message{};
   message.msg_iov = pieces;
   message.msg_iovlen = 3;
-  return sendmsg(m_fd, &message, 0) >= 0;
+  return sendmsg(Descriptor(), &message, 0) >= 0;
 }
 
 }  // namespace Velk

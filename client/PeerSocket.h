@@ -3,6 +3,7 @@
 
 #include <sys/socket.h>
 
+#include "client/Readiness.h"
 #include "common/GDQUdpBase.h"
 #include "common/InetAddress2.h"
 
@@ -16,17 +17,20 @@ class PeerSocket {
   // program must not use a new one each time. When all are taken, any port is used.
   static constexpr unsigned kPorts = 32;
 
-  // The ports are firstPort and those that follow it.
-  explicit PeerSocket(unsigned short firstPort) : m_firstPort(firstPort) {}
+  // The ports are firstPort and those that follow it. readiness watches the socket for input.
+  PeerSocket(unsigned short firstPort, Readiness& readiness)
+      : m_firstPort(firstPort), m_readiness(readiness) {}
   ~PeerSocket() { Close(); }
   PeerSocket(const PeerSocket&) = delete;
   PeerSocket& operator=(const PeerSocket&) = delete;
 
   // Opens a new socket, on the port of the one before if there was one, that exchanges datagrams with server
-  // only, and has epoll watch it for input. False as a system call; the socket is closed then.
-  bool Open(const InetAddress2& server, int epoll);
+  // only. False as a system call; the socket is closed then.
+  bool Open(const InetAddress2& server);
   void Close();
-  int Descriptor() const { return m_fd; }  // -1: closed
+  int Descriptor() const { return m_socket.Get(); }  // -1: closed
+  // See OwnDescriptor: before a number is used that the program may have given to a file of its own.
+  bool IsOurs() const { return m_socket.IsOurs(); }
   // The next Open() begins at another port.
   void ChangePort() { ++m_shift; }
 
@@ -41,16 +45,13 @@ class PeerSocket {
   // Sends the cookie followed by both texts, together at most GDQUdpBase::kMaxText. False as send(2).
   bool Send(const char* head, unsigned headLength, const char* text, unsigned length);
   // As recv(2).
-  ssize_t Receive(char* datagram, unsigned size) { return recv(m_fd, datagram, size, 0); }
-
-  // fd, or a copy of it that is no standard descriptor, which a program may close and open as it likes.
-  static int AboveStandard(int fd);
+  ssize_t Receive(char* datagram, unsigned size) { return recv(Descriptor(), datagram, size, 0); }
 
  private:
   const unsigned short m_firstPort;
   unsigned m_shift = 0;
-  int m_fd = -1;
-  int m_epoll = -1;
+  Readiness& m_readiness;
+  OwnDescriptor m_socket;
   bool m_hasCookie = false;
   char m_cookie[kCookieSize] = {};
 };

@@ -20,6 +20,11 @@ struct velk {
 };
 
 velk* velk_open(const char* server, const char* password, unsigned flags) {
+  constexpr unsigned kFlags = VELK_THREAD | VELK_NOWAIT | VELK_ONCE;
+  if ((flags & ~kFlags) != 0) {
+    errno = EINVAL;
+    return nullptr;
+  }
   // The program's standard output is not ours: what we have to say is said by errno.
   LogPrinter::Instance()->m_consoleEnabled = false;
   void* const memory = malloc(sizeof(velk));
@@ -73,8 +78,9 @@ int velk_vlog(velk* log, int type, const char* module, const char* format, va_li
 }
 
 unsigned velk_flush(velk* log, unsigned timeout_ms) {
-  // Of a forked child nothing was sent, but 0 would say that all arrived. errno is EPERM.
-  if (log->client.Descriptor() < 0) return 1;
+  // Of a forked child nothing was sent, but 0 would say that all arrived.
+  errno = 0;
+  if (log->client.Descriptor() < 0 && errno == EPERM) return 1;
   const unsigned left = log->client.Flush(timeout_ms);
   if (left == 0) return 0;
   switch (log->client.GetStatus().state) {

@@ -11,6 +11,8 @@
  *
  * Any thread may use a handle, but for opening and closing it. A child process after fork(2) opens a handle
  * of its own: with its parent's, velk_log() and velk_flush() fail with EPERM, and velk_close() only frees it.
+ * A program that closes descriptors it does not know, as daemons do, opens its handle after that; see
+ * velk(3).
  */
 #ifndef VELK_H
 #define VELK_H
@@ -42,8 +44,8 @@ enum {
 };
 
 /* Starts to join the service at "host" or "host:port" (NULL: this machine), which may come up later. Returns
- * NULL with errno on failure: EINVAL the port is no number from 1 to 65535, EHOSTUNREACH the name does not
- * resolve, ENOMEM, EMFILE and the like. */
+ * NULL with errno on failure: EINVAL the port is no number from 1 to 65535, or there are other flags than
+ * these, EHOSTUNREACH the name does not resolve, ENOMEM, EMFILE and the like. */
 VELK_API velk* velk_open(const char* server, const char* password, unsigned flags);
 
 /* Logs one line; "\n" is added where the text has none. module NULL or "" stands for the service's own name.

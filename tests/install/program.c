@@ -52,5 +52,7 @@ int main(void) {
   if (velk_log(log, VELK_ERROR + 1, "test", "x") != -1 || errno != EINVAL) return 1;
   velk_close(log);
   if (velk_open(":", "password", 0) != NULL || errno != EINVAL) return 1;
+  errno = 0;
+  if (velk_open("127.0.0.1:9", "password", 8) != NULL || errno != EINVAL) return 1; /* no such flag */
   return 0;
 }

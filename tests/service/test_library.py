@@ -25,3 +25,13 @@ class Library(LinesTest):
             self.assertEqual([text for text in texts if text.startswith("lib.")],
                              [f"lib.Info: line {number}" for number in range(2000)])
             self.assertEqual(sum(": srv wrote 16 to " in text for text in texts), 2 + 1, flags)
+
+    def test_a_program_that_closes_the_librarys_descriptors_loses_neither_lines_nor_its_files(self):
+        for flags in ("0", THREAD):
+            service = self.service()
+            self.peer()  # the service is there
+            result = subprocess.run([PROGRAM, "127.0.0.1", "2000", flags, "close"], stdout=subprocess.PIPE,
+                                    stderr=subprocess.STDOUT, text=True, timeout=60, cwd="/tmp")
+            self.assertEqual(result.returncode, 0, result.stdout)
+            self.assertEqual([text for text in service.texts() if text.startswith("lib.")],
+                             [f"lib.Info: line {number}" for number in range(2000)])

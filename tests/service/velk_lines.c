@@ -1,8 +1,12 @@
-/* velk_lines SERVER COUNT FLAGS [fork]: writes "line 0" to "line COUNT - 1" through libvelk and waits until
- * they are confirmed. Prints how many lines per second that were. fork: in the middle a child process closes
- * the handle. */
+/* velk_lines SERVER COUNT FLAGS [fork|close]: writes "line 0" to "line COUNT - 1" through libvelk and waits
+ * until they are confirmed. Prints how many lines per second that were. fork: in the middle a child process
+ * closes the handle, or the program closes every descriptor that it does not know and opens a file of its own
+ * in their place, which must stay empty. */
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -25,6 +29,23 @@ static int close_in_child(velk* log) {
   return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }
 
+static int open_own_files(void) {
+  for (int fd = 3; fd < 100; ++fd) {
+    close(fd);
+    if (fd < 10 && open("own", O_RDWR | O_CREAT | O_TRUNC, 0600) != fd) return 0;
+  }
+  return 1;
+}
+
+/* They are still open, and nobody has written to them. */
+static int has_own_files(void) {
+  struct stat status;
+  for (int fd = 3; fd < 10; ++fd) {
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size != 0) return 0;
+  }
+  return 1;
+}
+
 int main(int argc, char** argv) {
   if (argc < 4) return 2;
   const int count = atoi(argv[2]);
@@ -33,9 +54,12 @@ int main(int argc, char** argv) {
     perror("velk_open");
     return 1;
   }
+  const int forks = argc > 4 && strcmp(argv[4], "fork") == 0;
+  const int closes = argc > 4 && strcmp(argv[4], "close") == 0;
   const double begin = now();
   for (int i = 0; i < count; ++i) {
-    if (argc > 4 && i == count / 2 && !close_in_child(log)) return 3;
+    if (forks && i == count / 2 && !close_in_child(log)) return 3;
+    if (closes && i == count / 2 && !open_own_files()) return 3;
     if (velk_log(log, VELK_INFO, "lib", "line %d", i) == 0) continue;
     perror("velk_log");
     return 1;
@@ -48,5 +72,7 @@ int main(int argc, char** argv) {
   printf("%.0f lines/s written, %.0f lines/s confirmed\n", count / (written - begin),
          count / (now() - begin));
   velk_close(log);
-  return 0;
+  if (!closes || has_own_files()) return 0;
+  fputs("a file of the program's was written or closed\n", stderr);
+  return 1;
 }

@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/timerfd.h>
 #include <sys/wait.h>
 
 #include "client/ClientThread.h"
@@ -281,6 +284,127 @@ TEST_F(GDQUdpClientTest, UsesNoStandardDescriptor) {
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_EQ(0, status);
+}
+
+namespace {
+
+// The descriptors that the operation opens, in their order.
+template <typename Operation>
+std::vector<int> DescriptorsOf(Operation operation) {
+  const auto isOpen = [](int fd) { return fcntl(fd, F_GETFD) >= 0; };
+  std::set<int> before;
+  for (int fd = 0; fd < 200; ++fd) {
+    if (isOpen(fd)) before.insert(fd);
+  }
+  EXPECT_TRUE(operation());
+  std::vector<int> opened;
+  for (int fd = 0; fd < 200; ++fd) {
+    if (isOpen(fd) && before.count(fd) == 0) opened.push_back(fd);
+  }
+  return opened;
+}
+
+// What a program has under the numbers of descriptors that it closed, not knowing them: connected sockets
+// with input to be read, or timers that run.
+class Strangers {
+ public:
+  Strangers(const std::vector<int>& numbers, bool areTimers) : m_numbers(numbers), m_areTimers(areTimers) {
+    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, m_pair));
+    EXPECT_EQ(4, write(m_pair[1], "mine", 4));
+    m_timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+    itimerspec hour{};
+    hour.it_value.tv_sec = 3600;
+    timerfd_settime(m_timer, 0, &hour, nullptr);
+    for (const int fd : m_numbers) EXPECT_EQ(fd, dup2(areTimers ? m_timer : m_pair[0], fd));
+  }
+  ~Strangers() {
+    for (const int fd : m_numbers) close(fd);
+    for (const int fd : {m_pair[0], m_pair[1], m_timer}) close(fd);
+  }
+
+  // None was closed, written, read or set.
+  bool AreAsTheyWere() const {
+    char text[8];
+    itimerspec left{};
+    for (const int fd : m_numbers) {
+      struct stat now, then;
+      if (fstat(fd, &now) != 0 || fstat(m_areTimers ? m_timer : m_pair[0], &then) != 0) return false;
+      if (now.st_ino != then.st_ino) return false;
+    }
+    return recv(m_pair[0], text, sizeof text, MSG_PEEK | MSG_DONTWAIT) == 4 &&
+           recv(m_pair[1], text, sizeof text, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+           timerfd_gettime(m_timer, &left) == 0 && left.it_value.tv_sec > 3000;
+  }
+
+ private:
+  std::vector<int> m_numbers;
+  bool m_areTimers;
+  int m_pair[2];
+  int m_timer;
+};
+
+}  // namespace
+
+// As it does where it becomes a daemon after it has opened the client.
+TEST_F(GDQUdpClientTest, LeavesAloneWhatAProgramOpensInPlaceOfItsDescriptors) {
+  unsigned next = 0;
+  for (unsigned round = 0; round < 12; ++round) {
+    std::vector<int> own = DescriptorsOf([&] { return Open(client); });
+    ASSERT_TRUE(Deliver(next, next + 1));
+    ASSERT_LE(own.size(), 5u);
+    const unsigned which = round / 2;  // one of them, or all
+    if (which < own.size()) own = {own[which]};
+    const Strangers strangers(own, round % 2 == 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      client.Close();
+      _exit(strangers.AreAsTheyWere() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+
+    EXPECT_TRUE(Deliver(next + 1, next + 3)) << round;
+    client.Process();
+    EXPECT_TRUE(SendNumbers(client, next + 3, next + 4));
+    EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().held == 0; })) << round;
+    EXPECT_TRUE(strangers.AreAsTheyWere()) << round;
+    client.Close();
+    EXPECT_TRUE(strangers.AreAsTheyWere()) << round;
+    next += 4;
+  }
+  EXPECT_EQ(Numbers(0, next), service.Ran());
+}
+
+TEST_F(GDQUdpClientTest, IdlesWhereAProgramHasClosedItsDescriptors) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "to close what another thread waits for is what the sanitizer looks for";
+#endif
+  const auto usedMs = [] {
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return used.tv_sec * 1000 + used.tv_nsec / 1000000;
+  };
+  for (unsigned round = 0; round < 4; ++round) {
+    Velk::ClientThread thread;
+    std::vector<int> own = DescriptorsOf([&] { return Open(client) && thread.Start(&client); });
+    ASSERT_TRUE(Deliver(round, round + 1));
+    // The first one is what the thread waits for. Its present wait goes on where only the number is gone.
+    if (round % 2 == 0) own.resize(1);
+    const Strangers strangers(own, false);
+    const bool areClosed = round < 2;
+    for (const int fd : own) {
+      if (areClosed) close(fd);
+    }
+    EXPECT_TRUE(SendNumbers(client, round + 1, round + 2));
+    const auto begin = usedMs();
+    usleep(500000);
+    EXPECT_LT(usedMs() - begin, 100) << round;
+    EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; })) << round;  // the thread alone
+    thread.Stop();
+    client.Close();
+    EXPECT_TRUE(areClosed || strangers.AreAsTheyWere()) << round;
+  }
 }
 
 TEST_F(GDQUdpClientTest, CarriesTheWholeLogOfAProgram) {

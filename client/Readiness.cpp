@@ -1,0 +1,73 @@
+#include "client/Readiness.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace Velk {
+namespace {
+
+constexpr uint32_t kNothing = 0;  // events to watch the anchor for
+
+bool Control(int epoll, int operation, int fd, uint32_t events) {
+  epoll_event event{};
+  event.events = events;
+  return epoll_ctl(epoll, operation, fd, &event) == 0;
+}
+
+}  // namespace
+
+bool Readiness::Open() {
+  Close();
+  m_epoll = OwnDescriptor::AboveStandard(epoll_create1(EPOLL_CLOEXEC));
+  m_timer = OwnDescriptor::AboveStandard(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+  if (m_epoll >= 0 && m_timer >= 0 && m_anchor.Take(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) &&
+      Control(m_epoll, EPOLL_CTL_ADD, m_anchor.Get(), kNothing) &&
+      Control(m_epoll, EPOLL_CTL_ADD, m_timer, EPOLLIN))
+    return true;
+  if (m_epoll >= 0) close(m_epoll);
+  if (m_timer >= 0) close(m_timer);
+  m_epoll = m_timer = -1;
+  m_anchor.Close();
+  return false;
+}
+
+void Readiness::Close() {
+  const bool hasEpoll = IsEpollOurs();
+  const bool hasTimer = hasEpoll && IsOurs();
+  if (hasEpoll) close(m_epoll);
+  if (hasTimer) close(m_timer);
+  m_epoll = m_timer = -1;
+  m_anchor.Close();
+}
+
+// epoll knows its members by file and number. To set again what is set changes nothing where it is ours, and
+// fails without an effect where the number is another file's.
+bool Readiness::IsEpollOurs() const {
+  return m_anchor.Get() >= 0 && m_anchor.IsOurs() &&
+         Control(m_epoll, EPOLL_CTL_MOD, m_anchor.Get(), kNothing);
+}
+
+bool Readiness::IsOurs() const {
+  return IsEpollOurs() && Control(m_epoll, EPOLL_CTL_MOD, m_timer, EPOLLIN);
+}
+
+bool Readiness::Watch(int socket) {
+  return IsEpollOurs() && Control(m_epoll, EPOLL_CTL_ADD, socket, EPOLLIN);
+}
+
+void Readiness::Unwatch(int socket) {
+  Control(m_epoll, EPOLL_CTL_DEL, socket, 0);
+}
+
+void Readiness::SetTime(uint64_t us) {
+  itimerspec setting{};
+  if (us != UINT64_MAX) {
+    setting.it_value.tv_sec = static_cast<time_t>(us / 1000000);
+    setting.it_value.tv_nsec = static_cast<long>(us % 1000000 * 1000);
+  }
+  timerfd_settime(m_timer, TFD_TIMER_ABSTIME, &setting, nullptr);
+}
+
+}  // namespace Velk
