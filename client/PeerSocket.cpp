@@ -26,7 +26,7 @@ bool PeerSocket::Open(const InetAddress2& server) {
 void PeerSocket::Close() {
   m_hasCookie = false;
   // A child process may still have the socket, which would then go on being watched.
-  if (m_socket.IsOurs()) m_readiness.Unwatch(Descriptor());
+  if (Descriptor() >= 0 && IsOurs()) m_readiness.Unwatch(Descriptor());
   m_socket.Close();
 }
 

@@ -67,7 +67,8 @@ class Calls(ServiceTest):
         rows = [(b"0 net", "net.Trace", "net.Trace", 131), (b"1 net", "net.Info", "net.Info", 134),
                 (b"2 net", "net.Warning", "net.Warning", 132), (b"3 net", "net.ERROR", "net.Error", 131),
                 (b"3 ''", "Syslog.ERROR", "Syslog.Error", 131), (b"x 'a b'", "a b.Trace", "a b.Trace", 131),
-                (b"4 net", None, None, None), (b"-1 net", None, None, None)]
+                (b"4294967298 net", "net.Warning", "net.Warning", 132), (b"-4294967295 n", "n.Info", "n.Info", 134),
+                (b"4 net", None, None, None), (b"-1 net", None, None, None), (b"4294967300 net", None, None, None)]
         for kind, *_ in rows:
             peer.call(b"LogMsg " + kind + b" '100%s %n %d\n'")
         service.fence(peer)
@@ -75,7 +76,7 @@ class Calls(ServiceTest):
         *lines, end = self.sync_lines(service, peer)
         self.assertEqual(end, "")
         kept = [line.partition(" ")[2] for line in lines if "100%" in line]
-        known = rows[:6]
+        known = rows[:8]
         self.assertEqual([text for text in service.texts()[start:] if "100%" in text],
                          [f"{console}: 100%s %n %d" for _, console, _, _ in known])
         self.assertEqual(kept, [f"{stored}: 100%s %n %d" for _, _, stored, _ in known])

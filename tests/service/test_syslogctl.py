@@ -2,6 +2,7 @@
 import json
 import os
 import re
+import resource
 import signal
 import socket
 import subprocess
@@ -372,9 +373,38 @@ class Trouble(ToolTest):
             self.assertEqual((tool.returncode, "the password is wrong" in said), (NOT_CONFIRMED, True), said)
             # An older service does not answer, but runs what it gets.
             self.assertEqual("1 call was sent once and is not confirmed" in said, command[0] in ("log", "set", "dump"))
-        with open("/tmp/password", "w") as password:
-            password.write("mosk\nrest\n")
-        self.run_tool("--password-file", "/tmp/password", "log", "x")
+        for text in ("mosk\nrest\n", "mosk\r\nrest", "mosk\r", "mosk"):
+            with open("/tmp/password", "w", newline="") as password:
+                password.write(text)
+            self.run_tool("--password-file", "/tmp/password", "log", "x")
+
+    def test_a_password_that_does_not_come_is_told(self):
+        self.service()
+        os.mkfifo("/tmp/password")
+        log = ["--password-file", "/tmp/password", "log", "x"]
+        self.assertIn("--timeout", self.run_tool("--timeout", "0.2", *log, code=USAGE)[1])  # no one writes
+        writer = os.open("/tmp/password", os.O_RDWR)
+        self.addCleanup(os.close, writer)
+        os.write(writer, b"mos")
+        self.assertIn("--timeout", self.run_tool(*log[:2], "--timeout", "0.2", "log", "x", code=USAGE)[1])
+        tool = self.start_tool(*log, stdin=subprocess.DEVNULL)
+        os.write(writer, b"mos")
+        time.sleep(0.05)  # it comes in pieces
+        os.write(writer, b"k\n")
+        self.assertEqual((tool.wait(20), tool.stderr.read()), (DONE, b""))
+        tool = self.start_tool("--timeout", "60", *log, stdin=subprocess.DEVNULL)
+        tool.send_signal(signal.SIGINT)
+        self.assertNotEqual(tool.wait(20), DONE)
+        said = self.run_tool("--password-file", "/tmp", "log", "x", code=USAGE)[1]
+        self.assertIn("Is a directory", said)
+
+    def test_too_few_descriptors_are_told(self):
+        service = self.service()
+        until(service.child, "a child")
+        for limit in (4, 5, 6):
+            said = self.run_tool("log", "x", code=USAGE,
+                                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))[1]
+            self.assertIn("Too many open files", said)
 
     def test_closed_and_full_standard_descriptors_are_told(self):
         service = self.service()

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <getopt.h>
+#include <poll.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include "common/InetAddress2.h"
+#include "common/Timer64x.h"
 
 namespace Ctl {
 namespace {
@@ -104,11 +106,19 @@ bool SetServer(const char* text, Options* options) {
   return true;
 }
 
-// Reads until there is a whole line, as far as there is room: a pipe may bring it in pieces. -1: errno.
-ssize_t ReadFirstLine(int fd, char* buffer, size_t size) {
+// Reads until there is a whole line, as far as there is room. A pipe or a terminal may bring it in pieces, or
+// never. -1: errno.
+ssize_t ReadFirstLine(int fd, char* buffer, size_t size, unsigned timeoutMs) {
+  const unsigned long long endUs = Velk::NowUs() + 1000ULL * timeoutMs;
+  pollfd input = {fd, POLLIN, 0};
   size_t held = 0;
   while (held < size && memchr(buffer, '\n', held) == nullptr) {
-    const ssize_t count = read(fd, buffer + held, size - held);
+    const unsigned long long nowUs = Velk::NowUs();
+    // To read(2) alone, a pipe that no one has opened for writing yet is one that has ended.
+    const int ready = poll(&input, 1, nowUs < endUs ? static_cast<int>((endUs - nowUs + 999) / 1000) : 0);
+    if (ready == 0) errno = ETIMEDOUT;
+    const ssize_t count = ready > 0 ? read(fd, buffer + held, size - held) : -1;
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (count < 0) return -1;
     if (count == 0) break;
     held += static_cast<size_t>(count);
@@ -118,18 +128,21 @@ ssize_t ReadFirstLine(int fd, char* buffer, size_t size) {
 
 constexpr unsigned kMaxPassword = 255;
 
-bool ReadPassword(const char* path, Options* options) {
+bool ReadPassword(Options* options) {
   static char s_password[kMaxPassword + 1];
-  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-  const ssize_t size = fd >= 0 ? ReadFirstLine(fd, s_password, sizeof s_password) : -1;
+  const char* const path = options->passwordFile;
+  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  const ssize_t size = fd >= 0 ? ReadFirstLine(fd, s_password, sizeof s_password, options->timeoutMs) : -1;
   const int error = errno;
   if (fd >= 0) close(fd);
   if (size < 0) {
-    Say("cannot read the password file %s: %s", path, strerror(error));
+    Say("cannot read the password file %s: %s%s", path, strerror(error),
+        error == ETIMEDOUT ? "; --timeout waits longer" : "");
     return false;
   }
   const auto* const end = static_cast<const char*>(memchr(s_password, '\n', static_cast<size_t>(size)));
-  const size_t length = end != nullptr ? static_cast<size_t>(end - s_password) : static_cast<size_t>(size);
+  size_t length = end != nullptr ? static_cast<size_t>(end - s_password) : static_cast<size_t>(size);
+  if (length > 0 && s_password[length - 1] == '\r') --length;  // of a system that ends lines with CR LF
   if (length > kMaxPassword) {
     Say("the password in %s is longer than %u bytes", path, kMaxPassword);
     return false;
@@ -187,7 +200,8 @@ bool Apply(int letter, const char* value, Options* options) {
     case 's':
       return SetServer(value, options);
     case kPasswordFile:
-      return ReadPassword(value, options);
+      options->passwordFile = value;
+      return true;
     case kTimeout:
       return SetSeconds("timeout", value, &options->timeoutMs);
     case 'l':
@@ -278,7 +292,7 @@ Outcome Parse(int argc, char** argv, const Command* commands, Options* options, 
     Refuse("usage: syslogctl %s %s", (*command)->name, (*command)->form);
     return kEndBadly;
   }
-  return kGoOn;
+  return options->passwordFile == nullptr || ReadPassword(options) ? kGoOn : kEndBadly;
 }
 
 }  // namespace

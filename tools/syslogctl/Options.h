@@ -22,6 +22,7 @@ struct Options {
   // Of all commands.
   const char* server = Velk::kServiceHere;
   const char* password = Velk::kServicePassword;
+  const char* passwordFile = nullptr;  // which password is read from; null: none
   unsigned timeoutMs = 5000;
   bool quiet = false;
 
