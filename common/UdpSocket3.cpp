@@ -103,8 +103,8 @@ int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
 
 int UdpSocket3::ReadMany(mmsghdr* headers, unsigned count) {
   const int received = recvmmsg(m_socket, headers, count, MSG_WAITFORONE, nullptr);
-  if (received >= 0 || (errno != ENOSYS && errno != EPERM)) return received;
-  // A filter of system calls that knows recvfrom only. A refused call costs little, so it is tried each time.
+  if (received >= 0) return received;
+  // Perhaps a filter of system calls that knows recvfrom only, with whatever errno; if not, this fails too.
   msghdr& first = headers->msg_hdr;
   const ssize_t length = recvfrom(m_socket, first.msg_iov->iov_base, first.msg_iov->iov_len, 0,
                                   static_cast<sockaddr*>(first.msg_name), &first.msg_namelen);
