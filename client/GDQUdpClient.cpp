@@ -63,8 +63,9 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   Close();
   if (server == nullptr) server = "";
   const bool hasPort = InetAddress2::HasValidPort(server);
+  errno = 0;
   const bool hasHost = hasPort && m_server.SetAddressString(server, kDefaultPort);
-  errno = hasPort ? EHOSTUNREACH : EINVAL;
+  if (!hasHost && errno != ENOMEM) errno = hasPort ? EHOSTUNREACH : EINVAL;
   if (!hasHost) return false;
   free(m_password);
   m_password = strdup(password != nullptr ? password : "");

@@ -1,6 +1,7 @@
 #include "common/InetAddress2.h"
 
 #include <arpa/inet.h>
+#include <errno.h>
 #include <netdb.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -75,12 +76,26 @@ unsigned long InetAddress2::StringToIP(const char* text, bool* error) {
   return ip;
 }
 
+namespace {
+
+// glibc ends a program whose first look-up runs out of memory (2.36: in nss_database.c). One takes some 10
+// KiB, answers of name servers up to 64 KiB more; with as much at hand it does not come to that, unless
+// another thread takes it meanwhile.
+bool HasMemoryForLookUp() {
+  constexpr size_t kBytes = 100000;
+  void* volatile const block = malloc(kBytes);  // volatile: else the compiler leaves it out
+  free(block);
+  return block != nullptr;
+}
+
+}  // namespace
+
 int InetAddress2::LookUp(const char* host, in_addr* address) const {
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_STREAM;  // one result per address is enough
   addrinfo* results = nullptr;
-  const int code = getaddrinfo(host, nullptr, &hints, &results);
+  const int code = HasMemoryForLookUp() ? getaddrinfo(host, nullptr, &hints, &results) : EAI_MEMORY;
   if (code != 0) return code;
   sockaddr_in first{};
   memcpy(&first, results->ai_addr, sizeof first);
@@ -124,6 +139,7 @@ bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort
   if (code != 0) {
     LogPrinter::Instance()->Log(Warning, nullptr, "Cannot resolve host name '%s', error code %d!\n", host,
                                 code);
+    if (code == EAI_MEMORY) errno = ENOMEM;
     return false;
   }
   m_address.sin_addr = resolved;

@@ -37,7 +37,8 @@ class InetAddress2 {
   static bool HasValidPort(const char* text);
 
   // Takes "host", "host:port", "quad" or "quad:port"; without a port the defaultPort. False leaves the
-  // object as it was: port 0, no host or one longer than kMaxHost, or the lookup failed (logged).
+  // object as it was: port 0, no host or one longer than kMaxHost, or the lookup failed (logged), with errno
+  // ENOMEM for want of memory.
   // A host name other than "localhost" blocks in getaddrinfo(3).
   bool SetAddressString(const char* text, unsigned short defaultPort);
 

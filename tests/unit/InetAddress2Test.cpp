@@ -1,5 +1,9 @@
 #include "common/InetAddress2.h"
 
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include "common/LogPrinter.h"
 #include "tests/unit/CapturedLog.h"
 #include "tests/unit/Choices.h"
 #include "tests/unit/QuadModel.h"
@@ -48,6 +52,50 @@ TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysAsItWas) {
   ASSERT_EQ(1u, lines.size());
   EXPECT_EQ(0u, lines[0].find("2:Cannot resolve host name '" + longestLookup + "', error code -"));
   EXPECT_FALSE(InetAddress2(1, 1).SetAddressString(nullptr, 514));
+}
+
+namespace {
+
+// Looks a name up with so many bytes of memory. Does not return.
+[[noreturn]] void LookUpWith(size_t bytes) {
+  free(malloc(1 << 20));  // the heap is ready
+  void* const left = malloc(bytes);
+  const rlimit none{1, 1};
+  setrlimit(RLIMIT_AS, &none);
+  void* volatile const much = malloc(64 << 20);
+  if (much != nullptr) _exit(0);  // an emulator without this limit
+  for (size_t size = 1 << 20; size >= 16; size = size > 4096 ? size / 2 : size - 16) {
+    for (void* volatile block = left; block != nullptr;) block = malloc(size);
+  }
+  free(left);
+  errno = 0;
+  InetAddress2 address(0, 0);
+  const bool isFound = address.SetAddressString("LOCALHOST", 514);
+  _exit(isFound || errno == ENOMEM ? 0 : 1);
+}
+
+// The same in a child for each of many amounts. Ends with 0 when all were well.
+[[noreturn]] void LookUpInChildren() {
+  LogPrinter::Instance()->m_consoleEnabled = false;
+  size_t bytes = 0;
+  for (int status = 0; status == 0 && bytes < 200000; bytes += bytes < 16384 ? 64 : 8192) {
+    const pid_t child = fork();
+    if (child == 0) LookUpWith(bytes);
+    waitpid(child, &status, 0);
+    if (status != 0) fprintf(stderr, "with %zu bytes: status %d\n", bytes, status);
+  }
+  _exit(bytes < 200000 ? 1 : 0);
+}
+
+}  // namespace
+
+// glibc 2.36 ends a program whose first look-up runs out of memory.
+TEST(InetAddress2, LooksNothingUpWhereThereIsNoMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer has its own memory";
+#endif
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has not looked anything up yet
+  EXPECT_EXIT(LookUpInChildren(), testing::ExitedWithCode(0), "");
 }
 
 TEST(InetAddress2, HoldsASocketAddressInNetworkOrderAndWritesIt) {
