@@ -33,8 +33,8 @@ void* ClientThread::Run(void* self) {
   const auto* const thread = static_cast<ClientThread*>(self);
   while (!thread->m_end) {
     pollfd watched = {thread->m_client->Descriptor(), POLLIN, 0};
-    poll(&watched, 1, kLongestMs);
-    thread->m_client->Process();
+    poll(&watched, 1, watched.fd >= 0 ? kLongestMs : static_cast<int>(GDQUdpClient::kSettleMs));
+    thread->m_client->Process(GDQUdpClient::kSettleMs);
   }
   return nullptr;
 }

@@ -43,6 +43,7 @@ class GDQUdpClient final : public GDQUdpBase {
   static constexpr unsigned short kDefaultPort = kServicePort;
   static constexpr unsigned short kFirstLocalPort = 11101;  // see PeerSocket
   static constexpr unsigned kForever = 0xFFFFFFFF;
+  static constexpr unsigned kSettleMs = 200;  // see Process()
 
   struct Options {
     bool reliable = true;        // false: each call is sent once, without an answer
@@ -100,7 +101,8 @@ class GDQUdpClient final : public GDQUdpBase {
   int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
   // Does what is due, without waiting. Hands what others called to the listeners, in order while one thread
   // does so; of a "WithAck" what is in it. A listener may call SendMsg(), Call(), Log() and GetStatus().
-  void Process();
+  // settleMs: before descriptors are opened again, for a thread beside the one that just closes them all.
+  void Process(unsigned settleMs = 0);
   // Makes the descriptor readable until the next Process().
   void Wake();
 
@@ -113,7 +115,7 @@ class GDQUdpClient final : public GDQUdpBase {
 
   bool IsFallback() const REQUIRES(m_mutex) { return m_options.reliable && m_window.IsOnce(); }
   void StartJoin(bool isAtOnce) REQUIRES(m_mutex);
-  void Mend(bool isThorough) REQUIRES(m_mutex);
+  void Mend(bool isThorough, unsigned settleMs) REQUIRES(m_mutex);
   void SendConnect() REQUIRES(m_mutex);
   void TakeNonce(const char* nonce) REQUIRES(m_mutex);
   bool Advance() REQUIRES(m_mutex);

@@ -27,6 +27,7 @@ bool OwnDescriptor::Take(int fd) {
 void OwnDescriptor::Close() {
   if (m_fd >= 0 && IsOurs()) close(m_fd);
   m_fd = -1;
+  m_isSuspended = false;
 }
 
 bool OwnDescriptor::IsOurs() const {

@@ -20,8 +20,11 @@ class OwnDescriptor {
   bool Take(int fd);
   // Closes it if it is ours, and forgets it.
   void Close();
+  // Get() is -1 until Close(). To use it no more at once, but to close it when the program is done with
+  // closing.
+  void Suspend() { m_isSuspended = true; }
 
-  int Get() const { return m_fd; }  // -1: none
+  int Get() const { return m_isSuspended ? -1 : m_fd; }  // -1: none
   // Asks the kernel, in one system call. True where there is none.
   bool IsOurs() const;
 
@@ -30,6 +33,7 @@ class OwnDescriptor {
 
  private:
   int m_fd = -1;
+  bool m_isSuspended = false;
   dev_t m_device = 0;
   ino_t m_inode = 0;
 };

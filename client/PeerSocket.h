@@ -29,8 +29,9 @@ class PeerSocket {
   bool Open(const InetAddress2& server);
   void Close();
   int Descriptor() const { return m_socket.Get(); }  // -1: closed
-  // See OwnDescriptor: before a number is used that the program may have given to a file of its own.
+  // See OwnDescriptor.
   bool IsOurs() const { return m_socket.IsOurs(); }
+  void Suspend() { m_socket.Suspend(); }
   // The next Open() begins at another port.
   void ChangePort() { ++m_shift; }
 

@@ -24,8 +24,10 @@ bool Readiness::Open() {
   m_timer = OwnDescriptor::AboveStandard(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
   if (m_epoll >= 0 && m_timer >= 0 && m_anchor.Take(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) &&
       Control(m_epoll, EPOLL_CTL_ADD, m_anchor.Get(), kNothing) &&
-      Control(m_epoll, EPOLL_CTL_ADD, m_timer, EPOLLIN))
+      Control(m_epoll, EPOLL_CTL_ADD, m_timer, EPOLLIN)) {
+    m_shown = m_epoll;
     return true;
+  }
   if (m_epoll >= 0) close(m_epoll);
   if (m_timer >= 0) close(m_timer);
   m_epoll = m_timer = -1;
@@ -33,12 +35,13 @@ bool Readiness::Open() {
   return false;
 }
 
+// Where only the anchor is gone there is no telling whose the others are, so they stay open.
 void Readiness::Close() {
   const bool hasEpoll = IsEpollOurs();
   const bool hasTimer = hasEpoll && IsOurs();
   if (hasEpoll) close(m_epoll);
   if (hasTimer) close(m_timer);
-  m_epoll = m_timer = -1;
+  m_epoll = m_timer = m_shown = -1;
   m_anchor.Close();
 }
 
@@ -54,14 +57,15 @@ bool Readiness::IsOurs() const {
 }
 
 bool Readiness::Watch(int socket) {
-  return IsEpollOurs() && Control(m_epoll, EPOLL_CTL_ADD, socket, EPOLLIN);
+  return m_shown >= 0 && IsEpollOurs() && Control(m_epoll, EPOLL_CTL_ADD, socket, EPOLLIN);
 }
 
 void Readiness::Unwatch(int socket) {
-  Control(m_epoll, EPOLL_CTL_DEL, socket, 0);
+  Control(m_shown, EPOLL_CTL_DEL, socket, 0);
 }
 
 void Readiness::SetTime(uint64_t us) {
+  if (m_shown < 0) return;
   itimerspec setting{};
   if (us != UINT64_MAX) {
     setting.it_value.tv_sec = static_cast<time_t>(us / 1000000);

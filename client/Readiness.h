@@ -21,8 +21,10 @@ class Readiness {
   bool Open();
   // A forked child that closes its copy does not disturb its parent.
   void Close();
+  // See OwnDescriptor. Until it is closed nothing is watched or set.
+  void Suspend() { m_shown = -1; }
 
-  int Descriptor() const { return m_epoll; }  // -1: closed
+  int Descriptor() const { return m_shown; }  // -1: closed or suspended
   // Whether all numbers still are those of our descriptors, see OwnDescriptor. Three system calls. False
   // where it is closed.
   bool IsOurs() const;
@@ -30,14 +32,15 @@ class Readiness {
   // The socket is ours. False: it is not watched, as the numbers are no more ours.
   bool Watch(int socket);
   void Unwatch(int socket);
-  // Needs IsOurs(). Microseconds of the monotonic clock; UINT64_MAX: never. Until it is set again.
+  // Needs IsOurs(), or to be suspended. Microseconds of NowUs(); UINT64_MAX: never. Until it is set again.
   void SetTime(uint64_t us);
 
  private:
   bool IsEpollOurs() const;
 
   OwnDescriptor m_anchor;  // an idle socket; what has it in its set is our epoll descriptor
-  std::atomic<int> m_epoll{-1};
+  std::atomic<int> m_shown{-1};
+  int m_epoll = -1;
   int m_timer = -1;
 };
 

@@ -3,6 +3,7 @@ import os
 import subprocess
 
 import namespace
+from harness import SANITIZED
 from lines import LINES, LinesTest
 
 PROGRAM = os.path.join(namespace.FILES, "velk_lines")
@@ -27,7 +28,8 @@ class Library(LinesTest):
             self.assertEqual(sum(": srv wrote 16 to " in text for text in texts), 2 + 1, flags)
 
     def test_a_program_that_closes_the_librarys_descriptors_loses_neither_lines_nor_its_files(self):
-        for flags in ("0", THREAD):
+        # To close what another thread uses is what a sanitizer looks for.
+        for flags in ("0",) if SANITIZED else ("0", THREAD):
             service = self.service()
             self.peer()  # the service is there
             result = subprocess.run([PROGRAM, "127.0.0.1", "2000", flags, "close"], stdout=subprocess.PIPE,
