@@ -38,7 +38,7 @@ static int open_own_files(void) {
   return own >= 0;
 }
 
-/* They are still open, and nobody has written to them. */
+/* They are still open and still empty. */
 static int has_own_files(void) {
   struct stat status;
   for (int fd = 3; fd < 10; ++fd) {
