@@ -164,7 +164,7 @@ uint64_t SendWindow::DueUs() const {
 
 void SendWindow::OnSilence(uint64_t nowUs) {
   ++m_silences;
-  m_window = 1;
+  m_window = kFirstWindow;
   Rewind(nowUs);
 }
 

@@ -60,8 +60,8 @@ class SendWindow {
   // Takes a text that the service sent to us. False: it is no answer, or not to us.
   bool TakeAnswer(const char* text, uint64_t nowUs);
 
-  // When the wait for an answer ends; kNever: none is due. OnSilence() then makes one call due again, and
-  // doubles the wait for the next answer, up to a second.
+  // When the wait for an answer ends; kNever: none is due. OnSilence() then makes the first calls due again,
+  // and doubles the wait for the next answer, up to a second.
   uint64_t DueUs() const;
   void OnSilence(uint64_t nowUs);
   unsigned Silences() const { return m_silences; }  // since a call was acknowledged

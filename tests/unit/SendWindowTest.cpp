@@ -79,7 +79,7 @@ TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
   EXPECT_EQ(Lines{}, SendAll(window, 11 * kMs));
   uint64_t now = window.DueUs();
   window.OnSilence(now);
-  EXPECT_EQ((Lines{"3 x"}), SendAll(window, now));
+  EXPECT_EQ((Lines{"3 x", "4 x", "5 x"}), SendAll(window, now));
   const uint64_t firstWait = window.DueUs() - now;
   window.OnSilence(now = window.DueUs());
   SendAll(window, now);
