@@ -7,6 +7,7 @@ import os
 import shutil
 import socket
 import subprocess
+import sys
 import threading
 import time
 import unittest
@@ -40,14 +41,16 @@ class FleetTest(ServiceTest):
             self.clear_files()
         self.running = collectors.Collector(*names, **options)
         self.addCleanup(self.running.stop)
-        self.until_listening()
+        self.until_listening(options.get("host", collectors.HOST))
         return self.running
 
     @staticmethod
-    def until_listening():
+    def until_listening(host=collectors.HOST):
+        bound = ": %08X:0202" % int.from_bytes(socket.inet_aton(host), sys.byteorder)  # as the kernel writes it
+
         def listens():
             with open("/proc/net/udp") as sockets:
-                return ": 0200007F:0202" in sockets.read()  # port 514 of collectors.HOST, as the kernel writes it
+                return bound in sockets.read()
         until(listens, "a socket at the syslog port")
 
     def peer_of_a_service(self, *arguments):
@@ -56,13 +59,13 @@ class FleetTest(ServiceTest):
         return self.peer()
 
     @staticmethod
-    def say(device, *texts, priority=b"<134>"):
+    def say(device, *texts, priority=b"<134>", port=SYSLOG_PORT, to=collectors.HOST):
         """Sends what the service of a device would send."""
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as own:
             own.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            own.bind((device, SYSLOG_PORT))
+            own.bind((device, port))
             for text in texts:
-                own.sendto(priority + text + b"\n", (collectors.HOST, SYSLOG_PORT))
+                own.sendto(priority + text + b"\n", (to, SYSLOG_PORT))
 
 
 class Fleet(FleetTest):
@@ -80,6 +83,16 @@ class Fleet(FleetTest):
             self.assertEqual([line["text"].replace("#011", "\t") for line in found], texts)
             self.assertEqual({(line["host"], line["facility"]) for line in found}, {("127.0.0.1", "local0")})
             self.assertRegex(found[0]["received"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d")
+
+    def test_one_on_the_same_machine_keeps_its_port(self):
+        for program in PROGRAMS:
+            self.collector(program, host="0.0.0.0")
+            self.configure(SYSLOG_ON % "127.0.0.1")
+            self.service()
+            self.peer().log(b"from the service\n", module=b"net")
+            self.say("127.1.0.1", b"net.Info: from a device", port=0, to="127.0.0.1")
+            texts = lambda: {line["text"] for line in lines_of("/tmp/devices.json") if line["module"] == "net"}
+            until(lambda: texts() == {"from the service", "from a device"}, texts)
 
     def test_a_thousand_devices_are_split(self):
         def at(device, module):
