@@ -71,11 +71,10 @@ class Supervision(ServiceTest):
             service.kill_child()
             self.peer()  # the next child got the port
 
-    @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
-    def test_restarts_a_child_without_memory_though_nobody_reads_its_last_words(self):
+    def service_with_full_console(self, limit, **limits):
+        """One with so much address space, started by a pipe that is full. Returns its first child and the reader."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
-        self.addCleanup(os.close, writer)
         os.set_blocking(writer, False)
         with self.assertRaises(BlockingIOError):
             while True:
@@ -84,8 +83,15 @@ class Supervision(ServiceTest):
 
         def prepare():
             os.dup2(writer, 2)
-            resource.setrlimit(resource.RLIMIT_AS, (6 << 20, 6 << 20))
+            for name, value in {"RLIMIT_AS": limit, **limits}.items():
+                resource.setrlimit(getattr(resource, name), (value, value))
         service = self.service(stdout=writer, prepare=prepare)
+        os.close(writer)
+        return service, reader
+
+    @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
+    def test_restarts_a_child_without_memory_though_no_one_reads_its_last_words(self):
+        service, _ = self.service_with_full_console(6 << 20)
         peer = self.peer()
         first = service.child()
 
@@ -97,6 +103,33 @@ class Supervision(ServiceTest):
             return first not in processes()
         until(piled_up, "the end of the child")
         self.peer()
+
+    @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
+    def test_holds_its_longest_backlog_under_the_start_scripts_limit(self):
+        service, reader = self.service_with_full_console(16 << 20, RLIMIT_STACK=64 << 20)
+        peer = self.peer()
+        first = service.child()
+        for number in range(2500):
+            peer.log(b"x" * 1380 + b"\n")
+            time.sleep(0.001 if number % 20 == 0 else 0)
+        os.set_blocking(reader, False)
+        seen = bytearray()
+
+        def backlog_seen():
+            with contextlib.suppress(BlockingIOError):
+                seen.extend(os.read(reader, 1 << 20))
+            return seen.count(b"test.Info: xxx") >= 2000
+        until(backlog_seen, "all that was pending")
+        self.assertEqual(first, service.child())
+
+    def test_goes_on_when_its_terminal_hangs_up_or_asks_for_silence(self):
+        service = self.service()
+        peer = self.peer()
+        for number in (signal.SIGHUP, signal.SIGTTOU):
+            for pid in (first := service.child(), service.pid):
+                os.kill(pid, number)
+        service.fence(peer)
+        self.assertEqual(first, service.child())
 
     def test_a_signal_to_the_supervisor_ends_both(self):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
