@@ -8,7 +8,7 @@ tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 
 
 # What the tests do to the service in ways that do not reach every form: form, test, reason.
 limits() {
-  local starved=test_restarts_a_child_without_memory_though_nobody_reads_its_last_words
+  local starved=test_restarts_a_child_without_memory_though_no_one_reads_its_last_words
   cat <<END
 static test_each_function calls are made to fail by a library that a static program does not load
 static test_serves_where_recvmmsg_is_refused the same library
