@@ -31,6 +31,7 @@ unit UdpSocket3.SetsTheOptionsOfIp qemu-user knows no IP_MULTICAST_IF
 service test_each_function the library that lets calls fail is for this machine, not for the emulated one
 service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_without_memory_though_no_one_reads_its_last_words the emulator needs more address space than that limit leaves
+service test_holds_its_longest_backlog_under_the_start_scripts_limit the same limit
 END
 }
 
