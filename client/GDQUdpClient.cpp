@@ -264,7 +264,8 @@ void GDQUdpClient::Arm() {
 }
 
 // Gives up the mutex while it waits for datagrams, at most until endUs; false: that has passed. Not for long,
-// as another thread may take what is waited for. m_epoll also tells of calls that only Process() may deliver.
+// as another thread may take what is waited for. m_readiness also tells of calls that only Process() may
+// deliver.
 bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   constexpr uint64_t kLongestUs = 20 * kMs;
   const uint64_t now = NowUs();

@@ -16,8 +16,8 @@ struct _SYSTEMTIME {};
 // The sink of LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
 // the daily file and the console (where Open asked for them), to the syslog server and into a ring of the
 // most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Without
-// watchers nothing is allocated once the ring is full of messages of the usual length. No failure to write or
-// send is reported.
+// watchers nothing is allocated once the ring is full of messages of the usual length. Of failures to write
+// or send only that of SyncLog is reported.
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
@@ -64,9 +64,8 @@ class DailyLog2 : public IDailyLog2 {
   bool EnableSyslog(const char* host, unsigned short localPort) override;
   void DisableSyslog() override;
   void Log(ELogMessageType type, const char* module, const char* text) override;
-  // Replaces the sync file as a whole, with its permissions kept: a reader that opens the path finds the old
-  // version or the new one, and one that holds the old version open keeps that. Anything but a regular file
-  // at the path (a link as well) and a file that cannot be written are left alone.
+  // Replaces the sync file as a whole, see AtomicFile::CommitAsOwn: a reader that opens the path finds the
+  // old version or the new one, and one that holds the old version open keeps that. A failure is logged.
   void SyncLog() override;
   // Removes what an earlier process left that was killed within SyncLog().
   void RemoveLeftovers();
