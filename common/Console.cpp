@@ -100,7 +100,7 @@ void Console::WriteLine(const iovec* pieces, int count) {
 void Console::NeverWaitOnThisThread(const char* module) {
   s_module = module;
   t_neverWaits = true;
-  pthread_atfork(nullptr, nullptr, [] { s_dropped = 0; });
+  pthread_atfork(nullptr, nullptr, [] { s_dropped = s_isTorn = false; });
   // A file has a position, which a second description would not share.
   if (lseek(STDOUT_FILENO, 0, SEEK_CUR) >= 0) return;
   const int own = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
