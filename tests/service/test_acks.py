@@ -61,9 +61,9 @@ class Acks(ServiceTest):
                                       (b"c", 3, b"WithAck c 4 SyncVar"), (b"c", 3, b"Nonsense"), (b"c", 4, b"''"),
                                       (b"c", 5, UNPARSABLE), (b"c", 5, UNPARSABLE), (b"c", 7, UNPARSABLE),
                                       (b"c", 6, b"x " * 40), (b"c", 7, b"SyncVar"), (b"d", 2, UNPARSABLE),
-                                      (b"d", 1, b"`open")),
+                                      (b"d", 1, b"`open"), (b"d", 2, b"SyncLog `open")),
                          ["c 1 1 1", "c 2 2 2", "c 3 3 3", "c 3 3 3", "c 4 4 4", "c 5 5 5", "c 5 5 5", "c 5 7 5",
-                          "c 6 6 6", "c 7 7 6", "d 0 2 0", "d 1 1 1"])
+                          "c 6 6 6", "c 7 7 6", "d 0 2 0", "d 1 1 1", "d 2 2 2"])
         ip, port = self.asker.name
         said = [text.partition(" -> 0x")[0] for text in self.running.texts() if "Error(" in text]
         self.assertEqual(said[:6], [f"Syslog.Trace: ERROR: OnDispatchError(WithAck {ip}:{port},c {call})" for call in (
