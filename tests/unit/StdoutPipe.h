@@ -1,20 +1,19 @@
-// Puts a pipe, a terminal or a socket in the place of standard output while it lives.
+// Puts a pipe, or a socket, in the place of standard output while it lives.
 #pragma once
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <termios.h>
 
 #include "tests/unit/Test.h"
 
 class StdoutPipe {
  public:
-  enum Kind { kPipe, kTerminal, kSocket };
-
-  explicit StdoutPipe(Kind kind = kPipe) {
+  // A socket cannot be opened again by way of /proc.
+  explicit StdoutPipe(bool isSocket = false) {
     int ends[2];
-    if (!Open(kind, ends)) abort();
+    if ((isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) : pipe2(ends, O_CLOEXEC)) != 0)
+      abort();
     fflush(stdout);  // what the test runner has printed
     m_reader = ends[0];
     m_saved = dup(STDOUT_FILENO);
@@ -41,38 +40,15 @@ class StdoutPipe {
     return all;
   }
 
-  // Lets nothing more in until Resume, as if the reader did not read.
-  void Stop() {
-    if (isatty(STDOUT_FILENO) != 0) {
-      tcflow(STDOUT_FILENO, TCOOFF);  // one that is full may get room again without a reader
-      return;
-    }
+  // Leaves no room until Read, as if the reader did not read.
+  static void Fill() {
     const int flags = fcntl(STDOUT_FILENO, F_GETFL);
     fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
     while (write(STDOUT_FILENO, "#", 1) == 1) continue;
     fcntl(STDOUT_FILENO, F_SETFL, flags);
   }
 
-  void Resume() {
-    if (isatty(STDOUT_FILENO) != 0)
-      tcflow(STDOUT_FILENO, TCOON);
-    else
-      Read();
-  }
-
  private:
-  static bool Open(Kind kind, int (&ends)[2]) {
-    if (kind == kPipe) return pipe2(ends, O_CLOEXEC) == 0;
-    if (kind == kSocket) return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0;
-    ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (grantpt(ends[0]) != 0 || unlockpt(ends[0]) != 0) return false;
-    ends[1] = open(ptsname(ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios raw;
-    if (tcgetattr(ends[1], &raw) != 0) return false;
-    cfmakeraw(&raw);
-    return tcsetattr(ends[1], TCSANOW, &raw) == 0;
-  }
-
   int m_reader;
   int m_saved;
 };
