@@ -46,7 +46,7 @@ step_with() {
   fi
 }
 
-build() { cmake --preset "$1" -DVELK_WERROR="${CI:-OFF}" -DVELK_BUILD_TESTS=ON && cmake --build --preset "$1"; }
+build() { cmake --preset "$1" -DVELK_WERROR="${CI:-OFF}" -DVELK_BUILD_TESTS=ON && cmake --build "$(folder "$1")"; }
 folder() { if [ "$1" = release ]; then echo build; else echo "build-$1"; fi; }
 unit() { "$(folder "$1")/tests/unit_tests" --gtest_brief=1; }
 service() {
@@ -54,10 +54,9 @@ service() {
   [ "$1" != release ] || [ ! -x build/collectors/syslog-ng ] || more=(--collectors build/collectors)
   python3 tests/service/run.py --binary "$(folder "$1")/syslog" "${more[@]}"
 }
-sources() { git ls-files '*.h' '*.cpp' '*.c'; }
 
 tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "rsyslog and syslog-ng are not to be had: their tests are left out"
-step "format" bash -c "$(declare -f sources); sources | xargs clang-format --dry-run --Werror"
+step "format" bash -c "tools/sources.sh .h .cpp .c | xargs clang-format --dry-run --Werror"
 step "layers" python3 tests/layers.py
 for preset in release asan tsan; do
   step "build $preset" build $preset
@@ -72,13 +71,13 @@ step_with "busybox-static shellcheck make" "start scripts" packaging/test.sh
 step_with "mandoc" "man pages" mandoc -T lint -W warning man/*
 step_with "mandoc lowdown" "protocol page" tools/protocol.sh check
 step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
-step_with "shellcheck" "shell scripts" bash -c "git ls-files '*.sh' | xargs shellcheck -S warning"
+step_with "shellcheck" "shell scripts" bash -c "tools/sources.sh .sh | xargs shellcheck -S warning"
 step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. --error-exitcode=1 \
   --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common client runtime tools
 # The locks that common/Mutex.h lets the code name.
 step_with "clang" "locks" clang++ -std=c++17 -I. -fsyntax-only -Wthread-safety -Werror app/*.cpp common/*.cpp client/*.cpp
 # The release is compiled by GCC: an option that clang does not have is no fault, not even where warnings are errors.
-step "clang-tidy" bash -c "git ls-files 'app/*.cpp' 'common/*.cpp' 'runtime/*.cpp' 'client/*.cpp' 'tools/*.cpp' |
+step "clang-tidy" bash -c "tools/sources.sh .cpp | grep -E '^(app|common|runtime|client|tools)/' |
   xargs -P 2 -n 4 clang-tidy -p build --quiet --extra-arg=-Wno-ignored-optimization-argument"
 
 [ ${#failures[@]} -eq 0 ] || printf 'Failed: %s\n' "${failures[@]}"

@@ -7,8 +7,7 @@ trap 'rm -rf "$work"' EXIT
 
 build() {  # FOLDER TIME
   mkdir -p "$work/$1"
-  git ls-files -z --cached --others --exclude-standard | xargs -0 ls -d 2>/dev/null | tar -c -T - --mtime="$2" |
-    tar -x -C "$work/$1"
+  tools/sources.sh "" | tar -c -T - --mtime="$2" | tar -x -C "$work/$1"
   cmake -S "$work/$1" -B "$work/$1/out" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELK_BUILD_TESTS=OFF >"$work/log"
   cmake --build "$work/$1/out" >>"$work/log" || { cat "$work/log"; exit 1; }
 }

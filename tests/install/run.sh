@@ -32,9 +32,25 @@ strict="-Wall -Wextra -Wpedantic -Werror"
 }
 for program in c cpp c_static no_memory; do "$work/$program"; echo "  $program: ok"; done
 
-echo "With find_package:"
-cmake -S "$here" -B "$work/user" -DCMAKE_PREFIX_PATH="$root" >>"$work/log" && cmake --build "$work/user" >>"$work/log"
-for program in c_velk c_velk_static cpp_velk cpp_velk_static; do "$work/user/$program"; echo "  $program: ok"; done
+sed -n '/^```cpp$/,/^```$/{//!p}' "$here/../../README.md" >"$work/own_log.cpp"
+use() {  # NAME CMAKE-OPTION...
+  folder=$work/$1
+  shift
+  { cmake -S "$here" -B "$folder" -G Ninja -DVELK_OWN_LOG="$work/own_log.cpp" "$@" && cmake --build "$folder"; } \
+    >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+  for program in c_velk c_velk_static cpp_velk cpp_velk_static; do "$folder/$program"; done
+  [ -z "$(ldd "$folder/own_log" | grep velk)" ] && "$folder/own_log" | grep -q "mydaemon.Info: Up and running"
+}
+for compilers in "gcc g++" "clang clang++"; do
+  command -v "${compilers#* }" >/dev/null || { echo "left out: ${compilers#* }: not installed"; continue; }
+  choice="-DCMAKE_C_COMPILER=${compilers% *} -DCMAKE_CXX_COMPILER=${compilers#* }"
+  # shellcheck disable=SC2086  # a list of words
+  {
+    use "find_package-${compilers#* }" $choice -DCMAKE_PREFIX_PATH="$root"
+    use "add_subdirectory-${compilers#* }" $choice -DVELK_TREE="$here/../.."
+  }
+  echo "With find_package and add_subdirectory, ${compilers#* }: ok"
+done
 
 DESTDIR=$work/root cmake --build "$build" --target uninstall >>"$work/log"
 left=$(find "$work/root" ! -type d -o -name '*velk*')
