@@ -4,11 +4,12 @@
 set -eu
 cd "$(dirname "$0")"
 
-tools/install.sh g++ cmake ninja-build python3
+tools/install.sh g++ cmake ninja-build
+echo "Building into build/ (about half a minute the first time) ..."
 cmake --preset release -DVELK_BUILD_TESTS=OFF >/dev/null
-cmake --build --preset release -- --quiet
+cmake --build build --target all log_c log_cpp -- --quiet
 
 echo "Configuration: /flash/conf/kavlune.conf (docs/configuration.md); the service also runs without one."
 echo "Listening on:  UDP port 11001."
-echo "First line:    python3 examples/peer.py \"link down\"   (in another terminal)"
+echo "First line:    build/syslogctl log -l warning -t net \"link down\"   (in another terminal)"
 exec build/syslog "$@"

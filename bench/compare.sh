@@ -10,9 +10,9 @@ tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox mu
 tools/musl.sh "$PWD/build-musl/musl"
 
 cmake --preset release >/dev/null
-cmake --build --preset release --target syslog -- --quiet
+cmake --build build --target syslog -- --quiet
 cmake --preset musl "-DVELK_MUSL=$PWD/build-musl/musl" >/dev/null
-cmake --build --preset musl --target syslog -- --quiet
+cmake --build build-musl --target syslog -- --quiet
 work=build/bench
 mkdir -p $work
 for program in floor load; do gcc -O2 -Wall -Wextra -pthread bench/$program.c -o $work/$program; done

@@ -5,7 +5,7 @@ set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3 valgrind
 cmake --preset release >/dev/null
-cmake --build --preset release --target syslog -- --quiet
+cmake --build build --target syslog -- --quiet
 mkdir -p build/bench
 gcc -O2 -Wall -Wextra bench/load.c -o build/bench/load
 exec unshare --mount --net --pid --fork --mount-proc python3 bench/instructions.py

@@ -8,12 +8,10 @@ if [ "$(id -u)" -ne 0 ]; then
   echo "left out: trying Debian's package: needs root"
   exit 0
 fi
-tools/install.sh g++ cmake ninja-build dpkg-dev lintian debootstrap systemd-container
+tools/install.sh lintian debootstrap systemd-container
 
-cmake --preset deb >/dev/null
-cmake --build --preset deb >/dev/null
 rm -f build-deb/*.deb
-for release in 2 1; do (cd build-deb && cpack -D "CPACK_DEBIAN_PACKAGE_RELEASE=$release" >/dev/null); done
+for release in 2 1; do packaging/deb.sh -D "CPACK_DEBIAN_PACKAGE_RELEASE=$release" >/dev/null; done
 package=$(echo build-deb/velk_*-1_*.deb)
 upgrade=$(echo build-deb/velk_*-2_*.deb)
 lintian --fail-on error "$package"

@@ -18,8 +18,8 @@ names "velk ($version-" packaging/debian/changelog
 names "velk_$version-1_" docs/image.md
 echo "all name version $version"
 
-cmake --preset static >/dev/null
-cmake --build --preset static >/dev/null 2>&1
+cmake --preset release -B build-static -DVELK_STATIC=ON -DVELK_BUILD_TESTS=OFF >/dev/null
+cmake --build build-static >/dev/null 2>&1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 DESTDIR=$work/installed cmake --install build-static --prefix /usr >/dev/null

@@ -31,13 +31,9 @@ memory() {
   ' memory "$1" | awk '/^Rss/{rss += $2} /^Pss:/{pss += $2} END{print rss, pss}'
 }
 
-build() {  # NAME PRESET
-  local options=()
-  if [ "$1" = musl ]; then
-    tools/musl.sh "$PWD/build-musl/musl" || return 1
-    options=("-DVELK_MUSL=$PWD/build-musl/musl")
-  fi
-  cmake --preset "$2" -B "build-$1" -DVELK_WERROR="${CI:-OFF}" "${options[@]}" && cmake --build "build-$1"
+build() {  # NAME PRESET [OPTION...]
+  [ "$1" != musl ] || tools/musl.sh "$PWD/build-musl/musl" || return 1
+  cmake --preset "$2" -B "build-$1" -DVELK_WERROR="${CI:-OFF}" "${@:3}" && cmake --build "build-$1"
 }
 
 # The helpers of the tests are of this machine's ordinary build, the service and its tool of the form.
@@ -70,10 +66,10 @@ row() {
 }
 
 mkdir -p build/logs
-cmake --preset release -DVELK_BUILD_TESTS=ON >/dev/null && cmake --build --preset release >/dev/null || exit 1
-step build static static
+cmake --preset release -DVELK_BUILD_TESTS=ON >/dev/null && cmake --build build >/dev/null || exit 1
+step build static release -DVELK_STATIC=ON -DVELK_BUILD_TESTS=OFF
 step build musl-package musl
-step build musl musl
+step build musl musl "-DVELK_MUSL=$PWD/build-musl/musl"
 limits | sed 's/ /: /2; s/^/left out: /'
 for form in static musl; do step service $form; done
 for form in static musl-package musl; do

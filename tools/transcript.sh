@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 if [ "${1:-}" != inside ]; then
   tools/install.sh g++ cmake ninja-build python3 iproute2 bsdutils >&2
   cmake --preset release >&2
-  cmake --build --preset release --target syslog syslogctl >&2
+  cmake --build build --target syslog syslogctl >&2
   tools/collectors.sh build/collectors >&2
   exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
 fi

@@ -14,7 +14,7 @@ folder=$(cd "$folder" && pwd)
 
 tools/install.sh g++ cmake ninja-build musl-tools
 cmake --preset musl >/dev/null
-cmake --build --preset musl --target syslog syslogctl -- --quiet
+cmake --build build-musl --target syslog syslogctl -- --quiet
 
 if [ ! -e "$folder/packages/bin/busybox" ]; then
   [ "$(apt-cache policy linux-image-cloud-amd64)" ] || apt-get update -qq
