@@ -1,5 +1,6 @@
 """The real rsyslog and syslog-ng, as tools/collectors.sh unpacks them, under the configurations for users."""
 import os
+import resource
 import subprocess
 
 import namespace
@@ -7,6 +8,7 @@ import namespace
 FOLDER = os.path.join(namespace.FILES, "collectors")
 CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
 HOST = "127.0.0.2"  # on one machine the port is taken on all other addresses, by the service that sends from it
+MOST_FILES = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 
 
 def configuration(*names, host=HOST, **changes):
@@ -18,6 +20,7 @@ def configuration(*names, host=HOST, **changes):
     for name in names:
         with open(f"{CONFIGURATIONS}/{name}.conf") as file:
             text += file.read()
+    text = text.replace("disk-buffer(", 'disk-buffer(dir("/tmp/own") ')
     text = text.replace("/var/log/", "/tmp/").replace("/var/spool/rsyslog", "/tmp/own")
     text = text.replace('port="514"', f'address="{host}" port="514"').replace("port(514)", f'ip("{host}") port(514)')
     for old, new in changes.items():
@@ -43,7 +46,8 @@ class Collector:
 
     def start(self):
         with open(self.errors, "a") as errors:
-            self.process = subprocess.Popen(self.command, stdout=errors, stderr=errors)
+            self.process = subprocess.Popen(self.command, stdout=errors, stderr=errors, preexec_fn=lambda:
+                                            resource.setrlimit(resource.RLIMIT_NOFILE, (MOST_FILES, MOST_FILES)))
 
     def stop(self):
         self.process.terminate()
