@@ -1,15 +1,15 @@
 #!/bin/bash
-# Plays a newcomer's first five minutes and prints what the screen shows:
-# tools/transcript.sh >docs/first-five-minutes.txt
-# All of it is a real run, in namespaces of its own; only the pauses in which a person would read are left out.
+# Plays a newcomer's first five minutes and prints what the screen shows; tools/recording.sh keeps it.
+# All of it is a real run, in namespaces of its own. PAUSE: seconds to read what a command has shown.
 set -eu
 cd "$(dirname "$0")/.."
 
 if [ "${1:-}" != inside ]; then
   tools/install.sh g++ cmake ninja-build python3 iproute2 bsdutils >&2
-  cmake --preset release >&2
-  cmake --build build --target syslog syslogctl >&2
+  cmake --preset release >/dev/null
+  cmake --build build --target syslog syslogctl -- --quiet >/dev/null
   tools/collectors.sh build/collectors >&2
+  [ "${1:-}" != build ] || exit 0
   exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
 fi
 
@@ -23,11 +23,12 @@ ip link set lo up
 
 shown=0
 quiet=none
-# What the service has printed since the last time, behind a bar: it runs in a terminal of its own.
+# What the service has printed since the last time, after a bar: it runs in a terminal of its own.
 console() {
   sleep 0.3
   tail -n "+$((shown + 1))" /tmp/console | grep -v "$quiet" | sed 's/^/                                | /' || true
   shown=$(wc -l </tmp/console)
+  sleep "${PAUSE:-0}"
 }
 remark() {
   echo
