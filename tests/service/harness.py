@@ -21,6 +21,7 @@ SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
 PORT = 11001
 SYSLOG_PORT = 514
 DEADLINE = 20.0  # seconds for anything to happen; reached only by a test that fails
+LONGEST = 200  # seconds for a whole test, whatever it waits for
 
 PREFIX = r"\[\d\d:\d\d:\d\d\.\d{3}\]"
 with open(BINARY, "rb") as _binary:
@@ -240,8 +241,14 @@ class ServiceTest(unittest.TestCase):
     started = None
 
     def setUp(self):
+        signal.signal(signal.SIGALRM, self.is_late)
+        signal.alarm(LONGEST)
+        self.addCleanup(signal.alarm, 0)
         self.clear_files()
         self.addCleanup(self.check_nobody_left)
+
+    def is_late(self, *_):
+        raise AssertionError(f"the test has not ended within {LONGEST} s")
 
     def clear_files(self):
         for folder in ("/tmp", "/flash"):
