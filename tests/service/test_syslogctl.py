@@ -45,7 +45,7 @@ class Log(ToolTest):
     def test_words_and_standard_input_arrive_as_they_are(self):
         service = self.service("debug")
         for level, word in [("trace", b"Trace"), ("info", b"Info"), ("warning", b"Warning"), ("error", b"ERROR")]:
-            self.run_tool("log", "-l", level, "-t", "words", level, "-5 %s", "`~'\"")
+            self.run_tool("log", "-l", level, "-t", "words", "--", level, "-5 %s", "`~'\"")
             self.assertEqual(self.module_lines(service, "words")[-1], b"%s: %s -5 %%s `~'\"" % (word, level.encode()))
         self.run_tool("log", "-t", "two", "one\ntwo")
         self.run_tool("log", "-t", "two", "")
@@ -99,7 +99,7 @@ class Commands(ToolTest):
 
         # What the service refuses other peers may know.
         peer = self.peer()
-        said = self.run_tool("call", "Foo", "a b", "it's", "`~", "", "-x", code=NOT_CONFIRMED)[1]
+        said = self.run_tool("call", "--", "Foo", "a b", "it's", "`~", "", "-x", code=NOT_CONFIRMED)[1]
         self.assertIn("refused 1 call:", said)
         heard = until(lambda: next((call for call in iter(peer.receive, None) if b"Foo" in call), None), "the call")
         self.assertRegex(heard, re.escape(peer.cookie) + rb"WithAck \w+ 1 Foo `a b` `it's` `~`~~` `` `-x`$")
@@ -343,7 +343,7 @@ class Trouble(ToolTest):
     def test_wrong_usage_is_told(self):
         for arguments in ([], ["x"], ["-x", "log"], ["log", "--nothing"], ["log", "-l", "loud", "x"], ["log", "-t"],
                           ["log", "-t", "", "x"], ["log", "-t", "x" * 49, "x"], ["log", "--json", "x"],
-                          ["--json", "watch"], ["set", "a"], ["remote"], ["dump", "x"], ["watch", "-n", "0"],
+                          ["--json", "log", "x"], ["set", "a"], ["remote"], ["dump", "x"], ["watch", "-n", "0"],
                           ["ping", "-n", "99999999999999999999"], ["ping", "-i", "0"], ["--timeout", "nan", "dump"],
                           ["-s", "a:0", "dump"], ["-s", "a:70000", "dump"], ["-s", "", "dump"], ["call"],
                           ["call", "a"] + ["b"] * 30, ["remote", "up"], ["remote", "on", "a:514"],

@@ -74,7 +74,10 @@ int Logger::LogLine(const char* text, size_t length) {
   m_text.Empty();
   AppendWithoutNul(m_text, text, length);
   ++m_lines;
-  return m_session.SendLine(m_options.level, m_options.module, m_text.Str());
+  const auto level =
+      m_options.level != Options::kNoLevel ? static_cast<ELogMessageType>(m_options.level) : Info;
+  return m_session.SendLine(level, m_options.module != nullptr ? m_options.module : "syslogctl",
+                            m_text.Str());
 }
 
 int Logger::LogWords() {

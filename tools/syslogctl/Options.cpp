@@ -3,35 +3,25 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <getopt.h>
+#include <limits.h>
 #include <poll.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#define SYSLOG_NAMES  // for prioritynames
+#include <syslog.h>
 #include <unistd.h>
 
 #include "common/InetAddress2.h"
 #include "common/Timer64x.h"
+#include "tools/syslogctl/SyslogLine.h"
 
 namespace Ctl {
 namespace {
 
-// One screen: 24 lines of 80 characters.
-constexpr char kHelp[] =
-    "Usage: syslogctl [OPTION]... COMMAND [ARGUMENT]...\n"
-    "\n"
-    "  log [-l LEVEL] [-t MODULE] [TEXT...]\n"
-    "                     logs TEXT, or each line of standard input; LEVEL is info,\n"
-    "                     warning, error or trace\n"
-    "  set NAME VALUE     sets a configuration variable, until the service restarts\n"
-    "  remote on HOST     forwards the log to the syslog server HOST\n"
-    "  remote off         stops that\n"
-    "  dump               prints the last 500 lines (on the service's machine)\n"
-    "  watch [--json] [-n COUNT]         prints what all programs call\n"
-    "  ping [-n COUNT] [-i SECONDS]      measures how fast calls are answered\n"
-    "  call NAME [ARGUMENT...]           makes any call\n"
-    "  bridge [--socket PATH] [--kmsg]   logs what programs write to /dev/log, and\n"
-    "                                    with --kmsg what the kernel says\n"
+// With a line for each command, one screen: 24 lines of 80 characters.
+constexpr char kCommonOptions[] =
     "\n"
     "  -s, --server HOST[:PORT]   where the service is; else 127.0.0.1:11001\n"
     "      --password-file FILE   its first line is the password; else the usual one\n"
@@ -45,7 +35,7 @@ constexpr char kHelp[] =
 enum LongOnly { kPasswordFile = 256, kTimeout };
 
 // All commands' options in one table; a command's allowed letters say which are its own.
-constexpr char kShortOptions[] = "+:s:qhVl:t:n:i:";
+constexpr char kShortOptions[] = "+:s:qhVl:t:n:c:i:f";  // "+": up to the first word only
 const option kLongOptions[] = {
     {"server", required_argument, nullptr, 's'},
     {"password-file", required_argument, nullptr, kPasswordFile},
@@ -57,6 +47,8 @@ const option kLongOptions[] = {
     {"tag", required_argument, nullptr, 't'},
     {"confirm", no_argument, nullptr, 'C'},
     {"json", no_argument, nullptr, 'J'},
+    {"all", no_argument, nullptr, 'A'},
+    {"follow", no_argument, nullptr, 'f'},
     {"count", required_argument, nullptr, 'n'},
     {"interval", required_argument, nullptr, 'i'},
     {"socket", required_argument, nullptr, 'S'},
@@ -172,14 +164,22 @@ bool SetCount(const char* text, Options* options) {
   return Refuse("'%s' is no count: 1 or more", text);
 }
 
+// Also the names and numbers of syslog(3), as <syslog.h> has them.
 bool SetLevel(const char* text, Options* options) {
-  static const char* const kNames[] = {"trace", "info", "warning", "error"};
-  for (int level = Trace; level <= Error; ++level) {
-    if (strcmp(text, kNames[level]) != 0) continue;
-    options->level = static_cast<ELogMessageType>(level);
+  if (strcmp(text, "trace") == 0) {
+    options->level = Trace;
     return true;
   }
-  return Refuse("'%s' is no level: info, warning, error or trace", text);
+  const bool isNumber = *text >= '0' && *text <= '7' && text[1] == '\0';
+  int severity = isNumber ? *text - '0' : INTERNAL_NOPRI;
+  for (const CODE* entry = prioritynames; entry->c_name != nullptr; ++entry) {
+    if (strcmp(text, entry->c_name) == 0) severity = entry->c_val;
+  }
+  if (severity == INTERNAL_NOPRI) {
+    return Refuse("'%s' is no level: trace, info, warning, error, or a name or number of syslog(3)", text);
+  }
+  options->level = TypeOfSeverity(static_cast<unsigned>(severity));
+  return true;
 }
 
 bool SetModule(const char* text, Options* options) {
@@ -221,6 +221,10 @@ bool Apply(int letter, const char* value, Options* options) {
       return true;  // log always confirms now; scripts still say so
     case 'J':
       return options->json = true;
+    case 'A':
+      return options->all = true;
+    case 'f':
+      return options->follow = true;
     default:  // 'K'
       return options->kmsg = true;
   }
@@ -234,65 +238,122 @@ const char* LongName(int letter) {
 
 enum Outcome { kGoOn, kEndWell, kEndBadly };
 
-Outcome EndAfter(const char* text) {
-  if (fputs(text, stdout) >= 0 && fflush(stdout) == 0) return kEndWell;
+Outcome EndWritten() {
+  if (fflush(stdout) == 0 && ferror(stdout) == 0) return kEndWell;
   Say("cannot write to standard output: %s", strerror(errno));
   return kEndBadly;
 }
 
-// The options up to the first word. own: letters that are allowed beside the common ones; null: the command
-// isn't known yet.
-Outcome ParseOptions(int argc, char** argv, const Command* command, Options* options) {
-  optind = 0;  // restarts it, in every C library for Linux
-  opterr = 0;
-  int letter;
-  while ((letter = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
-    if (letter == 'h') return EndAfter(kHelp);
-    if (letter == 'V') return EndAfter("syslogctl " VELK_VERSION "\n");
-    if (letter == '?' || letter == ':') {
-      Refuse(letter == '?' ? "unknown option '%s'" : "option '%s' needs a value", argv[optind - 1]);
-      return kEndBadly;
-    }
-    const bool isCommon = letter == 's' || letter == 'q' || letter >= kPasswordFile;
-    if (!isCommon && (command == nullptr || strchr(command->allowed, letter) == nullptr)) {
-      Refuse("option --%s is not one of %s", LongName(letter),
-             command != nullptr ? command->name : "all commands: write it after its command");
-      return kEndBadly;
-    }
-    if (!Apply(letter, optarg, options)) return kEndBadly;
-  }
-  return kGoOn;
+Outcome PrintHelp(const Command* commands) {
+  printf("Usage: syslogctl COMMAND [OPTION]... [ARGUMENT]...\n\n");
+  for (; commands->name != nullptr; ++commands) printf("  %-8s %s\n", commands->name, commands->summary);
+  printf("  help     COMMAND: says more about it\n%s", kCommonOptions);
+  return EndWritten();
+}
+
+Outcome PrintHelpOf(const Command& command) {
+  printf("Usage: syslogctl %s %s\n\nIt %s.\n%s\nOptions of all commands: syslogctl help\n", command.name,
+         command.form, command.summary, command.details);
+  return EndWritten();
 }
 
 const Command* FindCommand(const Command* commands, const char* name) {
   while (commands->name != nullptr && strcmp(commands->name, name) != 0) ++commands;
-  return commands->name != nullptr ? commands : nullptr;
+  if (commands->name != nullptr) return commands;
+  Refuse("unknown command '%s'", name);
+  return nullptr;
 }
 
-Outcome Parse(int argc, char** argv, const Command* commands, Options* options, const Command** command) {
-  *command = nullptr;
-  Outcome outcome = ParseOptions(argc, argv, nullptr, options);
+class Parser {
+ public:
+  Parser(const Command* commands, Options* options) : m_commands(commands), m_options(options) {}
+
+  Outcome Parse(int argc, char** argv, const Command** command);
+
+ private:
+  Outcome ParseOptions(int argc, char** argv, const char* letters);
+  Outcome Help(const char* name);
+  bool AreAllowed(const Command& command) const;
+
+  const Command* m_commands;
+  Options* m_options;
+  bool m_isHelp = false;
+  bool m_given[CHAR_MAX + 1] = {};  // by letter
+};
+
+// optopt is the letter, but 0 where a long option is unknown.
+Outcome RefuseOption(int problem, const char* word) {
+  const char letter[] = {'-', static_cast<char>(optopt), '\0'};
+  const char* const name = optopt == 0 || LongName(optopt) != nullptr ? word : letter;
+  if (problem == ':') {
+    Refuse("option '%s' needs a value", name);
+  } else {
+    Refuse("unknown option '%s'; words that begin with a dash go after --", name);
+  }
+  return kEndBadly;
+}
+
+Outcome Parser::ParseOptions(int argc, char** argv, const char* letters) {
+  optind = 0;  // restarts it, in every C library for Linux
+  opterr = 0;
+  int letter;
+  while ((letter = getopt_long(argc, argv, letters, kLongOptions, nullptr)) != -1) {
+    if (letter == 'V') {
+      fputs("syslogctl " VELK_VERSION "\n", stdout);
+      return EndWritten();
+    }
+    if (letter == '?' || letter == ':') return RefuseOption(letter, argv[optind - 1]);
+    if (letter == 'c') letter = 'n';  // as ping(8) has it
+    if (letter == 'h') {
+      m_isHelp = true;
+    } else if (!Apply(letter, optarg, m_options)) {
+      return kEndBadly;
+    }
+    if (letter <= CHAR_MAX) m_given[letter] = true;
+  }
+  return kGoOn;
+}
+
+bool Parser::AreAllowed(const Command& command) const {
+  constexpr char kCommon[] = "sqh";
+  for (int letter = 1; letter <= CHAR_MAX; ++letter) {
+    if (!m_given[letter] || strchr(kCommon, letter) != nullptr || strchr(command.allowed, letter) != nullptr)
+      continue;
+    return Refuse("option --%s is not one of %s", LongName(letter), command.name);
+  }
+  return true;
+}
+
+// name: null, or of a command.
+Outcome Parser::Help(const char* name) {
+  if (name == nullptr || strcmp(name, "help") == 0) return PrintHelp(m_commands);
+  const Command* const command = FindCommand(m_commands, name);
+  return command != nullptr ? PrintHelpOf(*command) : kEndBadly;
+}
+
+Outcome Parser::Parse(int argc, char** argv, const Command** command) {
+  Outcome outcome = ParseOptions(argc, argv, kShortOptions);
   if (outcome != kGoOn) return outcome;
   argc -= optind;
   argv += optind;
-  if (argc == 0) {
+  if (argc == 0 && !m_isHelp) {
     Refuse("a command is missing");
     return kEndBadly;
   }
-  *command = FindCommand(commands, argv[0]);
-  if (*command == nullptr) {
-    Refuse("unknown command '%s'", argv[0]);
-    return kEndBadly;
-  }
-  outcome = ParseOptions(argc, argv, *command, options);
+  // The command takes the place of the program's name, which getopt(3) skips.
+  outcome = argc != 0 ? ParseOptions(argc, argv, kShortOptions + 1) : kGoOn;
   if (outcome != kGoOn) return outcome;
-  options->words = argv + optind;
-  options->wordCount = argc - optind;
-  if (options->wordCount < (*command)->minWords || options->wordCount > (*command)->maxWords) {
+  if (argc == 0 || strcmp(argv[0], "help") == 0) return Help(argc != 0 ? argv[optind] : nullptr);
+  if (m_isHelp) return Help(argv[0]);
+  *command = FindCommand(m_commands, argv[0]);
+  if (*command == nullptr || !AreAllowed(**command)) return kEndBadly;
+  m_options->words = argv + optind;
+  m_options->wordCount = argc - optind;
+  if (m_options->wordCount < (*command)->minWords || m_options->wordCount > (*command)->maxWords) {
     Refuse("usage: syslogctl %s %s", (*command)->name, (*command)->form);
     return kEndBadly;
   }
-  return options->passwordFile == nullptr || ReadPassword(options) ? kGoOn : kEndBadly;
+  return m_options->passwordFile == nullptr || ReadPassword(m_options) ? kGoOn : kEndBadly;
 }
 
 }  // namespace
@@ -300,7 +361,7 @@ Outcome Parse(int argc, char** argv, const Command* commands, Options* options, 
 const Command* ParseCommandLine(int argc, char** argv, const Command* commands, Options* options,
                                 int* exitValue) {
   const Command* command = nullptr;
-  const Outcome outcome = Parse(argc, argv, commands, options, &command);
+  const Outcome outcome = Parser(commands, options).Parse(argc, argv, &command);
   *exitValue = outcome == kEndWell ? kDone : kUsage;
   return outcome == kGoOn ? command : nullptr;
 }

@@ -26,13 +26,16 @@ struct Options {
   unsigned timeoutMs = 5000;
   bool quiet = false;
 
-  ELogMessageType level = Info;      // log
-  const char* module = "syslogctl";  // log
-  bool json = false;                 // watch
-  unsigned long count = 0;           // watch, ping; 0: no end
-  unsigned intervalMs = 1000;        // ping
-  const char* socket = "/dev/log";   // bridge
-  bool kmsg = false;                 // bridge
+  static constexpr int kNoLevel = -1;
+  int level = kNoLevel;             // log: an ELogMessageType; dump, watch: the least that is shown
+  const char* module = nullptr;     // log; dump, watch: the only one that is shown
+  bool json = false;                // dump, watch
+  bool all = false;                 // dump
+  bool follow = false;              // dump
+  unsigned long count = 0;          // dump, watch, ping; 0: all of them
+  unsigned intervalMs = 1000;       // ping
+  const char* socket = "/dev/log";  // bridge
+  bool kmsg = false;                // bridge
 
   // What follows the options; words[wordCount] is null.
   char** words = nullptr;
@@ -44,7 +47,9 @@ struct Command {
   const char* allowed;  // short names of its own options
   int minWords;
   int maxWords;
-  const char* form;  // its words, for messages
+  const char* form;  // its options and words
+  const char* summary;
+  const char* details;  // whole lines, as "syslogctl help" prints them
   int (*run)(const Options& options);
 };
 

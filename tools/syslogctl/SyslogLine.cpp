@@ -89,11 +89,6 @@ void SetModule(SyslogLine& line, const RecordPart& name) {
   snprintf(line.module, sizeof line.module, isMarked ? "local[%s]" : "%s", clean);
 }
 
-ELogMessageType TypeOf(unsigned priority) {
-  static const ELogMessageType kTypes[] = {Error, Error, Error, Error, Warning, Info, Info, Trace};
-  return kTypes[priority & 7];
-}
-
 const char* FacilityName(unsigned priority) {
   static const char* const kNames[] = {"kernel", "user",   "mail",   "daemon", "auth",     "syslog",
                                        "lpr",    "news",   "uucp",   "cron",   "authpriv", "ftp",
@@ -238,7 +233,7 @@ bool TakeRfc5424(Scan& scan, SyslogLine& line) {
 
 SyslogLine MakeLine(unsigned priority) {
   SyslogLine line{};
-  line.type = TypeOf(priority);
+  line.type = TypeOfSeverity(priority & kMaxSeverity);
   const char* const facility = FacilityName(priority);
   SetModule(line, {facility, strlen(facility)});
   return line;
@@ -249,6 +244,11 @@ void TakeText(const Scan& scan, SyslogLine& line) {
 }
 
 }  // namespace
+
+ELogMessageType TypeOfSeverity(unsigned severity) {
+  static const ELogMessageType kTypes[] = {Error, Error, Error, Error, Warning, Info, Info, Trace};
+  return kTypes[severity];
+}
 
 SyslogLine ParseSyslog(const char* record, size_t length) {
   while (length > 0 && (record[length - 1] == '\n' || record[length - 1] == '\0')) --length;

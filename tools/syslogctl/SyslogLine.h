@@ -8,6 +8,9 @@
 
 namespace Ctl {
 
+// The service's type for a severity of syslog(3), 0 to 7.
+ELogMessageType TypeOfSeverity(unsigned severity);
+
 // A part of a record; length 0: it is missing.
 struct RecordPart {
   const char* begin;

@@ -15,15 +15,37 @@ constexpr int kMostArguments = 29;
 static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service reads as many as are sent");
 
 const Ctl::Command kCommands[] = {
-    {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]", Ctl::RunLog},
-    {"set", "", 2, 2, "NAME VALUE", Ctl::RunSet},
-    {"remote", "", 1, 2, "on HOST, or: syslogctl remote off", Ctl::RunRemote},
-    {"dump", "", 0, 0, "(no arguments)", Ctl::RunDump},
-    {"watch", "Jn", 0, 0, "[--json] [-n COUNT]", Ctl::RunWatch},
-    {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", Ctl::RunPing},
-    {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...], at most 29 arguments", Ctl::RunCall},
-    {"bridge", "SK", 0, 0, "[--socket PATH] [--kmsg]", Ctl::RunBridge},
-    {nullptr, nullptr, 0, 0, nullptr, nullptr},
+    {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]",
+     "logs TEXT, or each line of standard input",
+     "\n"
+     "  -l, --level LEVEL   trace, info (the default), warning or error; also a name or\n"
+     "                      number of syslog(3): 7 is trace, 5 and 6 info, 4 warning,\n"
+     "                      3 to 0 error\n"
+     "  -t, --tag MODULE    the line's module; else syslogctl\n",
+     Ctl::RunLog},
+    {"set", "", 2, 2, "NAME VALUE", "sets a configuration variable, until the service restarts",
+     "By itself this has no effect; to switch forwarding use remote.\n", Ctl::RunSet},
+    {"remote", "", 1, 2, "on HOST | off", "forwards the log to the syslog server HOST, or stops that",
+     "It lasts until the service restarts, which does what its configuration says.\n", Ctl::RunRemote},
+    {"dump", "", 0, 0, "", "prints the last 500 lines (on the service's machine)", "", Ctl::RunDump},
+    {"watch", "Jn", 0, 0, "[--json] [-n COUNT]", "prints what all programs call",
+     "\n"
+     "  -n, --count COUNT   ends after so many calls\n"
+     "      --json          one JSON object a line\n",
+     Ctl::RunWatch},
+    {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", "measures how fast calls are answered",
+     "\n"
+     "  -n, -c, --count COUNT    ends after so many calls; else when interrupted\n"
+     "  -i, --interval SECONDS   from one call to the next; else 1\n",
+     Ctl::RunPing},
+    {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...]", "makes any call, with at most 29 arguments",
+     "Arguments that begin with a dash go after --.\n", Ctl::RunCall},
+    {"bridge", "SK", 0, 0, "[--socket PATH] [--kmsg]", "logs what programs write to /dev/log",
+     "\n"
+     "      --socket PATH   in place of /dev/log\n"
+     "      --kmsg          logs also what the kernel says\n",
+     Ctl::RunBridge},
+    {nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
 // A standard descriptor that is closed would be given to the next socket. Opened the wrong way round it stays
