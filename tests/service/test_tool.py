@@ -1,7 +1,11 @@
 """syslogctl as its user expects it: options anywhere, a log that can be followed, what is wrong and where."""
-import subprocess
+import json
+import os
+import pty
+import signal
 
-from test_syslogctl import DONE, USAGE, ToolTest
+from harness import until
+from test_syslogctl import DONE, NOT_CONFIRMED, USAGE, ToolTest
 
 
 class CommandLine(ToolTest):
@@ -26,3 +30,66 @@ class CommandLine(ToolTest):
             said = self.run_tool(*ways)[0]
             self.assertTrue("--level" in said and "--json" not in said, said)
         self.run_tool("help", "nothing", code=USAGE)
+
+
+class Dump(ToolTest):
+    def test_shows_what_was_asked_for(self):
+        self.service("debug")
+        peer = self.peer()
+        self.run_tool("log", "first")
+        lines = self.run_tool("dump")[0].splitlines()
+        self.assertFalse([line for line in lines if "srv wrote" in line or "cookie" in line or "SyncLog" in line])
+        for kind, module, text in [(3, b"a.b", b"\xff\"\\\x1b[31m\n"), (1, b"net", b"up\ndown\n"), (2, b"net", b"slow\n")]:
+            peer.log(text, kind, module)
+        self.run_tool("log", "done", "-t", "last")
+        self.assertEqual([line.rpartition("] ")[2] for line in self.run_tool("dump", "-n", "3")[0].splitlines()],
+                         ["net.Info: up", "down", "net.Warning: slow", "last.Info: done"])
+        self.assertIn("srv wrote", self.run_tool("dump", "--all", "-t", "Syslog")[0])
+        rows = [json.loads(row) for row in self.run_tool("dump", "--json", "-l", "warning")[0].splitlines()]
+        for row in rows:
+            self.assertRegex(row.pop("time"), r"^\d\d:\d\d:\d\d\.\d{3}$")
+        self.assertEqual(rows, [{"level": "error", "module": "a.b", "text": "\ufffd\"\\\x1b[31m"},
+                                {"level": "warning", "module": "net", "text": "slow"}])
+        rows = [json.loads(row) for row in self.run_tool("dump", "--json", "-t", "net")[0].splitlines()]
+        self.assertEqual([row["text"] for row in rows], ["up\ndown", "slow"])
+        ours, terminal = pty.openpty()
+        self.run_tool("dump", "-t", "a.b", stdout=terminal)
+        self.assertTrue(os.read(ours, 1000).endswith(b'a.b.Error: \\xff"\\\\x1b[31m\r\n'))
+
+    def test_follows_without_a_gap_or_a_repeat(self):
+        service = self.service()
+        peer = self.peer()
+        peer.log(b"0\n", module=b"n")
+        service.fence(peer)
+        tool = self.start_tool("dump", "-f", "-t", "n", text=True)
+        follow = lambda: tool.stdout.readline()[15:]
+        self.assertEqual(follow(), "n.Info: 0\n")
+        for number in range(1, 900):
+            peer.log(b"%d\n" % number, module=b"n")
+            if number % 300 == 0:
+                for shown in range(number - 299, number + 1):
+                    self.assertEqual(follow(), f"n.Info: {shown}\n")
+        for shown in range(601, 900):
+            self.assertEqual(follow(), f"n.Info: {shown}\n")
+        service.kill_child()
+        peer = self.peer()
+        peer.log(b"again\n", module=b"n")
+        self.assertEqual(follow(), "n.Info: again\n")
+        for number in range(600):
+            peer.log(b"%d\n" % number, module=b"n")
+        until(lambda: follow() == "n.Info: 599\n", "the last line")
+        tool.send_signal(signal.SIGINT)
+        said = tool.communicate(timeout=20)[1]
+        self.assertEqual((tool.returncode, "was restarted" in said, "than the service keeps" in said), (DONE, True, True), said)
+
+    def test_says_why_there_is_nothing(self):
+        self.service()
+        self.run_tool("log", "x")
+        os.system("mount -t tmpfs -o size=4k none /tmp && head -c 4096 /dev/zero >/tmp/full")
+        try:
+            said = self.run_tool("dump", code=NOT_CONFIRMED)[1]
+        finally:
+            os.system("umount /tmp")
+        self.assertIn("is full", said)
+        tool = self.start_tool("dump", "-t", "none", text=True)
+        self.assertIn("no such line", tool.communicate(timeout=20)[1])

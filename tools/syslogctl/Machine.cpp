@@ -1,8 +1,11 @@
 #include "tools/syslogctl/Machine.h"
 
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 
 #include "common/InetAddress2.h"
+#include "common/ServiceNames.h"
 #include "common/UdpSocket3.h"
 
 namespace Ctl {
@@ -19,6 +22,11 @@ bool IsThisMachine(const char* server) {
   address.SetAddress(static_cast<long>(address.GetIP()), 0);
   UdpSocket3 socket;
   return socket.Open() && socket.BindAddress(address);
+}
+
+unsigned short PortOf(const char* server) {
+  const char* const colon = strchr(server, ':');
+  return colon != nullptr ? static_cast<unsigned short>(atoi(colon + 1)) : Velk::kServicePort;
 }
 
 bool FindOwnerOfPort(unsigned short port, unsigned* user) {

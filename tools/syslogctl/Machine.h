@@ -6,6 +6,9 @@ namespace Ctl {
 // The server, "host" or "host:port", is an address of this machine.
 bool IsThisMachine(const char* server);
 
+// Its port.
+unsigned short PortOf(const char* server);
+
 // The user whose program has a UDP port of this machine. False: there is none, or /proc does not say.
 bool FindOwnerOfPort(unsigned short port, unsigned* user);
 

@@ -1,10 +1,9 @@
 // Tool layer: syslogctl ping.
-#include <errno.h>
 #include <stdio.h>
-#include <string.h>
 
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/Session.h"
+#include "tools/syslogctl/Shown.h"
 
 namespace Ctl {
 namespace {
@@ -123,10 +122,7 @@ int RunPing(const Options& options) {
   Pinger pinger(options, session);
   result = pinger.Run();
   pinger.Result().Print(options.server, (NowUs() - joined) / 1000);
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-    Say("cannot write to standard output: %s", strerror(errno));
-    return kUsage;
-  }
+  if (!FlushOutput()) return kUsage;
   if (result != kDone) return result;
   return pinger.Result().Answered() != 0 ? kDone : kNotConfirmed;
 }

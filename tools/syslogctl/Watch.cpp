@@ -1,5 +1,4 @@
 // Tool layer: syslogctl watch.
-#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -14,25 +13,11 @@
 #include "common/TimeStamp.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/Session.h"
+#include "tools/syslogctl/Shown.h"
 #include "tools/syslogctl/Text.h"
 
 namespace Ctl {
 namespace {
-
-struct Level {
-  const char* word;   // as the service's console has it
-  const char* name;   // as the tool's options and JSON have it
-  const char* color;  // SGR sequence
-};
-
-const Level& LevelOf(long long type) {
-  static const Level kLevels[] = {
-      {"Trace", "trace", "\033[2m"},      {"Info", "info", ""},
-      {"Warning", "warning", "\033[33m"}, {"ERROR", "error", "\033[1;31m"},
-      {"Nothing", "nothing", "\033[2m"},  // the service drops other types
-  };
-  return kLevels[type >= Trace && type <= Error ? type : Error + 1];
-}
 
 // One heard call.
 struct Heard {
@@ -44,7 +29,8 @@ struct Heard {
   const char* Text(unsigned index) const { return args->GetItem(index)->AsStr(); }
   // The name is the printer's too: a program that has its whole log forwarded says "logmsg".
   bool IsLogLine() const { return strcasecmp(name, "LogMsg") == 0 && Count() == 3; }
-  const Level& LogLevel() const { return LevelOf(args->GetItem(0)->AsInt()); }
+  long long Type() const { return args->GetItem(0)->AsInt(); }
+  const Level& LogLevel() const { return LevelOf(Type()); }
 };
 
 // A listener of the client, called within Process().
@@ -55,15 +41,13 @@ class Printer final : public Velk::GDOBase {
 
   void Call(const char* name, const char* args) override;
   bool IsDone() const { return m_options.count != 0 && m_printed >= m_options.count; }
-  // False: what is printed can no longer be read.
-  bool Flush() { return fflush(stdout) == 0 && ferror(stdout) == 0; }
 
  private:
+  bool IsWanted(const Heard& heard) const;
   void WriteJson(const Heard& heard);
   void WriteTime();
   void WriteLogLine(const Heard& heard);
   void WriteCall(const Heard& heard);
-  void Field(const char* name, const char* value);
 
   const Options& m_options;
   bool m_isColored;
@@ -74,8 +58,9 @@ class Printer final : public Velk::GDOBase {
 
 void Printer::Call(const char* name, const char* args) {
   if (*name == '\0' || strcasecmp(name, "Ack") == 0 || IsDone()) return;
-  ++m_printed;
   const Heard heard{name, args, m_parser.ParseArgs(args) ? m_parser.GetArgs() : nullptr};
+  if (!IsWanted(heard)) return;
+  ++m_printed;
   m_line.Empty();
   if (m_options.json) {
     WriteJson(heard);
@@ -88,11 +73,10 @@ void Printer::Call(const char* name, const char* args) {
   fwrite(m_line.Str(), 1, m_line.Length(), stdout);
 }
 
-void Printer::Field(const char* name, const char* value) {
-  m_line.Append(',');
-  AppendJson(m_line, name);
-  m_line.Append(':');
-  AppendJson(m_line, value);
+// Who asks for a module or a level asks for lines of the log.
+bool Printer::IsWanted(const Heard& heard) const {
+  if (m_options.module == nullptr && m_options.level == Options::kNoLevel) return true;
+  return heard.IsLogLine() && IsShown(m_options, heard.Type(), heard.Text(1), strlen(heard.Text(1)));
 }
 
 void Printer::WriteJson(const Heard& heard) {
@@ -105,9 +89,9 @@ void Printer::WriteJson(const Heard& heard) {
   snprintf(time + length, sizeof time - length, ".%03dZ", static_cast<int>(now.tv_usec / 1000));
   m_line.Append("{\"time\":");
   AppendJson(m_line, time);
-  Field("call", heard.name);
+  AppendField(m_line, "call", heard.name);
   if (heard.args == nullptr) {
-    Field("unreadable", heard.rawArgs);
+    AppendField(m_line, "unreadable", heard.rawArgs);
   } else {
     m_line.Append(",\"args\":[");
     for (unsigned i = 0; i < heard.Count(); ++i) {
@@ -117,9 +101,9 @@ void Printer::WriteJson(const Heard& heard) {
     m_line.Append(']');
   }
   if (heard.IsLogLine()) {
-    Field("level", heard.LogLevel().name);
-    Field("module", heard.Text(1));
-    Field("text", heard.Text(2));
+    AppendField(m_line, "level", heard.LogLevel().name);
+    AppendField(m_line, "module", heard.Text(1));
+    AppendField(m_line, "text", heard.Text(2));
   }
   m_line.Append('}');
 }
@@ -175,9 +159,7 @@ int RunWatch(const Options& options) {
   while (!Session::IsInterrupted() && !printer.IsDone()) {
     session.Wait(Velk::GDQUdpClient::kForever);
     session.TellChanges();
-    if (printer.Flush()) continue;
-    Say("cannot write to standard output: %s", strerror(errno));
-    return kUsage;
+    if (!FlushOutput()) return kUsage;
   }
   return kDone;
 }

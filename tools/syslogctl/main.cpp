@@ -14,6 +14,11 @@ namespace {
 constexpr int kMostArguments = 29;
 static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service reads as many as are sent");
 
+#define SHOWN_OPTIONS                                                             \
+  "  -l, --level LEVEL   only lines of this level and worse ones; see help log\n" \
+  "  -t, --tag MODULE    only lines of this module\n"                             \
+  "      --json          one JSON object a line\n"
+
 const Ctl::Command kCommands[] = {
     {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]",
      "logs TEXT, or each line of standard input",
@@ -27,11 +32,16 @@ const Ctl::Command kCommands[] = {
      "By itself this has no effect; to switch forwarding use remote.\n", Ctl::RunSet},
     {"remote", "", 1, 2, "on HOST | off", "forwards the log to the syslog server HOST, or stops that",
      "It lasts until the service restarts, which does what its configuration says.\n", Ctl::RunRemote},
-    {"dump", "", 0, 0, "", "prints the last 500 lines (on the service's machine)", "", Ctl::RunDump},
-    {"watch", "Jn", 0, 0, "[--json] [-n COUNT]", "prints what all programs call",
+    {"dump", "fnltJA", 0, 0, "[-f] [-n COUNT] [-l LEVEL] [-t MODULE] [--json] [--all]",
+     "prints the last 500 lines (on the service's machine)",
      "\n"
-     "  -n, --count COUNT   ends after so many calls\n"
-     "      --json          one JSON object a line\n",
+     "  -f, --follow        goes on with those that come, looking every second\n"
+     "  -n, --count COUNT   only the last ones\n" SHOWN_OPTIONS
+     "      --all           also what the service logs when a program joins\n",
+     Ctl::RunDump},
+    {"watch", "nltJ", 0, 0, "[-n COUNT] [-l LEVEL] [-t MODULE] [--json]", "prints what all programs call",
+     "\n"
+     "  -n, --count COUNT   ends after so many calls\n" SHOWN_OPTIONS,
      Ctl::RunWatch},
     {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", "measures how fast calls are answered",
      "\n"

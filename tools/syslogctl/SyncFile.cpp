@@ -1,0 +1,158 @@
+#include "tools/syslogctl/SyncFile.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include "common/ServiceNames.h"
+#include "tools/syslogctl/Machine.h"
+
+namespace Ctl {
+
+using Velk::kSyncPath;
+
+namespace {
+
+constexpr size_t kMaxFile = 8 << 20;  // 500 lines of 2 KiB are far below
+
+}  // namespace
+
+SyncFile::Version::Version(const struct stat& status)
+    : device(status.st_dev), inode(status.st_ino), changed(status.st_ctim) {}
+
+bool SyncFile::Version::operator!=(const Version& other) const {
+  return device != other.device || inode != other.inode || changed.tv_sec != other.changed.tv_sec ||
+         changed.tv_nsec != other.changed.tv_nsec;
+}
+
+SyncFile::Version SyncFile::VersionNow() {
+  struct stat status;
+  return lstat(kSyncPath, &status) == 0 ? Version(status) : Version();
+}
+
+SyncFile::~SyncFile() {
+  free(m_bytes);
+}
+
+// False: errno.
+bool SyncFile::Read() {
+  // Any program may have put anything under a name in /tmp.
+  const int fd = open(kSyncPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  if (fd < 0) return false;
+  const bool isRead = ReadOpen(fd);
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return isRead;
+}
+
+bool SyncFile::ReadOpen(int fd) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) return false;
+  if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(kMaxFile)) {
+    errno = EINVAL;
+    return false;
+  }
+  m_version = Version(status);
+  m_owner = status.st_uid;
+  const auto size = static_cast<size_t>(status.st_size);
+  char* const bytes = static_cast<char*>(realloc(m_bytes, size + 1));
+  if (bytes == nullptr) return false;
+  m_bytes = bytes;
+  m_size = 0;
+  while (m_size < size) {
+    const ssize_t count = read(fd, m_bytes + m_size, size - m_size);
+    if (count < 0) return false;
+    if (count == 0) break;
+    m_size += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+namespace {
+
+bool IsDiskFull() {
+  struct statvfs status;
+  return statvfs("/tmp", &status) == 0 && status.f_blocks != 0 &&
+         (status.f_bavail == 0 || status.f_ffree == 0);
+}
+
+// The service has run the call, but there is no new file.
+int ExplainOldFile(bool isThere) {
+  const char* const state = isThere ? "not the log of now" : "not there";
+  struct stat status;
+  if (IsDiskFull()) {
+    Say("%s is %s: its file system is full", kSyncPath, state);
+  } else if (isThere && lstat(kSyncPath, &status) == 0) {
+    Say("%s is %s: the service cannot replace user %u's file of mode %03o, so look at the permissions of "
+        "/tmp, "
+        "or it has another /tmp, as in a container",
+        kSyncPath, state, static_cast<unsigned>(status.st_uid), static_cast<unsigned>(status.st_mode & 0777));
+  } else {
+    Say("%s is %s: the service cannot make it, so look at the permissions of /tmp, or it has another /tmp, "
+        "as "
+        "in a container",
+        kSyncPath, state);
+  }
+  return kNotConfirmed;
+}
+
+int ExplainError(int error) {
+  if (error == ENOENT) return ExplainOldFile(false);
+  if (error == EINVAL || error == ELOOP) {
+    Say("%s is no regular file of at most %zu MiB, so not the service's: remove it", kSyncPath,
+        kMaxFile >> 20);
+  } else {
+    Say("cannot read %s: %s", kSyncPath, strerror(error));
+  }
+  return kUsage;
+}
+
+int AskForFile(Session& session, bool waits) {
+  CallText sync;
+  (sync << "SyncLog").CallObj();
+  const int result = session.Send(sync);
+  if (result != kDone) return result;
+  while (waits && session.Status().held != 0 && !Session::IsInterrupted()) {
+    session.Wait(Velk::GDQUdpClient::kForever);
+    session.TellChanges();
+  }
+  return waits && Session::IsInterrupted() ? kDone : session.Finish();
+}
+
+}  // namespace
+
+// In a directory that all may write to, any user's file could have the name.
+bool SyncFile::IsOfService(const Options& options) const {
+  unsigned user = 0;
+  return m_owner == 0 || (FindOwnerOfPort(PortOf(options.server), &user) && user == m_owner);
+}
+
+// The service acknowledges the call whether or not it could write the file. What it wrote is another file, or
+// has another time, than what was there before.
+int SyncFile::Get(const Options& options, Session& session, bool waits) {
+  // Where it cannot replace the file but only write over it, the time tells the two apart only after a tick
+  // of the kernel's clock, which may last 10 ms. So the second try comes later.
+  constexpr int kTries = 2;
+  constexpr unsigned kPauseMs = 20;
+  const Version before = VersionNow();
+  for (int i = 0; i < kTries; ++i) {
+    if (i != 0) session.Pause(kPauseMs);
+    const int result = AskForFile(session, waits);
+    if (result != kDone || (waits && Session::IsInterrupted())) return result;
+    if (!Read()) return ExplainError(errno);
+    if (!IsOfService(options)) {
+      Say("%s is user %u's, who is neither root nor the service's: it may be forged, so remove it", kSyncPath,
+          static_cast<unsigned>(m_owner));
+      return kUsage;
+    }
+    // One without a byte was made, but there was no room to fill it.
+    if (m_size != 0 && m_version != before) return kDone;
+  }
+  return ExplainOldFile(true);
+}
+
+}  // namespace Ctl

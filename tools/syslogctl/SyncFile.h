@@ -1,0 +1,52 @@
+// Tool layer: the file to which the service writes its most recent lines.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <time.h>
+
+#include <cstddef>
+
+#include "tools/syslogctl/Session.h"
+
+namespace Ctl {
+
+// The file as it was when Get() ended.
+class SyncFile {
+ public:
+  SyncFile() = default;
+  SyncFile(const SyncFile&) = delete;
+  SyncFile& operator=(const SyncFile&) = delete;
+  ~SyncFile();
+
+  // Has the service write the file, and reads it. It is never empty then. waits: for the service, until
+  // interrupted, and tells its changes; it must then be asked whether it was. Anything but kDone: said why.
+  int Get(const Options& options, Session& session, bool waits);
+
+  const char* Begin() const { return m_bytes; }
+  const char* End() const { return m_bytes + m_size; }
+
+ private:
+  // Which file there is under the path, and since when it is as it is.
+  struct Version {
+    dev_t device = 0;
+    ino_t inode = 0;  // 0: there is none
+    timespec changed{};
+
+    Version() = default;
+    explicit Version(const struct stat& status);
+    bool operator!=(const Version& other) const;
+  };
+
+  static Version VersionNow();
+  bool Read();
+  bool ReadOpen(int fd);
+  bool IsOfService(const Options& options) const;
+
+  Version m_version;
+  uid_t m_owner = 0;
+  char* m_bytes = nullptr;
+  size_t m_size = 0;
+};
+
+}  // namespace Ctl
