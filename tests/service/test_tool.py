@@ -5,7 +5,7 @@ import pty
 import signal
 
 from harness import until
-from test_syslogctl import DONE, NOT_CONFIRMED, USAGE, ToolTest
+from test_syslogctl import DONE, NO_ANSWER, NOT_CONFIRMED, USAGE, ToolTest
 
 
 class CommandLine(ToolTest):
@@ -93,3 +93,31 @@ class Dump(ToolTest):
         self.assertIn("is full", said)
         tool = self.start_tool("dump", "-t", "none", text=True)
         self.assertIn("no such line", tool.communicate(timeout=20)[1])
+
+
+class Status(ToolTest):
+    def test_tells_what_the_machine_and_the_log_know(self):
+        self.assertIn("no program has UDP port 11001", self.run_tool("--timeout", "0.2", "status", code=NO_ANSWER)[0])
+        service, collector = self.forwarding_service()
+        out = self.run_tool("status")[0]
+        self.assertRegex(out, r"11001 serves, round trip \d+\.\d{3} ms\n")
+        self.assertRegex(out, rf"restarts +none\nforwards to +{collector.host}, as configured\ndropped +0 datagrams")
+        child = service.kill_child()
+        self.run_tool("remote", "on", "127.0.0.9")
+        self.run_tool("remote", "on", "no-such-host.invalid", code=NOT_CONFIRMED)
+        peer = self.peer()
+        os.kill(child, signal.SIGSTOP)
+        for _ in range(3000):
+            peer.log(b"x" * 1300)
+        os.kill(child, signal.SIGCONT)
+        self.run_tool("log", input=b"x\n" * 600)
+        out = self.run_tool("status")[0]
+        self.assertRegex(out, rf"running +since \d{{4}}-.*, process {service.pid}\nserving +since .*, process {child}\n")
+        self.assertRegex(out, r"restarts +not known.*\nforwards to .*, as configured; .*\ndropped +[1-9]\d* datagrams")
+        self.assertRegex(out, r"memory +RSS \d+ \+ \d+ KiB, PSS [1-9]\d* \+ [1-9]\d* KiB\n$")
+        service.kill_child()
+        self.run_tool("remote", "on", "127.0.0.9")
+        self.run_tool("remote", "on", "no-such-host.invalid", code=NOT_CONFIRMED)
+        self.assertRegex(self.run_tool("status")[0], r"restarts +2\nforwards to +127.0.0.9\n")
+        self.assertEqual(self.run_tool("status", "-q")[0], "")
+        self.assertIn("another machine", self.run_tool("--timeout", "0.1", "-s", "192.0.2.1", "status", code=NO_ANSWER)[0])

@@ -29,16 +29,18 @@ unsigned short PortOf(const char* server) {
   return colon != nullptr ? static_cast<unsigned short>(atoi(colon + 1)) : Velk::kServicePort;
 }
 
-bool FindOwnerOfPort(unsigned short port, unsigned* user) {
+bool FindPort(unsigned short number, Port* port) {
   FILE* const table = fopen("/proc/net/udp", "re");
   if (table == nullptr) return false;
   char line[256];
   bool isFound = false;
   while (!isFound && fgets(line, sizeof line, table) != nullptr) {
     unsigned local = 0;
-    // See proc(5): number, local address and port, remote ones, state, queues, timer, retransmits, user.
-    isFound =
-        sscanf(line, " %*u: %*x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %u", &local, user) == 2 && local == port;
+    // See proc(5): number, local address and port, remote ones, state, queues, timer, retransmits, user,
+    // timeout, inode, references, pointer, drops.
+    isFound = sscanf(line, " %*u: %*x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %u %*u %lu %*u %*s %lu", &local,
+                     &port->user, &port->inode, &port->drops) == 4 &&
+              local == number;
   }
   fclose(table);
   return isFound;

@@ -9,8 +9,14 @@ bool IsThisMachine(const char* server);
 // Its port.
 unsigned short PortOf(const char* server);
 
-// The user whose program has a UDP port of this machine. False: there is none, or /proc does not say.
-bool FindOwnerOfPort(unsigned short port, unsigned* user);
+struct Port {
+  unsigned user;        // whose program has it
+  unsigned long inode;  // of the socket
+  unsigned long drops;  // datagrams that found the socket full
+};
+
+// What /proc says of a UDP port of this machine. False: no program has it, or /proc does not say.
+bool FindPort(unsigned short number, Port* port);
 
 // The host's name, or IPv4 address, means something here. May block for the resolver's time.
 bool CanResolve(const char* host);

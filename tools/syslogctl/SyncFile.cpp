@@ -127,8 +127,8 @@ int AskForFile(Session& session, bool waits) {
 
 // In a directory that all may write to, any user's file could have the name.
 bool SyncFile::IsOfService(const Options& options) const {
-  unsigned user = 0;
-  return m_owner == 0 || (FindOwnerOfPort(PortOf(options.server), &user) && user == m_owner);
+  Port port{};
+  return m_owner == 0 || (FindPort(PortOf(options.server), &port) && port.user == m_owner);
 }
 
 // The service acknowledges the call whether or not it could write the file. What it wrote is another file, or

@@ -43,6 +43,12 @@ const Ctl::Command kCommands[] = {
      "\n"
      "  -n, --count COUNT   ends after so many calls\n" SHOWN_OPTIONS,
      Ctl::RunWatch},
+    {"status", "", 0, 0, "", "tells whether the service serves, since when, and more",
+     "\n"
+     "Since when it runs, restarts, where it forwards to, dropped datagrams and memory\n"
+     "are known on its own machine only. The exit value is 0 if it serves; --quiet\n"
+     "leaves it at that.\n",
+     Ctl::RunStatus},
     {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", "measures how fast calls are answered",
      "\n"
      "  -n, -c, --count COUNT    ends after so many calls; else when interrupted\n"

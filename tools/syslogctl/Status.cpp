@@ -1,0 +1,186 @@
+// Tool layer: syslogctl status.
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+#include "common/IniFile3.h"
+#include "common/ServiceNames.h"
+#include "tools/syslogctl/Commands.h"
+#include "tools/syslogctl/Machine.h"
+#include "tools/syslogctl/Process.h"
+#include "tools/syslogctl/Session.h"
+#include "tools/syslogctl/Shown.h"
+#include "tools/syslogctl/StoredLine.h"
+#include "tools/syslogctl/SyncFile.h"
+#include "tools/syslogctl/Text.h"
+
+namespace Ctl {
+namespace {
+
+using Velk::SimpleString;
+
+// What the service's own lines say, as far as the log goes back.
+class History {
+ public:
+  explicit History(const SyncFile& file);
+
+  bool IsWhole() const { return m_isWhole; }
+  unsigned Restarts() const { return m_starts != 0 ? m_starts - 1 : 0; }
+  // Whether it says where the log is forwarded to; if not, that is as it was at the start.
+  bool HasTarget() const { return m_hasTarget; }
+  const SimpleString& Target() const { return m_target; }  // empty: nowhere
+
+ private:
+  void Read(const SimpleString& text);
+  void SetTarget(const char* host, size_t length);
+
+  bool m_isWhole = false;
+  unsigned m_starts = 0;
+  bool m_hasTarget = false;
+  bool m_hadTarget = false;
+  SimpleString m_target;
+  SimpleString m_earlier;
+};
+
+History::History(const SyncFile& file) {
+  StoredLine line{};
+  SimpleString text;
+  for (const char* at = file.Begin(); TakeStored(&at, file.End(), &line);) {
+    if (line.module.length != 6 || memcmp(line.module.begin, "Syslog", 6) != 0) continue;
+    text.Empty();
+    AppendWithoutNul(text, line.text.begin, line.text.length);
+    Read(text);
+  }
+}
+
+void History::SetTarget(const char* host, size_t length) {
+  m_hadTarget = m_hasTarget;
+  m_earlier = m_target;
+  m_hasTarget = true;
+  m_target.Set(host, static_cast<unsigned>(length));
+}
+
+// The lines are those of Service.cpp, MonitorChild.cpp, RemoteMessages.cpp and RemoteSyslog.cpp in app/.
+void History::Read(const SimpleString& text) {
+  static const char kUsing[] = "Using syslog server at UDP ";
+  const char* const line = text.Str();
+  if (strncmp(line, "TRACE messages will", 19) == 0 || strncmp(line, "Debug mode selected", 19) == 0) {
+    m_isWhole = true;  // the first of a service
+    m_starts = 0;
+  } else if (strcmp(line, "Start child...") == 0) {
+    ++m_starts;
+    m_hasTarget = false;
+  } else if (strncmp(line, kUsing, sizeof kUsing - 1) == 0) {
+    const char* const host = line + sizeof kUsing - 1;
+    SetTarget(host, strcspn(host, ":"));
+  } else if (strncmp(line, "Remote syslog server logging disabled", 37) == 0) {
+    SetTarget("", 0);
+  } else if (strncmp(line, "Cannot connect to syslog server", 31) == 0) {
+    m_hasTarget = m_hadTarget;  // it goes on as before
+    m_target = m_earlier;
+  }
+}
+
+void PrintSince(const char* what, const Process& process) {
+  char text[32];
+  tm local{};
+  localtime_r(&process.start, &local);
+  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  const long seconds = static_cast<long>(time(nullptr) - process.start);
+  printf("%-12s since %s, for %ld:%02ld:%02ld hours, process %d\n", what, text, seconds / 3600,
+         seconds / 60 % 60, seconds % 60, static_cast<int>(process.pid));
+}
+
+void PrintMemory(pid_t child, pid_t supervisor) {
+  unsigned long pss[2];
+  unsigned long rss[2];
+  if (!ReadMemory(child, &pss[0], &rss[0]) || !ReadMemory(supervisor, &pss[1], &rss[1])) return;
+  printf("%-12s RSS %lu + %lu KiB", "memory", rss[1], rss[0]);
+  if (pss[0] != 0 && pss[1] != 0) {
+    printf(", PSS %lu + %lu KiB\n", pss[1], pss[0]);
+  } else {
+    printf("; PSS only root sees\n");
+  }
+}
+
+void PrintForwarding(const History* history) {
+  IniFile3 file;
+  const bool isLogged = history != nullptr && history->HasTarget();
+  SimpleString target;
+  if (isLogged) {
+    AppendPrintable(target, history->Target().Str());
+  } else if (file.Load(Velk::kConfigPath) != 0 &&
+             strcmp(file.GetString("Data", Velk::kRemoteLogType, ""), Velk::kSyslogServerType) == 0) {
+    AppendPrintable(target, file.GetString("Data", Velk::kRemoteLogAddress, ""));
+  }
+  const bool isSure = isLogged || (history != nullptr && history->IsWhole());
+  printf("%-12s %s%s%s\n", "forwards to", target.IsEmpty() ? "nowhere" : target.Str(),
+         isLogged ? "" : ", as configured",
+         isSure ? "" : "; the log does not go back far enough to say whether that was changed");
+}
+
+void PrintRestarts(const History* history, bool hasHadChildren) {
+  const unsigned restarts = history != nullptr ? history->Restarts() : 0;
+  printf("%-12s ", "restarts");
+  if (!hasHadChildren) {
+    printf("none\n");
+  } else if (history != nullptr && history->IsWhole()) {
+    printf("%u\n", restarts);
+  } else {
+    printf("not known, the log does not go back to the start\n");
+  }
+}
+
+void PrintMachine(const Options& options, const History* history) {
+  Port port{};
+  Process child{};
+  Process supervisor{};
+  if (!FindPort(PortOf(options.server), &port)) {
+    printf("%-12s no program has UDP port %u here\n", "processes", PortOf(options.server));
+    return;
+  }
+  const bool isKnown = FindServing(port.inode, &child) && ReadProcess(child.parent, &supervisor);
+  if (isKnown) {
+    PrintSince("running", supervisor);
+    PrintSince("serving", child);
+    PrintRestarts(history, supervisor.hasHadChildren);
+  } else {
+    printf("%-12s hidden, perhaps in a container or from all but root\n", "processes");
+  }
+  PrintForwarding(history);
+  printf("%-12s %lu datagrams since it serves\n", "dropped", port.drops);
+  if (isKnown) PrintMemory(child.pid, supervisor.pid);
+}
+
+int Measure(Session& session, unsigned long long* micros) {
+  int result = session.Join(Holding(kFewLines));
+  const unsigned long long begin = NowUs();
+  if (result == kDone) result = session.Send("");
+  if (result == kDone) result = session.Finish();
+  *micros = NowUs() - begin;
+  return result;
+}
+
+}  // namespace
+
+int RunStatus(const Options& options) {
+  Session session(options);
+  unsigned long long micros = 0;
+  const int result = Measure(session, &micros);
+  if (options.quiet) return result;
+  printf("%-12s %s", options.server, result == kDone ? "serves" : "does not serve");
+  if (result == kDone) printf(", round trip %.3f ms", static_cast<double>(micros) / 1000);
+  if (!IsThisMachine(options.server)) {
+    printf(
+        "\nIt is another machine: processes, restarts, forwarding, drops and memory are not known here.\n");
+  } else {
+    putchar('\n');
+    SyncFile file;
+    const bool hasLog = result == kDone && file.Get(options, session, false) == kDone;
+    const History history(file);
+    PrintMachine(options, hasLog ? &history : nullptr);
+  }
+  return FlushOutput() ? result : kUsage;
+}
+
+}  // namespace Ctl
