@@ -2,9 +2,11 @@
 import json
 import os
 import pty
+import re
 import signal
+import subprocess
 
-from harness import until
+from harness import TOOL, until
 from test_syslogctl import DONE, NO_ANSWER, NOT_CONFIRMED, USAGE, ToolTest
 
 
@@ -121,3 +123,40 @@ class Status(ToolTest):
         self.assertRegex(self.run_tool("status")[0], r"restarts +2\nforwards to +127.0.0.9\n")
         self.assertEqual(self.run_tool("status", "-q")[0], "")
         self.assertIn("another machine", self.run_tool("--timeout", "0.1", "-s", "192.0.2.1", "status", code=NO_ANSWER)[0])
+
+
+class Check(ToolTest):
+    def findings(self, text):
+        self.configure(text)
+        result = subprocess.run([TOOL, "check"], capture_output=True, text=True, timeout=20)
+        self.assertEqual((result.returncode, result.stderr), (NOT_CONFIRMED, ""), result.stdout)
+        return re.findall(r"^/flash/conf/kavlune\.conf:(\d+): (.*)$", result.stdout, re.M)
+
+    def test_finds_what_the_service_does_not_do_as_meant(self):
+        good = "# c\n[data]\nREMOTELOG_TYPE= \"SysLog server\" # c\nremotelog_addr=log-1.example\n[other]\nx=1\n;x\n\n"
+        self.configure(good)
+        self.assertEqual(self.run_tool("check")[0], "/flash/conf/kavlune.conf: ok\n")
+        data = "[Data]\nremotelog_type=SysLog server\nremotelog_addr=%s\n"
+        for text, line, part in [
+                (good.replace("\n", "\r\n"), 4, "carriage return"), ("\ufeff" + good, 1, "byte order mark"),
+                (good + "[data]\nfoo=1\n", 10, "no use for 'foo'"), ("[Data]\nremotelog_type =x\n", 2, "before '='"),
+                ("[Data\n", 1, "no ']'"), ("[Data ]\n", 1, "has blanks"), ("[Data] x=1\n", 1, "is ignored"),
+                ('[Data]\nremotelog_type="x\n', 2, "not closed"), ("[Data]\nremotelog_type\n", 2, "no '='"),
+                ('[Data]\nremotelog_type="none"x\n', 2, "closing quote"), ("[Data]\nremotelog_type=none \n", 2, "blanks"),
+                ("[Data]\nremotelog_type=syslog server\n", 2, "no type"), (data % "10.0.0.7:514", 3, "514"),
+                (data % "10.0.0.7 # rack 3", 3, "10.0.0.73"), (data % "10.0.0", 3, "no address"), (data % "a b", 3, "no address"),
+                (data % "", 3, "empty"), ("[Data]\nremotelog_type=SysLog server\n", 2, "no remotelog_addr"),
+                ("[Data]\nremotelog_addr=a\n", 2, "no remotelog_type"), ("remotelog_addr=a\n", 1, "not in section"),
+                (data % "a\\", 3, "backslash"), ("#" * 1024 + "\n", 1, "longer"), (data % "a" + "remotelog_addr=b\n", 4, "line 3"),
+                ("[Data]\nremotelog_type=none\0\n", 2, "NUL")]:
+            found = self.findings(text)
+            self.assertTrue([row for row in found if row[0] == str(line) and part in row[1]], (text, found))
+        for path, why in (("/tmp", "no regular file"), ("/tmp/none", "No such file")):
+            self.assertIn(why, self.run_tool("check", path, code=USAGE)[1])
+
+    def test_a_call_without_a_line_feed_is_told(self):
+        self.service()
+        tool = self.start_tool("call", "logmsg", "1", "m", "text", text=True)
+        self.assertIn("no line feed", tool.communicate(timeout=20)[1])
+        self.assertEqual(tool.returncode, DONE)
+        self.run_tool("call", "LogMsg", "1", "m", "text\n")

@@ -9,6 +9,7 @@ int RunLog(const Options& options);
 int RunSet(const Options& options);
 int RunRemote(const Options& options);
 int RunStatus(const Options& options);
+int RunCheck(const Options& options);
 int RunDump(const Options& options);
 int RunWatch(const Options& options);
 int RunPing(const Options& options);

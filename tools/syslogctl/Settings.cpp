@@ -1,6 +1,7 @@
 // Tool layer: syslogctl set, remote and call: few calls.
 #include <ctype.h>
 #include <string.h>
+#include <strings.h>
 
 #include "common/InetAddress2.h"
 #include "tools/syslogctl/Commands.h"
@@ -106,6 +107,15 @@ bool IsCallName(const char* name) {
   return *name == '\0';
 }
 
+void WarnOfGlue(const Options& options) {
+  if (strcasecmp(options.words[0], "LogMsg") != 0 || options.wordCount != 4) return;
+  const char* const text = options.words[3];
+  const size_t length = strlen(text);
+  if (length != 0 && text[length - 1] == '\n') return;
+  Say("the text has no line feed at its end, so the next line of the log is glued to it; syslogctl log adds "
+      "one");
+}
+
 }  // namespace
 
 int RunCall(const Options& options) {
@@ -118,6 +128,7 @@ int RunCall(const Options& options) {
   for (int i = 1; i < options.wordCount; ++i) call << options.words[i];
   call.CallObj();
 
+  if (!options.quiet) WarnOfGlue(options);
   Session session(options);
   int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = session.Send(text);

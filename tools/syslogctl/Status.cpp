@@ -25,6 +25,8 @@ class History {
   explicit History(const SyncFile& file);
 
   bool IsWhole() const { return m_isWhole; }
+  // Of the last child, which begins with what is configured.
+  bool HasStart() const { return m_starts != 0; }
   unsigned Restarts() const { return m_starts != 0 ? m_starts - 1 : 0; }
   // Whether it says where the log is forwarded to; if not, that is as it was at the start.
   bool HasTarget() const { return m_hasTarget; }
@@ -113,7 +115,7 @@ void PrintForwarding(const History* history) {
              strcmp(file.GetString("Data", Velk::kRemoteLogType, ""), Velk::kSyslogServerType) == 0) {
     AppendPrintable(target, file.GetString("Data", Velk::kRemoteLogAddress, ""));
   }
-  const bool isSure = isLogged || (history != nullptr && history->IsWhole());
+  const bool isSure = isLogged || (history != nullptr && history->HasStart());
   printf("%-12s %s%s%s\n", "forwards to", target.IsEmpty() ? "nowhere" : target.Str(),
          isLogged ? "" : ", as configured",
          isSure ? "" : "; the log does not go back far enough to say whether that was changed");

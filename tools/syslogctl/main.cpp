@@ -49,6 +49,10 @@ const Ctl::Command kCommands[] = {
      "are known on its own machine only. The exit value is 0 if it serves; --quiet\n"
      "leaves it at that.\n",
      Ctl::RunStatus},
+    {"check", "", 0, 1, "[FILE]", "says what the service would not do as a configuration file means",
+     "Without FILE it is the service's own. Needs no service.\n"
+     "The exit value is 1 if it found something.\n",
+     Ctl::RunCheck},
     {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", "measures how fast calls are answered",
      "\n"
      "  -n, -c, --count COUNT    ends after so many calls; else when interrupted\n"

@@ -1,0 +1,274 @@
+// Tool layer: syslogctl check.
+#include <ctype.h>
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+
+#include "common/InetAddress2.h"
+#include "common/IniFile3.h"
+#include "common/ServiceNames.h"
+#include "tools/syslogctl/Commands.h"
+#include "tools/syslogctl/Shown.h"
+#include "tools/syslogctl/Text.h"
+
+namespace Ctl {
+namespace {
+
+using Velk::SimpleString;
+
+constexpr char kSection[] = "Data";
+
+bool IsBlank(char c) {
+  return isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+const char* SkipBlanks(const char* text) {
+  while (IsBlank(*text)) ++text;
+  return text;
+}
+
+bool IsSame(const char* name, const char* known) {
+  return strcasecmp(name, known) == 0;
+}
+
+// A line's text in a message.
+SimpleString Shown(const char* text) {
+  SimpleString shown;
+  AppendPrintable(shown, text);
+  return shown;
+}
+
+// Looks at the lines as IniFile3 reads them. What it stores comes from IniFile3 itself.
+class Checker {
+ public:
+  explicit Checker(const char* path) : m_path(path) {}
+
+  // False: the file can't be read; errno.
+  bool Run();
+  bool IsClean() const { return m_findings == 0; }
+
+ private:
+  // A variable that the service uses.
+  struct Variable {
+    const char* name;
+    unsigned line;  // where it was set last; 0: nowhere
+  };
+
+  void Report(unsigned line, const char* format, ...) __attribute__((format(printf, 3, 4)));
+  void CheckLine(const char* line, size_t length);
+  void CheckPiece(char* text);
+  void CheckHeader(const char* text);
+  void CheckPair(char* text);
+  void CheckKey(const char* key);
+  bool CheckQuoted(const char* value);
+  void CheckBare(const char* value);
+  void CheckValues();
+  void CheckType(const char* type);
+  void CheckAddress(const char* address);
+
+  const char* m_path;
+  IniFile3 m_file;
+  unsigned m_line = 1;
+  unsigned m_findings = 0;
+  SimpleString m_section;
+  Variable m_type{Velk::kRemoteLogType, 0};
+  Variable m_address{Velk::kRemoteLogAddress, 0};
+};
+
+void Checker::Report(unsigned line, const char* format, ...) {
+  ++m_findings;
+  printf("%s:%u: ", m_path, line);
+  va_list args;
+  va_start(args, format);
+  vprintf(format, args);
+  va_end(args);
+  putchar('\n');
+}
+
+void Checker::CheckHeader(const char* text) {
+  const char* const end = strchr(text, ']');
+  if (end == nullptr) {
+    return Report(m_line, "the section has no ']', so the line is skipped, and what follows belongs to '%s'",
+                  Shown(m_section.Str()).Str());
+  }
+  const auto length = static_cast<unsigned>(end - text - 1);
+  m_section.Empty();
+  if (length != 0) m_section.Set(text + 1, length);
+  SimpleString trimmed = m_section;
+  trimmed.TrimRight();
+  if (!IsSame(m_section.Str(), kSection) && IsSame(SkipBlanks(trimmed.Str()), kSection)) {
+    Report(m_line, "'%s' has blanks, so it is another section than '%s'", m_section.Str(), kSection);
+  }
+  const char* const rest = SkipBlanks(end + 1);
+  if (*rest != '\0' && *rest != '#' && *rest != ';') Report(m_line, "what follows ']' is ignored");
+}
+
+void Checker::CheckKey(const char* key) {
+  const bool isData = IsSame(m_section.Str(), kSection);
+  const size_t length = strlen(key);
+  Variable* variable = nullptr;
+  SimpleString trimmed(key);
+  trimmed.TrimRight();
+  for (Variable* const each : {&m_type, &m_address}) {
+    if (IsSame(trimmed.Str(), each->name)) variable = each;
+  }
+  if (length != 0 && IsBlank(key[length - 1])) {
+    Report(m_line, "the blanks before '=' belong to the name '%s': write '%s='", Shown(key).Str(),
+           Shown(trimmed.Str()).Str());
+  } else if (isData && variable == nullptr) {
+    Report(m_line, "the service has no use for '%s'", Shown(key).Str());
+  } else if (!isData && variable != nullptr) {
+    Report(m_line, "'%s' is not used, as it is not in section '%s'", key, kSection);
+  } else if (variable != nullptr) {
+    if (variable->line != 0) Report(m_line, "this replaces '%s' of line %u", key, variable->line);
+    variable->line = m_line;
+  }
+}
+
+// False: the service skips the line.
+bool Checker::CheckQuoted(const char* value) {
+  while (*value != '"' && *value != '\n' && *value != '\0')
+    value += *value == '\\' && value[1] != '\0' ? 2 : 1;
+  if (*value != '"') {
+    Report(m_line, "the quote is not closed, so the line is skipped");
+    return false;
+  }
+  const char* const rest = SkipBlanks(value + 1);
+  if (*rest != '\0' && *rest != '#' && *rest != ';')
+    Report(m_line, "what follows the closing quote is ignored");
+  return true;
+}
+
+void Checker::CheckBare(const char* value) {
+  const size_t length = strcspn(value, "\n");
+  size_t backslashes = 0;
+  while (backslashes < length && value[length - 1 - backslashes] == '\\') ++backslashes;
+  if (backslashes % 2 != 0 && value[length] == '\n') {
+    Report(m_line, "the backslash at the end takes the line feed into the value");
+  } else if (length != 0 && value[length - 1] == '\r') {
+    Report(m_line, "the carriage return at the end belongs to the value: end lines with a line feed only");
+  } else if (length != 0 && IsBlank(value[length - 1])) {
+    Report(m_line, "the blanks at the end belong to the value");
+  }
+}
+
+void Checker::CheckPair(char* text) {
+  char* const equals = strchr(text, '=');
+  if (equals == nullptr) return Report(m_line, "there is no '=', so the line is skipped");
+  *equals = '\0';
+  const char* const value = SkipBlanks(equals + 1);
+  if (*value != '"') CheckBare(value);
+  if (*value != '"' || CheckQuoted(value + 1)) CheckKey(text);
+}
+
+void Checker::CheckPiece(char* text) {
+  static const char kByteOrderMark[] = "\xEF\xBB\xBF";
+  if (m_line == 1 && strncmp(text, kByteOrderMark, sizeof kByteOrderMark - 1) == 0) {
+    return Report(m_line, "the byte order mark belongs to the line, which is another one then: remove it");
+  }
+  while (IsBlank(*text)) ++text;
+  // A line with ';' in front is no comment, but has the effect of one.
+  if (*text == '\0' || *text == '#' || *text == ';') return;
+  if (*text == '[') {
+    CheckHeader(text);
+  } else {
+    CheckPair(text);
+  }
+}
+
+void Checker::CheckLine(const char* line, size_t length) {
+  constexpr size_t kMost = IniFile3::kLineSize - 1;
+  if (memchr(line, '\0', length) != nullptr) Report(m_line, "the line ends at a NUL byte");
+  if (length > kMost && line[kMost] != '\n') {
+    Report(m_line, "the line is longer than %zu bytes and is read as several", kMost);
+  }
+  for (size_t done = 0; done < length; done += kMost) {
+    char piece[kMost + 1];
+    const size_t size = length - done < kMost ? length - done : kMost;
+    memcpy(piece, line + done, size);
+    piece[size] = '\0';
+    CheckPiece(piece);
+  }
+  ++m_line;
+}
+
+void Checker::CheckType(const char* type) {
+  if (strcmp(type, Velk::kSyslogServerType) == 0) {
+    if (m_address.line == 0) Report(m_type.line, "there is no %s to forward to", m_address.name);
+  } else if (*type != '\0' && strcmp(type, "none") != 0) {
+    Report(m_type.line, "'%s' is no type: only '%s', to the letter, forwards the log; 'none' does not",
+           Shown(type).Str(), Velk::kSyslogServerType);
+  }
+}
+
+// See InetAddress2::SetAddressString.
+// See InetAddress2::SetAddressString.
+void Checker::CheckAddress(const char* address) {
+  static const char kNameCharacters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-_";
+  const size_t length = strlen(address);
+  const SimpleString shown = Shown(address);
+  const unsigned long ip = InetAddress2::StringToIP(address, nullptr);
+  const bool isNumeric = strspn(address, "0123456789.") == length;
+  if (length == 0) {
+    Report(m_address.line, "the address is empty");
+  } else if (strchr(address, ':') != nullptr) {
+    Report(m_address.line, "'%s' has a colon: no port is taken, it is always 514, and no IPv6", shown.Str());
+  } else if (ip != 0 && !isNumeric) {
+    char quad[InetAddress2::kMaxText];
+    InetAddress2::IPToString(quad, ip, 0);
+    Report(m_address.line, "'%s' is taken for the address %s", shown.Str(), quad);
+  } else if (ip == 0 &&
+             (isNumeric || strspn(address, kNameCharacters) != length || length > InetAddress2::kMaxHost)) {
+    Report(m_address.line, "'%s' is no address: an IPv4 address, or a host name of at most %u characters",
+           shown.Str(), InetAddress2::kMaxHost);
+  }
+}
+
+// Blanks at the end have been reported.
+SimpleString Trimmed(const char* value) {
+  SimpleString trimmed(value);
+  trimmed.TrimRight();
+  return trimmed;
+}
+
+void Checker::CheckValues() {
+  if (m_type.line != 0) CheckType(Trimmed(m_file.GetString(kSection, m_type.name, "")).Str());
+  if (m_address.line == 0) return;
+  CheckAddress(Trimmed(m_file.GetString(kSection, m_address.name, "")).Str());
+  if (m_type.line == 0) Report(m_address.line, "there is no %s, so nothing is forwarded", m_type.name);
+}
+
+bool Checker::Run() {
+  // First, as it takes only a regular file, and waits for nothing else.
+  FILE* const file = m_file.Load(m_path) != 0 ? fopen(m_path, "re") : nullptr;
+  if (file == nullptr) return false;
+  char* line = nullptr;
+  size_t room = 0;
+  ssize_t length;
+  while ((length = getline(&line, &room, file)) > 0) CheckLine(line, static_cast<size_t>(length));
+  free(line);
+  fclose(file);
+  CheckValues();
+  return true;
+}
+
+}  // namespace
+
+int RunCheck(const Options& options) {
+  const char* const path = options.wordCount != 0 ? options.words[0] : Velk::kConfigPath;
+  Checker checker(path);
+  errno = 0;
+  if (!checker.Run()) {
+    Say("cannot read %s: %s", path,
+        errno != 0 ? strerror(errno) : "it is no regular file, or its path is too long");
+    return kUsage;
+  }
+  if (checker.IsClean() && !options.quiet) printf("%s: ok\n", path);
+  if (!FlushOutput()) return kUsage;
+  return checker.IsClean() ? kDone : kNotConfirmed;
+}
+
+}  // namespace Ctl
