@@ -4,6 +4,7 @@ import os
 import pty
 import re
 import signal
+import socket
 import subprocess
 
 from harness import TOOL, until
@@ -160,3 +161,24 @@ class Check(ToolTest):
         self.assertIn("no line feed", tool.communicate(timeout=20)[1])
         self.assertEqual(tool.returncode, DONE)
         self.run_tool("call", "LogMsg", "1", "m", "text\n")
+
+
+class Network(ToolTest):
+    def test_takes_what_other_machines_send(self):
+        service = self.service()
+        bridge = self.start_tool("bridge", "--socket", "/tmp/log", "--udp", "5514")
+        until(lambda: f":{5514:04X} " in open("/proc/net/udp").read(), "the port")
+        for arguments, why in [(["--udp", "5514"], "another program"), (["--udp", "0"], "no port"), (["--udp", "a:1"], "no port"),
+                               (["--udp", "192.0.2.1:1"], "assign")]:
+            self.assertIn(why, self.run_tool("bridge", "--socket", "/tmp/other", *arguments, code=USAGE)[1])
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as gear:
+            gear.bind(("127.0.0.7", 0))
+            for text in (b"<28>Jan  2 10:00:00 sw1 lldpd[7]: port 3 down\r\n", b"<11>1 2024-01-02T10:00:00Z sw1 snmpd 8 - - a\nb\x1b",
+                         b"<3>panic", b"<43>Jan  2 10:00:00 sw1 Syslog: forged", b"<14>gear: " + b"x" * 20000):
+                gear.sendto(text, ("127.0.0.1", 5514))
+        bridge.terminate()
+        self.assertEqual(bridge.wait(20), DONE)
+        lines = [line for module in ("lldpd", "snmpd", "user", "local[Syslog]") for line in self.module_lines(service, module)]
+        self.assertEqual(lines, [b"Warning: 127.0.0.7 [7] port 3 down", b"ERROR: 127.0.0.7 [8] a", b"ERROR: 127.0.0.7 b\\x1b",
+                                 b"ERROR: 127.0.0.7 panic", b"ERROR: 127.0.0.7 forged"])
+        self.assertRegex(self.module_lines(service, "gear")[-1], rb"\(\d+ bytes more\)$")

@@ -9,6 +9,7 @@
 #include "client/LogCall.h"
 #include "tools/syslogctl/Commands.h"
 #include "tools/syslogctl/LogSocket.h"
+#include "tools/syslogctl/NetworkLog.h"
 #include "tools/syslogctl/RecordRing.h"
 #include "tools/syslogctl/Session.h"
 #include "tools/syslogctl/SyslogLine.h"
@@ -89,14 +90,17 @@ class Bridge {
   int Open();
   void WaitAndRead();
   void ReadSocket();
+  void ReadNetwork();
   void HandOn();
   bool HandOnRecord(const RecordRing::Record& record);
-  bool HandOnLine(const SyslogLine& line);
+  bool HandOnLine(const SyslogLine& line, unsigned sender);
+  void BeginLine(unsigned sender);
   int Finish();
 
   Session m_session;
   const Options& m_options;
   LogSocket m_socket;
+  NetworkLog m_network;
   KernelLog m_kernel;
   RecordRing m_ring;
   unsigned m_callsTaken = 0;  // of the oldest record's
@@ -105,6 +109,7 @@ class Bridge {
 
 int Bridge::Open() {
   if (!m_socket.Open(m_options.socket)) return kUsage;
+  if (m_options.udp != nullptr && !m_network.Open(m_options.udp)) return kUsage;
   if (m_options.kmsg && !m_kernel.Open()) return kUsage;
   return m_session.Open(Holding(kHeldLines));
 }
@@ -127,13 +132,27 @@ void Bridge::ReadSocket() {
   }
 }
 
+void Bridge::ReadNetwork() {
+  char record[RecordRing::kMaxRecord];
+  unsigned sender = 0;
+  for (int i = 0; i < kReadsAtOnce && m_network.Descriptor() >= 0; ++i) {
+    const ssize_t received = m_network.Receive(record, sizeof record, &sender);
+    if (received < 0) return;
+    const auto length = static_cast<size_t>(received);
+    m_ring.Add({record, length > sizeof record ? MarkCut(record, length) : length, false, sender});
+  }
+}
+
 void Bridge::WaitAndRead() {
   // While the ring is full the kernel keeps its own messages; programs, though, would have to wait.
-  const bool wantsKernel = m_kernel.Descriptor() >= 0 && m_ring.HasRoom();
-  pollfd inputs[] = {{m_socket.Descriptor(), POLLIN, 0}, {m_kernel.Descriptor(), POLLIN, 0}};
-  m_session.Wait(inputs, wantsKernel ? 2 : 1, Velk::GDQUdpClient::kForever);
+  const int kernel = m_ring.HasRoom() ? m_kernel.Descriptor() : -1;
+  // Negative descriptors are passed over, see poll(2).
+  pollfd inputs[] = {
+      {m_socket.Descriptor(), POLLIN, 0}, {m_network.Descriptor(), POLLIN, 0}, {kernel, POLLIN, 0}};
+  m_session.Wait(inputs, 3, Velk::GDQUdpClient::kForever);
   if (inputs[0].revents != 0) ReadSocket();
-  if (inputs[1].revents != 0) m_kernel.ReadInto(m_ring);
+  if (inputs[1].revents != 0) ReadNetwork();
+  if (inputs[2].revents != 0) m_kernel.ReadInto(m_ring);
 }
 
 void AppendPart(Velk::SimpleString& out, const char* before, const RecordPart& part, const char* after) {
@@ -141,9 +160,18 @@ void AppendPart(Velk::SimpleString& out, const char* before, const RecordPart& p
   out.Append(before).Append(part.begin, static_cast<unsigned>(part.length)).Append(after);
 }
 
-// False: the client can't take more now. What it took already is skipped when the record's turn comes again.
-bool Bridge::HandOnLine(const SyslogLine& line) {
+// Other machines may take any module's name, but each line says where it came from.
+void Bridge::BeginLine(unsigned sender) {
   m_text.Empty();
+  if (sender == 0) return;
+  char address[InetAddress2::kMaxText];
+  InetAddress2::IPToString(address, sender, 0);
+  m_text.Append(address).Append(' ');
+}
+
+// False: the client can't take more now. What it took already is skipped when the record's turn comes again.
+bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
+  BeginLine(sender);
   AppendPart(m_text, "[", line.pid, "] ");
   AppendPart(m_text, "", line.id, " ");
   AppendPart(m_text, "", line.data, " ");
@@ -153,7 +181,7 @@ bool Bridge::HandOnLine(const SyslogLine& line) {
   size_t length = 0;
   unsigned calls = 0;
   // An empty text is a line too.
-  for (TakeLine(&rest, &left, &part, &length);; m_text.Empty()) {
+  for (TakeLine(&rest, &left, &part, &length);; BeginLine(sender)) {
     if (length > 0 && part[length - 1] == '\r') --length;
     // Any other carriage return would let a program write over the head of its line on a screen.
     AppendWithoutControls(m_text, part, length);
@@ -168,10 +196,11 @@ bool Bridge::HandOnLine(const SyslogLine& line) {
 }
 
 bool Bridge::HandOnRecord(const RecordRing::Record& record) {
-  if (!record.isKernel) return HandOnLine(ParseSyslog(record.text, record.length));
+  const unsigned sender = record.sender;
+  if (!record.isKernel) return HandOnLine(ParseSyslog(record.text, record.length, sender != 0), sender);
   SyslogLine line;
   unsigned long long number = 0;
-  return !ParseKmsg(record.text, record.length, &line, &number) || HandOnLine(line);
+  return !ParseKmsg(record.text, record.length, &line, &number) || HandOnLine(line, 0);
 }
 
 void Bridge::HandOn() {
@@ -186,6 +215,7 @@ void Bridge::HandOn() {
 int Bridge::Finish() {
   const unsigned long long begin = NowMs();
   ReadSocket();
+  ReadNetwork();
   RecordRing::Record record;
   for (HandOn(); m_ring.Front(&record) && NowMs() - begin < m_options.timeoutMs; HandOn()) {
     m_session.Wait(m_options.timeoutMs);

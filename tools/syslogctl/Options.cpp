@@ -15,7 +15,7 @@
 
 #include "common/InetAddress2.h"
 #include "common/Timer64x.h"
-#include "tools/syslogctl/SyslogLine.h"
+#include "tools/syslogctl/Severity.h"
 
 namespace Ctl {
 namespace {
@@ -52,6 +52,7 @@ const option kLongOptions[] = {
     {"count", required_argument, nullptr, 'n'},
     {"interval", required_argument, nullptr, 'i'},
     {"socket", required_argument, nullptr, 'S'},
+    {"udp", required_argument, nullptr, 'U'},
     {"kmsg", no_argument, nullptr, 'K'},
     {nullptr, 0, nullptr, 0},
 };
@@ -214,6 +215,9 @@ bool Apply(int letter, const char* value, Options* options) {
       return SetSeconds("interval", value, &options->intervalMs);
     case 'S':
       options->socket = value;
+      return true;
+    case 'U':
+      options->udp = value;
       return true;
     case 'q':
       return options->quiet = true;

@@ -35,6 +35,7 @@ struct Options {
   unsigned long count = 0;          // dump, watch, ping; 0: all of them
   unsigned intervalMs = 1000;       // ping
   const char* socket = "/dev/log";  // bridge
+  const char* udp = nullptr;        // bridge
   bool kmsg = false;                // bridge
 
   // What follows the options; words[wordCount] is null.

@@ -6,7 +6,7 @@
 namespace Ctl {
 
 bool RecordRing::Put(const Record& record) {
-  const Header header{static_cast<unsigned>(record.length), record.isKernel};
+  const Header header{static_cast<unsigned>(record.length), record.isKernel, record.sender};
   const size_t need = sizeof header + record.length;
   if (need > kSize - (m_end - m_begin)) return false;
   if (need > kSize - m_end) {
@@ -29,7 +29,8 @@ void RecordRing::PutReport() {
 }
 
 void RecordRing::Add(const Record& record) {
-  const Record cut{record.text, record.length < kMaxRecord ? record.length : kMaxRecord, record.isKernel};
+  const Record cut{record.text, record.length < kMaxRecord ? record.length : kMaxRecord, record.isKernel,
+                   record.sender};
   // Starts again only when there is room for a while, so that the log is not all reports.
   if (m_dropped != 0 && HasRoom()) PutReport();
   if (m_dropped != 0 || !Put(cut)) ++m_dropped;
@@ -40,7 +41,7 @@ bool RecordRing::Front(Record* record) {
   if (m_begin == m_end) return false;
   Header header;
   memcpy(&header, m_bytes + m_begin, sizeof header);
-  *record = {m_bytes + m_begin + sizeof header, header.length, header.isKernel};
+  *record = {m_bytes + m_begin + sizeof header, header.length, header.isKernel, header.sender};
   return true;
 }
 

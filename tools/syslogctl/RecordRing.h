@@ -15,7 +15,8 @@ class RecordRing {
   struct Record {
     const char* text;
     size_t length;
-    bool isKernel;  // of /dev/kmsg, else of syslog(3)
+    bool isKernel;        // of /dev/kmsg, else of syslog(3)
+    unsigned sender = 0;  // IPv4 address in host byte order; 0: this machine
   };
 
   void Add(const Record& record);
@@ -35,6 +36,7 @@ class RecordRing {
   struct Header {
     unsigned length;
     bool isKernel;
+    unsigned sender;
   };
 
   bool Put(const Record& record);

@@ -35,7 +35,7 @@ constexpr unsigned kFewLines = 16;
 // order; a second one ends the process. One at a time, on one thread.
 class Session {
  public:
-  static constexpr int kMostDescriptors = 2;
+  static constexpr int kMostDescriptors = 3;
 
   explicit Session(const Options& options);
 

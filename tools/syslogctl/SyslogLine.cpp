@@ -4,12 +4,13 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "tools/syslogctl/Severity.h"
+
 namespace Ctl {
 namespace {
 
 constexpr unsigned kMaxPriority = 191;  // facility 23, severity 7
 constexpr unsigned kUserNotice = 13;    // RFC 3164, 4.3.3: for what has no priority
-constexpr unsigned kMaxSeverity = 7;
 constexpr unsigned kUserFacility = 1 << 3;
 constexpr size_t kMaxPid = 16;
 // RFC 5424, 6; its APP-NAME is as long as kMaxModule.
@@ -245,12 +246,7 @@ void TakeText(const Scan& scan, SyslogLine& line) {
 
 }  // namespace
 
-ELogMessageType TypeOfSeverity(unsigned severity) {
-  static const ELogMessageType kTypes[] = {Error, Error, Error, Error, Warning, Info, Info, Trace};
-  return kTypes[severity];
-}
-
-SyslogLine ParseSyslog(const char* record, size_t length) {
+SyslogLine ParseSyslog(const char* record, size_t length, bool hasHost) {
   while (length > 0 && (record[length - 1] == '\n' || record[length - 1] == '\0')) --length;
   Scan scan{record, record + length};
   unsigned priority = TakePriority(scan);
@@ -260,8 +256,12 @@ SyslogLine ParseSyslog(const char* record, size_t length) {
   if (SkipIsoTime(scan)) {
     TakeHostAndTag(scan, line);
   } else if (!hasPriority || !TakeRfc5424(scan, line)) {
-    SkipForm(scan, "AAA _9 99:99:99 ");
-    TakeTag(scan, line);
+    const bool hasTime = SkipForm(scan, "AAA _9 99:99:99 ");
+    if (hasTime && hasHost) {
+      TakeHostAndTag(scan, line);
+    } else {
+      TakeTag(scan, line);
+    }
   }
   TakeText(scan, line);
   return line;

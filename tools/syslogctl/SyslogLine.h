@@ -8,9 +8,6 @@
 
 namespace Ctl {
 
-// The service's type for a severity of syslog(3), 0 to 7.
-ELogMessageType TypeOfSeverity(unsigned severity);
-
 // A part of a record; length 0: it is missing.
 struct RecordPart {
   const char* begin;
@@ -38,8 +35,9 @@ struct SyslogLine {
 //   the same with a time of RFC 3339, perhaps followed by a host: "<PRI>2024-01-02T10:00:00.5Z host tag:
 //   text"; RFC 5424: "<PRI>1 TIME HOST APP PROCID MSGID DATA text".
 // Of the first two each part but the text may be missing; what isn't understood is text. Times and hosts are
-// dropped, and so are line feeds and NULs at the end.
-SyslogLine ParseSyslog(const char* record, size_t length);
+// dropped, and so are line feeds and NULs at the end. hasHost: in RFC 3164 a host is before the tag, as it is
+// where lines come over a network.
+SyslogLine ParseSyslog(const char* record, size_t length, bool hasHost = false);
 
 // Reads one record of /dev/kmsg, "PRI,SEQUENCE,...;text" and a line feed, and notes its number. False: it
 // isn't one.

@@ -60,10 +60,13 @@ const Ctl::Command kCommands[] = {
      Ctl::RunPing},
     {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...]", "makes any call, with at most 29 arguments",
      "Arguments that begin with a dash go after --.\n", Ctl::RunCall},
-    {"bridge", "SK", 0, 0, "[--socket PATH] [--kmsg]", "logs what programs write to /dev/log",
+    {"bridge", "SKU", 0, 0, "[--socket PATH] [--kmsg] [--udp [ADDRESS:]PORT]",
+     "logs what programs write to /dev/log",
      "\n"
-     "      --socket PATH   in place of /dev/log\n"
-     "      --kmsg          logs also what the kernel says\n",
+     "      --socket PATH           in place of /dev/log\n"
+     "      --kmsg                  logs also what the kernel says\n"
+     "      --udp [ADDRESS:]PORT    logs also what other machines send there by syslog's\n"
+     "                              network protocols; without ADDRESS at all of them\n",
      Ctl::RunBridge},
     {nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr},
 };

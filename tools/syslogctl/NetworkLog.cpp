@@ -1,0 +1,65 @@
+#include "tools/syslogctl/NetworkLog.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include "tools/syslogctl/Options.h"
+
+namespace Ctl {
+namespace {
+
+bool ReadAddress(const char* where, InetAddress2* address) {
+  char text[InetAddress2::kMaxText];
+  const char* const form = strchr(where, ':') != nullptr ? "%s" : "0.0.0.0:%s";
+  const int length = snprintf(text, sizeof text, form, where);
+  char* const colon = strchr(text, ':');
+  if (length >= static_cast<int>(sizeof text) || !InetAddress2::HasValidPort(text)) return false;
+  *colon = '\0';
+  in_addr ip{};
+  if (inet_pton(AF_INET, text, &ip) != 1) return false;
+  const auto port = static_cast<unsigned short>(strtoul(colon + 1, nullptr, 10));
+  address->SetAddress(static_cast<long>(ntohl(ip.s_addr)), port);
+  return true;
+}
+
+}  // namespace
+
+bool NetworkLog::Open(const char* where) {
+  // A burst of some hundred lines, which comes in less time than it takes to wake a process.
+  constexpr int kReceiveBuffer = 512 << 10;
+  InetAddress2 address(0, 0);
+  if (!ReadAddress(where, &address)) {
+    Say("'%s' is no port to listen at: PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
+    return false;
+  }
+  // The port can be shared, and who binds to it last gets all that comes.
+  if (address.GetIP() == 0 && UdpSocket3::IsHeldByOthers(address.GetPort(), 0)) {
+    Say("another program has UDP port %u, perhaps the service itself, which forwards from port 514: name an "
+        "address of this machine too, or another port",
+        address.GetPort());
+    return false;
+  }
+  if (!m_socket.Open() || !m_socket.BindAddress(address)) {
+    Say("cannot listen at UDP port %s: %s%s", where, strerror(errno),
+        errno == EACCES ? "; run as root, or name a port from 1024 on" : "");
+    return false;
+  }
+  m_socket.ForbidSharing();
+  m_socket.SetReceiveBuffer(kReceiveBuffer);
+  return true;
+}
+
+ssize_t NetworkLog::Receive(char* buffer, size_t size, unsigned* sender) {
+  sockaddr_in from{};
+  socklen_t length = sizeof from;
+  const ssize_t received = recvfrom(m_socket.Descriptor(), buffer, size, MSG_TRUNC | MSG_DONTWAIT,
+                                    reinterpret_cast<sockaddr*>(&from), &length);
+  *sender = ntohl(from.sin_addr.s_addr);
+  return received;
+}
+
+}  // namespace Ctl
