@@ -64,6 +64,7 @@ for preset in release asan tsan; do
   step "service $preset" service $preset
 done
 step "release binaries" tests/binary.sh build/syslog build/syslogctl
+step_with "zsh fish" "completion" python3 tests/completion.py build/syslogctl
 step_with "pkg-config clang" "install" tests/install/run.sh build
 step "reproducible" tests/install/reproducible.sh
 step "memory limit" python3 packaging/memory_limit.py build/syslog

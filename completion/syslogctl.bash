@@ -3,12 +3,14 @@
 _syslogctl() {
   local word=$2 before=$3 command='' i
   local common='--server --password-file --timeout --quiet --help --version'
+  local levels='trace info warning error debug notice warn err crit alert emerg'
+  local commands='log set remote dump watch status check ping call bridge help'
   COMPREPLY=()
 
   # The first word that is neither an option nor an option's value.
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
-      -s | --server | --password-file | --timeout)
+      -[sltnci] | --server | --password-file | --timeout | --level | --tag | --count | --interval | --socket | --udp)
         [[ ${COMP_WORDS[i + 1]} == = ]] && ((i++))
         ((i++)) ;;
       :) ((i++)) ;;
@@ -19,23 +21,30 @@ _syslogctl() {
 
   [[ $before == = ]] && before=${COMP_WORDS[COMP_CWORD - 2]}
   case $before in
-    -l | --level) mapfile -t COMPREPLY < <(compgen -W 'info warning error trace' -- "$word"); return ;;
+    -l | --level) mapfile -t COMPREPLY < <(compgen -W "$levels" -- "$word"); return ;;
     --password-file | --socket) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     -s | --server) mapfile -t COMPREPLY < <(compgen -A hostname -- "$word"); return ;;
-    --timeout | -t | --tag | -n | --count | -i | --interval) return ;;
+    --timeout | -t | --tag | -n | -c | --count | -i | --interval | --udp) return ;;
   esac
 
   local words
   case $command in
-    '') words="log set remote dump watch ping call bridge $common" ;;
+    '') words="$commands $common" ;;
     log) words="--level --tag $common" ;;
-    remote) [[ $before == remote ]] && words='on off' ;;
-    watch) words="--json --count $common" ;;
+    set) words="$common"; [[ $before == set && $word != -* ]] && words='remotelog_type remotelog_addr' ;;
+    remote) words="$common"; [[ $before == remote && $word != -* ]] && words='on off' ;;
+    dump) words="--follow --count --level --tag --json --all $common" ;;
+    watch) words="--count --level --tag --json $common" ;;
     ping) words="--count --interval $common" ;;
-    call) [[ $before == call ]] && words='LogMsg SetVar SyncVar SyncLog' ;;
-    bridge) words="--socket --kmsg $common" ;;
+    call) words="$common"; [[ $before == call && $word != -* ]] && words='LogMsg SetVar SyncVar SyncLog' ;;
+    bridge) words="--socket --kmsg --udp $common" ;;
+    help) words=$commands ;;
     *) words=$common ;;
   esac
+  if [[ $command == check && $word != -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -f -- "$word")
+    return
+  fi
   # Words of the log are anything; only what looks like an option is completed there.
   [[ $command == log && $word != -* ]] && return
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")

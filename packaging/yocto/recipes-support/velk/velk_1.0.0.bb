@@ -27,4 +27,4 @@ do_install:append() {
 # The library's shared form has its own package: the service does not use it.
 PACKAGES =+ "lib${PN}"
 FILES:lib${PN} = "${libdir}/libvelk.so.*"
-FILES:${PN} += "${datadir}/bash-completion"
+FILES:${PN} += "${datadir}/bash-completion ${datadir}/zsh ${datadir}/fish"

@@ -1,0 +1,70 @@
+"""Whether the shells complete each command and option that the tool has: tests/completion.py SYSLOGCTL"""
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+TOOL = sys.argv[1]
+FOLDER = pathlib.Path(__file__).resolve().parent.parent
+FILES = {shell: FOLDER / "completion" / name
+         for shell, name in (("bash", "syslogctl.bash"), ("zsh", "_syslogctl"), ("fish", "syslogctl.fish"))}
+faults = []
+
+
+def run(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout
+
+
+def said(*words):
+    return run(TOOL, *words)
+
+
+def bash(*words):
+    script = """source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1))
+        _syslogctl syslogctl "${!#}" "${COMP_WORDS[COMP_CWORD - 1]}"; printf '%s\\n' "${COMPREPLY[@]}\""""
+    return run("bash", "-c", script, "bash", str(FILES["bash"]), "syslogctl", *words).split()
+
+
+def fish(*words):
+    line = " ".join(("syslogctl", *words))
+    return [row.split("\t")[0] for row in run("fish", "-N", "-c", f'source {FILES["fish"]}; complete -C "{line}"').split("\n")]
+
+
+def ask(shell, complete):
+    """Where a shell can be asked what it completes, it is."""
+    def check(wanted, *words):
+        missing = set(wanted) - set(complete(*words))
+        if missing:
+            faults.append(f"{shell} does not complete {' '.join(sorted(missing))} after {words}")
+    return check
+
+
+def look(wanted, *words):
+    """zsh completes at a terminal only; its file must at least have the words."""
+    text = FILES["zsh"].read_text()
+    faults.extend(f"zsh does not have {word}" for word in wanted
+                  if not re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text))
+
+
+checks = [ask("bash", bash), look]
+if shutil.which("fish"):
+    checks.append(ask("fish", fish))
+else:
+    print("left out: asking fish, which is not installed")
+for shell in ("bash", "zsh", "fish"):
+    if shutil.which(shell):
+        run(shell, "-n", str(FILES[shell]))
+
+variables = re.findall(r'kRemoteLog\w+\[\] = "(\w+)"', (FOLDER / "common/ServiceNames.h").read_text())
+common = re.findall(r"--[\w-]+", said("--help"))
+commands = re.findall(r"^  (\w+) ", said("--help"), re.M)
+assert variables and common and len(commands) > 8, (variables, common, commands)
+for check in checks:
+    check(commands, "")
+    check(variables, "set", "")
+    for command in commands:
+        if command != "help":
+            # The synopsis has the words without an option's name; the lines below explain each option.
+            check({*common, *re.findall(r"--\w[\w-]*(?=[ =]|$)", said("help", command).partition("\n")[2])}, command, "--")
+sys.exit("\n".join(faults) or 0)
