@@ -83,7 +83,7 @@ class Dump(ToolTest):
         until(lambda: follow() == "n.Info: 599\n", "the last line")
         tool.send_signal(signal.SIGINT)
         said = tool.communicate(timeout=20)[1]
-        self.assertEqual((tool.returncode, "was restarted" in said, "than the service keeps" in said), (DONE, True, True), said)
+        self.assertEqual((tool.returncode, said.count("lines may be missing here")), (DONE, 2), said)
 
     def test_says_why_there_is_nothing(self):
         self.service()

@@ -29,7 +29,6 @@ class Dump {
   void Print(const StoredLine& line);
   void WriteJson(const StoredLine& line);
   void WritePrintable(const StoredLine& line);
-  void TellGap(Gap gap);
   const char* TextOf(const RecordPart& part);
 
   const Options& m_options;
@@ -117,12 +116,6 @@ int Dump::PrintStored() {
   return FlushOutput() ? kDone : kUsage;
 }
 
-void Dump::TellGap(Gap gap) {
-  if (gap == Gap::kOverrun) Say("lines are missing here: more came within a second than the service keeps");
-  if (gap == Gap::kRestart)
-    Say("lines may be missing here: the service was restarted and has lost its last ones");
-}
-
 int Dump::Follow() {
   constexpr unsigned kPauseMs = 1000;
   for (;;) {
@@ -131,9 +124,10 @@ int Dump::Follow() {
     SyncFile& now = m_files[1 - m_latest];
     const int result = Session::IsInterrupted() ? kDone : now.Get(m_options, m_session, true);
     if (Session::IsInterrupted() || result != kDone) return result;
-    Gap gap;
-    const char* at = FirstNew(old.Begin(), old.End(), now.Begin(), now.End(), &gap);
-    TellGap(gap);
+    bool isSure = false;
+    const char* at = FirstNew(old.Begin(), old.End(), now.Begin(), now.End(), &isSure);
+    if (!isSure)
+      Say("lines may be missing here: the service was restarted, or more came in a second than it keeps");
     StoredLine line{};
     while (TakeStored(&at, now.End(), &line)) {
       if (IsWanted(line)) Print(line);

@@ -115,16 +115,15 @@ const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, co
 
 }  // namespace
 
-const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, Gap* gap) {
-  *gap = Gap::kNone;
+const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure) {
+  *isSure = true;
   StoredLine line{};
   for (const char* at = old; at != oldEnd; TakeStored(&at, oldEnd, &line)) {
     const auto length = static_cast<size_t>(oldEnd - at);
     if (length <= static_cast<size_t>(nowEnd - now) && memcmp(at, now, length) == 0) return now + length;
   }
-  const char* const first = FirstUnseen(old, oldEnd, now, nowEnd);
-  *gap = first == now ? Gap::kOverrun : Gap::kRestart;
-  return first;
+  *isSure = false;
+  return FirstUnseen(old, oldEnd, now, nowEnd);
 }
 
 }  // namespace Ctl

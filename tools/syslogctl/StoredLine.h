@@ -26,10 +26,8 @@ struct StoredLine {
 // Takes the first line off the text from *at to end. False: there is none.
 bool TakeStored(const char** at, const char* end, StoredLine* line);
 
-enum class Gap { kNone, kOverrun, kRestart };  // restart: of the service's child
-
-// Where in what the service stores now that begins which it had not stored at the earlier look. *gap: why
-// there may have been lines in between.
-const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, Gap* gap);
+// Where in what the service stores now that begins which it had not stored at the earlier look. *isSure: it
+// follows what was stored then; else lines may have come in between and have gone.
+const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure);
 
 }  // namespace Ctl
