@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include "tests/unit/LogCallModel.h"
+#include "tools/syslogctl/StoredLine.h"
 #include "tools/syslogctl/SyslogLine.h"
 #include "tools/syslogctl/Text.h"
 
@@ -58,13 +59,37 @@ void CheckScreen(const char* text) {
   ASSERT_TRUE(!IsUtf8(text) || decoded == text) << decoded;
 }
 
+// As the service's file: all of it is in one line or another, and none of it is new at a second look.
+void CheckStored(const std::string& file) {
+  const char* const end = file.data() + file.size();
+  const char* at = file.data();
+  Ctl::StoredLine line{};
+  for (const char* begin = at; Ctl::TakeStored(&at, end, &line); begin = at) {
+    ASSERT_EQ(begin, line.begin);
+    ASSERT_EQ(at, line.end);
+    ASSERT_LE(begin, line.module.begin);
+    ASSERT_LE(line.module.begin + line.module.length, line.text.begin);
+    ASSERT_LE(line.text.begin + line.text.length, at);
+    bool isSure = false;
+    ASSERT_EQ(end, Ctl::FirstNew(begin, end, begin, end, &isSure));
+    ASSERT_TRUE(isSure);
+    const char* const first = Ctl::FirstNew(file.data(), begin, begin, end, &isSure);
+    ASSERT_TRUE(begin <= first && first <= end);
+  }
+  ASSERT_EQ(end, at);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string record(data, data + size);
-  Ctl::SyslogLine line = Ctl::ParseSyslog(record.data(), size);
-  CheckParts(line, record);
-  CheckIsNotReserved(line.module);
+  CheckStored(record);
+  Ctl::SyslogLine line{};
+  for (const bool hasHost : {true, false}) {
+    line = Ctl::ParseSyslog(record.data(), size, hasHost);
+    CheckParts(line, record);
+    CheckIsNotReserved(line.module);
+  }
   Velk::SimpleString text;
   Ctl::AppendWithoutNul(text, line.text.begin, line.text.length);
   CheckScreen(text.Str());

@@ -9,8 +9,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#define SYSLOG_NAMES  // for prioritynames
-#include <syslog.h>
 #include <unistd.h>
 
 #include "common/InetAddress2.h"
@@ -165,22 +163,27 @@ bool SetCount(const char* text, Options* options) {
   return Refuse("'%s' is no count: 1 or more", text);
 }
 
-// Also the names and numbers of syslog(3), as <syslog.h> has them.
+// Ours and those of syslog(3). The table that <syslog.h> can give is no C++ in musl.
+const struct {
+  const char* name;
+  ELogMessageType type;
+} kLevelNames[] = {
+    {"trace", Trace},     {"debug", Trace},  {"info", Info},   {"notice", Info},
+    {"warning", Warning}, {"warn", Warning}, {"error", Error}, {"err", Error},
+    {"crit", Error},      {"alert", Error},  {"emerg", Error}, {"panic", Error},
+};
+
 bool SetLevel(const char* text, Options* options) {
-  if (strcmp(text, "trace") == 0) {
-    options->level = Trace;
+  if (*text >= '0' && *text <= '7' && text[1] == '\0') {
+    options->level = TypeOfSeverity(static_cast<unsigned>(*text - '0'));
     return true;
   }
-  const bool isNumber = *text >= '0' && *text <= '7' && text[1] == '\0';
-  int severity = isNumber ? *text - '0' : INTERNAL_NOPRI;
-  for (const CODE* entry = prioritynames; entry->c_name != nullptr; ++entry) {
-    if (strcmp(text, entry->c_name) == 0) severity = entry->c_val;
+  for (const auto& known : kLevelNames) {
+    if (strcmp(text, known.name) != 0) continue;
+    options->level = known.type;
+    return true;
   }
-  if (severity == INTERNAL_NOPRI) {
-    return Refuse("'%s' is no level: trace, info, warning, error, or a name or number of syslog(3)", text);
-  }
-  options->level = TypeOfSeverity(static_cast<unsigned>(severity));
-  return true;
+  return Refuse("'%s' is no level: trace, info, warning, error, or a name or number of syslog(3)", text);
 }
 
 bool SetModule(const char* text, Options* options) {

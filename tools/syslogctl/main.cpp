@@ -23,9 +23,9 @@ const Ctl::Command kCommands[] = {
     {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]",
      "logs TEXT, or each line of standard input",
      "\n"
-     "  -l, --level LEVEL   trace, info (the default), warning or error; also a name or\n"
-     "                      number of syslog(3): 7 is trace, 5 and 6 info, 4 warning,\n"
-     "                      3 to 0 error\n"
+     "  -l, --level LEVEL   trace, info (the default), warning or error; also a name\n"
+     "                      or number of syslog(3): 7 is trace, 6 and 5 info,\n"
+     "                      4 warning, 3 to 0 error\n"
      "  -t, --tag MODULE    the line's module; else syslogctl\n",
      Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", "sets a configuration variable, until the service restarts",
@@ -65,8 +65,8 @@ const Ctl::Command kCommands[] = {
      "\n"
      "      --socket PATH           in place of /dev/log\n"
      "      --kmsg                  logs also what the kernel says\n"
-     "      --udp [ADDRESS:]PORT    logs also what other machines send there by syslog's\n"
-     "                              network protocols; without ADDRESS at all of them\n",
+     "      --udp [ADDRESS:]PORT    logs also what other machines send there as syslog\n"
+     "                              datagrams; without ADDRESS, on all interfaces\n",
      Ctl::RunBridge},
     {nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr},
 };
