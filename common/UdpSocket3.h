@@ -21,6 +21,9 @@ class UdpSocket3 {
   bool Open();
   void Close();
 
+  // The socket for other system calls, -1 when closed. Still owned.
+  int Descriptor() const { return m_socket; }
+
   // ip 0: all interfaces. False without a system call when the socket is closed or ip is above 224.0.0.0.
   bool Bind(unsigned short port, unsigned long ip);
   // The same without the range check, e.g. for a multicast group.
