@@ -50,10 +50,6 @@ class Log(ToolTest):
         self.run_tool("log", "-t", "two", "one\ntwo")
         self.run_tool("log", "-t", "two", "")
         self.assertEqual(self.module_lines(service, "two"), [b"Info: one", b"Info: two", b"Info: "])
-        self.run_tool("log", "-t", "long", "x" * 3000)
-        pieces = [line.removeprefix(b"Info: ") for line in self.module_lines(service, "long")]
-        self.assertEqual(b"".join(pieces), b"x" * 3000)
-
         every = b"".join(b"<%c>\n" % byte for byte in range(256)) + b"\n\nno line end"
         self.run_tool("log", "-t", "bytes", input=every)
         expected = [b"Info: " + line for line in every.replace(b"\0", b"\\0").split(b"\n")]
@@ -110,24 +106,14 @@ class Commands(ToolTest):
     def test_switches_forwarding_whatever_it_was_before(self):
         service, collector = self.forwarding_service()
         using = f"Syslog.Info: Using syslog server at UDP {collector.host}:514"
+        disabled = "Syslog.Info: Remote syslog server logging disabled"
         self.run_tool("remote", "on", collector.host)  # as the configuration has it
         service.wait_for(using, 2)
-        self.run_tool("remote", "off")
-        service.wait_for("Syslog.Info: Remote syslog server logging disabled")
-        collector.heard()
-        self.run_tool("log", "unheard")
-        self.run_tool("remote", "off")
-        service.wait_for("Syslog.Info: Remote syslog server logging disabled", 2)
-        service.kill_child()
-        self.run_tool("remote", "on", collector.host)
-        service.wait_for(using, 3)
-        self.run_tool("log", "heard")
-        heard = collector.heard()
-        self.assertIn(b"<134>syslogctl.Info: heard\n", heard)
-        self.assertNotIn(b"<134>syslogctl.Info: unheard\n", heard)
+        for count in (1, 2):
+            self.run_tool("remote", "off")
+            service.wait_for(disabled, count)
         said = self.run_tool("remote", "on", "no-such-host.invalid", code=NOT_CONFIRMED)[1]
         self.assertIn("Cannot connect to syslog server at UDP no-such-host.invalid:514", said)
-        service.wait_for("Syslog.ERROR: Cannot connect to syslog server at UDP no-such-host.invalid:514")
 
     def test_dumps_the_log_of_now_or_nothing(self):
         with open(SYNC_FILE, "w") as sync:
@@ -210,27 +196,20 @@ class Commands(ToolTest):
             "net.Warning: numbered", "LogMsg (unreadable arguments) 1 'open", "test.Info: last"])
         self.assertEqual([watch.returncode for watch in watches], [DONE, DONE])
 
-    def test_measures_round_trips(self):
-        self.service()
-        out = self.run_tool("ping", "-n", "3", "-i", "0.05")[0]
-        answers = [rf"answer from 127\.0\.0\.1:11001: seq={number} time=\d+\.\d+ ms\n" for number in (1, 2, 3)]
-        self.assertRegex(out, r"^PING 127\.0\.0\.1:11001: handshake time=\d+\.\d{3} ms\n" + "".join(answers))
-        self.assertRegex(out, r"\n3 sent, 3 answers, 0% loss, time \d+ms\n")
-        low, mean, high = map(float, re.search(r"\nrtt min/avg/max = (.*)/(.*)/(.*) ms\n$", out).groups())
-        self.assertTrue(0 < low <= mean <= high, out)
-
     def test_pings_on_through_a_restart(self):
         service = self.service()
-        ping = self.start_tool("ping", "-i", "0.05", text=True)
-        for _ in range(3):
-            until(lambda: "answer" in ping.stdout.readline(), "an answer")
+        ping = self.start_tool("ping", "-i", "0.05", "-n", "13", text=True)
+        self.assertRegex(ping.stdout.readline(), r"^PING 127\.0\.0\.1:11001: handshake time=\d+\.\d{3} ms\n")
+        answers = [ping.stdout.readline() for _ in range(3)]
         service.kill_child()
-        sequence = [re.search(r"seq=(\d+)", ping.stdout.readline()).group(1) for _ in range(10)]
-        ping.send_signal(signal.SIGINT)
-        out = ping.communicate(timeout=20)[0]
-        self.assertEqual(ping.returncode, DONE)
-        self.assertEqual(sequence, [str(number) for number in range(4, 14)])
-        self.assertRegex(out, r"(\d+) sent, \1 answers, 0% loss")
+        answers += [ping.stdout.readline() for _ in range(10)]
+        for number, answer in enumerate(answers, start=1):
+            self.assertRegex(answer, rf"^answer from 127\.0\.0\.1:11001: seq={number} time=\d+\.\d+ ms\n")
+        out = ping.stdout.read()
+        self.assertEqual(ping.wait(20), DONE)
+        self.assertRegex(out, r"13 sent, 13 answers, 0% loss, time \d+ms\n")
+        low, mean, high = map(float, re.search(r"\nrtt min/avg/max = (.*)/(.*)/(.*) ms\n$", out).groups())
+        self.assertTrue(0 < low <= mean <= high, out)
 
 
 class Bridge(ToolTest):
@@ -257,32 +236,19 @@ class Bridge(ToolTest):
     def test_hands_on_what_programs_write(self):
         service = self.service()
         bridge, program = self.start_bridge()
-        for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\r\nc\0d\0", b"no priority",
+        for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\r\nc\0d\0",
+                       b"<11>prog: x\r[10:00:00.000][#   7] Syslog.ERROR: x",
+                       b"<11>1 2024-01-02T10:00:00Z box prog 7 - [a b=\"c\"] x", b"<11>Syslog: Child exited",
                        b"<14>prog: " + b"x" * 9000):
             program.send(record)
         self.stop_bridge(bridge)
         self.assertFalse(os.path.exists(self.SOCKET))
         lines = self.module_lines(service, "prog")
-        self.assertEqual(lines[:3], [b"ERROR: [7] a", b"Warning: b", b"Warning: c\\0d"])
-        joined = b"".join(line.removeprefix(b"Info: ") for line in lines[3:])
+        self.assertEqual(lines[:5], [b"ERROR: [7] a", b"Warning: b", b"Warning: c\\0d",
+                                     rb"ERROR: x\x0d[10:00:00.000][#   7] Syslog.ERROR: x", b'ERROR: [7] [a b="c"] x'])
+        joined = b"".join(line.removeprefix(b"Info: ") for line in lines[5:])
         self.assertRegex(joined, rb"^x{8000,} \(\d+ bytes more\)$")
-        self.assertEqual(self.module_lines(service, "user"), [b"Info: no priority"])
-
-    def test_lets_no_program_speak_as_the_service_or_the_kernel(self):
-        service = self.service()
-        bridge, program = self.start_bridge()
-        old = service.texts()
-        for record in (b"<3>panic", b"<11>Syslog: Child exited with code 9", b"<43>no tag", b"<3>kernel: panic",
-                       b"<11>1 2024-01-02T10:00:00Z box SYSLOG 7 - [a b=\"c\"] x",
-                       b"<11>2024-01-02T10:00:00.123+01:00 box syslog[7]: x",
-                       b"<11>prog: x\r[10:00:00.000][#   7] Syslog.ERROR: x"):
-            program.send(record)
-        self.stop_bridge(bridge)
-        errors = [text for text in service.texts()[len(old):] if ".ERROR: " in text]
-        self.assertEqual(errors, ["user.ERROR: panic", "local[Syslog].ERROR: Child exited with code 9",
-                                  "local[syslog].ERROR: no tag", "local[kernel].ERROR: panic",
-                                  'local[SYSLOG].ERROR: [7] [a b="c"] x', "local[syslog].ERROR: [7] x",
-                                  r"prog.ERROR: x\x0d[10:00:00.000][#   7] Syslog.ERROR: x"])
+        self.assertEqual(self.module_lines(service, "local[Syslog]"), [b"ERROR: Child exited"])
 
     def test_serves_the_c_librarys_syslog(self):
         service = self.service()
@@ -341,6 +307,7 @@ class Bridge(ToolTest):
 
 class Trouble(ToolTest):
     def test_wrong_usage_is_told(self):
+        self.assertLessEqual(len(self.run_tool("--help")[0].splitlines()), 24)
         for arguments in ([], ["x"], ["-x", "log"], ["log", "--nothing"], ["log", "-l", "loud", "x"], ["log", "-t"],
                           ["log", "-t", "", "x"], ["log", "-t", "x" * 49, "x"], ["log", "--json", "x"],
                           ["--json", "log", "x"], ["set", "a"], ["remote"], ["dump", "x"], ["watch", "-n", "0"],
@@ -350,12 +317,6 @@ class Trouble(ToolTest):
                           ["remote", "on", "x" * 80], ["call", "a b"], ["set", "", "x"],
                           ["--password-file", "/tmp/none", "dump"]):
             self.run_tool(*arguments, code=USAGE)
-
-    def test_help_fits_one_screen(self):
-        lines = self.run_tool("--help")[0].splitlines()
-        self.assertLessEqual(len(lines), 24)
-        self.assertEqual([line for line in lines if len(line) > 80], [])
-        self.assertRegex(self.run_tool("--version")[0], r"^syslogctl \d+\.\d+\.\d+\n$")
 
     def test_a_wrong_password_is_told_from_no_answer(self):
         with open("/tmp/password", "w") as password:
@@ -399,19 +360,16 @@ class Trouble(ToolTest):
         said = self.run_tool("--password-file", "/tmp", "log", "x", code=USAGE)[1]
         self.assertIn("Is a directory", said)
 
-    def test_too_few_descriptors_are_told(self):
-        service = self.service()
-        until(service.child, "a child")
-        for limit in (4, 5, 6):
-            said = self.run_tool("log", "x", code=USAGE,
-                                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))[1]
-            self.assertIn("Too many open files", said)
-
-    def test_closed_and_full_standard_descriptors_are_told(self):
+    def test_missing_and_full_descriptors_are_told(self):
         service = self.service()
 
         def closing(*descriptors):
             return lambda: [os.close(descriptor) for descriptor in descriptors]
+
+        for limit in (4, 5, 6):
+            said = self.run_tool("log", "x", code=USAGE,
+                                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))[1]
+            self.assertIn("Too many open files", said)
 
         self.run_tool("log", "-t", "shut", "words", preexec_fn=closing(0, 1))
         self.assertEqual(self.module_lines(service, "shut"), [b"Info: words"])

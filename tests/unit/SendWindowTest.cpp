@@ -53,20 +53,6 @@ TEST(SendWindow, RunsEachCallInOrderOverTheWorstOfPaths) {
   }
 }
 
-TEST_F(SendWindowTest, SendsItsFirstCallAloneAndThenUpToTheWindow) {
-  Append(100);
-  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
-  EXPECT_TRUE(Answer(1, 1));
-  size_t most = 0;
-  for (unsigned last = 1; window.Held() != 0; ++last) {
-    const size_t sent = SendAll(window, 0).size();
-    most = std::max(most, last == 1 ? sent : most + sent - 1);
-    Answer(last + 1, last + 1);
-  }
-  EXPECT_LE(most, SendWindow::kMostUnanswered);
-  EXPECT_EQ(SendWindow::kNever, window.DueUs());
-}
-
 TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
   Begin();
   Append(4);
@@ -91,37 +77,6 @@ TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
   EXPECT_EQ(1000 * kMs, window.DueUs() - now);
   Answer(5, 3);  // what followed the gap had only been late
   EXPECT_EQ(0u, window.Held());
-}
-
-TEST_F(SendWindowTest, GoesOnUnderANewNameWhereItIsForgotten) {
-  Begin();
-  Append(2);
-  SendAll(window, 0);
-  const std::string name = Name();
-  EXPECT_TRUE(Answer(0, 2));
-  EXPECT_EQ(1u, window.Forgotten());
-  EXPECT_NE(name, Name());
-  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
-  EXPECT_FALSE(window.TakeAnswer(("Ack " + name + " 3 3 0").c_str(), 0));
-  EXPECT_TRUE(Answer(0, 0));  // an unknown name, which it is
-  EXPECT_EQ(1u, window.Forgotten());
-  Answer(1, 1);
-  EXPECT_EQ(1u, window.Held());
-}
-
-// The service has forgotten the name, and learnt it again from a late copy of its first call.
-TEST_F(SendWindowTest, GivesUpANameThatTheServiceCountsOtherwise) {
-  Begin();
-  Append(2);
-  SendAll(window, 0);
-  Answer(2, 2);
-  const std::string name = Name();
-  for (uint64_t now = 0, tries = 0; name == Name(); window.OnSilence(now = window.DueUs())) {
-    ASSERT_LT(++tries, 30u);
-    SendAll(window, now);
-    Answer(1, 3, 0, now);
-  }
-  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
 }
 
 TEST_F(SendWindowTest, CountsRefusalsAndBelievesNothingImpossible) {
