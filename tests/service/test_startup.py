@@ -31,8 +31,7 @@ class StartUp(ServiceTest):
                                                  for second in range(int(before), int(time.time()) + 1)])
 
     def test_debug_alone_and_in_any_case_turns_trace_on(self):
-        for arguments, debug in [(["debug"], True), (["DEBUG"], True), (["debug", "x"], False),
-                                 (["debug "], False), ([""], False)]:
+        for arguments, debug in [(["DEBUG"], True), (["debug", "x"], False), (["debug "], False)]:
             with self.subTest(arguments=arguments):
                 service = self.service(*arguments)
                 service.fence(peer := self.peer())
