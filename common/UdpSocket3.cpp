@@ -82,7 +82,8 @@ bool HasHolder(const char* table, unsigned short port, unsigned long ours) {
 }  // namespace
 
 bool UdpSocket3::IsHeldByOthers(unsigned short port, unsigned long ours) {
-  return HasHolder("/proc/net/udp", port, ours) || HasHolder("/proc/net/udp6", port, ours);
+  // Not /proc/net, which is missing where proc(5) is mounted with subset=pid, as systemd can.
+  return HasHolder("/proc/self/net/udp", port, ours) || HasHolder("/proc/self/net/udp6", port, ours);
 }
 
 void UdpSocket3::ForbidSharing() {

@@ -164,6 +164,10 @@ class SyncFile(ServiceTest):
 
 class RemoteSyslog(ServiceTest):
     def test_port_514_is_its_own_unless_a_collector_of_this_machine_listens(self):
+        # All that systemd's ProcSubset=pid leaves. A kernel before 5.8 does not know the option.
+        with contextlib.suppress(OSError):
+            namespace.mount("proc", "/proc", "proc", 0, "subset=pid")
+            self.addCleanup(namespace.unmount, "/proc")
         sender = roomy_socket()
         self.addCleanup(sender.close)
         elsewhere = self.collector()

@@ -30,7 +30,7 @@ unsigned short PortOf(const char* server) {
 }
 
 bool FindPort(unsigned short number, Port* port) {
-  FILE* const table = fopen("/proc/net/udp", "re");
+  FILE* const table = fopen("/proc/self/net/udp", "re");
   if (table == nullptr) return false;
   char line[256];
   bool isFound = false;
