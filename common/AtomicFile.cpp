@@ -12,7 +12,9 @@
 namespace Velk {
 namespace {
 
-constexpr char kTempSuffix[] = ".XXXXXX";
+// mkostemp(3) fills in the X. What has such a name is removed, so it is none that a person gives a copy.
+constexpr char kTempSuffix[] = ".unfinished-XXXXXX";
+constexpr size_t kFilledIn = 6;
 
 // Opens a regular file for writing without touching its content, or makes it. -1: refused.
 int OpenTarget(const char* path, struct stat& status) {
@@ -155,15 +157,14 @@ bool AtomicFile::CommitAsOwn() {
 
 namespace {
 
-// What mkostemp(3) makes of a name: a dot and six letters or digits.
 bool IsTempOf(const char* name, const char* entry) {
   const size_t length = strlen(name);
-  if (strlen(entry) != length + strlen(kTempSuffix) || strncmp(entry, name, length) != 0 ||
-      entry[length] != '.')
-    return false;
-  const char* suffix = entry + length + 1;
-  while (isalnum(static_cast<unsigned char>(*suffix))) ++suffix;
-  return *suffix == '\0';
+  const size_t fixed = strlen(kTempSuffix) - kFilledIn;
+  if (strncmp(entry, name, length) != 0 || strncmp(entry + length, kTempSuffix, fixed) != 0) return false;
+  const char* const filled = entry + length + fixed;
+  const char* end = filled;
+  while (isalnum(static_cast<unsigned char>(*end))) ++end;
+  return *end == '\0' && end - filled == kFilledIn;
 }
 
 }  // namespace

@@ -83,15 +83,15 @@ TEST_F(AtomicFileTest, PutsItsOwnFileInPlaceOfWhateverWasThere) {
 }
 
 TEST_F(AtomicFileTest, RemovesWhatAKilledProcessLeft) {
-  for (const char* name :
-       {"file", "file.aB3xYz", "file.short", "file.toolong", "file.dot.aB", "other.aB3xYz"})
+  for (const char* name : {"file", "file.unfinished-aB3xYz", "file.backup", "file.unfinished-short",
+                           "file.unfinished-toolong", "file.unfinished-dot.aB", "other.unfinished-aB3xYz"})
     m_dir.Write(name, "x");
-  ASSERT_EQ(0, mkdir(m_dir.Path("file.folder").c_str(), 0700));
-  ASSERT_EQ(0, symlink("file", m_dir.Path("file.symlnk").c_str()));
+  ASSERT_EQ(0, mkdir(m_dir.Path("file.unfinished-folder").c_str(), 0700));
+  ASSERT_EQ(0, symlink("file", m_dir.Path("file.unfinished-symlnk").c_str()));
   const long before = m_dir.CountFiles();
   Velk::AtomicFile::RemoveLeftovers(m_dir.Path("file").c_str());
   EXPECT_EQ(before - 1, m_dir.CountFiles());
-  EXPECT_NE(0, access(m_dir.Path("file.aB3xYz").c_str(), F_OK));
+  EXPECT_NE(0, access(m_dir.Path("file.unfinished-aB3xYz").c_str(), F_OK));
   Velk::AtomicFile::RemoveLeftovers("/none/file");
 }
 
