@@ -70,7 +70,7 @@ void SelectTrace(int argc, char** argv) {
   log->m_traceEnabled = debug;
 }
 
-int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
+int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server, DailyLog2& dailyLog) {
   if (!server.Open(values.password, values.port)) {
     const char* const why = strerror(errno);
     LogPrinter::Instance()->Log(Error, nullptr, "UDP port %u: %s\n", values.port, why);
@@ -78,6 +78,8 @@ int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
     return 1;
   }
   ReportServing();
+  // Only here: a second service, which does not get the port, must leave alone what the first is writing.
+  dailyLog.RemoveLeftovers();
   server.ReceiveTask();
   server.Close();
   LogPrinter::Instance()->Log(Info, nullptr, "Exiting syslog main...\n");
@@ -86,7 +88,7 @@ int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server) {
 
 // The child's life. Ends the process with all objects in place once the worker thread runs: that may wait in
 // a handler for the console's reader, so it can't be stopped, and must find the queue and its targets.
-int RunChild(const ServiceValues& values) {
+int RunChild(const ServiceValues& values, DailyLog2& dailyLog) {
   LogPrinter::Instance()->Log(Info, nullptr, "Continuing...\n");
   ErrReporter reporter;
   Velk::GDQ queue(0, 0, "AppThread2", false);
@@ -102,7 +104,7 @@ int RunChild(const ServiceValues& values) {
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open queue!\n");
     return 1;
   }
-  _exit(Serve(values, server));
+  _exit(Serve(values, server, dailyLog));
 }
 
 }  // namespace
@@ -120,6 +122,5 @@ int RunService(const ServiceValues& values, int argc, char** argv) {
     log->Log(Info, nullptr, "Exiting application...\n");
     return 1;
   }
-  dailyLog.RemoveLeftovers();
-  return RunChild(values);
+  return RunChild(values, dailyLog);
 }

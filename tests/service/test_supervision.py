@@ -8,7 +8,7 @@ import statistics
 import time
 import unittest
 
-from harness import PORT, SANITIZED, ServiceTest, processes, until
+from harness import PORT, SANITIZED, SYNC_FILE, ServiceTest, processes, until
 
 RESTART = "Syslog.Info: Child exited with code %d, restarting..."
 
@@ -45,17 +45,22 @@ class Supervision(ServiceTest):
         service.wait_for(RESTART % signal.SIGTERM)
 
     def test_restarts_without_a_fault_until_its_port_is_free(self):
+        unfinished = f"{SYNC_FILE}.unfinished-aB3xYz"
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("", PORT))
+            with open(unfinished, "w"):  # perhaps by the service that has the port
+                pass
             service = self.service(environment={"TSAN_OPTIONS": "atexit_sleep_ms=0"})
             # After pauses of 10, 20, 40 ms and so on, up to a second.
             service.wait_for(RESTART % 256, 6)
             begin = time.monotonic()
             service.wait_for(RESTART % 256, 8)
             self.assertGreater(time.monotonic() - begin, 0.9)
+            self.assertTrue(os.path.exists(unfinished))
         self.assertGreaterEqual(service.count("Syslog.ERROR: UDP port 11001: Address already in use"), 8)
         self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 8)
         self.peer()
+        self.assertFalse(os.path.exists(unfinished))
         service.kill_child()  # which has served: the next one starts at once
         self.peer()
 
