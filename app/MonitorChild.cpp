@@ -21,11 +21,12 @@ void FollowSupervisor(pid_t supervisor) {
   if (parent != supervisor && parent != 0) _exit(1);
 }
 
-// Shared with the children: the present one serves, or has served. Null: can't be told.
+// Shared with the children: the present one has served a peer. Null: can't be told.
 volatile bool* s_hasServed = nullptr;
 
-// A child that can't serve, as with the port taken or no memory for a thread, would be started some thousand
-// times a second. One that was killed is no such child, whenever that was.
+// A child that can't serve, as with the port taken, no memory for a thread or a call that a filter ends it
+// for, would be started some thousand times a second. One that was killed is no such child, whenever that
+// was.
 bool HasEndedByItself(int status) {
   if (WIFEXITED(status)) return true;
   const int signals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};

@@ -10,5 +10,5 @@
 // A wait that a signal interrupts goes on. The child is killed when the supervisor ends, for whatever reason.
 bool MonitorChild();
 
-// Called in a child when it is about to serve.
+// Called in a child that has served a peer.
 void ReportServing();

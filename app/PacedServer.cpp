@@ -1,5 +1,7 @@
 #include "app/PacedServer.h"
 
+#include "app/MonitorChild.h"
+
 namespace {
 
 // So many pending calls make a pause worth while, and it ends with so few: the worker thread must not run dry
@@ -13,6 +15,7 @@ constexpr uint32_t kMaxPauseMs = 2;
 }  // namespace
 
 void PacedServer::AfterBatch(bool isEmpty) {
+  ReportServing();
   const uint32_t pending = m_queue.WaitForFewerPosts(0, 0);
   if (pending >= kMaxPendingCalls) {
     // Not only until the next call is done: the two threads would then take turns, one call each.

@@ -77,7 +77,6 @@ int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server, DailyLog2& daily
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
     return 1;
   }
-  ReportServing();
   // Only here: a second service, which does not get the port, must leave alone what the first is writing.
   dailyLog.RemoveLeftovers();
   server.ReceiveTask();

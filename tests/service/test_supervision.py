@@ -64,6 +64,16 @@ class Supervision(ServiceTest):
         service.kill_child()  # which has served: the next one starts at once
         self.peer()
 
+    def test_pauses_after_children_that_end_before_they_serve(self):
+        service = self.service()
+        begin = time.monotonic()
+        for count in range(7):  # pauses of 1.27 s in all
+            child = service.child()
+            time.sleep(0.05)  # it has the port by then
+            os.kill(child, signal.SIGSYS)  # as a filter of system calls does, at its first recvmmsg(2)
+            service.wait_for("Syslog.Info: Start child...", count + 2)
+        self.assertGreater(time.monotonic() - begin, 1.5)
+
     def test_shares_its_port_with_no_other_program(self):
         service = self.service()
         self.peer()
