@@ -239,6 +239,7 @@ class Bridge(ToolTest):
         for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\r\nc\0d\0",
                        b"<11>prog: x\r[10:00:00.000][#   7] Syslog.ERROR: x",
                        b"<11>1 2024-01-02T10:00:00Z box prog 7 - [a b=\"c\"] x", b"<11>Syslog: Child exited",
+                       b"<11>\xc2\x9b1Gprog: \xc2\x9b1Gx",
                        b"<14>prog: " + b"x" * 9000):
             program.send(record)
         self.stop_bridge(bridge)
@@ -249,6 +250,7 @@ class Bridge(ToolTest):
         joined = b"".join(line.removeprefix(b"Info: ") for line in lines[5:])
         self.assertRegex(joined, rb"^x{8000,} \(\d+ bytes more\)$")
         self.assertEqual(self.module_lines(service, "local[Syslog]"), [b"ERROR: Child exited"])
+        self.assertEqual(self.module_lines(service, r"\xc2\x9b1Gprog"), [rb"ERROR: \xc2\x9b1Gx"])
 
     def test_serves_the_c_librarys_syslog(self):
         service = self.service()

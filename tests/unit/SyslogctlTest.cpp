@@ -57,7 +57,7 @@ TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
       // on a screen, in JSON
       {"link ä€😀 \"C:\\\"", "link ä€😀 \"C:\\\"", "\"link ä€😀 \\\"C:\\\\\\\"\""},
       {"\x1b[2J\t\r\x7f", "\\x1b[2J\t\\x0d\\x7f", "\"\\u001b[2J\\u0009\\u000d\\u007f\""},
-      {"\xc2\x9b", "\\xc2\\x9b", "\"\xc2\x9b\""},      // a terminal's CSI
+      {"\xc2\x9b", "\\xc2\\x9b", "\"\\u009b\""},       // a terminal's CSI
       {"\xff\xc3", "\\xff\\xc3", "\"\uFFFD\uFFFD\""},  // never, cut off
       {"\xc0\xaf\xe0\x80\xaf", "\\xc0\\xaf\\xe0\\x80\\xaf",
        "\"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\""},                         // overlong
@@ -75,8 +75,8 @@ TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
   Ctl::AppendWithoutNul(out, "\0a\0\0b", 5);
   EXPECT_STREQ(out.Str(), "\\0a\\0\\0b");
   out.Empty();
-  Ctl::AppendWithoutControls(out, "\0a\t\r\x1b[m\x7f ä\xff\n", 13);
-  EXPECT_STREQ(out.Str(), "\\0a\t\\x0d\\x1b[m\\x7f ä\xff\\x0a");
+  Ctl::AppendWithoutControls(out, "\0a\t\r\x1b[m\x7f ßä\xff\xc2\x9b\x9b\n\xc2\x9b", 19);
+  EXPECT_STREQ(out.Str(), "\\0a\t\\x0d\\x1b[m\\x7f ßä\xff\\xc2\\x9b\\x9b\\x0a\xc2");
 }
 
 std::string Text(const Ctl::RecordPart& part) {

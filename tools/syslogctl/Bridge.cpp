@@ -104,6 +104,7 @@ class Bridge {
   KernelLog m_kernel;
   RecordRing m_ring;
   unsigned m_callsTaken = 0;  // of the oldest record's
+  Velk::SimpleString m_module{64, 64};
   Velk::SimpleString m_text{1024, 1024};
 };
 
@@ -157,7 +158,9 @@ void Bridge::WaitAndRead() {
 
 void AppendPart(Velk::SimpleString& out, const char* before, const RecordPart& part, const char* after) {
   if (part.length == 0) return;
-  out.Append(before).Append(part.begin, static_cast<unsigned>(part.length)).Append(after);
+  out.Append(before);
+  AppendWithoutControls(out, part.begin, part.length);
+  out.Append(after);
 }
 
 // Other machines may take any module's name, but each line says where it came from.
@@ -171,6 +174,8 @@ void Bridge::BeginLine(unsigned sender) {
 
 // False: the client can't take more now. What it took already is skipped when the record's turn comes again.
 bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
+  m_module.Empty();
+  AppendWithoutControls(m_module, line.module, strlen(line.module));
   BeginLine(sender);
   AppendPart(m_text, "[", line.pid, "] ");
   AppendPart(m_text, "", line.id, " ");
@@ -183,9 +188,10 @@ bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
   // An empty text is a line too.
   for (TakeLine(&rest, &left, &part, &length);; BeginLine(sender)) {
     if (length > 0 && part[length - 1] == '\r') --length;
-    // Any other carriage return would let a program write over the head of its line on a screen.
+    // Any other carriage return, or what moves the cursor, would let a program write over the head of its
+    // line.
     AppendWithoutControls(m_text, part, length);
-    Velk::LogCall call(line.type, line.module, m_text.Str());
+    Velk::LogCall call(line.type, m_module.Str(), m_text.Str());
     while (const char* const text = call.Next()) {
       if (calls++ < m_callsTaken) continue;
       if (!m_session.Client().SendMsg(text)) return false;

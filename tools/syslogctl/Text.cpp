@@ -33,13 +33,14 @@ void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length) 
 
 namespace {
 
-// Bytes of the well-formed UTF-8 character at text, or 0.
-unsigned Utf8Length(const char* text) {
+// Bytes of the well-formed UTF-8 character at text, or 0. Looks at no more than left bytes.
+unsigned Utf8Length(const char* text, size_t left = 4) {
   const auto byte = [text](int i) { return static_cast<unsigned char>(text[i]); };
   const unsigned first = byte(0);
   if (first < 0x80) return first != 0 ? 1 : 0;
   if (first < 0xC2 || first > 0xF4) return 0;
   const unsigned length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  if (length > left) return 0;
   // Overlong forms, surrogates and what lies beyond U+10FFFF show in the second byte.
   const unsigned low = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
   const unsigned high = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
@@ -68,12 +69,15 @@ void AppendEscaped(Velk::SimpleString& out, const char* format, char c) {
 void AppendWithoutControls(Velk::SimpleString& out, const char* text, size_t length) {
   const char* const end = text + length;
   while (text != end) {
-    const char* plain = text;
-    while (plain != end && (*plain == '\t' || !IsControl(plain, 1))) ++plain;
-    if (plain != text) out.Append(text, static_cast<unsigned>(plain - text));
-    if (plain == end) return;
-    AppendEscaped(out, *plain == '\0' ? "\\%u" : "\\x%02x", *plain);
-    text = plain + 1;
+    const unsigned bytes = Utf8Length(text, static_cast<size_t>(end - text));
+    // Of another character set; 0x80 to 0x9F are control characters in the most common ones, too.
+    const bool isControl = bytes != 0 ? IsControl(text, bytes) : static_cast<unsigned char>(*text) < 0xA0;
+    const char* const next = text + (bytes != 0 ? bytes : 1);
+    if (*text == '\t' || !isControl) {
+      out.Append(text, static_cast<unsigned>(next - text));
+      text = next;
+    }
+    for (; text != next; ++text) AppendEscaped(out, *text == '\0' ? "\\%u" : "\\x%02x", *text);
   }
 }
 
@@ -97,8 +101,8 @@ void AppendJson(Velk::SimpleString& out, const char* text) {
       out.Append("\xEF\xBF\xBD");
     } else if (*text == '"' || *text == '\\') {
       out.Append('\\').Append(*text);
-    } else if (IsControl(text, 1)) {
-      AppendEscaped(out, "\\u%04x", *text);
+    } else if (IsControl(text, length)) {
+      AppendEscaped(out, "\\u%04x", text[length - 1]);
     } else {
       out.Append(text, length);
     }
