@@ -1,7 +1,7 @@
 """What each call does once it is let in."""
 import os
 
-from harness import SYNC_FILE, ServiceTest
+from harness import SYNC_FILE, ServiceTest, log_call
 
 ON, OFF = b"'SysLog server'", b"none"
 
@@ -82,9 +82,19 @@ class Calls(ServiceTest):
         self.assertEqual(kept, [f"{stored}: 100%s %n %d" for _, _, stored, _ in known])
         self.assertEqual([line.decode() for line in collector.heard() if b"100%" in line],
                          [f"<{priority}>{stored}: 100%s %n %d\n" for _, _, stored, priority in known])
-        peer.log(b"x" * 1400)
-        service.fence(peer)
-        self.assertIn((b"<134>test.Info: " + b"x" * 1400)[:1024], collector.heard())
+
+    def test_datagrams_of_1450_bytes_count_and_of_1451_do_not(self):
+        service, collector = self.forwarding_service()
+        peer, listener = self.peer(), self.peer()
+        overhead = 16 + len(log_call(1, b"test", b"\n"))
+        for size in (1450, 1451, 65507):
+            text = b"x" * (size - overhead)
+            peer.log(text + b"\n")
+            service.fence(peer)
+            accepted = size == 1450
+            self.assertEqual(service.count("test.Info: " + text.decode()), accepted)
+            self.assertEqual((b"<134>test.Info: " + text)[:1024] in collector.heard(), accepted)
+            self.assertEqual([len(datagram) for datagram in listener.heard()[:-1]], [size] * accepted)
 
     def test_rejected_calls_show_in_trace_only_and_unparsable_ones_always(self):
         for arguments in ([], ["debug"]):

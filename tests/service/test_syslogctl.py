@@ -10,14 +10,13 @@ import time
 import unittest
 
 import namespace
-from harness import DEADLINE, SYNC_FILE, TOOL, until, without_file_privileges
-from lines import LINES, LinesTest
+from harness import DEADLINE, SYNC_FILE, TOOL, ServiceTest, until, without_file_privileges
 
 DONE, NOT_CONFIRMED, USAGE, NO_ANSWER = range(4)
 
 
 @unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
-class ToolTest(LinesTest):
+class ToolTest(ServiceTest):
     def run_tool(self, *arguments, code=DONE, **options):
         """Runs it to its end; returns its standard output and error."""
         if "input" not in options:
@@ -68,10 +67,6 @@ class Log(ToolTest):
         self.assertLess(min(times), 0.2)
         service.fence(peer)
         self.assertEqual(sum(": srv wrote 16 to " in text for text in service.texts()), 2 * 5 + 1)
-
-    def test_no_confirmed_line_is_lost_while_the_child_is_killed(self):
-        numbers = f"seq -f 'line %.0f' 0 {LINES - 1}"
-        self.check_while_killing_children(["sh", "-c", f"{numbers} | {TOOL} log -t lib"])
 
     def test_is_stopped_by_a_signal_in_order(self):
         service = self.service()
@@ -158,14 +153,11 @@ class Commands(ToolTest):
             file.write("[00:00:00.000] forged.Info: line\n")
         os.chown(SYNC_FILE, 12345, 12345)
 
-    def start_watch(self, *arguments):
-        watch = self.start_tool("watch", *arguments, text=True)
-        self.assertIn("listening", watch.stderr.readline())
-        return watch
-
     def test_shows_what_others_call_and_goes_on_after_a_restart(self):
         service = self.service()
-        watches = self.start_watch("--json", "-n", "6"), self.start_watch("-n", "6")
+        watches = [self.start_tool("watch", *options, "-n", "6", text=True) for options in (["--json"], [])]
+        for watch in watches:
+            self.assertIn("listening", watch.stderr.readline())
         service.kill_child()
         for watch in watches:
             self.assertIn("joined 127.0.0.1:11001 again", watch.stderr.readline())

@@ -18,8 +18,8 @@ inline bool IsUtf8(const std::string& text) {
 
 // The pieces are the text, each a call that the service understands and that begins and ends with whole
 // characters. Returns how many there are.
-inline unsigned CheckCalls(ELogMessageType type, const char* module, std::string text) {
-  Velk::LogCall call(type, module, text.c_str());
+inline unsigned CheckPieces(Velk::LogCall&& call, ELogMessageType type, const char* module,
+                            std::string text) {
   EXPECT_TRUE(call.IsValid());
   Velk::ArgsParser parser(4);
   std::string joined;
@@ -42,4 +42,8 @@ inline unsigned CheckCalls(ELogMessageType type, const char* module, std::string
   if (!text.empty() && text.back() == '\n') text.pop_back();
   EXPECT_EQ(text, joined);
   return pieces;
+}
+
+inline unsigned CheckCalls(ELogMessageType type, const char* module, const std::string& text) {
+  return CheckPieces(Velk::LogCall(type, module, text.c_str()), type, module, text);
 }
