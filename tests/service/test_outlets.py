@@ -110,7 +110,7 @@ class Console(ServiceTest):
 
 class SyncFile(ServiceTest):
     def test_what_is_in_the_way_is_replaced_or_left_alone(self):
-        open(SYNC_FILE + ".aB3xYz", "w").close()  # as a child leaves it that is killed while it writes
+        open(SYNC_FILE + ".unfinished-aB3xYz", "w").close()  # as a child leaves it that is killed while it writes
         service = self.service(prepare=without_file_privileges)
         peer = self.peer()
         self.assertEqual(os.listdir("/tmp"), [])
