@@ -93,6 +93,28 @@ class Fleet(FleetTest):
             texts = lambda: {line["text"] for line in lines_of("/tmp/devices.json") if line["module"] == "net"}
             until(lambda: texts() == {"from the service", "from a device"}, texts)
 
+    def test_only_handshakes_that_worked_are_left_out(self):
+        kept = [b"net.Info: srv wrote 16 to 0x7f000001:1...", b"Syslog.Info: srv wrote -1 to 0x7f000001:2...",
+                b"Syslog.Warning: last"]
+        dropped = b"Syslog.Info: srv wrote 16 to 0x7f000001:3..."
+        early = b"Nov 25 02:14:10 box boot: [00:00:01.002] " + dropped
+
+        def lines(device):
+            paths = ["/tmp/devices.json", *glob.glob(f"{FILES}/{device}/*.json")]
+            return [line for path in paths for line in lines_of(path) if line["host"] == device]
+
+        for program in PROGRAMS:
+            for names in ([program], [f"{program}-fleet", f"{program}-to-files"]):
+                self.collector(*names)
+                self.say(DEVICES[0], dropped, *([early] if len(names) == 2 else []), *kept)
+                found = lambda: {f"{line['module']}.{line['text']}" for line in lines(DEVICES[0])}
+                until(lambda: "Syslog.last" in found(), found)
+                self.assertEqual(found(), {line.replace(b"Info: ", b"").replace(b"Warning: ", b"").decode()
+                                           for line in kept}, names)
+                self.peer_of_a_service().log(b"from a service\n", module=b"net")  # a real handshake before it
+                until(lambda: any(line["module"] == "net" for line in lines("127.0.0.1")), "its line")
+                self.assertEqual([line for line in lines("127.0.0.1") if "srv wrote" in line["text"]], [], names)
+
     def test_many_devices_are_split(self):
         def at(device, module):
             lines = lines_of(f"{FILES}/{device}/{module}.json")
