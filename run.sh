@@ -7,7 +7,7 @@ cd "$(dirname "$0")"
 tools/install.sh g++ cmake ninja-build
 echo "Building into build/ (about half a minute the first time) ..."
 cmake --preset release -DVELK_BUILD_TESTS=OFF >/dev/null
-cmake --build build --target all log_c log_cpp -- --quiet
+cmake --build build --target all log_c log_cpp event_loop -- --quiet
 
 echo "Configuration: /flash/conf/kavlune.conf (docs/configuration.md); the service also runs without one."
 echo "Listening on:  UDP port 11001."

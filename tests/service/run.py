@@ -24,14 +24,14 @@ def arguments():
 
 
 def run(args):
-    files = {"syslog": args.binary, "tests": HERE, "peer.py": os.path.join(REPOSITORY, "examples", "peer.py")}
+    files = {"syslog": args.binary, "tests": HERE}
     tool = args.tool or os.path.join(os.path.dirname(args.binary), "syslogctl")
     if os.path.exists(tool):
         files["syslogctl"] = tool
     built = os.path.dirname(args.binary)
-    for name in ("tests/velk_lines", "examples/log_c", "examples/log_cpp"):
+    for name in ("tests/velk_lines", "examples/log_c", "examples/log_cpp", "examples/event_loop"):
         files[os.path.basename(name)] = os.path.join(built, name)
-    for name in ("log.sh", "wire.sh", "network-up.sh"):
+    for name in ("peer.py", "velk_logging.py", "log.sh", "wire.sh", "network-up.sh"):
         files[name] = os.path.join(REPOSITORY, "examples", name)
     if args.collectors:
         files.update({"collectors": args.collectors, "examples": os.path.join(REPOSITORY, "examples")})

@@ -1,13 +1,17 @@
 """The programs that people copy from."""
+import logging
 import os
 import subprocess
 import sys
 import threading
 
 import namespace
-from harness import WITH_TOOL, ServiceTest
+from harness import WITH_TOOL, ServiceTest, until
 
-PROGRAMS = [[sys.executable, os.path.join(namespace.FILES, "peer.py")],
+sys.path.append(namespace.FILES)
+import velk_logging  # noqa: E402  (found by the line above)
+
+PROGRAMS = [*([sys.executable, os.path.join(namespace.FILES, name)] for name in ("peer.py", "velk_logging.py")),
             *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh", "wire.sh"))]
 LINE = "100%s `~\\ ä"
 
@@ -48,8 +52,111 @@ class Examples(ServiceTest):
         self.assertIn("password", run.stderr)
         self.assertEqual(run.returncode, 1)
 
+    def test_the_event_loop_sends_again_while_it_waits_for_input(self):
+        loop = subprocess.Popen([os.path.join(namespace.FILES, "event_loop")], stdin=subprocess.PIPE, text=True)
+
+        def say(text):
+            loop.stdin.write(text)
+            loop.stdin.flush()
+        say("early\n")
+        service = self.service()
+        service.wait_for("net.Warning: early")
+        service.fence(self.peer())  # its answer is on the way, too
+        service.kill_child()
+        say("one\ntwo\nno end")
+        service.wait_for("net.Warning: two")
+        loop.stdin.close()
+        self.assertEqual(loop.wait(20), 0)
+        self.assertEqual([text for text in service.texts() if text.startswith("net.")],
+                         [f"net.Warning: {text}" for text in ("early", "one", "two", "no end")])
+
     def test_each_says_that_nobody_is_there(self):
         for program in [self.start_program(program) for program in PROGRAMS]:
             with self.subTest(program.args[-2]):
                 self.assertNotEqual(program.communicate()[0], "")
                 self.assertNotEqual(program.returncode, 0)
+
+
+class Handler(ServiceTest):
+    """The handler of Python's logging."""
+
+    def logger(self, name="py", **options):
+        handler = velk_logging.VelkHandler(**options)
+        self.addCleanup(handler.close, 0)
+        self.errors = []
+        handler.handleError = self.errors.append
+        log = logging.Logger(name)
+        log.addHandler(handler)
+        return log, handler
+
+    @staticmethod
+    def lines(service):
+        return [text.partition(": ")[2] for text in service.texts() if text.startswith("py.Info: ")]
+
+    def test_each_record_of_each_thread_is_logged_though_the_child_is_killed(self):
+        service = self.service()
+        log, handler = self.logger()
+
+        def say(name):
+            for number in range(500):
+                log.info("%s %d", name, number)
+                if number % 50 == 0:
+                    handler.flush(20)
+        threads = [threading.Thread(target=say, args=(name,)) for name in "abc"]
+        for thread in threads:
+            thread.start()
+        for kill in range(2):
+            until(lambda: len(self.lines(service)) > 300 * (kill + 1), "more lines")
+            service.kill_child()
+        for thread in threads:
+            thread.join()
+        self.assertEqual((handler.flush(20), self.errors), ([], []))
+        lines = self.lines(service)
+        for name in "abc":
+            numbers = [int(line.split()[1]) for line in lines if line.startswith(name)]
+            self.assertEqual(list(dict.fromkeys(numbers)), list(range(500)), name)
+        self.assertLessEqual(len(lines), 1500 + 2 * 64)
+
+    def test_what_is_not_confirmed_is_told_and_tried_further(self):
+        log, handler = self.logger(most=3)
+        for number in range(5):
+            log.info("line %d", number)
+        self.assertEqual(len(self.errors), 2, "records that were not held")
+        self.assertEqual(handler.flush(0.1), ["line 0", "line 1", "line 2"])
+        service = self.service()
+        self.assertEqual(handler.flush(20), [])
+        self.assertEqual(self.lines(service), ["line 0", "line 1", "line 2"])
+        self.assertEqual(handler.close(), [])
+        log.info("after the end")
+        self.assertEqual(len(self.errors), 3)
+
+    def test_any_text_arrives(self):
+        service = self.service()
+        log, handler = self.logger()
+        log.info("100%% `~\\ \0 \udcff\n\nthird")
+        log.info("`" * 1500)
+        log.info("%d", "no number")
+        self.assertEqual((handler.flush(20), len(self.errors)), ([], 1))
+        lines = self.lines(service)
+        self.assertEqual(lines[:3], ["100%% `~\\ \\0 \\udcff", "", "third"])
+        self.assertEqual("".join(lines[3:]), "`" * 1500)
+        log, handler = self.logger("n" * 1400)
+        log.info("no room")
+        self.assertEqual(len(self.errors), 1)
+
+    def test_a_forked_child_logs_what_is_its_own(self):
+        service = self.service()
+        program = f"""if True:
+            import logging, os, sys
+            sys.path.append("{namespace.FILES}")
+            import velk_logging
+            logging.getLogger().addHandler(velk_logging.VelkHandler())
+            log = logging.getLogger("py")
+            log.setLevel("INFO")
+            log.info("before")
+            child = os.fork()
+            log.info("parent" if child else "child")
+            if child: sys.exit(os.waitpid(child, 0)[1])"""
+        run = subprocess.run([sys.executable, "-c", program], stderr=subprocess.STDOUT, stdout=subprocess.PIPE)
+        self.assertEqual((run.returncode, run.stdout), (0, b""))
+        self.assertEqual(sorted(self.lines(service)), ["before", "child", "parent"])
