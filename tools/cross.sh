@@ -88,7 +88,7 @@ unit() {
 wrap() {
   local program wrapper
   rm -rf "${stage:?}"/*
-  for program in syslog syslogctl tests/velk_lines examples/log_c examples/log_cpp; do
+  for program in syslog syslogctl tests/velk_lines examples/log_c examples/log_cpp examples/event_loop; do
     wrapper=$stage/wrapped/$program
     mkdir -p "$(dirname "$wrapper")" "$(dirname "$stage/real/$program")"
     cp "build-cross/$1/$program" "$stage/real/$program" || return 1

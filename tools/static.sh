@@ -42,7 +42,7 @@ service() {
   mkdir -p "build-$1/stage/tests" "build-$1/stage/examples"
   cp "build-$1/syslog" "build-$1/syslogctl" "build-$1/stage/"
   cp build/tests/velk_lines "build-$1/stage/tests/"
-  cp build/examples/log_c build/examples/log_cpp "build-$1/stage/examples/"
+  cp build/examples/log_c build/examples/log_cpp build/examples/event_loop "build-$1/stage/examples/"
   local left_out
   mapfile -t left_out < <(limits | sed -n "s/^$1 \([^ ]*\) .*/\1/p")
   tools/service.sh "build-$1/stage" "${left_out[@]}"

@@ -4,6 +4,7 @@ import glob
 import http.server
 import json
 import os
+import re
 import socket
 import subprocess
 import sys
@@ -211,6 +212,29 @@ class Outlets(FleetTest):
                         self.assertLess(abs(int(nanoseconds) / 1e9 - time.time()), 60)
                         yield labels["host"], labels["module"], text
         self.check_arrival(entries)
+
+    def test_the_dashboard_asks_for_what_loki_gets(self):
+        posted = self.posts(3100)
+        self.collector("syslog-ng-fleet", "syslog-ng-to-loki")
+        self.say(DEVICES[0], b"net.Error: no carrier", priority=b"<131>")
+        until(lambda: posted, "a line at Loki")
+        labels = json.loads(posted[0][1])["streams"][0]["stream"]
+        with open(f"{collectors.CONFIGURATIONS}/grafana-dashboard.json") as file:
+            dashboard = json.load(file)
+        variables = [variable["query"]["label"] for variable in dashboard["templating"]["list"]
+                     if variable["type"] == "query"]
+        targets = [target for panel in dashboard["panels"] for target in panel["targets"]]
+        for target in targets:
+            matchers = re.findall(r'(\w+)=(~?)"([^"]*)"', target["expr"])
+            self.assertEqual(len(matchers), target["expr"].count("="), target["expr"])
+            for label, is_pattern, value in matchers:
+                value = value.replace("$host", ".+")
+                self.assertRegex(labels[label], f"^({value if is_pattern else re.escape(value)})$")
+            grouped = re.findall(r"by \((\w+)\)", target["expr"])
+            named = re.findall(r"{{(\w+)}}", target.get("legendFormat", ""))
+            self.assertLessEqual({*variables, *grouped, *named}, set(labels))
+            self.assertNotIn("|", target["expr"], "a line is text, of which there is nothing to parse")
+        self.assertEqual(len(targets), 3)
 
     def broker(self):
         """The address of a Kafka broker, which librdkafka keeps for tests."""
