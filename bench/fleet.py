@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""How many lines of how many devices a collector takes, and how many it loses: prints the tables of docs/fleet.md.
+"""How many lines of how many devices a collector takes, and how many it loses: prints the figures of docs/fleet.md.
 
 rates    lines per second from 10, 100 and 1,000 devices, with the kernel's usual receive buffer and a large one
 bursts   1,000 devices that have 20 lines each to say at the same moment, with several receive buffers
