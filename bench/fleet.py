@@ -3,18 +3,13 @@
 
 rates    lines per second from 10, 100 and 1,000 devices, with the kernel's usual receive buffer and a large one
 bursts   1,000 devices that have 20 lines each to say at the same moment, with several receive buffers
-relay    1,000 devices behind a relay whose collector is killed and away for a minute: what is lost, and how long the
-         relay takes to catch up; by RELP, as configured, and by plain TCP
 
 Runs rsyslog and syslog-ng with the configurations of examples/collectors in namespaces of its own. bench/fleet.sh
 builds what it needs. The devices' lines come from the same machine: they take processor time from the collector.
 """
 import argparse
-import collections
-import glob
 import json
 import os
-import re
 import shutil
 import subprocess
 import sys
@@ -147,60 +142,10 @@ def bursts():
                 f"{got['rss']:.0f}")
 
 
-def numbers_written():
-    """How often each line was written."""
-    counts = collections.Counter()
-    for folder, _, files in os.walk(LOGS):
-        for name in files:
-            with open(os.path.join(folder, name), "rb") as file:
-                counts.update(re.findall(rb"line (\d{8}) of a fleet", file.read()))
-    return counts
-
-
-# How the configurations change for plain TCP, relay and collector.
-TCP_RELAY = {'type="omrelp"': 'type="omfwd" protocol="tcp" TCP_Framing="octet-counted"',
-             'timeout="10" windowSize="1000"': ""}
-TCP_CENTER = {'load="imrelp"': 'load="imtcp"', 'type="imrelp"': 'type="imtcp"', 'maxDataSize="10k"': ""}
-
-
-def outage(relay_changes, center_changes, seconds, rate=5000):
-    shutil.rmtree(LOGS, ignore_errors=True)
-    center = collectors.Collector("rsyslog-center", files="/tmp/center", **center_changes)
-    time.sleep(1)
-    shutil.rmtree("/tmp/own", ignore_errors=True)
-    relay = collectors.Collector("rsyslog-fleet", "rsyslog-to-center", **{"CENTER": "127.0.0.1", **relay_changes})
-    wait_until_listening()
-    load = subprocess.Popen([f"{namespace.FILES}/fleet", collectors.HOST, "1000", str(rate), str(rate * (seconds + 6))],
-                            stdout=subprocess.PIPE, text=True)
-    time.sleep(3)
-    center.kill()
-    time.sleep(seconds)
-    queue = sum(map(os.path.getsize, glob.glob("/tmp/own/center.*")))
-    center.start()
-    begin = time.monotonic()
-    sent = json.loads(load.communicate()[0])["sent"]
-    until_idle(center.process.pid)
-    spent = time.monotonic() - begin - IDLE
-    drops = kernel_drops()
-    relay.stop()
-    center.stop()
-    counts = numbers_written()
-    return sent, sent - drops - len(counts), sum(counts.values()) - len(counts), queue, spent
-
-
-def relay(seconds):
-    row("To the collector", "Seconds away", "Lines at the relay", "Lost", "Twice", "Queue on disk, MiB",
-        "Caught up after, s")
-    row(*["---"] * 7)
-    for label, changes in (("RELP", ({}, {})), ("plain TCP", (TCP_RELAY, TCP_CENTER))):
-        sent, lost, twice, queue, spent = outage(*changes, seconds)
-        row(label, str(seconds), f"{sent:,}", f"{lost:,}", f"{twice:,}", f"{queue / (1 << 20):.0f}", f"{spent:.0f}")
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("what", choices=["rates", "bursts", "relay"])
-    parser.add_argument("--seconds", type=int, help="of each load, default: 5; that the collector is away, default: 60")
+    parser.add_argument("what", choices=["rates", "bursts"])
+    parser.add_argument("--seconds", type=int, default=5, help="of each load")
     args = parser.parse_args()
     status = namespace.enter()
     if status is not None:
@@ -208,8 +153,10 @@ def main():
     build = os.path.join(REPOSITORY, "build")
     namespace.prepare({"fleet": f"{build}/bench/fleet", "collectors": f"{build}/collectors",
                        "examples": os.path.join(REPOSITORY, "examples")})
-    runs = {"rates": lambda: rates(args.seconds or 5), "bursts": bursts, "relay": lambda: relay(args.seconds or 60)}
-    runs[args.what]()
+    if args.what == "rates":
+        rates(args.seconds)
+    else:
+        bursts()
 
 
 if __name__ == "__main__":

@@ -1,17 +1,14 @@
 #!/bin/sh
 # Unpacks rsyslog and syslog-ng, whose Debian packages conflict, into a folder: tools/collectors.sh FOLDER
-# Installs and starts nothing. Leaves scripts FOLDER/rsyslogd, FOLDER/syslog-ng and FOLDER/kcat that run them from
-# there.
+# Installs and starts nothing. Leaves scripts FOLDER/rsyslogd and FOLDER/syslog-ng that run them from there.
 set -eu
 mkdir -p "$1"
 cd "$1"
-[ ! -x usr/bin/kcat ] || exit 0
+[ ! -x usr/sbin/syslog-ng ] || exit 0
 
 packages="rsyslog libestr0 libfastjson4 liblognorm5 syslog-ng-core libivykis0 libnet1 libwrap0 libpcre3"
 packages="$packages libglib2.0-0 libjson-c5"
-# Outputs: RELP, OpenSearch and Kafka, and a Kafka broker to try that with.
-packages="$packages rsyslog-relp librelp0 rsyslog-elasticsearch rsyslog-kafka syslog-ng-mod-http"
-packages="$packages syslog-ng-mod-rdkafka librdkafka1 libyajl2 kcat"
+packages="$packages syslog-ng-mod-http"
 # shellcheck disable=SC2086  # a list of words
 apt-get download -qq -o APT::Sandbox::User=root $packages >/dev/null ||
   { apt-get update -qq && apt-get download -qq -o APT::Sandbox::User=root $packages >/dev/null; }
@@ -27,5 +24,4 @@ runner() {
   mv "$1.new" "$1"
 }
 runner rsyslogd usr/sbin/rsyslogd "-M \"\$here/usr/lib/$libraries/rsyslog\""
-runner kcat usr/bin/kcat
 runner syslog-ng usr/sbin/syslog-ng "--module-path \"\$(echo \"\$here\"/usr/lib/syslog-ng/3.*)\""

@@ -52,7 +52,3 @@ class Collector:
     def stop(self):
         self.process.terminate()
         self.process.wait()
-
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
