@@ -208,8 +208,12 @@ class Bridge(ToolTest):
     SOCKET = "/tmp/log"
 
     def start_bridge(self):
+        before = os.umask(0o077)  # which must keep no program out
         bridge = self.start_tool("bridge", "--socket", self.SOCKET)
-        return bridge, until(self.connect, "the bridge")
+        os.umask(before)
+        program = until(self.connect, "the bridge")
+        self.assertEqual(os.stat(self.SOCKET).st_mode & 0o777, 0o666)
+        return bridge, program
 
     def connect(self):
         program = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)

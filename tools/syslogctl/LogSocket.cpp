@@ -74,9 +74,13 @@ bool LogSocket::Bind() {
   m_fd = OpenDatagramSocket();
   const sockaddr_un address = AddressOf(m_path);
   struct stat status;
-  // Mode 0666 whatever the umask says: every program logs.
-  if (m_fd < 0 || bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      chmod(m_path, 0666) != 0 || lstat(m_path, &status) != 0) {
+  // Mode 0666 whatever the umask says: every program logs. Not by chmod(2): another file may have the name by
+  // then.
+  const mode_t before = umask(0111);
+  const bool isBound =
+      m_fd >= 0 && bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  umask(before);
+  if (!isBound || lstat(m_path, &status) != 0) {
     Say("cannot serve %s: %s%s", m_path, strerror(errno),
         errno == EACCES ? "; run as root, or name another path with --socket" : "");
     if (m_fd >= 0) close(m_fd);
