@@ -157,25 +157,6 @@ TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
   EXPECT_EQ("# net.Info: up\n", WithoutTimes(m_dir.Read(name)));
 }
 
-// The rest of forwarding shows on the running service.
-TEST_F(DailyLog2Test, ForwardsToPort514WithTheHeaderCut) {
-  UdpSocket3 server;
-  constexpr unsigned long kIp = 0x7F4D0001;  // 127.77.0.1, which no real server uses
-  if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kIp)) GTEST_SKIP() << "port not permitted";
-  DailyLog2 log(5, nullptr);
-  ASSERT_TRUE(log.EnableSyslog("127.77.0.1:9999", 51477));  // that port is not used
-  EXPECT_FALSE(log.EnableSyslog(nullptr, 0) || log.EnableSyslog("127.77.0.1:0", 0));
-  log.Log(Warning, std::string(200, 'm').c_str(), "t");
-  char packet[2000];
-  InetAddress2 from(0, 0);
-  ASSERT_EQ(132, server.Read(packet, sizeof packet, &from));
-  EXPECT_EQ("<132>" + std::string(126, 'm') + "t", std::string(packet, 132));
-  EXPECT_EQ(51477, from.GetPort());
-  log.DisableSyslog();
-  log.Log(Info, nullptr, "off");
-  EXPECT_EQ(0, server.WaitForRead(0));
-}
-
 TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
   constexpr unsigned kCapacity = 50, kThreads = 3;
   DailyLog2 log(kCapacity, m_path.c_str());

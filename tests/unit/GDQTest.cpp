@@ -48,19 +48,6 @@ TEST(GDQ, AgreesWithASortedVector) {
   QueueModel(Choices::Random(3, 300000)).Run();
 }
 
-TEST(GDQ, DeliversPostsThenTimersInOrder) {
-  Target target;
-  Queue queue;
-  queue.PostTimer(1, 30, &target, "Later", nullptr);
-  queue.PostTimer(2, 0, &target, "Now", "1");
-  queue.Post(&target, "Post", "'a b' c");
-  queue.Post(nullptr, "Nobody", "x");
-  queue.Post(&target, nullptr, std::string(1000, 'x').c_str());
-  queue.PostTimer(4, 3600 * 1000, &target, "Never", nullptr);
-  ASSERT_TRUE(queue.Run() && target.WaitForCount(4));
-  EXPECT_EQ((Lines{"Post a b c", " " + std::string(1000, 'x'), "Now 1", "Later"}), target.Get());
-}
-
 // On one processor, where the thread that is woken mostly runs before the one that wakes it goes on.
 TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
   constexpr size_t kRounds = 1000;
@@ -81,30 +68,6 @@ TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
   }
   sched_setaffinity(0, sizeof all, &all);
   EXPECT_EQ(kRounds, target.Get().size());  // destruction drops the last one
-}
-
-TEST(GDQ, HoldsAPosterBackUntilFewArePending) {
-  constexpr int kPosts = 200;
-  constexpr uint32_t kLimit = 8;
-  std::atomic<int> posted{0};
-  int done = 0, mostAhead = 0;
-  Target target;
-  Queue queue;
-  queue.Post(&target, "Echo", nullptr);
-  EXPECT_EQ(1U, queue.WaitForFewerPosts(1, Queue::kForever));  // the thread does not run: returns at once
-  target.m_handler = [&](const char* name) {
-    if (name[0] == 'E') return;
-    if (done == 0) usleep(20000);  // time in which a poster that is not held back would run away
-    mostAhead = std::max(mostAhead, posted.load() - done++);
-    queue.Post(&target, "Echo", nullptr);
-  };
-  ASSERT_TRUE(queue.Run());
-  for (; posted < kPosts; ++posted) {
-    queue.Post(&target, "Peer", nullptr);
-    EXPECT_GT(kLimit, queue.WaitForFewerPosts(kLimit, Queue::kForever));
-  }
-  ASSERT_TRUE(target.WaitForCount(1 + kPosts * 2));
-  EXPECT_LE(mostAhead, static_cast<int>(kLimit));
 }
 
 TEST(GDQ, HoldsAPosterBackNoLongerThanAsked) {
@@ -140,23 +103,6 @@ TEST(GDQ, HoldsAPosterBackNoLongerThanAsked) {
   stopper.join();
   releaser.join();
   EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
-}
-
-// The thread rests after each call that it cannot parse, and the poster that waits makes no other.
-TEST(GDQ, PosterThatWaitsIsNotStalledByGarbage) {
-  struct IdleQueue : Queue {
-    bool Sleep(Velk::Mutex& wakeMutex, uint32_t waitMs) override REQUIRES(wakeMutex) {
-      if (waitMs == kForever) m_isIdle = true;
-      return Queue::Sleep(wakeMutex, waitMs);
-    }
-    ~IdleQueue() override { Stop(); }
-    std::atomic<bool> m_isIdle{false};
-  };
-  constexpr uint32_t kPosts = 100;
-  IdleQueue queue;
-  ASSERT_TRUE(queue.Run() && WaitFor([&] { return queue.m_isIdle.load(); }));
-  for (uint32_t i = 0; i < kPosts; ++i) queue.Post(nullptr, "Garbage", "'open");
-  EXPECT_EQ(0U, queue.WaitForFewerPosts(1, 20000));
 }
 
 // Many posters, timers and cancels at once; each poster's messages arrive complete and in its order.

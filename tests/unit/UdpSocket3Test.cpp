@@ -35,30 +35,6 @@ InetAddress2 BindSomewhere(UdpSocket3& socket) {
 
 }  // namespace
 
-TEST(UdpSocket3, CarriesADatagramAndItsSendersAddress) {
-  UdpSocket3 a, b;
-  const int fd = NextDescriptor();
-  const InetAddress2 addressA = BindSomewhere(a);
-  const InetAddress2 addressB = BindSomewhere(b);
-  for (const unsigned ms : {0, 2}) EXPECT_EQ(0, b.WaitForRead(ms));
-  EXPECT_EQ(1, a.WaitForWrite(UdpSocket3::kForever));
-  EXPECT_EQ(5, a.Write("hello", 5, &addressB));
-  EXPECT_EQ(1, b.WaitForRead(UdpSocket3::kForever));
-
-  char text[8] = {};
-  InetAddress2 from(0, 0);
-  EXPECT_EQ(4, b.Read(text, 4, &from));  // cut, and nothing written behind it
-  EXPECT_STREQ("hell", text);
-  EXPECT_EQ(addressA.GetIP(), from.GetIP());
-  EXPECT_EQ(addressA.GetPort(), from.GetPort());
-
-  EXPECT_TRUE(a.Write("x", -1, &addressB) == -1 && b.Read(text, -1, &from) == -1);
-  EXPECT_TRUE(a.Write("", 0, &addressB) == 0 && b.Read(text, sizeof text, nullptr) == 0);
-
-  a.SetReceiveBuffer(100000);
-  EXPECT_EQ(200000, Option(fd, SOL_SOCKET, SO_RCVBUF));
-}
-
 TEST(UdpSocket3, RefusesWhatItCannotDo) {
   UdpSocket3 socket;
   InetAddress2 address(kLoopback, 9);
