@@ -108,18 +108,6 @@ TEST_F(IniFile3Test, ReadsAndWritesTypes) {
   EXPECT_STREQ("-21", buf);
 }
 
-TEST_F(IniFile3Test, LoadsAndSavesAFileOfAnySize) {
-  std::string text = "[A]\n";
-  for (int i = 0; i < 5000; ++i)
-    text += "key" + std::to_string(i) + "=\"the value " + std::to_string(i) + "\"\n";
-  m_dir.Write("large", text);
-  IniFile3 ini;
-  ASSERT_NE(0, ini.Load(m_dir.Path("large").c_str()));
-  EXPECT_STREQ("the value 4999", ini.GetString("A", "KEY4999", ""));
-  EXPECT_NE(0, ini.Save(m_dir.Path("copy").c_str()));
-  EXPECT_EQ(text, m_dir.Read("copy"));
-}
-
 // It never waits, and the path is kept: what cannot be read may well be written.
 TEST_F(IniFile3Test, LoadsRegularFilesOnlyAndSavesToOthersToo) {
   const std::string fifo = m_dir.Path("fifo");

@@ -1,4 +1,4 @@
-// Puts a pipe, or a socket, in the place of standard output while it lives.
+// Puts a pipe or a socket in the place of standard output while it lives.
 #pragma once
 
 #include <fcntl.h>
@@ -9,11 +9,11 @@
 
 class StdoutPipe {
  public:
-  // A socket cannot be opened again by way of /proc.
   explicit StdoutPipe(bool isSocket = false) {
     int ends[2];
-    if ((isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) : pipe2(ends, O_CLOEXEC)) != 0)
-      abort();
+    const int made =
+        isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) : pipe2(ends, O_CLOEXEC);
+    if (made != 0) abort();
     fflush(stdout);  // what the test runner has printed
     m_reader = ends[0];
     m_saved = dup(STDOUT_FILENO);
@@ -38,14 +38,6 @@ class StdoutPipe {
       all.append(buffer, static_cast<size_t>(got));
     }
     return all;
-  }
-
-  // Leaves no room until Read, as if the reader did not read.
-  static void Fill() {
-    const int flags = fcntl(STDOUT_FILENO, F_GETFL);
-    fcntl(STDOUT_FILENO, F_SETFL, flags | O_NONBLOCK);
-    while (write(STDOUT_FILENO, "#", 1) == 1) continue;
-    fcntl(STDOUT_FILENO, F_SETFL, flags);
   }
 
  private:

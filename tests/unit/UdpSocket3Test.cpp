@@ -16,23 +16,6 @@ int NextDescriptor() {
   return fd;
 }
 
-int Option(int fd, int level, int name) {
-  int value = -1;
-  socklen_t size = sizeof value;
-  getsockopt(fd, level, name, &value, &size);
-  return value;
-}
-
-// A socket on a loopback port that the kernel chose; its address is learned from a datagram it sends.
-InetAddress2 BindSomewhere(UdpSocket3& socket) {
-  const int fd = NextDescriptor();
-  EXPECT_TRUE(socket.Open() && socket.Bind(0, kLoopback));
-  InetAddress2 address(0, 0);
-  socklen_t size = sizeof(sockaddr_in);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address.Native()), &size);
-  return address;
-}
-
 }  // namespace
 
 TEST(UdpSocket3, RefusesWhatItCannotDo) {
@@ -43,7 +26,8 @@ TEST(UdpSocket3, RefusesWhatItCannotDo) {
   EXPECT_TRUE(socket.Read(&byte, 1, &address) == -1 && socket.Write(&byte, 1, &address) == -1);
   EXPECT_EQ(-1, socket.WaitForRead(UdpSocket3::kForever));
   ASSERT_TRUE(socket.Open());
-  EXPECT_EQ(-1, socket.Write(&byte, 1, nullptr));
+  EXPECT_TRUE(socket.Write(&byte, 1, nullptr) == -1 && socket.Write(&byte, -1, &address) == -1);
+  EXPECT_EQ(-1, socket.Read(&byte, -1, &address));
   EXPECT_FALSE(socket.Bind(0, 0xE0000001));
   EXPECT_TRUE(socket.Bind(0, 0xE0000000));
 }
@@ -79,8 +63,8 @@ TEST(UdpSocket3, JoinsAndLeavesAGroup) {
   // No other process's: a group is heard as long as anybody on the machine is in it.
   const long ip = static_cast<long>(0xEF010000 + static_cast<unsigned>(getpid()) % 65536);
   UdpSocket3 receiver, sender;
-  InetAddress2 group(ip, BindSomewhere(sender).GetPort());
-  ASSERT_TRUE(receiver.Open() && receiver.BindAddress(group));
+  InetAddress2 group(ip, static_cast<unsigned short>(30000 + getpid() % 10000));
+  ASSERT_TRUE(sender.Open() && receiver.Open() && receiver.BindAddress(group));
   ASSERT_TRUE(receiver.AddMulticastMembership(ip, kLoopback) && sender.SetMulticastInterface(kLoopback));
   EXPECT_EQ(1, sender.Write("x", 1, &group));
   ASSERT_EQ(1, receiver.WaitForRead(5000));
@@ -92,10 +76,16 @@ TEST(UdpSocket3, JoinsAndLeavesAGroup) {
 }
 
 TEST(UdpSocket3, SetsTheOptionsOfIp) {
-  const int fd = NextDescriptor();
   UdpSocket3 socket;
   ASSERT_TRUE(socket.Open());
-  const auto option = [fd](int name) { return Option(fd, IPPROTO_IP, name); };
+  const auto option = [&socket](int name, int level = IPPROTO_IP) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    getsockopt(socket.Descriptor(), level, name, &value, &size);
+    return value;
+  };
+  socket.SetReceiveBuffer(100000);
+  EXPECT_EQ(200000, option(SO_RCVBUF, SOL_SOCKET));
   EXPECT_TRUE(socket.SetMulticastLoopback(false) && socket.SetMulticastTTL(0) && socket.SetTTL(200) &&
               socket.SetMulticastInterface(kLoopback));
   EXPECT_FALSE(socket.SetTTL(0));
