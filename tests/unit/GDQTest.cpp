@@ -105,6 +105,23 @@ TEST(GDQ, HoldsAPosterBackNoLongerThanAsked) {
   EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
 }
 
+// The thread rests after each call that it cannot parse, and the poster that waits makes no other.
+TEST(GDQ, PosterThatWaitsIsNotStalledByGarbage) {
+  struct IdleQueue : Queue {
+    bool Sleep(Velk::Mutex& wakeMutex, uint32_t waitMs) override REQUIRES(wakeMutex) {
+      if (waitMs == kForever) m_isIdle = true;
+      return Queue::Sleep(wakeMutex, waitMs);
+    }
+    ~IdleQueue() override { Stop(); }
+    std::atomic<bool> m_isIdle{false};
+  };
+  constexpr uint32_t kPosts = 100;
+  IdleQueue queue;
+  ASSERT_TRUE(queue.Run() && WaitFor([&] { return queue.m_isIdle.load(); }));
+  for (uint32_t i = 0; i < kPosts; ++i) queue.Post(nullptr, "Garbage", "'open");
+  EXPECT_EQ(0U, queue.WaitForFewerPosts(1, 20000));
+}
+
 // Many posters, timers and cancels at once; each poster's messages arrive complete and in its order.
 TEST(GDQ, KeepsOrderPerPoster) {
   constexpr int kPosters = 4, kPosts = 500;
