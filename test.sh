@@ -48,7 +48,9 @@ step_with() {
 
 build() { cmake --preset "$1" -DVELK_WERROR="${CI:-OFF}" -DVELK_BUILD_TESTS=ON && cmake --build "$(folder "$1")"; }
 folder() { if [ "$1" = release ]; then echo build; else echo "build-$1"; fi; }
-unit() { "$(folder "$1")/tests/unit_tests" --gtest_brief=1; }
+unit() {
+  TSAN_OPTIONS=suppressions=$PWD/tests/service/tsan.txt "$(folder "$1")/tests/unit_tests" --gtest_brief=1
+}
 service() {
   local more=()
   [ "$1" != release ] || [ ! -x build/collectors/syslog-ng ] || more=(--collectors build/collectors)

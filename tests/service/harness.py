@@ -14,6 +14,7 @@ import namespace
 
 BINARY = os.path.join(namespace.FILES, "syslog")
 TOOL = os.path.join(namespace.FILES, "syslogctl")
+os.environ["TSAN_OPTIONS"] = f"suppressions={namespace.FILES}/tests/tsan.txt"
 WITH_TOOL = {**os.environ, "PATH": f"{namespace.FILES}:{os.environ['PATH']}"}  # an environment
 CONFIG = "/flash/conf/kavlune.conf"
 SYNC_FILE = "/tmp/synclog"

@@ -50,7 +50,7 @@ class Supervision(ServiceTest):
             other.bind(("", PORT))
             with open(unfinished, "w"):  # perhaps by the service that has the port
                 pass
-            service = self.service(environment={"TSAN_OPTIONS": "atexit_sleep_ms=0"})
+            service = self.service(environment={"TSAN_OPTIONS": os.environ["TSAN_OPTIONS"] + ":atexit_sleep_ms=0"})
             # After pauses of 10, 20, 40 ms and so on, up to a second.
             service.wait_for(RESTART % 256, 6)
             begin = time.monotonic()
