@@ -50,6 +50,8 @@ class Console(ServiceTest):
         self.assertEqual(service.child(), child)
         text = self.read_until(reader, b"line 499 x")
         self.assertEqual(re.findall(rb"Info: line (\d+) x{200}\n", text), [b"%d" % n for n in range(500)])
+        peer.call(b"SyncLog")
+        until(lambda: read_sync().count(b"\n") == 500, "the last 500 lines")
 
         fill()
         service.kill_child()
