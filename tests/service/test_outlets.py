@@ -52,6 +52,7 @@ class Console(ServiceTest):
         self.assertEqual(re.findall(rb"Info: line (\d+) x{200}\n", text), [b"%d" % n for n in range(500)])
         peer.call(b"SyncLog")
         until(lambda: read_sync().count(b"\n") == 500, "the last 500 lines")
+        listener.heard()
 
         fill()
         service.kill_child()
