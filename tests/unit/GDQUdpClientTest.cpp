@@ -261,6 +261,14 @@ TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
 #endif
   Velk::ClientThread thread;
   ASSERT_TRUE(Open(client) && thread.Start(&client) && client.SendMsg("before"));
+  EXPECT_EQ(0u, client.Flush(kLongMs));
+  const unsigned connects = service.m_connects;
+  EXPECT_TRUE(HoldsInChild([&] {
+    client.Close();
+    return true;
+  }));
+  EXPECT_TRUE(client.SendMsg("during") && client.Flush(kLongMs) == 0);
+  EXPECT_EQ(connects, service.m_connects);  // the child has not ended its parent's admission
   EXPECT_TRUE(HoldsInChild([&] {
     const bool isRefused = !client.SendMsg("child") && errno == EPERM && client.Descriptor() == -1;
     client.Process();
@@ -275,7 +283,7 @@ TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
   EXPECT_EQ(0u, client.Flush(kLongMs));
   Lines lines = service.Ran();
   std::sort(lines.begin(), lines.end());
-  EXPECT_EQ((Lines{"before", "own", "parent"}), lines);
+  EXPECT_EQ((Lines{"before", "during", "own", "parent"}), lines);
   EXPECT_EQ(0u, client.GetStatus().forgotten);
 }
 
@@ -392,6 +400,7 @@ TEST_F(GDQUdpClientTest, IdlesWhereAProgramHasClosedItsDescriptors) {
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
+    for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));  // the thread is at work
     for (const int fd : own) {
       if (areClosed) close(fd);
     }
