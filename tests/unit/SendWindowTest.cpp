@@ -77,6 +77,29 @@ TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
   EXPECT_EQ(1000 * kMs, window.DueUs() - now);
   Answer(5, 3);  // what followed the gap had only been late
   EXPECT_EQ(0u, window.Held());
+  EXPECT_EQ(SendWindow::kNever, window.DueUs());
+}
+
+TEST_F(SendWindowTest, GivesUpANameThatIsForgottenOrCountedOtherwise) {
+  Begin();
+  Append(2);
+  SendAll(window, 0);
+  EXPECT_TRUE(Answer(0, 2));
+  EXPECT_TRUE(Answer(0, 0));  // an unknown name, which the next one is
+  EXPECT_EQ(1u, window.Forgotten());
+  for (unsigned number = 1; number <= 2; ++number) {
+    SendAll(window, 0);
+    Answer(number, number);
+  }
+  // The service has forgotten the name, and learnt it again from a late copy of its first call.
+  Append(1);
+  const std::string name = Name();
+  for (uint64_t now = 0, tries = 0; name == Name(); window.OnSilence(now = window.DueUs())) {
+    ASSERT_LT(++tries, 30u);
+    SendAll(window, now);
+    Answer(1, 3, 0, now);
+  }
+  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
 }
 
 TEST_F(SendWindowTest, CountsRefusalsAndBelievesNothingImpossible) {
