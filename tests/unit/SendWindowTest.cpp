@@ -115,17 +115,3 @@ TEST_F(SendWindowTest, CountsRefusalsAndBelievesNothingImpossible) {
     window.TakeAnswer(("Ack " + Name() + rest).c_str(), 0);
   EXPECT_EQ(1u, window.Held());
 }
-
-TEST_F(SendWindowTest, SendsOnceWhenTold) {
-  Begin();
-  Append(2);
-  window.SetOnce(true);
-  Append(1);
-  EXPECT_EQ((Lines{"x", "x", "x"}), SendAll(window, 0));
-  EXPECT_EQ(3u, window.SentOnce());
-  EXPECT_EQ(0u, window.Held());
-  EXPECT_TRUE(Answer(1, 1));
-  window.SetOnce(false);
-  Append(1);
-  EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
-}
