@@ -26,7 +26,7 @@ import weakref
 CALL_MOST = 1434  # bytes of a call in a datagram
 HEAD_MOST = len("WithAck ") + 16 + 1 + 18 + 1
 ON_THE_WAY = 64  # calls at most: more than a receive buffer holds are lost
-AFTER_SILENCE = 4  # of them are sent again first
+AFTER_LOSS = 4  # at least; more with each answer
 PAUSE, PAUSE_MOST = 0.25, 4  # seconds without an answer
 PORTS = range(11101, 11133)  # the service keeps a record of each port for ever, so take one of few
 
@@ -132,6 +132,8 @@ class VelkHandler(logging.Handler):
         self._known = False
         self._first = 1  # the number of the oldest call that is held
         self._sent = 0  # how many of those held are on their way
+        self._gap = 0  # the number at which the service last missed one
+        self._window = ON_THE_WAY
 
     def _run(self):
         while not self._ending:
@@ -157,7 +159,7 @@ class VelkHandler(logging.Handler):
         if self._held and self._socket is None:
             self._join()
         # The first call under a name goes alone: an answer with 0 means later that the service has forgotten the name.
-        most = min(len(self._held), ON_THE_WAY if self._known else 1)
+        most = min(len(self._held), self._window if self._known else 1)
         while self._cookie and self._sent < most:
             head = b"WithAck %s %d " % (self._client, self._first + self._sent)
             self._transmit(self._cookie + head + self._held[self._sent][0])
@@ -166,10 +168,7 @@ class VelkHandler(logging.Handler):
     def _silence(self):
         self._wait(self._silences + 1)
         if self._silences == 1 and self._cookie:
-            self._sent = 0
-            for number, (call, _) in enumerate(list(self._held)[:AFTER_SILENCE if self._known else 1], self._first):
-                self._transmit(self._cookie + b"WithAck %s %d " % (self._client, number) + call)
-                self._sent += 1
+            self._sent, self._window = 0, AFTER_LOSS
         else:
             self._join()  # it may have restarted
 
@@ -205,12 +204,12 @@ class VelkHandler(logging.Handler):
                 self._cookie = hashlib.md5(datagram + self._password).digest()
                 self._sent = 0
                 continue
-            answer = re.fullmatch(rb"Ack %s (\d{1,18}) \d+ \d+" % self._client, datagram[16:])
+            answer = re.fullmatch(rb"Ack %s (\d{1,18}) (\d{1,18}) \d+" % self._client, datagram[16:])
             if answer and datagram[:16] == self._cookie:
-                self._answer(int(answer[1]))
+                self._answer(int(answer[1]), int(answer[2]))
 
-    def _answer(self, last):
-        """Takes all up to this number for logged. What was lost is sent again after a silence."""
+    def _answer(self, last, asked):
+        """All up to `last` were logged; a greater `asked` says that one between was lost."""
         if last == 0 and self._known:
             self._rename()
             return
@@ -221,9 +220,11 @@ class VelkHandler(logging.Handler):
         self._first += run
         self._confirmed += run
         self._sent = max(self._sent - run, 0)
-        if run:
-            self._wait(0)
-            self._changed.notify_all()
+        self._window = min(self._window + run, ON_THE_WAY)
+        if asked > last == self._first - 1 != self._gap - 1:  # once for each that is missing
+            self._gap, self._sent, self._window = self._first, 0, max(self._window // 2, AFTER_LOSS)
+        self._wait(0)
+        self._changed.notify_all()
 
 
 def main(text):
