@@ -6,13 +6,15 @@ import sys
 import threading
 
 import namespace
-from harness import WITH_TOOL, ServiceTest, until
+from harness import PORT, WITH_TOOL, ServiceTest, until
+from lossy import LossyPath, lines_of
 
 sys.path.append(namespace.FILES)
 import velk_logging  # noqa: E402  (found by the line above)
 
 PROGRAMS = [*([sys.executable, os.path.join(namespace.FILES, name)] for name in ("peer.py", "velk_logging.py")),
             *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh", "wire.sh"))]
+ENTRANCE = 11002  # of a path that loses datagrams
 LINE = "100%s `~\\ ä"
 
 
@@ -116,6 +118,17 @@ class Handler(ServiceTest):
             numbers = [int(line.split()[1]) for line in lines if line.startswith(name)]
             self.assertEqual(list(dict.fromkeys(numbers)), list(range(500)), name)
         self.assertLessEqual(len(lines), 1500 + 2 * 64)
+
+    def test_each_record_arrives_once_and_in_order_through_losses(self):
+        service = self.service()
+        path = LossyPath(ENTRANCE, ("127.0.0.1", PORT), seed=20251)
+        self.addCleanup(path.close)
+        log, handler = self.logger(port=ENTRANCE)
+        lines = [f"line {number}" for number in range(200)]
+        for line in lines:
+            log.info(line)
+        self.assertEqual(handler.flush(20), [])
+        self.assertEqual(lines_of(service, "py"), lines)
 
     def test_what_is_not_confirmed_is_told_and_tried_further(self):
         log, handler = self.logger(most=3)
