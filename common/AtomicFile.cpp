@@ -115,8 +115,8 @@ bool ReplaceAsOwn(const SimpleString& path, const char* data, size_t size) {
   const int why = errno;
   struct stat old {};
   const int target = OpenTarget(path.Str(), old);
-  const bool isOurs = target >= 0 && old.st_uid == geteuid();
-  const bool isDone = isOurs && Overwrite(target, old, data, size);
+  const bool isOurs = target >= 0 && old.st_uid == geteuid() && old.st_nlink == 1;
+  const bool isDone = isOurs && fchmod(target, 0644) == 0 && Overwrite(target, old, data, size);
   if (target >= 0) close(target);
   if (!isDone && !isOurs) errno = why;
   return isDone;

@@ -125,7 +125,8 @@ class Commands(ToolTest):
             self.assertIn(f"syslogctl.Info: now {number}", lines[-10:])
             self.assertFalse([line for line in lines if "old.Info" in line])
         os.chmod("/tmp", 0o555)
-        for wrong, why in ((lambda: os.symlink("/dev/zero", SYNC_FILE), "no regular file"), (self.forge, "forged")):
+        for wrong, why in ((lambda: os.symlink("/dev/zero", SYNC_FILE), "no regular file"), (self.forge, "forged"),
+                           (self.forge_by_second_name, "forged")):
             os.chmod("/tmp", 0o777)
             os.unlink(SYNC_FILE)
             wrong()
@@ -152,6 +153,12 @@ class Commands(ToolTest):
         with open(SYNC_FILE, "w") as file:
             file.write("[00:00:00.000] forged.Info: line\n")
         os.chown(SYNC_FILE, 12345, 12345)
+
+    def forge_by_second_name(self):
+        """A file of the service's that others write and it does not."""
+        os.mknod(SYNC_FILE)
+        os.chmod(SYNC_FILE, 0o666)
+        os.link(SYNC_FILE, "/tmp/second")
 
     def test_shows_what_others_call_and_goes_on_after_a_restart(self):
         service = self.service()

@@ -74,8 +74,12 @@ TEST_F(AtomicFileTest, PutsItsOwnFileInPlaceOfWhateverWasThere) {
   EXPECT_EQ("keep", m_dir.Read("victim"));
 
   m_dir.Write(m_longName, "longer old text");  // can't be renamed to: it is written over, but is its own
+  ASSERT_EQ(0, chmod(m_dir.Path(m_longName).c_str(), 0666));
   EXPECT_TRUE(SaveAsOwn(m_longName, "new"));
   EXPECT_EQ("new", m_dir.Read(m_longName));
+  struct stat status {};
+  ASSERT_EQ(0, stat(m_dir.Path(m_longName).c_str(), &status));
+  EXPECT_EQ(S_IFREG | 0644u, status.st_mode);
   ASSERT_EQ(0, mkdir(m_dir.Path("dir").c_str(), 0700));
   EXPECT_FALSE(SaveAsOwn("dir", "new"));
   EXPECT_EQ(EISDIR, errno);

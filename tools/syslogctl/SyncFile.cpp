@@ -58,6 +58,7 @@ bool SyncFile::ReadOpen(int fd) {
   }
   m_version = Version(status);
   m_owner = status.st_uid;
+  m_mode = status.st_mode;
   const auto size = static_cast<size_t>(status.st_size);
   char* const bytes = static_cast<char*>(realloc(m_bytes, size + 1));
   if (bytes == nullptr) return false;
@@ -127,6 +128,7 @@ int AskForFile(Session& session, bool waits) {
 
 // In a directory that all may write to, any user's file could have the name.
 bool SyncFile::IsOfService(const Options& options) const {
+  if ((m_mode & (S_IWGRP | S_IWOTH)) != 0) return false;
   Port port{};
   return m_owner == 0 || (FindPort(PortOf(options.server), &port) && port.user == m_owner);
 }
@@ -145,8 +147,8 @@ int SyncFile::Get(const Options& options, Session& session, bool waits) {
     if (result != kDone || (waits && Session::IsInterrupted())) return result;
     if (!Read()) return ExplainError(errno);
     if (!IsOfService(options)) {
-      Say("%s is user %u's, who is neither root nor the service's: it may be forged, so remove it", kSyncPath,
-          static_cast<unsigned>(m_owner));
+      Say("%s is user %u's, mode %03o, not root's or the service's alone: it may be forged, so remove it",
+          kSyncPath, static_cast<unsigned>(m_owner), static_cast<unsigned>(m_mode & 0777));
       return kUsage;
     }
     // One without a byte was made, but there was no room to fill it.

@@ -45,6 +45,7 @@ class SyncFile {
 
   Version m_version;
   uid_t m_owner = 0;
+  mode_t m_mode = 0;
   char* m_bytes = nullptr;
   size_t m_size = 0;
 };
