@@ -13,6 +13,12 @@ bool HasControl(const std::string& text) {
   return std::any_of(text.begin(), text.end(), [](unsigned char c) { return iscntrl(c) != 0 && c != '\t'; });
 }
 
+bool HasUpperControl(const std::string& text) {  // U+0080 to U+009F
+  size_t at = text.find('\xc2');
+  while (at != std::string::npos && (text[at + 1] & 0xe0) != 0x80) at = text.find('\xc2', at + 1);
+  return at != std::string::npos;
+}
+
 // Every part lies in the record, and only the text may have line feeds, which would make lines of their own.
 void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   ASSERT_NE('\0', line.module[0]);
@@ -44,7 +50,7 @@ void CheckScreen(const char* text) {
   Ctl::AppendJson(json, text);
   for (const Velk::SimpleString* shown : {&printable, &json}) {
     ASSERT_TRUE(IsUtf8(shown->Str()));
-    ASSERT_FALSE(HasControl(shown->Str()));
+    ASSERT_FALSE(HasControl(shown->Str()) || HasUpperControl(shown->Str()));
   }
   std::string decoded;
   const char* at = json.Str() + 1;
@@ -52,6 +58,7 @@ void CheckScreen(const char* text) {
     ASSERT_NE('\0', *at);
     const bool isEscape = *at == '\\', isCode = isEscape && at[1] == 'u';
     at += isEscape;
+    if (isCode && strncmp(at + 1, "0080", 4) >= 0) decoded += '\xc2';
     decoded += isCode ? static_cast<char>(strtol(std::string(at + 1, 4).c_str(), nullptr, 16)) : *at;
     if (isCode) at += 4;
   }
@@ -95,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CheckScreen(text.Str());
   text.Empty();
   Ctl::AppendWithoutControls(text, line.text.begin, line.text.length);
-  EXPECT_FALSE(HasControl(text.Str()));
+  EXPECT_FALSE(HasControl(text.Str()) || HasUpperControl(text.Str()));
   CheckCalls(line.type, line.module, text.Str());
   unsigned long long sequence = 0;
   if (Ctl::ParseKmsg(record.data(), size, &line, &sequence)) CheckParts(line, record);
