@@ -48,12 +48,6 @@ class Examples(ServiceTest):
         caller.join()
         self.assertRegex(said, r"^Ack \d+ 1 1 0\n$")
 
-    def test_the_peer_says_that_its_password_is_wrong(self):
-        self.service()
-        run = subprocess.run([*PROGRAMS[0], LINE, "other"], capture_output=True, text=True)
-        self.assertIn("password", run.stderr)
-        self.assertEqual(run.returncode, 1)
-
     def test_the_event_loop_sends_again_while_it_waits_for_input(self):
         loop = subprocess.Popen([os.path.join(namespace.FILES, "event_loop")], stdin=subprocess.PIPE, text=True)
 
@@ -156,20 +150,3 @@ class Handler(ServiceTest):
         log, handler = self.logger("n" * 1400)
         log.info("no room")
         self.assertEqual(len(self.errors), 1)
-
-    def test_a_forked_child_logs_what_is_its_own(self):
-        service = self.service()
-        program = f"""if True:
-            import logging, os, sys
-            sys.path.append("{namespace.FILES}")
-            import velk_logging
-            logging.getLogger().addHandler(velk_logging.VelkHandler())
-            log = logging.getLogger("py")
-            log.setLevel("INFO")
-            log.info("before")
-            child = os.fork()
-            log.info("parent" if child else "child")
-            if child: sys.exit(os.waitpid(child, 0)[1])"""
-        run = subprocess.run([sys.executable, "-c", program], stderr=subprocess.STDOUT, stdout=subprocess.PIPE)
-        self.assertEqual((run.returncode, run.stdout), (0, b""))
-        self.assertEqual(sorted(self.lines(service)), ["before", "child", "parent"])

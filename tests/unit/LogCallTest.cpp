@@ -26,15 +26,3 @@ TEST(LogCall, CutsLongLinesBetweenCharacters) {
   EXPECT_EQ(3u, CheckCalls(Info, "m", std::string(3 * room, 'x') + "\n"));
   EXPECT_EQ(4u, CheckCalls(Info, "m", std::string(3 * room + 1, 'x')));
 }
-
-// Of texts that are no UTF-8, too, and whatever the cut meets.
-TEST(LogCall, CutsQuotedTextsAsItCutsOthers) {
-  for (unsigned pad = 1300; pad < 1400; ++pad) {
-    std::string text(pad, 'x');
-    for (int i = 0; i < 40; ++i) text += "`\x80~";
-    std::string quoted = " 2 `m` `";
-    for (const char c : text) quoted += (c == '`' || c == '~' ? "~" : "") + std::string(1, c);
-    quoted += "`";
-    CheckPieces(LogCall("LogMsg", quoted.c_str()), Warning, "m", text);
-  }
-}
