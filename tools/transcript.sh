@@ -56,40 +56,41 @@ echo "service, in a terminal of its own."
 
 remark "The service. It needs no configuration; in a device's image it gets one."
 printf '$ build/syslog\n'
-set -m  # else it would be born deaf to Ctrl-C
+set -m  # otherwise it would ignore Ctrl-C
 build/syslog >/tmp/console 2>&1 &
 service=$!
 set +m
 console
 
-remark "A first line, from Python: no library, one file to copy from."
-run 'python3 examples/peer.py "link down"'
+remark "A first line. The command ends when the line is in the log."
+run 'build/syslogctl log -l warning -t net "link down"'
 quiet="srv wrote"
-remark "It noted each handshake, too; these lines are left out from here on."
-
-remark "From a shell. It comes back when the lines are in the log."
-run 'build/syslogctl log -l error -t disk "only 3 MiB left"'
+remark "The service logged the handshake too; such lines are left out from here on."
 run 'seq 3 | sed "s/^/step /" | build/syslogctl log -t update; echo "exit status $?"'
 
-remark "How fast is the way there and back?"
+remark "From Python, with one file to copy from."
+run 'python3 examples/peer.py "hello"'
+
+remark "How long does a call take there and back?"
 run 'build/syslogctl ping -n 3 -i 0.2'
 
-remark "What do all the programs say? watch hears every call, also of those that come later."
+remark "What do the other programs say?"
 start 'build/syslogctl watch -n 2'
 run 'build/syslogctl log -l warning -t fan "4200 rpm"'
-run 'python3 examples/peer.py "hello"'
+run 'python3 examples/peer.py "hello again"'
 finish
 
-remark "Programs that know syslog(3) only: a bridge takes what they write to /dev/log, here another socket."
+remark "For programs that know only syslog(3), a bridge takes what they write to /dev/log, here another socket."
 start 'build/syslogctl bridge --socket /tmp/log'
 run 'logger -u /tmp/log -t cron -p cron.warning "job took 12 s"'
 kill "$background"
 finish
 
-remark "The last 500 lines, from memory."
-run 'build/syslogctl dump'
+remark "The recent log, from memory, and how the service is."
+run 'build/syslogctl dump -n 5'
+run 'build/syslogctl status'
 
-remark "A collector: rsyslog with examples/collectors/rsyslog.conf, on an address of its own because all is one machine here."
+remark "A collector: rsyslog with examples/collectors/rsyslog.conf, on an address of its own as all is one machine here."
 sed 's/port="514"/address="127.0.0.2" port="514"/' examples/collectors/rsyslog.conf >/tmp/rsyslog.conf
 build/collectors/rsyslogd -n -i /tmp/pid -f /tmp/rsyslog.conf &
 collector=$!
@@ -98,8 +99,8 @@ run 'build/syslogctl remote on 127.0.0.2'
 run 'build/syslogctl log -l warning -t net "eth0 is back"'
 run 'grep eth0 /var/log/devices.json'
 
-remark "The serving process dies. Another one serves at once; lines that are confirmed wait for it." \
-  "(From here on forwarding is off again: variables that are set live as long as the process.)"
+remark "The serving process dies. The next one serves at once, and the line waits for it." \
+  "(Forwarding is off again: variables last as long as the process.)"
 run "kill -9 \$(pgrep -P $service); build/syslogctl log -t after 'still here'; echo \"exit status \$?\""
 
 remark "Ctrl-C."
