@@ -2,17 +2,17 @@
 # Compares the service with a bare floor and with other log daemons doing the same work, all in one run:
 #   bench/compare.sh [ROUNDS] [LINES]
 # Needs root (a network and mount namespace of its own). Installs Debian packages, but for the two whose packages
-# conflict: they are unpacked into build/collectors. Builds musl in build-musl. Writes docs/benchmarks.md and
+# conflict: they are unpacked into build/collectors. Builds musl in build-small. Writes docs/benchmarks.md and
 # docs/benchmarks.svg.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox musl-tools
-tools/musl.sh "$PWD/build-musl/musl"
+tools/musl.sh "$PWD/build-small/musl"
 
 cmake --preset release >/dev/null
 cmake --build build --target syslog -- --quiet
-cmake --preset musl "-DVELK_MUSL=$PWD/build-musl/musl" >/dev/null
-cmake --build build-musl --target syslog -- --quiet
+cmake --preset musl -B build-small "-DVELK_MUSL=$PWD/build-small/musl" >/dev/null
+cmake --build build-small --target syslog -- --quiet
 work=build/bench
 mkdir -p $work
 for program in floor load; do gcc -O2 -Wall -Wextra -pthread bench/$program.c -o $work/$program; done

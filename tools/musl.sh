@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds Debian's source of musl for size, as builders of images do (the package is built for speed), into
-# FOLDER, an absolute path: tools/musl.sh FOLDER. Then: cmake --preset musl -DVELK_MUSL=FOLDER.
+# FOLDER, an absolute path: tools/musl.sh FOLDER. Then: cmake --preset musl -B build-small -DVELK_MUSL=FOLDER.
 set -eu
 folder=$1
 [ ! -e "$folder/lib/libc.a" ] || exit 0
