@@ -28,10 +28,12 @@ emulator_limits() {
   cat <<'END'
 unit UdpSocket3.JoinsAndLeavesAGroup qemu-user knows no IP_MULTICAST_IF
 unit UdpSocket3.SetsTheOptionsOfIp qemu-user knows no IP_MULTICAST_IF
+unit InetAddress2.LooksNothingUpWhereThereIsNoMemory the emulator itself gets the memory limit
 service test_each_function the library that lets calls fail is for this machine, not for the emulated one
 service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_without_memory_though_no_one_reads_its_last_words the emulator needs more address space than that limit leaves
 service test_holds_its_longest_backlog_under_the_start_scripts_limit the same limit
+service test_missing_and_full_descriptors_are_told the shell that starts the emulator needs more descriptors
 END
 }
 
@@ -40,6 +42,7 @@ native_limits() {
   cat <<'END'
 service test_each_function the library that lets calls fail is for 64-bit programs
 service test_serves_where_recvmmsg_is_refused the same library
+service test_missing_and_full_descriptors_are_told the shell that starts the program needs more descriptors
 END
 }
 
