@@ -198,7 +198,7 @@ def make_private(folder):
 def machine():
     with open("/proc/cpuinfo") as info:
         model = re.search(r"model name\s*:\s*(.*)", info.read())
-    # Of the kernel its number only: what a builder appends to that tells nobody else anything.
+    # Only the kernel's number: what a builder appends means nothing to others.
     kernel = re.match(r"[\d.]*\d", platform.release()).group()
     system = platform.freedesktop_os_release()["PRETTY_NAME"]
     name = model.group(1) if model else platform.machine()

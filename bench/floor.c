@@ -4,7 +4,7 @@
  *   floor PORT FILE COLLECTOR-ADDRESS [two]
  *
  * two: the same with two threads, one of which receives and hands over, so that peers are served while the
- * other one stands still. */
+ * other one blocks. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>

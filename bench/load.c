@@ -4,7 +4,7 @@
  *   load raw|call|unix TARGET COLLECTOR-ADDRESS LINES WINDOW COOKIE-HEX
  *
  * raw: the line as an RFC 3164 datagram to UDP 127.0.0.1:TARGET; call: a LogMsg call there, from port 40000,
- * behind the cookie; unix: to the datagram socket with the path TARGET. At most WINDOW lines are outstanding;
+ * after the cookie; unix: to the datagram socket with the path TARGET. At most WINDOW lines are outstanding;
  * what has not arrived after half a second is lost. Prints one JSON object. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>

@@ -35,7 +35,7 @@ namespace Velk {
 //
 // Any thread may call any operation but Open() and Close(), which need the object to themselves. A forked
 // child opens a client of its own: its parent's fails there with EPERM, and Close() only frees memory and
-// descriptors. A thread that is cancelled in here leaves no lock behind. A program may close our descriptors,
+// descriptors. A thread that is cancelled in here releases its lock. A program may close our descriptors,
 // not knowing them: what it opens in their place is left alone, and others take over, also as Descriptor().
 class GDQUdpClient final : public GDQUdpBase {
  public:

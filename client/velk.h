@@ -48,7 +48,7 @@ enum {
  * these, EHOSTUNREACH the name does not resolve, ENOMEM, EMFILE and the like. */
 VELK_API velk* velk_open(const char* server, const char* password, unsigned flags);
 
-/* Logs one line; "\n" is added where the text has none. module NULL or "" stands for the service's own name.
+/* Logs one line; "\n" is added where the text has none. module NULL or "" means the service's own name.
  * Lines that are too long for a datagram become several. Returns 0, or -1 with errno: EAGAIN (see
  * VELK_NOWAIT), EMSGSIZE the module is too long, EINVAL the type or the format is not valid, ENOMEM, EPERM in
  * a child of the process that opened it. */

@@ -6,7 +6,7 @@
 namespace Velk {
 
 // Argument text: arguments separated by white space (isspace(3)). One that begins with ' ` or " ends at the
-// next such character, and a tilde in it stands for the character that follows; the next argument may follow
+// next such character, and a tilde in it makes the next character literal; the next argument may follow
 // at once. In any other argument no character is special.
 //
 // One thread at a time. Keeps its buffers, so that parsing texts of up to 255 characters allocates nothing.

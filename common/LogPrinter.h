@@ -28,7 +28,7 @@ class LogPrinter {
   LogPrinter(const LogPrinter&) = delete;
   LogPrinter& operator=(const LogPrinter&) = delete;
 
-  // Logs one message; format carries its own "\n". A null or empty module stands for the application name.
+  // Logs one message; format carries its own "\n". A null or empty module means the application name.
   // Trace messages are dropped while the trace flag is off. Types outside ELogMessageType still reach the
   // remote peer and the sink, but not the console.
   void Log(ELogMessageType type, const char* module, const char* format, ...)

@@ -35,7 +35,7 @@ class UdpSocket3 {
   // this machine. False where /proc can't be read.
   static bool IsHeldByOthers(unsigned short port, unsigned long ours);
 
-  // Ends the sharing of the port that binding allows: whoever binds to it from now on, fails.
+  // Ends the sharing of the port that binding allows: other programs can no longer bind to it.
   void ForbidSharing();
 
   // The kernel's memory for datagrams not yet read; it counts twice the bytes, as it has overhead. At most

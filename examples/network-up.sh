@@ -9,7 +9,7 @@ set -eu
 collector=$1
 marker=${MARKER:-/run/syslog-boot-lines-sent}  # in memory, so that a reboot removes it
 
-# Says whether the service forwards to the collector. Whether it could find it stands in its log only.
+# Says whether the service forwards to the collector. Only its log says whether it found it.
 forwards() {
   syslogctl remote on "$collector" || return 1
   lines=$(syslogctl dump) || return 1
@@ -28,7 +28,7 @@ done
 [ ! -e "$marker" ] || exit 0
 
 # Up to the service's last word that it uses a server nothing was forwarded, unless the configuration names an address:
-# the last of these lines then arrive twice. All that is behind it was.
+# the last of these lines then arrive twice. All lines after it were.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Tries what starts the service: the scripts in a root with BusyBox alone, and the recipes with make and stand-ins
+# Tries what starts the service: the scripts in a root with BusyBox alone, and the recipes with make and substitutes
 # for what they include. Debian's package has a test of its own, test-deb.sh. Needs root for the former.
 set -eu
 cd "$(dirname "$0")/.."

@@ -17,7 +17,7 @@ namespace {
 [[noreturn]] void EndProcess(const char* why) {
   char* const name = program_invocation_short_name;
   const iovec pieces[] = {{name, strlen(name)}, {const_cast<char*>(why), strlen(why)}};
-  // Where nobody reads, the words are lost: waiting here would keep the next child from starting.
+  // If no one reads, the message is lost: waiting here would keep the next child from starting.
   pollfd errors{STDERR_FILENO, POLLOUT, 0};
   if (poll(&errors, 1, 0) > 0 && writev(STDERR_FILENO, pieces, 2) < 0) _exit(1);
   _exit(1);

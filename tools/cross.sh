@@ -60,7 +60,7 @@ choose_runner() {
   local sysroot=/usr/${triplets[$1]}
   local loader=$sysroot/lib/ld-linux.so.2
   # Named as a path, too: the loader also looks into this machine's cache, where 32-bit libraries of another
-  # version may stand.
+  # version may be.
   runner=("qemu-$1-static" -L "$sysroot" -E "LD_LIBRARY_PATH=$sysroot/lib")
   case $1 in
     armhf) runner[0]=qemu-arm-static ;;

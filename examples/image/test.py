@@ -16,7 +16,7 @@ FOLDER = sys.argv[1]
 
 
 class Heard(threading.Thread):
-    """All that has come until now, bytes of a stream or datagrams one behind the other."""
+    """All that has come until now, bytes of a stream, or datagrams joined."""
 
     def __init__(self, read):
         super().__init__(daemon=True)

@@ -20,7 +20,7 @@ static int with_failure(int at) {
   velk* log = velk_open("127.0.0.1:9", "password", VELK_NOWAIT);
   int result = log != NULL ? velk_log(log, VELK_INFO, "test", "%2000d", 1) : -1;
   if (result != 0) result = errno == ENOMEM && until_failure < 0 ? 1 : -1;
-  if (result == 0 && until_failure < 0) result = -1; /* one failed, and nobody said so */
+  if (result == 0 && until_failure < 0) result = -1; /* one failed, and no one said so */
   until_failure = -1;
   velk_close(log);
   return result;

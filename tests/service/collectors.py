@@ -12,7 +12,7 @@ MOST_FILES = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 
 
 def configuration(*names, host=HOST, **changes):
-    """The text of configurations, one behind the other, with files below /tmp and the port of one address only.
+    """The text of configurations, joined, with files below /tmp and the port of one address only.
 
     changes: new words for old ones, all of them to be found.
     """

@@ -66,7 +66,7 @@ int open64(const char* path, int flags, ...) {
   if (fails("open64", EMFILE)) return -1;
   va_list more;
   va_start(more, flags);
-  const mode_t mode = va_arg(more, mode_t);  // where there is none, nobody looks at it
+  const mode_t mode = va_arg(more, mode_t);  // if there is none, no one looks at it
   va_end(more);
   return open(path, flags, mode);
 }

@@ -91,7 +91,7 @@ def roomy_socket():
 
 
 class Ear:
-    """Whoever receives datagrams, with a socket."""
+    """A receiver of datagrams."""
 
     def receive(self, timeout=DEADLINE):
         """The next datagram, or None when there is none in time."""
@@ -200,11 +200,11 @@ class Service:
         """Waits until all that was sent before has been handled.
 
         insist: ask again and again, because a full socket may drop the question, and a call that does not
-        parse leaves those behind it until the next one comes.
+        parse delays those after it until the next one comes.
         """
         self._fences += 1
         line = f"fence {self._fences}"
-        ask = lambda: peer.log(b"\n%s\n" % line.encode())  # on a line of its own, whatever stands before it
+        ask = lambda: peer.log(b"\n%s\n" % line.encode())  # on a line of its own
         ask()
         if insist:
             until(lambda: self.count(line) or ask(), line)

@@ -1,7 +1,7 @@
 """A world of its own for the running service: mounts, network and processes that end with the tests.
 
 The service's paths and ports are fixed, so its tests need a machine on which /flash, /tmp and UDP ports 514
-and 11001 belong to nobody. All happens on a tmpfs that only this namespace sees; nothing outside changes.
+and 11001 belong to no one. All happens on a tmpfs that only this namespace sees; nothing outside changes.
 """
 import ctypes
 import fcntl

@@ -1,4 +1,4 @@
-"""One call of one function fails, each in its turn: the service goes on, or ends cleanly and is started anew."""
+"""One call of one function fails, each in its turn: the service goes on, or ends cleanly and is started again."""
 import contextlib
 import errno
 import os

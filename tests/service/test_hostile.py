@@ -1,4 +1,4 @@
-"""Datagrams that nobody sends in good faith."""
+"""Datagrams that no one sends in good faith."""
 import random
 
 from harness import ServiceTest

@@ -31,7 +31,7 @@ class Supervision(ServiceTest):
         print(f"restart: {statistics.median(times) * 1000:.1f} ms, at most {max(times) * 1000:.1f} ms")
         self.assertLess(statistics.median(times), 1.0 if SANITIZED else 0.1)
 
-        # Whoever was admitted before is a stranger; what was configured still holds.
+        # A peer admitted before is a stranger; what was configured still holds.
         old.log(b"from the old\n")
         peer = self.peer()
         collector.heard()

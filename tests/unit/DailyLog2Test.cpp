@@ -9,7 +9,7 @@
 
 namespace {
 
-// "[12:34:56.789] " becomes "# ", wherever it stands, so that texts compare.
+// "[12:34:56.789] " becomes "# ", wherever it is, so that texts compare.
 std::string WithoutTimes(std::string text) {
   for (size_t at = 0; (at = text.find('[', at)) != std::string::npos; ++at) {
     int length = 0;
@@ -109,7 +109,7 @@ TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
   EXPECT_EQ("0 0", callsAfter(Info));
   EXPECT_EQ("0 0", callsAfter(Trace));
   first.messageLog = &log;
-  EXPECT_EQ("2 1", callsAfter(Warning));  // added twice; its own warnings tell nobody
+  EXPECT_EQ("2 1", callsAfter(Warning));  // added twice; its own warnings notify no one
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
   EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));

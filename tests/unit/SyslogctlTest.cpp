@@ -176,7 +176,7 @@ TEST(SyslogctlLines, OfTheKernelAreUnderstood) {
   for (const char* bad : {"", "6", "6,", "6,1", "6,1,2,-", "x,1,2,-;a", ";a"}) EXPECT_EQ(parse(bad), "none");
 }
 
-// A model says which records were dropped; reports stand where they would have been.
+// A model says which records were dropped; reports are where they would have been.
 TEST(SyslogctlRecordRing, ReportsEveryLossInItsPlace) {
   std::mt19937 random(11);
   const auto ring = std::make_unique<Ctl::RecordRing>();

@@ -5,7 +5,7 @@
 namespace {
 
 struct Seen {
-  std::set<std::string> entries;  // "name" or "name/", and the path behind a blank
+  std::set<std::string> entries;  // "name" or "name/", and the path after a blank
   unsigned stopAfter = 1000;
 };
 

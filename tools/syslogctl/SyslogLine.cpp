@@ -109,7 +109,7 @@ unsigned TakePriority(Scan& scan) {
   return static_cast<unsigned>(value);
 }
 
-// Skips what has the form: 9 stands for a digit, A for a letter, _ for a digit or a blank, + for a sign, all
+// Skips what has the form: 9 is a digit, A a letter, _ a digit or a blank, + a sign, all
 // else for itself.
 bool SkipForm(Scan& scan, const char* form) {
   const size_t length = strlen(form);
