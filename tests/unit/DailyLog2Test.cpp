@@ -148,11 +148,11 @@ TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
   testing::internal::CaptureStdout();
   log.Log(Info, "net", "up\n");
   EXPECT_EQ("# net.Info: up\n", WithoutTimes(testing::internal::GetCapturedStdout()));
-  std::string name;
-  const auto note = [](const char* entry, const char*, void* context) {
-    *static_cast<std::string*>(static_cast<CDailyEventLog::EnumContext*>(context)->context) = entry;
+  const auto note = [](const char* name, const char*, void* context) {
+    *static_cast<std::string*>(static_cast<CDailyEventLog::EnumContext*>(context)->context) = name;
     return true;
   };
+  std::string name;
   EXPECT_TRUE(log.EnumerateLogs(note, &name));
   EXPECT_EQ("# net.Info: up\n", WithoutTimes(m_dir.Read(name)));
 }

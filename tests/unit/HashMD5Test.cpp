@@ -5,7 +5,8 @@
 namespace {
 
 std::string Md5(const std::string& text, size_t pieceSize) {
-  Velk::HashMD5 hash;
+  static Velk::HashMD5 hash;
+  hash.Reset();
   for (size_t at = 0; at < text.size(); at += pieceSize)
     hash.AddBinary(text.data() + at, std::min(pieceSize, text.size() - at));
   char digits[33];
@@ -14,16 +15,6 @@ std::string Md5(const std::string& text, size_t pieceSize) {
 }
 
 }  // namespace
-
-TEST(HashMD5, StartsAgainWhenReset) {
-  Velk::HashMD5 hash;
-  hash.AddString("other");
-  hash.Reset();
-  hash.AddString("abc");
-  char digits[33];
-  hash.GetAsString(digits);
-  EXPECT_STREQ("900150983cd24fb0d6963f7d28e17f72", digits);  // of RFC 1321
-}
 
 TEST(HashMD5, DoesNotDependOnHowTheDataIsCut) {
   // All places where the padding needs another block are among the lengths.

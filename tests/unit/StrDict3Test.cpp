@@ -1,6 +1,5 @@
 #include "common/StrDict3.h"
 
-#include "common/SimpleListDL.h"
 #include "tests/unit/Test.h"
 
 namespace {
@@ -79,12 +78,4 @@ TEST(StrDict3, PoolGrowsByBlocksAndReusesNodes) {
   EXPECT_EQ(0u, pool.Used());
   dict.Set0(kAll, std::string(32, 'x').c_str(), true);
   EXPECT_EQ(32u, pool.Total());
-}
-
-TEST(SimpleListDL, CountsAndFreesItsNodes) {
-  SimpleListDL<int> list;
-  for (int i = 0; i < 3; ++i) list.Append(i);
-  list.Remove(list.Head()->m_next);
-  EXPECT_EQ(2u, list.Count());
-  EXPECT_EQ(2, list.Head()->m_next->m_value);
 }
