@@ -86,3 +86,15 @@ TEST(SimpleStringDeathTest, EndsTheProcessRatherThanWrapRound) {
   EXPECT_DEATH(SimpleString("text").GrowStringBy(UINT_MAX - 2), "");
   EXPECT_DEATH(SimpleString(UINT_MAX, 0), "");
 }
+
+TEST(SimpleString, OneThreadsCopiesDoNotDisturbAnothers) {
+  InThreads(2, [](unsigned id) {
+    const SimpleString source(0u, 16 + 32 * id);
+    for (int i = 0; i < 1000; ++i) {
+      SimpleString copy(source);
+      copy.ReleaseBuffer(-1);
+      copy.Trim();
+      EXPECT_STREQ("text", copy.Append("text").Str());
+    }
+  });
+}
