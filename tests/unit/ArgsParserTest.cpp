@@ -50,14 +50,10 @@ TEST(ArgsParser, ReachesOneSlotBeyondByIndexOnly) {
 
 TEST(ArgsBuilder2, WritesAsListed) {
   CallKeeper keeper;
-  (keeper << "Name" << -5 << 2.5).CallObj();
+  (keeper << "Name" << -5 << 2.5 << static_cast<const char*>(nullptr)).CallObj();
   EXPECT_EQ("Name", keeper.m_name);
-  EXPECT_EQ(" -5 2.500000", keeper.m_args);
-  (keeper << ""
-          << "a~b`'c" << static_cast<const char*>(nullptr) << 0)
-      .CallObj();
-  EXPECT_EQ("`a~~b~`'c` `` 0", keeper.m_args);
-  (keeper << "x" << INT_MIN << LLONG_MIN << ULLONG_MAX << -1e308).CallObj();
+  EXPECT_EQ(" -5 2.500000 ``", keeper.m_args);
+  (keeper << "" << INT_MIN << LLONG_MIN << ULLONG_MAX << -1e308).CallObj();
   EXPECT_EQ(0u, keeper.m_args.find(" -2147483648 -9223372036854775808 18446744073709551615 -1"));
   EXPECT_EQ(".000000", keeper.m_args.substr(keeper.m_args.size() - 7));
 }
