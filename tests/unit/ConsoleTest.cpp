@@ -64,6 +64,32 @@ TEST(Console, DropsNothingForALockThatIsHeldForAMoment) {
   EXPECT_EQ(out.Read(), "a line\nprinted, another\n");
 }
 
+TEST(Console, DropsWhereTheLocksOwnerWaitsForTheReader) {
+  const std::string large = std::string(200000, '#') + "\n";
+  StdoutPipe out;
+  std::thread waiting(WriteLine, large);
+  EXPECT_TRUE(WaitFor([] { return ftrylockfile(stdout) != 0 || (funlockfile(stdout), false); }));
+  RunNeverWaiting([] { WriteLine("dropped\n"); });
+  std::string all;
+  EXPECT_TRUE(WaitFor([&] { return (all += out.Read()).size() >= large.size(); }));
+  waiting.join();
+  WriteLine("next\n");
+  all += out.Read();
+  EXPECT_EQ(std::regex_replace(all.substr(large.size()), kWarning, "<$1>"), "<1>\nnext\n");
+}
+
+TEST(Console, DoesNotCountWhatAFullDeviceLoses) {
+  StdoutPipe out;
+  const int pipe = dup(STDOUT_FILENO), full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  dup2(full, STDOUT_FILENO);
+  WriteLine("lost\n");
+  RunNeverWaiting([] { WriteLine("lost\n"); });
+  dup2(pipe, STDOUT_FILENO);
+  for (const int fd : {pipe, full}) close(fd);
+  WriteLine("next\n");
+  EXPECT_EQ(out.Read(), "next\n");
+}
+
 TEST(Console, LinesOfThreadsAndProcessesNeverMixAndAllAreCounted) {
   const auto write = [](char writer) {
     for (int i = 0; i < 10000; ++i) WriteLine(std::string(100, writer) + "\n");
