@@ -157,6 +157,18 @@ TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
   EXPECT_EQ("# net.Info: up\n", WithoutTimes(m_dir.Read(name)));
 }
 
+// The rest of forwarding shows on the running service.
+TEST_F(DailyLog2Test, ForwardsToPort514WhateverTheAddressSays) {
+  UdpSocket3 server;
+  constexpr unsigned long kIp = 0x7F4D0001;  // 127.77.0.1, which no real server uses
+  if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kIp)) GTEST_SKIP() << "port not permitted";
+  DailyLog2 log(5, nullptr);
+  ASSERT_TRUE(log.EnableSyslog("127.77.0.1:9999", 0));
+  EXPECT_FALSE(log.EnableSyslog(nullptr, 0) || log.EnableSyslog("127.77.0.1:0", 0));
+  log.Log(Info, nullptr, "t");
+  EXPECT_EQ(1, server.WaitForRead(0));
+}
+
 TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
   constexpr unsigned kCapacity = 50, kThreads = 3;
   DailyLog2 log(kCapacity, m_path.c_str());
