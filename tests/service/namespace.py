@@ -68,6 +68,7 @@ def enter():
 def _working_unshare():
     """Root needs no user namespace, and may do without one where the kernel grants none."""
     base = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child"]
+    reasons = []
     for unshare in (base, [*base, "--user", "--map-root-user"]):
         try:
             probe = subprocess.run([*unshare, "true"], stderr=subprocess.PIPE, text=True)
@@ -75,7 +76,8 @@ def _working_unshare():
             raise Unavailable(str(error)) from error
         if probe.returncode == 0:
             return unshare
-    raise Unavailable(probe.stderr.strip())
+        reasons.append(probe.stderr.strip())
+    raise Unavailable("; with a user namespace: ".join(reasons))
 
 
 def prepare(files):

@@ -7,7 +7,7 @@ import signal
 import socket
 import subprocess
 
-from harness import TOOL, until
+from harness import CONFIG, TOOL, until
 from test_syslogctl import DONE, NO_ANSWER, NOT_CONFIRMED, USAGE, ToolTest
 
 
@@ -105,6 +105,9 @@ class Status(ToolTest):
         out = self.run_tool("status")[0]
         self.assertRegex(out, r"11001 serves, round trip \d+\.\d{3} ms\n")
         self.assertRegex(out, rf"restarts +none\nforwards to +{collector.host}, as configured\ndropped +0 datagrams")
+        os.utime(CONFIG, (1 << 32, 1 << 32))
+        self.assertIn("not known, /flash/conf/kavlune.conf has changed since the start", self.run_tool("status")[0])
+        os.utime(CONFIG, (0, 0))
         child = service.kill_child()
         self.run_tool("remote", "on", "127.0.0.9")
         self.run_tool("remote", "on", "no-such-host.invalid", code=NOT_CONFIRMED)
@@ -134,6 +137,7 @@ class Check(ToolTest):
         return re.findall(r"^/flash/conf/kavlune\.conf:(\d+): (.*)$", result.stdout, re.M)
 
     def test_finds_what_the_service_does_not_do_as_meant(self):
+        self.assertIn("not there, so nothing is set", self.run_tool("check")[0])
         good = "# c\n[data]\nREMOTELOG_TYPE= \"SysLog server\" # c\nremotelog_addr=log-1.example\n[other]\nx=1\n;x\n\n"
         self.configure(good)
         self.assertEqual(self.run_tool("check")[0], "/flash/conf/kavlune.conf: ok\n")

@@ -262,6 +262,10 @@ int RunCheck(const Options& options) {
   Checker checker(path);
   errno = 0;
   if (!checker.Run()) {
+    if (errno == ENOENT && options.wordCount == 0) {
+      if (!options.quiet) printf("%s: not there, so nothing is set\n", path);
+      return FlushOutput() ? kDone : kUsage;
+    }
     Say("cannot read %s: %s", path,
         errno != 0 ? strerror(errno) : "it is no regular file, or its path is too long");
     return kUsage;

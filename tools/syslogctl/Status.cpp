@@ -1,6 +1,7 @@
 // Tool layer: syslogctl status.
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include "common/IniFile3.h"
@@ -105,9 +106,19 @@ void PrintMemory(pid_t child, pid_t supervisor) {
   }
 }
 
-void PrintForwarding(const History* history) {
+// Whether the service has not read the configuration as it is now.
+bool IsConfigurationNew(const Process& supervisor) {
+  struct stat status;
+  return supervisor.start != 0 && stat(Velk::kConfigPath, &status) == 0 && status.st_mtime > supervisor.start;
+}
+
+void PrintForwarding(const History* history, const Process& supervisor) {
   IniFile3 file;
   const bool isLogged = history != nullptr && history->HasTarget();
+  if (!isLogged && IsConfigurationNew(supervisor)) {
+    printf("%-12s not known, %s has changed since the start\n", "forwards to", Velk::kConfigPath);
+    return;
+  }
   SimpleString target;
   if (isLogged) {
     AppendPrintable(target, history->Target().Str());
@@ -149,7 +160,7 @@ void PrintMachine(const Options& options, const History* history) {
   } else {
     printf("%-12s hidden, perhaps in a container or from all but root\n", "processes");
   }
-  PrintForwarding(history);
+  PrintForwarding(history, supervisor);
   printf("%-12s %lu datagrams since it serves\n", "dropped", port.drops);
   if (isKnown) PrintMemory(child.pid, supervisor.pid);
 }
