@@ -34,6 +34,7 @@ service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_without_memory_though_no_one_reads_its_last_words the emulator needs more address space than that limit leaves
 service test_holds_its_longest_backlog_under_the_start_scripts_limit the same limit
 service test_missing_and_full_descriptors_are_told the shell that starts the emulator needs more descriptors
+service test_after_many_calls_that_take_long emulated, they take longer than the tool waits
 END
 }
 
