@@ -95,12 +95,12 @@ class Dump(ToolTest):
             os.system("umount /tmp")
         self.assertIn("is full", said)
         tool = self.start_tool("dump", "-t", "none", text=True)
-        self.assertIn("no such line", tool.communicate(timeout=20)[1])
+        self.assertIn("no matching lines", tool.communicate(timeout=20)[1])
 
 
 class Status(ToolTest):
     def test_tells_what_the_machine_and_the_log_know(self):
-        self.assertIn("no program has UDP port 11001", self.run_tool("--timeout", "0.2", "status", code=NO_ANSWER)[0])
+        self.assertIn("no program uses UDP port 11001", self.run_tool("--timeout", "0.2", "status", code=NO_ANSWER)[0])
         service, collector = self.forwarding_service()
         out = self.run_tool("status")[0]
         self.assertRegex(out, r"11001 serves, round trip \d+\.\d{3} ms\n")
@@ -119,7 +119,7 @@ class Status(ToolTest):
         self.run_tool("log", input=b"x\n" * 600)
         out = self.run_tool("status")[0]
         self.assertRegex(out, rf"running +since \d{{4}}-.*, process {service.pid}\nserving +since .*, process {child}\n")
-        self.assertRegex(out, r"restarts +not known.*\nforwards to .*, as configured; .*\ndropped +[1-9]\d* datagrams")
+        self.assertRegex(out, r"restarts +unknown.*\nforwards to .*, as configured; .*\ndropped +[1-9]\d* datagrams")
         self.assertRegex(out, r"memory +RSS \d+ \+ \d+ KiB, PSS [1-9]\d* \+ [1-9]\d* KiB\n$")
         service.kill_child()
         self.run_tool("remote", "on", "127.0.0.9")
@@ -144,19 +144,19 @@ class Check(ToolTest):
         data = "[Data]\nremotelog_type=SysLog server\nremotelog_addr=%s\n"
         for text, line, part in [
                 (good.replace("\n", "\r\n"), 4, "carriage return"), ("\ufeff" + good, 1, "byte order mark"),
-                (good + "[data]\nfoo=1\n", 10, "no use for 'foo'"), ("[Data]\nremotelog_type =x\n", 2, "before '='"),
-                ("[Data\n", 1, "no ']'"), ("[Data ]\n", 1, "has blanks"), ("[Data] x=1\n", 1, "is ignored"),
-                ('[Data]\nremotelog_type="x\n', 2, "not closed"), ("[Data]\nremotelog_type\n", 2, "no '='"),
+                (good + "[data]\nfoo=1\n", 10, "does not use 'foo'"), ("[Data]\nremotelog_type =x\n", 2, "before '='"),
+                ("[Data\n", 1, "missing ']'"), ("[Data ]\n", 1, "has blanks"), ("[Data] x=1\n", 1, "is ignored"),
+                ('[Data]\nremotelog_type="x\n', 2, "unclosed quote"), ("[Data]\nremotelog_type\n", 2, "missing '='"),
                 ('[Data]\nremotelog_type="none"x\n', 2, "closing quote"), ("[Data]\nremotelog_type=none \n", 2, "blanks"),
-                ("[Data]\nremotelog_type=syslog server\n", 2, "no type"), (data % "10.0.0.7:514", 3, "514"),
-                (data % "10.0.0.7 # rack 3", 3, "10.0.0.73"), (data % "10.0.0", 3, "no address"), (data % "a b", 3, "no address"),
-                (data % "", 3, "empty"), ("[Data]\nremotelog_type=SysLog server\n", 2, "no remotelog_addr"),
-                ("[Data]\nremotelog_addr=a\n", 2, "no remotelog_type"), ("remotelog_addr=a\n", 1, "not in section"),
+                ("[Data]\nremotelog_type=syslog server\n", 2, "unknown type"), (data % "10.0.0.7:514", 3, "514"),
+                (data % "10.0.0.7 # rack 3", 3, "10.0.0.73"), (data % "10.0.0", 3, "invalid address"), (data % "a b", 3, "invalid address"),
+                (data % "", 3, "empty"), ("[Data]\nremotelog_type=SysLog server\n", 2, "missing remotelog_addr"),
+                ("[Data]\nremotelog_addr=a\n", 2, "missing remotelog_type"), ("remotelog_addr=a\n", 1, "outside section"),
                 (data % "a\\", 3, "backslash"), ("#" * 1024 + "\n", 1, "longer"), (data % "a" + "remotelog_addr=b\n", 4, "line 3"),
                 ("[Data]\nremotelog_type=none\0\n", 2, "NUL")]:
             found = self.findings(text)
             self.assertTrue([row for row in found if row[0] == str(line) and part in row[1]], (text, found))
-        for path, why in (("/tmp", "no regular file"), ("/tmp/none", "No such file")):
+        for path, why in (("/tmp", "not a regular file"), ("/tmp/none", "No such file")):
             self.assertIn(why, self.run_tool("check", path, code=USAGE)[1])
 
     def test_a_call_without_a_line_feed_is_told(self):
@@ -172,7 +172,7 @@ class Network(ToolTest):
         service = self.service()
         bridge = self.start_tool("bridge", "--socket", "/tmp/log", "--udp", "5514")
         until(lambda: f":{5514:04X} " in open("/proc/net/udp").read(), "the port")
-        for arguments, why in [(["--udp", "5514"], "another program"), (["--udp", "0"], "no port"), (["--udp", "a:1"], "no port"),
+        for arguments, why in [(["--udp", "5514"], "another program"), (["--udp", "0"], "invalid port"), (["--udp", "a:1"], "invalid port"),
                                (["--udp", "192.0.2.1:1"], "ddress")]:
             self.assertIn(why, self.run_tool("bridge", "--socket", "/tmp/other", *arguments, code=USAGE)[1])
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as gear:
@@ -185,4 +185,4 @@ class Network(ToolTest):
         lines = [line for module in ("lldpd", "snmpd", "user", "local[Syslog]") for line in self.module_lines(service, module)]
         self.assertEqual(lines, [b"Warning: 127.0.0.7 [7] port 3 down", b"ERROR: 127.0.0.7 [8] a", b"ERROR: 127.0.0.7 b\\x1b",
                                  b"ERROR: 127.0.0.7 panic", b"ERROR: 127.0.0.7 forged"])
-        self.assertRegex(self.module_lines(service, "gear")[-1], rb"\(\d+ bytes more\)$")
+        self.assertRegex(self.module_lines(service, "gear")[-1], rb"\(\d+ bytes cut\)$")

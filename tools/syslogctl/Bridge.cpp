@@ -18,10 +18,10 @@
 namespace Ctl {
 namespace {
 
-constexpr unsigned kHeldLines = 8192;  // while the service is gone: 2 MiB
-constexpr int kReadsAtOnce = 128;      // before the client gets its turn
+constexpr unsigned kHeldLines = 8192;  // while the service is away; 2 MiB
+constexpr int kReadsAtOnce = 128;      // then the client gets its turn
 
-// The kernel's log, see Documentation/ABI/testing/dev-kmsg: one record a read, from the oldest that is there.
+// The kernel's log: one record per read, oldest first. See the kernel's Documentation/ABI/testing/dev-kmsg.
 class KernelLog {
  public:
   KernelLog() = default;
@@ -31,7 +31,7 @@ class KernelLog {
     if (m_fd >= 0) close(m_fd);
   }
 
-  // False: said why.
+  // False: it failed and printed why.
   bool Open();
   void ReadInto(RecordRing& ring);
   int Descriptor() const { return m_fd; }
@@ -41,13 +41,13 @@ class KernelLog {
   void CountLoss(const char* record, size_t length, RecordRing& ring);
 
   int m_fd = -1;
-  unsigned long long m_next = 0;  // sequence number; 0: not known yet
+  unsigned long long m_next = 0;  // expected sequence number; 0: unknown
 };
 
 bool KernelLog::Open() {
   m_fd = open("/dev/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (m_fd >= 0) return true;
-  Say("cannot read the kernel's log, /dev/kmsg: %s; %sleave out --kmsg", strerror(errno),
+  Say("cannot read the kernel's log /dev/kmsg: %s; %somit --kmsg", strerror(errno),
       errno == EPERM || errno == EACCES ? "run as root, or " : "");
   return false;
 }
@@ -56,7 +56,7 @@ void KernelLog::ReadInto(RecordRing& ring) {
   char record[RecordRing::kMaxRecord];
   for (int i = 0; i < kReadsAtOnce && ring.HasRoom(); ++i) {
     const ssize_t length = read(m_fd, record, sizeof record);
-    if (length < 0 && errno == EPIPE) continue;  // overwritten before we came: the numbers will say how many
+    if (length < 0 && errno == EPIPE) continue;  // records were overwritten; CountLoss() counts them
     if (length < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (length <= 0) return GiveUp(length);
     CountLoss(record, static_cast<size_t>(length), ring);
@@ -64,10 +64,10 @@ void KernelLog::ReadInto(RecordRing& ring) {
   }
 }
 
-// Containers have anything under that name, often what is always readable.
+// In a container /dev/kmsg can be any file. One that is always readable would keep us busy.
 void KernelLog::GiveUp(ssize_t result) {
-  Say("cannot read the kernel's log, /dev/kmsg: %s; going on without it",
-      result == 0 ? "it ends, so it is something else" : strerror(errno));
+  Say("cannot read the kernel's log /dev/kmsg: %s; continuing without it",
+      result == 0 ? "end of file, so it is not the kernel's log" : strerror(errno));
   close(m_fd);
   m_fd = -1;
 }
@@ -103,7 +103,7 @@ class Bridge {
   NetworkLog m_network;
   KernelLog m_kernel;
   RecordRing m_ring;
-  unsigned m_callsTaken = 0;  // of the oldest record's
+  unsigned m_callsTaken = 0;  // calls of the oldest record that the client took
   Velk::SimpleString m_module{64, 64};
   Velk::SimpleString m_text{1024, 1024};
 };
@@ -115,11 +115,11 @@ int Bridge::Open() {
   return m_session.Open(Holding(kHeldLines));
 }
 
-// Says at the end of a record that was too long how much is missing there. Returns the record's new length.
+// Ends a record that was cut with the number of bytes cut off. Returns its new length.
 size_t MarkCut(char* record, size_t wholeLength) {
   constexpr size_t kMarkRoom = 40;
   const size_t kept = RecordRing::kMaxRecord - kMarkRoom;
-  const int mark = snprintf(record + kept, kMarkRoom, " (%zu bytes more)", wholeLength - kept);
+  const int mark = snprintf(record + kept, kMarkRoom, " (%zu bytes cut)", wholeLength - kept);
   return kept + static_cast<size_t>(mark);
 }
 
@@ -145,9 +145,9 @@ void Bridge::ReadNetwork() {
 }
 
 void Bridge::WaitAndRead() {
-  // While the ring is full the kernel keeps its own messages; programs, though, would have to wait.
+  // While the ring is full the kernel keeps its messages. Programs must still be read, or they would block.
   const int kernel = m_ring.HasRoom() ? m_kernel.Descriptor() : -1;
-  // Negative descriptors are passed over, see poll(2).
+  // poll(2) ignores negative descriptors.
   pollfd inputs[] = {
       {m_socket.Descriptor(), POLLIN, 0}, {m_network.Descriptor(), POLLIN, 0}, {kernel, POLLIN, 0}};
   m_session.Wait(inputs, 3, Velk::GDQUdpClient::kForever);
@@ -163,7 +163,7 @@ void AppendPart(Velk::SimpleString& out, const char* before, const RecordPart& p
   out.Append(after);
 }
 
-// Other machines may take any module's name, but each line says where it came from.
+// Another machine can use any module's name, so each line begins with the sender's address.
 void Bridge::BeginLine(unsigned sender) {
   m_text.Empty();
   if (sender == 0) return;
@@ -172,7 +172,7 @@ void Bridge::BeginLine(unsigned sender) {
   m_text.Append(address).Append(' ');
 }
 
-// False: the client can't take more now. What it took already is skipped when the record's turn comes again.
+// False: the client has no room. m_callsTaken skips what it took when the record is tried again.
 bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
   m_module.Empty();
   AppendWithoutControls(m_module, line.module, strlen(line.module));
@@ -185,11 +185,10 @@ bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
   const char* part = "";
   size_t length = 0;
   unsigned calls = 0;
-  // An empty text is a line too.
+  // Runs at least once: an empty text is a line too.
   for (TakeLine(&rest, &left, &part, &length);; BeginLine(sender)) {
     if (length > 0 && part[length - 1] == '\r') --length;
-    // Any other carriage return, or what moves the cursor, would let a program write over the head of its
-    // line.
+    // Other carriage returns and cursor controls could overwrite the line's head on a terminal.
     AppendWithoutControls(m_text, part, length);
     Velk::LogCall call(line.type, m_module.Str(), m_text.Str());
     while (const char* const text = call.Next()) {
@@ -217,7 +216,7 @@ void Bridge::HandOn() {
   }
 }
 
-// What programs have written until now still goes out, if the service takes it in time.
+// Delivers what programs have written so far, as long as the timeout allows.
 int Bridge::Finish() {
   const unsigned long long begin = NowMs();
   ReadSocket();
@@ -243,7 +242,7 @@ int Bridge::Run() {
 }  // namespace
 
 int RunBridge(const Options& options) {
-  // Not on the stack, for its ring's sake.
+  // Its ring is too large for the stack.
   auto* const bridge = new Bridge(options);
   const int result = bridge->Run();
   delete bridge;

@@ -34,19 +34,19 @@ bool IsSame(const char* name, const char* known) {
   return strcasecmp(name, known) == 0;
 }
 
-// A line's text in a message.
+// Text as a message shows it.
 SimpleString Shown(const char* text) {
   SimpleString shown;
   AppendPrintable(shown, text);
   return shown;
 }
 
-// Looks at the lines as IniFile3 reads them. What it stores comes from IniFile3 itself.
+// Splits the file into lines as IniFile3 does. Values come from IniFile3 itself.
 class Checker {
  public:
   explicit Checker(const char* path) : m_path(path) {}
 
-  // False: the file can't be read; errno.
+  // False: cannot read the file, see errno.
   bool Run();
   bool IsClean() const { return m_findings == 0; }
 
@@ -54,7 +54,7 @@ class Checker {
   // A variable that the service uses.
   struct Variable {
     const char* name;
-    unsigned line;  // where it was set last; 0: nowhere
+    unsigned line;  // where it was last set; 0: not set
   };
 
   void Report(unsigned line, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -91,7 +91,7 @@ void Checker::Report(unsigned line, const char* format, ...) {
 void Checker::CheckHeader(const char* text) {
   const char* const end = strchr(text, ']');
   if (end == nullptr) {
-    return Report(m_line, "the section has no ']', so the line is skipped, and what follows belongs to '%s'",
+    return Report(m_line, "missing ']': the line is skipped, and the lines after it belong to section '%s'",
                   Shown(m_section.Str()).Str());
   }
   const auto length = static_cast<unsigned>(end - text - 1);
@@ -100,10 +100,10 @@ void Checker::CheckHeader(const char* text) {
   SimpleString trimmed = m_section;
   trimmed.TrimRight();
   if (!IsSame(m_section.Str(), kSection) && IsSame(SkipBlanks(trimmed.Str()), kSection)) {
-    Report(m_line, "'%s' has blanks, so it is another section than '%s'", m_section.Str(), kSection);
+    Report(m_line, "section '%s' has blanks, so it is not section '%s'", m_section.Str(), kSection);
   }
   const char* const rest = SkipBlanks(end + 1);
-  if (*rest != '\0' && *rest != '#' && *rest != ';') Report(m_line, "what follows ']' is ignored");
+  if (*rest != '\0' && *rest != '#' && *rest != ';') Report(m_line, "text after ']' is ignored");
 }
 
 void Checker::CheckKey(const char* key) {
@@ -116,14 +116,14 @@ void Checker::CheckKey(const char* key) {
     if (IsSame(trimmed.Str(), each->name)) variable = each;
   }
   if (length != 0 && IsBlank(key[length - 1])) {
-    Report(m_line, "the blanks before '=' belong to the name '%s': write '%s='", Shown(key).Str(),
+    Report(m_line, "the blanks before '=' become part of the name '%s': write '%s='", Shown(key).Str(),
            Shown(trimmed.Str()).Str());
   } else if (isData && variable == nullptr) {
-    Report(m_line, "the service has no use for '%s'", Shown(key).Str());
+    Report(m_line, "the service does not use '%s'", Shown(key).Str());
   } else if (!isData && variable != nullptr) {
-    Report(m_line, "'%s' is not used, as it is not in section '%s'", key, kSection);
+    Report(m_line, "'%s' is ignored outside section '%s'", key, kSection);
   } else if (variable != nullptr) {
-    if (variable->line != 0) Report(m_line, "this replaces '%s' of line %u", key, variable->line);
+    if (variable->line != 0) Report(m_line, "'%s' replaces the value from line %u", key, variable->line);
     variable->line = m_line;
   }
 }
@@ -133,12 +133,12 @@ bool Checker::CheckQuoted(const char* value) {
   while (*value != '"' && *value != '\n' && *value != '\0')
     value += *value == '\\' && value[1] != '\0' ? 2 : 1;
   if (*value != '"') {
-    Report(m_line, "the quote is not closed, so the line is skipped");
+    Report(m_line, "unclosed quote: the line is skipped");
     return false;
   }
   const char* const rest = SkipBlanks(value + 1);
   if (*rest != '\0' && *rest != '#' && *rest != ';')
-    Report(m_line, "what follows the closing quote is ignored");
+    Report(m_line, "text after the closing quote is ignored");
   return true;
 }
 
@@ -147,17 +147,18 @@ void Checker::CheckBare(const char* value) {
   size_t backslashes = 0;
   while (backslashes < length && value[length - 1 - backslashes] == '\\') ++backslashes;
   if (backslashes % 2 != 0 && value[length] == '\n') {
-    Report(m_line, "the backslash at the end takes the line feed into the value");
+    Report(m_line, "the backslash at the end makes the line feed part of the value");
   } else if (length != 0 && value[length - 1] == '\r') {
-    Report(m_line, "the carriage return at the end belongs to the value: end lines with a line feed only");
+    Report(m_line,
+           "the carriage return at the end becomes part of the value: end lines with a line feed only");
   } else if (length != 0 && IsBlank(value[length - 1])) {
-    Report(m_line, "the blanks at the end belong to the value");
+    Report(m_line, "the blanks at the end become part of the value");
   }
 }
 
 void Checker::CheckPair(char* text) {
   char* const equals = strchr(text, '=');
-  if (equals == nullptr) return Report(m_line, "there is no '=', so the line is skipped");
+  if (equals == nullptr) return Report(m_line, "missing '=': the line is skipped");
   *equals = '\0';
   const char* const value = SkipBlanks(equals + 1);
   if (*value != '"') CheckBare(value);
@@ -167,10 +168,10 @@ void Checker::CheckPair(char* text) {
 void Checker::CheckPiece(char* text) {
   static const char kByteOrderMark[] = "\xEF\xBB\xBF";
   if (m_line == 1 && strncmp(text, kByteOrderMark, sizeof kByteOrderMark - 1) == 0) {
-    return Report(m_line, "the byte order mark belongs to the line, which is another one then: remove it");
+    return Report(m_line, "the byte order mark becomes part of the line: remove it");
   }
   while (IsBlank(*text)) ++text;
-  // A line with ';' in front is no comment, but has the effect of one.
+  // IniFile3 has no ';' comments, but ignores such a line as well.
   if (*text == '\0' || *text == '#' || *text == ';') return;
   if (*text == '[') {
     CheckHeader(text);
@@ -181,7 +182,7 @@ void Checker::CheckPiece(char* text) {
 
 void Checker::CheckLine(const char* line, size_t length) {
   constexpr size_t kMost = IniFile3::kLineSize - 1;
-  if (memchr(line, '\0', length) != nullptr) Report(m_line, "the line ends at a NUL byte");
+  if (memchr(line, '\0', length) != nullptr) Report(m_line, "the line is cut at a NUL byte");
   if (length > kMost && line[kMost] != '\n') {
     Report(m_line, "the line is longer than %zu bytes and is read as several", kMost);
   }
@@ -197,15 +198,15 @@ void Checker::CheckLine(const char* line, size_t length) {
 
 void Checker::CheckType(const char* type) {
   if (strcmp(type, Velk::kSyslogServerType) == 0) {
-    if (m_address.line == 0) Report(m_type.line, "there is no %s to forward to", m_address.name);
+    if (m_address.line == 0)
+      Report(m_type.line, "missing %s: there is nowhere to forward to", m_address.name);
   } else if (*type != '\0' && strcmp(type, "none") != 0) {
-    Report(m_type.line, "'%s' is no type: only '%s', to the letter, forwards the log; 'none' does not",
+    Report(m_type.line, "unknown type '%s': write '%s', exactly so, to forward the log, or 'none'",
            Shown(type).Str(), Velk::kSyslogServerType);
   }
 }
 
-// See InetAddress2::SetAddressString.
-// See InetAddress2::SetAddressString.
+// Keep in step with InetAddress2::SetAddressString.
 void Checker::CheckAddress(const char* address) {
   static const char kNameCharacters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-_";
   const size_t length = strlen(address);
@@ -215,19 +216,21 @@ void Checker::CheckAddress(const char* address) {
   if (length == 0) {
     Report(m_address.line, "the address is empty");
   } else if (strchr(address, ':') != nullptr) {
-    Report(m_address.line, "'%s' has a colon: no port is taken, it is always 514, and no IPv6", shown.Str());
+    Report(m_address.line, "'%s' has a colon: the port is always 514, and IPv6 is not supported",
+           shown.Str());
   } else if (ip != 0 && !isNumeric) {
     char quad[InetAddress2::kMaxText];
     InetAddress2::IPToString(quad, ip, 0);
-    Report(m_address.line, "'%s' is taken for the address %s", shown.Str(), quad);
+    Report(m_address.line, "'%s' is read as the address %s", shown.Str(), quad);
   } else if (ip == 0 &&
              (isNumeric || strspn(address, kNameCharacters) != length || length > InetAddress2::kMaxHost)) {
-    Report(m_address.line, "'%s' is no address: an IPv4 address, or a host name of at most %u characters",
-           shown.Str(), InetAddress2::kMaxHost);
+    Report(m_address.line,
+           "invalid address '%s': use an IPv4 address or a host name of at most %u characters", shown.Str(),
+           InetAddress2::kMaxHost);
   }
 }
 
-// Blanks at the end have been reported.
+// CheckBare() has reported the blanks at the end.
 SimpleString Trimmed(const char* value) {
   SimpleString trimmed(value);
   trimmed.TrimRight();
@@ -238,11 +241,11 @@ void Checker::CheckValues() {
   if (m_type.line != 0) CheckType(Trimmed(m_file.GetString(kSection, m_type.name, "")).Str());
   if (m_address.line == 0) return;
   CheckAddress(Trimmed(m_file.GetString(kSection, m_address.name, "")).Str());
-  if (m_type.line == 0) Report(m_address.line, "there is no %s, so nothing is forwarded", m_type.name);
+  if (m_type.line == 0) Report(m_address.line, "missing %s: nothing is forwarded", m_type.name);
 }
 
 bool Checker::Run() {
-  // First, as it takes only a regular file, and waits for nothing else.
+  // Load() first: it refuses all but regular files, and fopen() would block on a pipe.
   FILE* const file = m_file.Load(m_path) != 0 ? fopen(m_path, "re") : nullptr;
   if (file == nullptr) return false;
   char* line = nullptr;
@@ -267,7 +270,7 @@ int RunCheck(const Options& options) {
       return FlushOutput() ? kDone : kUsage;
     }
     Say("cannot read %s: %s", path,
-        errno != 0 ? strerror(errno) : "it is no regular file, or its path is too long");
+        errno != 0 ? strerror(errno) : "not a regular file, or the path is too long");
     return kUsage;
   }
   if (checker.IsClean() && !options.quiet) printf("%s: ok\n", path);

@@ -1,4 +1,4 @@
-// Tool layer: the commands. Each returns an ExitValue, and has said what there was to say.
+// Tool layer: the commands. Each prints its own messages and returns an ExitValue.
 #pragma once
 
 #include "tools/syslogctl/Options.h"

@@ -18,9 +18,9 @@ class Dump {
  public:
   Dump(const Options& options, Session& session) : m_options(options), m_session(session) {}
 
-  // The last lines that there are.
+  // Prints the stored lines, or the last of them.
   int PrintStored();
-  // Those that come from then on, until interrupted.
+  // Prints new lines until interrupted.
   int Follow();
 
  private:
@@ -35,7 +35,7 @@ class Dump {
   Session& m_session;
   const bool m_isTerminal = isatty(STDOUT_FILENO) != 0;
   SyncFile m_files[2];
-  unsigned m_latest = 0;  // of the files
+  unsigned m_latest = 0;  // index into m_files
   Velk::SimpleString m_line{1024, 1024};
   Velk::SimpleString m_part{1024, 1024};
 };
@@ -52,7 +52,7 @@ unsigned long Dump::CountWanted(const SyncFile& file) const {
   return count;
 }
 
-// The part with a NUL at its end, until the next one.
+// The part, ended by a NUL. Valid until the next call.
 const char* Dump::TextOf(const RecordPart& part) {
   m_part.Empty();
   AppendWithoutNul(m_part, part.begin, part.length);
@@ -111,7 +111,7 @@ int Dump::PrintStored() {
     }
   }
   if (wanted == 0 && !m_options.follow && !m_options.quiet) {
-    Say("the service has no such line%s", m_options.all ? "" : ", but perhaps some that --all shows");
+    Say("no matching lines%s", m_options.all ? "" : "; --all may show some");
   }
   return FlushOutput() ? kDone : kUsage;
 }
@@ -127,7 +127,7 @@ int Dump::Follow() {
     bool isSure = false;
     const char* at = FirstNew(old.Begin(), old.End(), now.Begin(), now.End(), &isSure);
     if (!isSure)
-      Say("lines may be missing here: the service was restarted, or more came in a second than it keeps");
+      Say("lines may be missing here: the service restarted, or logged more in a second than it keeps");
     StoredLine line{};
     while (TakeStored(&at, now.End(), &line)) {
       if (IsWanted(line)) Print(line);
@@ -141,7 +141,7 @@ int Dump::Follow() {
 
 int RunDump(const Options& options) {
   if (!IsThisMachine(options.server)) {
-    Say("dump reads %s on the service's machine, and %s is another one: run it there", Velk::kSyncPath,
+    Say("dump reads %s on the service's machine, and %s is another machine: run it there", Velk::kSyncPath,
         options.server);
     return kUsage;
   }

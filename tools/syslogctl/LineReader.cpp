@@ -28,7 +28,7 @@ bool LineReader::Next(const char** text, size_t* length) {
 }
 
 bool LineReader::Read() {
-  // What Next() left is no longer than kMostLength, so there is always room to read into.
+  // Next() leaves at most kMostLength bytes, so there is always room.
   memmove(m_buffer, m_buffer + m_begin, m_end - m_begin);
   m_end -= m_begin;
   m_begin = 0;

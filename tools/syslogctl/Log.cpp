@@ -14,10 +14,10 @@
 namespace Ctl {
 namespace {
 
-// More than are on the way at once, so that the next ones are read meanwhile. 64 KiB.
+// More than the window, so that input is read while lines wait for their acks. 64 KiB.
 constexpr unsigned kHeldLines = 256;
 
-// A line on the terminal that says how far we are, from the second second on.
+// Shows progress on the terminal after two seconds.
 class Progress {
  public:
   explicit Progress(const Options& options) : m_isShown(!options.quiet && isatty(STDERR_FILENO) != 0) {
@@ -29,7 +29,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // A long line is held as several.
+  // held counts datagrams: a long line takes several.
   void Show(unsigned long long lines, unsigned held, unsigned long long bytes) {
     const time_t now = m_isShown ? time(nullptr) : 0;
     if (!m_isShown || now < m_next) return;
@@ -55,7 +55,7 @@ class Logger {
 
   int LogWords();
   int LogInput();
-  // There may be more input, which was not read.
+  // Interrupted: there may be more input.
   bool IsCut() const { return m_isCut; }
 
  private:
@@ -142,7 +142,7 @@ int RunLog(const Options& options) {
   Logger logger(options, session);
   const int result = options.wordCount != 0 ? logger.LogWords() : logger.LogInput();
   if (result == kNotConfirmed) return result;
-  // What was read goes out even if the rest could not be read.
+  // Lines that were read are delivered even if a later read failed.
   const int finished = session.Finish();
   if (result != kDone) return result;
   return finished == kDone && logger.IsCut() ? kNotConfirmed : finished;

@@ -23,7 +23,8 @@ sockaddr_un AddressOf(const char* path) {
   return address;
 }
 
-// Somebody reads from the socket, of whatever kind it is.
+// Whether a process has the socket open. Any error but ECONNREFUSED counts as yes, also another socket
+// type's.
 bool IsInUse(const char* path) {
   const int fd = OpenDatagramSocket();
   if (fd < 0) return true;
@@ -47,7 +48,7 @@ LogSocket::~LogSocket() {
 bool LogSocket::Open(const char* path) {
   m_path = path;
   if (*path == '\0' || strlen(path) >= sizeof(sockaddr_un::sun_path)) {
-    Say("'%s' is no path for a socket: 1 to %zu bytes", path, sizeof(sockaddr_un::sun_path) - 1);
+    Say("invalid socket path '%s': use 1 to %zu bytes", path, sizeof(sockaddr_un::sun_path) - 1);
     return false;
   }
   return ClearTheWay() && Bind();
@@ -55,17 +56,17 @@ bool LogSocket::Open(const char* path) {
 
 bool LogSocket::ClearTheWay() {
   struct stat status;
-  if (lstat(m_path, &status) != 0) return true;  // nothing there, or bind(2) will say what is wrong
+  if (lstat(m_path, &status) != 0) return true;  // nothing there, or bind(2) will fail too
   if (!S_ISSOCK(status.st_mode)) {
-    Say("%s is there and is no socket: remove it, or name another path with --socket", m_path);
+    Say("%s is not a socket: remove it, or give another path with --socket", m_path);
     return false;
   }
   if (IsInUse(m_path)) {
-    Say("another program serves %s: stop it, or name another path with --socket", m_path);
+    Say("another program reads from %s: stop it, or give another path with --socket", m_path);
     return false;
   }
   if (unlink(m_path) == 0 || errno == ENOENT) return true;
-  Say("cannot remove the stale %s: %s; run as root, or name another path with --socket", m_path,
+  Say("cannot remove the stale socket %s: %s; run as root, or give another path with --socket", m_path,
       strerror(errno));
   return false;
 }
@@ -74,15 +75,14 @@ bool LogSocket::Bind() {
   m_fd = OpenDatagramSocket();
   const sockaddr_un address = AddressOf(m_path);
   struct stat status;
-  // Mode 0666 whatever the umask says: every program logs. Not by chmod(2): another file may have the name by
-  // then.
+  // Mode 0666, so that any program can log. Not with chmod(2): the path may name another file by then.
   const mode_t before = umask(0111);
   const bool isBound =
       m_fd >= 0 && bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   umask(before);
   if (!isBound || lstat(m_path, &status) != 0) {
-    Say("cannot serve %s: %s%s", m_path, strerror(errno),
-        errno == EACCES ? "; run as root, or name another path with --socket" : "");
+    Say("cannot create the socket %s: %s%s", m_path, strerror(errno),
+        errno == EACCES ? "; run as root, or give another path with --socket" : "");
     if (m_fd >= 0) close(m_fd);
     m_fd = -1;
     return false;

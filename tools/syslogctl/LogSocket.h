@@ -13,10 +13,10 @@ class LogSocket {
   LogSocket() = default;
   LogSocket(const LogSocket&) = delete;
   LogSocket& operator=(const LogSocket&) = delete;
-  // Removes the file too, unless it is somebody else's by now.
+  // Also removes the file, unless another program has replaced it.
   ~LogSocket();
 
-  // Takes the place of a socket that no process reads any more, of nothing else. False: said why.
+  // Replaces a socket that no process reads; never another file. False: it failed and printed why.
   bool Open(const char* path);
 
   int Descriptor() const { return m_fd; }
@@ -27,7 +27,7 @@ class LogSocket {
 
   const char* m_path = nullptr;  // not owned
   int m_fd = -1;
-  dev_t m_device = 0;  // of the file, to know it again
+  dev_t m_device = 0;  // with m_inode: the file that we made
   ino_t m_inode = 0;
 };
 

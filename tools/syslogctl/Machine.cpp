@@ -11,14 +11,14 @@
 namespace Ctl {
 namespace {
 
-constexpr unsigned short kAnyPort = 1;  // a host alone is asked for, but an address is never without a port
+constexpr unsigned short kAnyPort = 1;  // SetAddressString() needs a port, but only the host matters here
 
 }  // namespace
 
 bool IsThisMachine(const char* server) {
   InetAddress2 address(0, 0);
   if (!address.SetAddressString(server, kAnyPort)) return false;
-  // Only own addresses can be bound to.
+  // bind(2) fails for an address of another machine.
   address.SetAddress(static_cast<long>(address.GetIP()), 0);
   UdpSocket3 socket;
   return socket.Open() && socket.BindAddress(address);

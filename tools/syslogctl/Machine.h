@@ -1,24 +1,24 @@
-// Tool layer: which machine is meant.
+// Tool layer: which machine and port a server's name means.
 #pragma once
 
 namespace Ctl {
 
-// The server, "host" or "host:port", is an address of this machine.
+// Whether server, "host" or "host:port", is an address of this machine.
 bool IsThisMachine(const char* server);
 
-// Its port.
+// The server's port.
 unsigned short PortOf(const char* server);
 
 struct Port {
-  unsigned user;        // whose program has it
+  unsigned user;        // owner of the socket
   unsigned long inode;  // of the socket
-  unsigned long drops;  // datagrams that found the socket full
+  unsigned long drops;  // datagrams dropped because the socket was full
 };
 
-// What /proc says of a UDP port of this machine. False: no program has it, or /proc does not say.
+// Reads from /proc who uses a UDP port of this machine. False: no program, or /proc is not readable.
 bool FindPort(unsigned short number, Port* port);
 
-// The host's name, or IPv4 address, means something here. May block for the resolver's time.
+// Whether this machine can resolve the host. May block as long as the resolver does.
 bool CanResolve(const char* host);
 
 }  // namespace Ctl

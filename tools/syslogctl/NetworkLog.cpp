@@ -29,23 +29,24 @@ bool ReadAddress(const char* where, InetAddress2* address) {
 }  // namespace
 
 bool NetworkLog::Open(const char* where) {
-  // A burst of some hundred lines, which comes in less time than it takes to wake a process.
+  // Room for a burst of some hundred lines, which can arrive before the process is scheduled.
   constexpr int kReceiveBuffer = 512 << 10;
   InetAddress2 address(0, 0);
   if (!ReadAddress(where, &address)) {
-    Say("'%s' is no port to listen at: PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
+    Say("invalid port '%s': give PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
     return false;
   }
-  // The port can be shared, and who binds to it last gets all that comes.
+  // The service shares its port: if we bound to it as well, we would take the service's datagrams.
   if (address.GetIP() == 0 && UdpSocket3::IsHeldByOthers(address.GetPort(), 0)) {
-    Say("another program has UDP port %u, perhaps the service itself, which forwards from port 514: name an "
-        "address of this machine too, or another port",
+    Say("another program uses UDP port %u (the service forwards from port 514): give an address of this "
+        "machine "
+        "too, or another port",
         address.GetPort());
     return false;
   }
   if (!m_socket.Open() || !m_socket.BindAddress(address)) {
-    Say("cannot listen at UDP port %s: %s%s", where, strerror(errno),
-        errno == EACCES ? "; run as root, or name a port from 1024 on" : "");
+    Say("cannot listen on UDP port %s: %s%s", where, strerror(errno),
+        errno == EACCES ? "; run as root, or use a port from 1024 up" : "");
     return false;
   }
   m_socket.ForbidSharing();

@@ -1,4 +1,4 @@
-// Tool layer: syslog datagrams of other machines.
+// Tool layer: syslog datagrams from other machines.
 #pragma once
 
 #include <sys/types.h>
@@ -7,14 +7,15 @@
 
 namespace Ctl {
 
-// A UDP port that takes RFC 3164 and RFC 5424. Never blocks.
+// A UDP port that receives RFC 3164 and RFC 5424 datagrams. Never blocks.
 class NetworkLog {
  public:
-  // where: "port" of all IPv4 addresses, or "address:port". False: said why.
+  // where: "port" of all IPv4 addresses, or "address:port". False: it failed and
+  // printed why.
   bool Open(const char* where);
 
-  // One datagram, cut to size, and the sender's IPv4 address in host byte order. Returns the length that it
-  // had; -1: there is none now.
+  // Reads one datagram, cut to size, and the sender's IPv4 address in host byte order. Returns the length
+  // before the cut, or -1 if there is none.
   ssize_t Receive(char* buffer, size_t size, unsigned* sender);
 
   // -1: closed.

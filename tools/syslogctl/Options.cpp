@@ -18,22 +18,22 @@
 namespace Ctl {
 namespace {
 
-// With a line for each command, one screen: 24 lines of 80 characters.
+// With one line per command, --help must fit a screen: 24 lines of 80 characters.
 constexpr char kCommonOptions[] =
     "\n"
-    "  -s, --server HOST[:PORT]   where the service is; else 127.0.0.1:11001\n"
-    "      --password-file FILE   its first line is the password; else the usual one\n"
-    "      --timeout SECONDS      how long to wait for the service; else 5\n"
-    "  -q, --quiet                says nothing but errors\n"
+    "  -s, --server HOST[:PORT]   where the service is (default 127.0.0.1:11001)\n"
+    "      --password-file FILE   read the password from the first line of FILE\n"
+    "      --timeout SECONDS      how long to wait for the service (default 5)\n"
+    "  -q, --quiet                print errors only\n"
     "  -h, --help    -V, --version\n"
     "\n"
-    "Exit value: 0 done, 1 not confirmed, 2 wrong usage, 3 no answer.\n";
+    "Exit status: 0 done, 1 not confirmed, 2 wrong usage, 3 no answer.\n";
 
 // Options without a short form.
 enum LongOnly { kPasswordFile = 256, kTimeout };
 
-// All commands' options in one table; a command's allowed letters say which are its own.
-constexpr char kShortOptions[] = "+:s:qhVl:t:n:c:i:f";  // "+": up to the first word only
+// The options of all commands; Command::allowed says which ones a command takes.
+constexpr char kShortOptions[] = "+:s:qhVl:t:n:c:i:f";  // "+": stop at the first word
 const option kLongOptions[] = {
     {"server", required_argument, nullptr, 's'},
     {"password-file", required_argument, nullptr, kPasswordFile},
@@ -90,22 +90,22 @@ __attribute__((format(printf, 1, 2))) bool Refuse(const char* format, ...) {
 bool SetServer(const char* text, Options* options) {
   const char* const colon = strchr(text, ':');
   if (colon == text || *text == '\0')
-    return Refuse("'%s' names no server: a host's name or IPv4 address", text);
+    return Refuse("invalid server '%s': give a host name or an IPv4 address", text);
   if (!InetAddress2::HasValidPort(text))
-    return Refuse("'%s' is no port: 1 to 65535, after the host's name or IPv4 address", colon + 1);
+    return Refuse("invalid port '%s': give 1 to 65535 after the host", colon + 1);
   options->server = text;
   return true;
 }
 
-// Reads until there is a whole line, as far as there is room. A pipe or a terminal may bring it in pieces, or
-// never. -1: errno.
+// Reads until a line is complete or the buffer is full. A pipe or a terminal may deliver it in pieces, or
+// never. -1: see errno.
 ssize_t ReadFirstLine(int fd, char* buffer, size_t size, unsigned timeoutMs) {
   const unsigned long long endUs = Velk::NowUs() + 1000ULL * timeoutMs;
   pollfd input = {fd, POLLIN, 0};
   size_t held = 0;
   while (held < size && memchr(buffer, '\n', held) == nullptr) {
     const unsigned long long nowUs = Velk::NowUs();
-    // To read(2) alone, a pipe that no one has opened for writing yet is one that has ended.
+    // poll(2) first: read(2) reports the end of a pipe that has no writer yet.
     const int ready = poll(&input, 1, nowUs < endUs ? static_cast<int>((endUs - nowUs + 999) / 1000) : 0);
     if (ready == 0) errno = ETIMEDOUT;
     const ssize_t count = ready > 0 ? read(fd, buffer + held, size - held) : -1;
@@ -128,12 +128,12 @@ bool ReadPassword(Options* options) {
   if (fd >= 0) close(fd);
   if (size < 0) {
     Say("cannot read the password file %s: %s%s", path, strerror(error),
-        error == ETIMEDOUT ? "; --timeout waits longer" : "");
+        error == ETIMEDOUT ? "; use --timeout to wait longer" : "");
     return false;
   }
   const auto* const end = static_cast<const char*>(memchr(s_password, '\n', static_cast<size_t>(size)));
   size_t length = end != nullptr ? static_cast<size_t>(end - s_password) : static_cast<size_t>(size);
-  if (length > 0 && s_password[length - 1] == '\r') --length;  // of a system that ends lines with CR LF
+  if (length > 0 && s_password[length - 1] == '\r') --length;  // a file with CR LF line ends
   if (length > kMaxPassword) {
     Say("the password in %s is longer than %u bytes", path, kMaxPassword);
     return false;
@@ -143,13 +143,13 @@ bool ReadPassword(Options* options) {
   return true;
 }
 
-// Takes "2" and "0.5", from a millisecond to a day.
+// Accepts "2" and "0.5", from a millisecond to a day.
 bool SetSeconds(const char* name, const char* text, unsigned* milliseconds) {
   constexpr double kLongest = 86400;
   char* end = nullptr;
   const double seconds = strtod(text, &end);
   if (end == text || *end != '\0' || !(seconds >= 0.001 && seconds <= kLongest)) {
-    return Refuse("'%s' is no %s: seconds, 0.001 to 86400", text, name);
+    return Refuse("invalid %s '%s': give seconds, 0.001 to 86400", name, text);
   }
   *milliseconds = static_cast<unsigned>(seconds * 1000);
   return true;
@@ -160,10 +160,10 @@ bool SetCount(const char* text, Options* options) {
   char* end = nullptr;
   options->count = strtoul(text, &end, 10);
   if (*text >= '1' && *text <= '9' && *end == '\0' && errno == 0) return true;
-  return Refuse("'%s' is no count: 1 or more", text);
+  return Refuse("invalid count '%s': give 1 or more", text);
 }
 
-// Ours and those of syslog(3). The table that <syslog.h> can give is no C++ in musl.
+// Our names and those of syslog(3). Not from <syslog.h>: in musl its table does not compile as C++.
 const struct {
   const char* name;
   ELogMessageType type;
@@ -183,17 +183,18 @@ bool SetLevel(const char* text, Options* options) {
     options->level = known.type;
     return true;
   }
-  return Refuse("'%s' is no level: trace, info, warning, error, or a name or number of syslog(3)", text);
+  return Refuse("invalid level '%s': use trace, info, warning, error, or a name or number of syslog(3)",
+                text);
 }
 
 bool SetModule(const char* text, Options* options) {
   const size_t length = strlen(text);
   if (length == 0 || length > Options::kMaxModule) {
-    return Refuse("a module's name has 1 to %zu bytes", Options::kMaxModule);
+    return Refuse("invalid module name '%s': use 1 to %zu bytes", text, Options::kMaxModule);
   }
   for (size_t i = 0; i < length; ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
-    if (c < ' ' || c == 0x7F) return Refuse("a module's name has no control characters");
+    if (c < ' ' || c == 0x7F) return Refuse("a module name must not have control characters");
   }
   options->module = text;
   return true;
@@ -225,7 +226,7 @@ bool Apply(int letter, const char* value, Options* options) {
     case 'q':
       return options->quiet = true;
     case 'C':
-      return true;  // log always confirms now; scripts still say so
+      return true;  // log always confirms; older scripts still pass the option
     case 'J':
       return options->json = true;
     case 'A':
@@ -254,12 +255,12 @@ Outcome EndWritten() {
 Outcome PrintHelp(const Command* commands) {
   printf("Usage: syslogctl COMMAND [OPTION]... [ARGUMENT]...\n\n");
   for (; commands->name != nullptr; ++commands) printf("  %-8s %s\n", commands->name, commands->summary);
-  printf("  help     COMMAND: says more about it\n%s", kCommonOptions);
+  printf("  help     Print this, or more about COMMAND\n%s", kCommonOptions);
   return EndWritten();
 }
 
 Outcome PrintHelpOf(const Command& command) {
-  printf("Usage: syslogctl %s %s\n\nIt %s.\n%s\nOptions of all commands: syslogctl help\n", command.name,
+  printf("Usage: syslogctl %s %s\n\n%s.\n%s\nOptions of all commands: syslogctl help\n", command.name,
          command.form, command.summary, command.details);
   return EndWritten();
 }
@@ -285,23 +286,23 @@ class Parser {
   const Command* m_commands;
   Options* m_options;
   bool m_isHelp = false;
-  bool m_given[CHAR_MAX + 1] = {};  // by letter
+  bool m_given[CHAR_MAX + 1] = {};  // index: option letter
 };
 
-// optopt is the letter, but 0 where a long option is unknown.
+// optopt is the option's letter, or 0 for an unknown long option.
 Outcome RefuseOption(int problem, const char* word) {
   const char letter[] = {'-', static_cast<char>(optopt), '\0'};
   const char* const name = optopt == 0 || LongName(optopt) != nullptr ? word : letter;
   if (problem == ':') {
     Refuse("option '%s' needs a value", name);
   } else {
-    Refuse("unknown option '%s'; words that begin with a dash go after --", name);
+    Refuse("unknown option '%s'; put -- before words that begin with a dash", name);
   }
   return kEndBadly;
 }
 
 Outcome Parser::ParseOptions(int argc, char** argv, const char* letters) {
-  optind = 0;  // restarts it, in every C library for Linux
+  optind = 0;  // restarts getopt, in every C library for Linux
   opterr = 0;
   int letter;
   while ((letter = getopt_long(argc, argv, letters, kLongOptions, nullptr)) != -1) {
@@ -310,7 +311,7 @@ Outcome Parser::ParseOptions(int argc, char** argv, const char* letters) {
       return EndWritten();
     }
     if (letter == '?' || letter == ':') return RefuseOption(letter, argv[optind - 1]);
-    if (letter == 'c') letter = 'n';  // as ping(8) has it
+    if (letter == 'c') letter = 'n';  // ping(8) calls it -c
     if (letter == 'h') {
       m_isHelp = true;
     } else if (!Apply(letter, optarg, m_options)) {
@@ -326,12 +327,12 @@ bool Parser::AreAllowed(const Command& command) const {
   for (int letter = 1; letter <= CHAR_MAX; ++letter) {
     if (!m_given[letter] || strchr(kCommon, letter) != nullptr || strchr(command.allowed, letter) != nullptr)
       continue;
-    return Refuse("option --%s is not one of %s", LongName(letter), command.name);
+    return Refuse("option --%s does not apply to %s", LongName(letter), command.name);
   }
   return true;
 }
 
-// name: null, or of a command.
+// name: a command's, or null.
 Outcome Parser::Help(const char* name) {
   if (name == nullptr || strcmp(name, "help") == 0) return PrintHelp(m_commands);
   const Command* const command = FindCommand(m_commands, name);
@@ -344,10 +345,10 @@ Outcome Parser::Parse(int argc, char** argv, const Command** command) {
   argc -= optind;
   argv += optind;
   if (argc == 0 && !m_isHelp) {
-    Refuse("a command is missing");
+    Refuse("missing command");
     return kEndBadly;
   }
-  // The command takes the place of the program's name, which getopt(3) skips.
+  // getopt(3) skips argv[0], now the command's name.
   outcome = argc != 0 ? ParseOptions(argc, argv, kShortOptions + 1) : kGoOn;
   if (outcome != kGoOn) return outcome;
   if (argc == 0 || strcmp(argv[0], "help") == 0) return Help(argc != 0 ? argv[optind] : nullptr);

@@ -48,13 +48,12 @@ void Statistics::Print(const char* server, unsigned long long tookMs) const {
          Milliseconds(static_cast<double>(m_max)));
 }
 
-// Sends one call after the other, each when the one before is answered: an answer then needs no mark that
-// says whose it is.
+// Sends a call only after the previous one was answered, so it is clear which call an answer belongs to.
 class Pinger {
  public:
   Pinger(const Options& options, Session& session) : m_options(options), m_session(session) {}
 
-  // Anything but kDone: said why.
+  // Anything but kDone: it failed and printed why.
   int Run();
   const Statistics& Result() const { return m_statistics; }
 
@@ -68,7 +67,7 @@ class Pinger {
   Statistics m_statistics;
 };
 
-// With a count it has to end some time; without, it waits as long as its user does.
+// With --count it gives up after the timeout; otherwise only an interrupt ends the wait.
 bool Pinger::WaitUntilTaken(unsigned long long sentUs) {
   while (m_session.Status().held != 0) {
     const unsigned long long waitedMs = (NowUs() - sentUs) / 1000;
@@ -86,7 +85,7 @@ int Pinger::SendOne() {
   if (sent != kDone) return sent;
   const bool isTaken = WaitUntilTaken(sentUs);
   const unsigned long long micros = NowUs() - sentUs;
-  // A service that has never answered is sent each call once, and none of them says anything then.
+  // Unanswered: the client sent the call once without waiting for an ack, so there is nothing to measure.
   if (isTaken && m_session.Status().state != State::Unanswered) {
     m_statistics.Add(micros);
     if (m_options.quiet) return kDone;
@@ -102,7 +101,7 @@ int Pinger::Run() {
     const unsigned long long begin = NowMs();
     const int result = SendOne();
     if (result != kDone || IsLast()) return result;
-    if (fflush(stdout) != 0) return kDone;  // is told at the end
+    if (fflush(stdout) != 0) return kDone;  // RunPing() reports it
     const unsigned long long tookMs = NowMs() - begin;
     if (tookMs < m_options.intervalMs) m_session.Pause(m_options.intervalMs - static_cast<unsigned>(tookMs));
   }

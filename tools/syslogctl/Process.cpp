@@ -12,7 +12,7 @@ namespace {
 constexpr size_t kPathSize = 64;
 constexpr char kServiceName[] = "syslog";
 
-// False: the file is not there, hidden, or empty.
+// False: the file is missing, not readable, or empty.
 bool ReadStart(const char* path, char* text, size_t size) {
   FILE* const file = fopen(path, "re");
   if (file == nullptr) return false;
@@ -53,7 +53,7 @@ bool HasSocket(pid_t pid, const char* target) {
   return isFound;
 }
 
-// 0: none.
+// 0: no process matches.
 template <typename Matches>
 pid_t FindProcess(Matches matches) {
   DIR* const folder = opendir("/proc");
@@ -83,7 +83,7 @@ bool ReadProcess(pid_t pid, Process* process) {
   unsigned long minor = 0;
   unsigned long major = 0;
   unsigned long long ticks = 0;
-  // From the state, the third field, on: parent, ..., children's faults, ..., start.
+  // Starts at the state, the third field. Reads parent, minor and major faults of children, and start time.
   constexpr char kForm[] =
       ") %*c %d %*d %*d %*d %*d %*u %*u %lu %*u %lu %*u %*u %*d %*d %*d %*d %*d %*d %llu";
   if (sscanf(name, kForm, &parent, &minor, &major, &ticks) != 4) return false;

@@ -1,4 +1,4 @@
-// Tool layer: what /proc says of the service's processes. No state.
+// Tool layer: the service's processes, from /proc. No state.
 #pragma once
 
 #include <sys/types.h>
@@ -10,17 +10,17 @@ struct Process {
   pid_t pid;
   pid_t parent;
   time_t start;
-  bool hasHadChildren;  // that have ended
+  bool hasHadChildren;  // a child has ended
 };
 
-// See proc(5). False: there is none of that number, or it is hidden.
+// See proc(5). False: no such process, or it is hidden.
 bool ReadProcess(pid_t pid, Process* process);
 
-// The process that has a socket; for who may not see that, one of the service's name whose parent has it too.
-// False: neither.
+// Finds the process that has the socket. Users who may not see sockets get a process with the service's name
+// whose parent has the same name. False: not found.
 bool FindServing(unsigned long socketInode, Process* process);
 
-// In KiB. pss is 0 where only root and the process's own user may see it. False: not even rss.
+// In KiB. pss is 0 unless we are root or the process's user. False: rss is not readable either.
 bool ReadMemory(pid_t pid, unsigned long* pss, unsigned long* rss);
 
 }  // namespace Ctl

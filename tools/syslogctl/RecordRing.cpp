@@ -20,7 +20,7 @@ bool RecordRing::Put(const Record& record) {
   return true;
 }
 
-// In the form of a program's line, so that it is handed on like one: facility syslog, severity warning.
+// Written as a program's record, so that it is logged like one: facility syslog, severity warning.
 void RecordRing::PutReport() {
   char report[96];
   const int length =
@@ -31,7 +31,7 @@ void RecordRing::PutReport() {
 void RecordRing::Add(const Record& record) {
   const Record cut{record.text, record.length < kMaxRecord ? record.length : kMaxRecord, record.isKernel,
                    record.sender};
-  // Starts again only when there is room for a while, so that the log is not all reports.
+  // Waits for enough room before it reports, otherwise every other record would be a report.
   if (m_dropped != 0 && HasRoom()) PutReport();
   if (m_dropped != 0 || !Put(cut)) ++m_dropped;
 }

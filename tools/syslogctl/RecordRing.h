@@ -1,33 +1,33 @@
-// Tool layer: what the bridge keeps while the service is slower than the programs.
+// Tool layer: the bridge's buffer for when programs log faster than the service takes lines.
 #pragma once
 
 #include <cstddef>
 
 namespace Ctl {
 
-// Records in the order of their arrival, 256 KiB of them at most. What comes while it is full is dropped and
-// counted; a record that says so takes the place of what was dropped. One thread.
+// Up to 256 KiB of records in order of arrival. While it is full, new records are dropped and counted, and
+// one record in their place reports how many. One thread.
 class RecordRing {
  public:
-  // Longest record; longer ones are cut. More than syslog(3) and /dev/kmsg hand out at once.
+  // Longer records are cut. More than syslog(3) writes or /dev/kmsg returns at once.
   static constexpr size_t kMaxRecord = 8192;
 
   struct Record {
     const char* text;
     size_t length;
-    bool isKernel;        // of /dev/kmsg, else of syslog(3)
+    bool isKernel;        // from /dev/kmsg; else from a program
     unsigned sender = 0;  // IPv4 address in host byte order; 0: this machine
   };
 
   void Add(const Record& record);
-  // Counts a loss that happened before the record reached us.
+  // Counts records lost before they reached us.
   void AddLoss(unsigned long long count) { m_dropped += count; }
 
-  // The oldest record, valid until Pop() or Add(). False: there is none.
+  // The oldest record, valid until Pop() or Add(). False: the ring is empty.
   bool Front(Record* record);
   void Pop();
 
-  // A record of any length can be added.
+  // Whether a record of any length fits, and a report with it.
   bool HasRoom() const { return kSize - (m_end - m_begin) >= 2 * (sizeof(Header) + kMaxRecord); }
 
  private:

@@ -24,7 +24,7 @@ void CatchInterrupts() {
   const int numbers[] = {SIGINT, SIGTERM, SIGHUP};
   for (const int number : numbers) {
     struct sigaction before {};
-    // What was started with signals ignored, as by nohup(1), goes on ignoring them.
+    // Signals that were ignored at the start stay ignored: nohup(1) relies on it.
     if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
       sigaction(number, &action, nullptr);
     }
@@ -42,7 +42,7 @@ Velk::GDQUdpClient::Options Holding(unsigned lines) {
 
 namespace {
 
-// A time limit that starts again with every bit of progress.
+// A time limit that Renew() starts again.
 class Patience {
  public:
   explicit Patience(unsigned limitMs) : m_limitMs(limitMs), m_sinceMs(NowMs()) {}
@@ -72,11 +72,11 @@ Session::Session(const Options& options) : m_options(options) {
 int Session::Open(const Velk::GDQUdpClient::Options& how) {
   if (m_client.Open(m_options.server, m_options.password, how)) return kDone;
   if (errno == EHOSTUNREACH) {
-    Say("there is no host '%s': check the name, or give its IPv4 address", m_options.server);
+    Say("unknown host '%s': check the name, or give its IPv4 address", m_options.server);
     return kNoAnswer;
   }
   if (errno == EINVAL) {
-    Say("'%s' has no port from 1 to 65535 after its colon", m_options.server);
+    Say("invalid port in '%s': give 1 to 65535 after the colon", m_options.server);
     return kUsage;
   }
   Say("cannot open sockets: %s", strerror(errno));
@@ -96,38 +96,38 @@ int Session::Join(const Velk::GDQUdpClient::Options& how) {
 int Session::ExplainSilence() {
   switch (Status().state) {
     case State::NotJoined:
-      Say("no answer from %s: is the service running there? -s names another server, --timeout waits longer",
+      Say("no answer from %s: is the service running there? Use -s for another server, --timeout to wait "
+          "longer",
           m_options.server);
       return kNoAnswer;
     case State::Unanswered:
-      Say("%s answers, but acknowledges no calls: the password is wrong (--password-file names the file with "
-          "the right one), the service is blocked, as by a full pipe on its output, or it is an older one, "
-          "which acknowledges nothing",
+      Say("%s answers, but acknowledges no calls: the password is wrong (see --password-file), the service "
+          "is blocked, for example by a full pipe on its output, or it is too old to acknowledge calls",
           m_options.server);
       return kNotConfirmed;
     case State::Joined:
-      Say("%s acknowledges calls too slowly, or they are lost on the way: --timeout waits longer",
+      Say("%s acknowledges calls too slowly, or they are lost on the way: use --timeout to wait longer",
           m_options.server);
       return kNotConfirmed;
   }
   return kNotConfirmed;
 }
 
-// Says which of the calls were not run for certain, isCut: and that no more were sent.
+// Reports the calls that may not have been run. isCut: also that the rest was not sent.
 int Session::Judge(bool isCut) {
   const Velk::GDQUdpClient::Status status = Status();
   if (status.held != 0 || status.state == State::Unanswered) ExplainSilence();
   if (status.held != 0) {
     Say("%u %s not confirmed%s", status.held, status.held == 1 ? "call is" : "calls are",
-        isCut ? ", nor what was to follow" : "");
+        isCut ? ", and the rest was not sent" : "");
   }
   if (status.sentOnce != 0) {
     Say("%u %s sent once and %s not confirmed", status.sentOnce,
         status.sentOnce == 1 ? "call was" : "calls were", status.sentOnce == 1 ? "is" : "are");
   }
   if (status.refused != 0) {
-    Say("%s refused %u %s: it has none of that name, or not with such arguments", m_options.server,
-        status.refused, status.refused == 1 ? "call" : "calls");
+    Say("%s refused %u %s: unknown name, or wrong arguments", m_options.server, status.refused,
+        status.refused == 1 ? "call" : "calls");
   }
   const bool isWell = status.held == 0 && status.state != State::Unanswered && status.sentOnce == 0 &&
                       status.refused == 0 && !isCut;
@@ -147,7 +147,7 @@ int Session::Send(const char* call) {
   const Patience patience(PatienceMs());
   while (!m_client.SendMsg(call)) {
     if (errno == EMSGSIZE) {
-      Say("the call is too long: %zu bytes, %u fit in a datagram", strlen(call),
+      Say("the call is too long: %zu bytes, but only %u fit in a datagram", strlen(call),
           Velk::GDQUdpClient::kMaxCall);
       return kUsage;
     }
@@ -162,7 +162,7 @@ int Session::Send(const char* call) {
 }
 
 unsigned Session::PatienceMs() const {
-  constexpr unsigned kInterruptedMs = 1000;  // who presses Ctrl-C does not want to wait
+  constexpr unsigned kInterruptedMs = 1000;  // after Ctrl-C the user expects a quick end
   return IsInterrupted() && m_options.timeoutMs > kInterruptedMs ? kInterruptedMs : m_options.timeoutMs;
 }
 
@@ -180,7 +180,7 @@ int Session::Finish() {
 }
 
 void Session::Wait(pollfd* descriptors, int count, unsigned timeoutMs) {
-  constexpr unsigned kMostMs = 200;  // a signal just before poll(2) goes unnoticed so long
+  constexpr unsigned kMostMs = 200;  // poll(2) misses a signal that comes just before it, for this long
   pollfd all[kMostDescriptors + 1];
   for (int i = 0; i < count; ++i) all[i] = descriptors[i];
   all[count] = {m_client.Descriptor(), POLLIN, 0};
@@ -200,7 +200,7 @@ bool Session::IsInterrupted() {
 }
 
 void Session::TellChanges() {
-  constexpr unsigned kShortMs = 1000;  // a join, a restart or a pause, not worth a word while it goes on
+  constexpr unsigned kShortMs = 1000;  // joins, restarts and pauses shorter than this are not reported
   const Velk::GDQUdpClient::Status status = Status();
   const State state = status.state;
   if (state != m_state) {
@@ -219,9 +219,9 @@ void Session::TellChanges() {
 
 void Session::TellState(bool isRestarted) {
   if (m_state == State::NotJoined) {
-    Say("%s does not answer; trying again", m_options.server);
+    Say("%s does not answer; retrying", m_options.server);
   } else if (m_state == State::Unanswered) {
-    Say("%s answers, but acknowledges nothing: wrong password, or is it blocked, or too old? Trying again",
+    Say("%s answers, but acknowledges nothing: wrong password, or blocked, or too old; retrying",
         m_options.server);
   } else if (m_toldState == State::Unanswered && !isRestarted) {
     Say("%s acknowledges calls again", m_options.server);

@@ -11,7 +11,7 @@
 
 namespace Ctl {
 
-// Writes a call down instead of making it: (text << "SetVar" << name << value).CallObj().
+// Stores a call's text instead of sending it: (text << "SetVar" << name << value).CallObj().
 class CallText final : public Velk::GDOBase {
  public:
   void Call(const char* name, const char* args) override;
@@ -27,44 +27,43 @@ inline unsigned long long NowMs() {
   return NowUs() / 1000;
 }
 
-// Options of a client that holds so many lines and leaves it to Session to wait for room.
+// Options of a client that holds this number of lines and never blocks: Session waits for room.
 Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
 
-// A client of the service, and what there is to say about it. SIGINT, SIGTERM and SIGHUP end its waiting in
-// order; a second one ends the process. One at a time, on one thread.
+// A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait in
+// order, the second ends the process. One session at a time, on one thread.
 class Session {
  public:
   static constexpr int kMostDescriptors = 3;
 
   explicit Session(const Options& options);
 
-  // Starts to join and returns at once. Anything but kDone: said why.
+  // Starts to join and returns at once. Anything but kDone: it failed and printed why; so below.
   int Open(const Velk::GDQUdpClient::Options& how);
-  // The same, and waits until the service answers or the timeout is over. Whether it runs calls is not known
-  // then.
+  // The same, and waits for an answer until the timeout. An answer does not mean that the service runs our
+  // calls: the password may be wrong.
   int Join(const Velk::GDQUdpClient::Options& how);
 
-  // Sends or holds a call, and waits for room as long as there is progress. Anything but kDone: said why.
+  // Sends or holds a call. Waits for room as long as there is progress.
   int Send(const CallText& call) { return Send(call.Str()); }
   int Send(const char* call);
-  // The same for a line of the log, as several calls where it is too long for one. It brings no line feed.
+  // The same for a line of the log, given without a line feed. A long line becomes several calls.
   int SendLine(ELogMessageType type, const char* module, const char* text);
-  // Waits until the service has run all that was sent, as long as there is progress. Anything but kDone: said
-  // what it has not run, or refused, or may not have run.
+  // Waits until the service has run all calls, as long as there is progress. Otherwise reports the calls that
+  // were refused or may not have been run.
   int Finish();
-  // Says why nothing is acknowledged.
+  // Prints why nothing is acknowledged. Returns the exit value.
   int ExplainSilence();
 
-  // Lets the client work, then waits until a descriptor is ready (revents says which), the client has
-  // something to do, it is interrupted, or about timeoutMs passed.
+  // Waits for a descriptor (see revents), the client, a signal or about timeoutMs, then lets the client work.
   void Wait(pollfd* descriptors, int count, unsigned timeoutMs);
   void Wait(unsigned timeoutMs) { Wait(nullptr, 0, timeoutMs); }
-  // Lets the client work for so long, or until interrupted.
+  // Lets the client work for this time, or until interrupted.
   void Pause(unsigned ms);
   static bool IsInterrupted();
 
-  // Says, once, when the service is gone, acknowledges nothing or is back. For commands that go on meanwhile.
+  // Reports once when the service goes away, stops acknowledging or returns. For commands that keep running.
   void TellChanges();
 
   Velk::GDQUdpClient& Client() { return m_client; }

@@ -1,4 +1,4 @@
-// Tool layer: syslogctl set, remote and call: few calls.
+// Tool layer: syslogctl set, remote and call.
 #include <ctype.h>
 #include <string.h>
 #include <strings.h>
@@ -21,7 +21,7 @@ int SetVariable(Session& session, const char* name, const char* value) {
 
 int RunSet(const Options& options) {
   if (*options.words[0] == '\0') {
-    Say("a variable has a name");
+    Say("the variable's name is empty");
     return kUsage;
   }
   Session session(options);
@@ -34,8 +34,8 @@ namespace {
 
 constexpr char kOff[] = "none";
 
-// The service looks at the variables only if one was changed since it started. Of two different values one is
-// always a change.
+// SyncVar does nothing unless a variable has changed since the start. Setting two different values forces a
+// change.
 int SendForwarding(Session& session, const char* host) {
   CallText sync;
   (sync << "SyncVar").CallObj();
@@ -47,7 +47,7 @@ int SendForwarding(Session& session, const char* host) {
   return result == kDone ? session.Finish() : result;
 }
 
-// Variables are lost in a restart: those set before it must not be counted with those set after it.
+// A restart between the calls loses the variables set so far, so all are set again.
 int SetForwarding(const Options& options, const char* host) {
   constexpr int kTries = 5;
   Session session(options);
@@ -58,27 +58,28 @@ int SetForwarding(const Options& options, const char* host) {
     if (session.Status().forgotten == forgotten) return result;
   }
   if (result != kDone) return result;
-  Say("the service restarts again and again: its console says why");
+  Say("the service keeps restarting: see its console");
   return kNotConfirmed;
 }
 
 bool IsHost(const char* host) {
   const size_t length = strlen(host);
   if (length == 0 || length > InetAddress2::kMaxHost || strpbrk(host, " \t\r\n") != nullptr) {
-    Say("'%s' is no host: a name or an IPv4 address, 1 to %u characters", host, InetAddress2::kMaxHost);
+    Say("invalid host '%s': give a name or an IPv4 address, 1 to %u characters", host,
+        InetAddress2::kMaxHost);
     return false;
   }
   if (strchr(host, ':') == nullptr) return true;
-  Say("'%s' has a port: syslog servers are reached at port 514, always", host);
+  Say("'%s' has a port: the service always forwards to port 514", host);
   return false;
 }
 
-// The service acknowledges SyncVar whether or not it found the host; it says in its log only.
+// The service acknowledges SyncVar even if it cannot resolve the host, and reports that in its log only.
 int CheckHost(const Options& options, const char* host) {
   if (CanResolve(host)) return kDone;
   const bool isSameMachine = IsThisMachine(options.server);
-  Say("'%s' can't be resolved on this machine%s", host,
-      isSameMachine ? ", where the service runs: forwarding stays as it was" : "; perhaps on the service's");
+  Say("cannot resolve '%s' on this machine%s", host,
+      isSameMachine ? ", where the service runs: forwarding is unchanged" : "; the service's machine may");
   Say("look for 'Cannot connect to syslog server at UDP %s:514' in the service's log (syslogctl dump)", host);
   return isSameMachine ? kNotConfirmed : kDone;
 }
@@ -107,20 +108,19 @@ bool IsCallName(const char* name) {
   return *name == '\0';
 }
 
-void WarnOfGlue(const Options& options) {
+void WarnIfUnterminated(const Options& options) {
   if (strcasecmp(options.words[0], "LogMsg") != 0 || options.wordCount != 4) return;
   const char* const text = options.words[3];
   const size_t length = strlen(text);
   if (length != 0 && text[length - 1] == '\n') return;
-  Say("the text has no line feed at its end, so the next line of the log is glued to it; syslogctl log adds "
-      "one");
+  Say("the text has no line feed at its end, so the next line is joined to it; syslogctl log adds one");
 }
 
 }  // namespace
 
 int RunCall(const Options& options) {
   if (!IsCallName(options.words[0])) {
-    Say("'%s' is no name of a call: it is empty or has white space", options.words[0]);
+    Say("invalid call name '%s': it is empty or has white space", options.words[0]);
     return kUsage;
   }
   CallText text;
@@ -128,7 +128,7 @@ int RunCall(const Options& options) {
   for (int i = 1; i < options.wordCount; ++i) call << options.words[i];
   call.CallObj();
 
-  if (!options.quiet) WarnOfGlue(options);
+  if (!options.quiet) WarnIfUnterminated(options);
   Session session(options);
   int result = session.Join(Holding(kFewLines));
   if (result == kDone) result = session.Send(text);

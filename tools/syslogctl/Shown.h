@@ -9,21 +9,21 @@
 namespace Ctl {
 
 struct Level {
-  const char* word;   // as the service's console has it
-  const char* name;   // as the tool's options and JSON have it
-  const char* color;  // SGR sequence
+  const char* word;   // on the service's console
+  const char* name;   // in the tool's options and JSON
+  const char* color;  // terminal escape sequence, or empty
 };
 
-// Of an ELogMessageType; the last one is of all other numbers.
+// type: an ELogMessageType. Any other number gives the level "nothing".
 const Level& LevelOf(long long type);
 
-// Whether the options -l and -t let it through. One without a level passes every -l.
+// Whether -l and -t let the line through. A line without a level passes every -l.
 bool IsShown(const Options& options, long long type, const char* module, size_t moduleLength);
 
 // Appends ,"name":"value".
 void AppendField(Velk::SimpleString& out, const char* name, const char* value);
 
-// Writes out what was printed. False: said why not.
+// Flushes standard output. False: it failed and printed why.
 bool FlushOutput();
 
 }  // namespace Ctl

@@ -20,16 +20,17 @@ namespace {
 
 using Velk::SimpleString;
 
-// What the service's own lines say, as far as the log goes back.
+// What the service's own lines in the log say about it.
 class History {
  public:
   explicit History(const SyncFile& file);
 
+  // The log goes back to the start of the service.
   bool IsWhole() const { return m_isWhole; }
-  // Of the last child, which begins with what is configured.
+  // The log goes back to the start of the child, which begins with the configured forwarding.
   bool HasStart() const { return m_starts != 0; }
   unsigned Restarts() const { return m_starts != 0 ? m_starts - 1 : 0; }
-  // Whether it says where the log is forwarded to; if not, that is as it was at the start.
+  // Forwarding was changed since the start of the child.
   bool HasTarget() const { return m_hasTarget; }
   const SimpleString& Target() const { return m_target; }  // empty: nowhere
 
@@ -68,7 +69,7 @@ void History::Read(const SimpleString& text) {
   static const char kUsing[] = "Using syslog server at UDP ";
   const char* const line = text.Str();
   if (strncmp(line, "TRACE messages will", 19) == 0 || strncmp(line, "Debug mode selected", 19) == 0) {
-    m_isWhole = true;  // the first of a service
+    m_isWhole = true;  // the service's first line
     m_starts = 0;
   } else if (strcmp(line, "Start child...") == 0) {
     ++m_starts;
@@ -79,7 +80,7 @@ void History::Read(const SimpleString& text) {
   } else if (strncmp(line, "Remote syslog server logging disabled", 37) == 0) {
     SetTarget("", 0);
   } else if (strncmp(line, "Cannot connect to syslog server", 31) == 0) {
-    m_hasTarget = m_hadTarget;  // it goes on as before
+    m_hasTarget = m_hadTarget;  // the service keeps the previous target
     m_target = m_earlier;
   }
 }
@@ -102,7 +103,7 @@ void PrintMemory(pid_t child, pid_t supervisor) {
   if (pss[0] != 0 && pss[1] != 0) {
     printf(", PSS %lu + %lu KiB\n", pss[1], pss[0]);
   } else {
-    printf("; PSS only root sees\n");
+    printf("; only root can read PSS\n");
   }
 }
 
@@ -129,7 +130,7 @@ void PrintForwarding(const History* history, const Process& supervisor) {
   const bool isSure = isLogged || (history != nullptr && history->HasStart());
   printf("%-12s %s%s%s\n", "forwards to", target.IsEmpty() ? "nowhere" : target.Str(),
          isLogged ? "" : ", as configured",
-         isSure ? "" : "; the log does not go back far enough to say whether that was changed");
+         isSure ? "" : "; the log does not go back far enough to tell whether that changed");
 }
 
 void PrintRestarts(const History* history, bool hasHadChildren) {
@@ -140,7 +141,7 @@ void PrintRestarts(const History* history, bool hasHadChildren) {
   } else if (history != nullptr && history->IsWhole()) {
     printf("%u\n", restarts);
   } else {
-    printf("not known, the log does not go back to the start\n");
+    printf("unknown: the log does not go back to the start\n");
   }
 }
 
@@ -149,7 +150,7 @@ void PrintMachine(const Options& options, const History* history) {
   Process child{};
   Process supervisor{};
   if (!FindPort(PortOf(options.server), &port)) {
-    printf("%-12s no program has UDP port %u here\n", "processes", PortOf(options.server));
+    printf("%-12s no program uses UDP port %u here\n", "processes", PortOf(options.server));
     return;
   }
   const bool isKnown = FindServing(port.inode, &child) && ReadProcess(child.parent, &supervisor);
@@ -158,10 +159,10 @@ void PrintMachine(const Options& options, const History* history) {
     PrintSince("serving", child);
     PrintRestarts(history, supervisor.hasHadChildren);
   } else {
-    printf("%-12s hidden, perhaps in a container or from all but root\n", "processes");
+    printf("%-12s hidden: in a container, or visible to root only\n", "processes");
   }
   PrintForwarding(history, supervisor);
-  printf("%-12s %lu datagrams since it serves\n", "dropped", port.drops);
+  printf("%-12s %lu datagrams since it started serving\n", "dropped", port.drops);
   if (isKnown) PrintMemory(child.pid, supervisor.pid);
 }
 
@@ -184,8 +185,7 @@ int RunStatus(const Options& options) {
   printf("%-12s %s", options.server, result == kDone ? "serves" : "does not serve");
   if (result == kDone) printf(", round trip %.3f ms", static_cast<double>(micros) / 1000);
   if (!IsThisMachine(options.server)) {
-    printf(
-        "\nIt is another machine: processes, restarts, forwarding, drops and memory are not known here.\n");
+    printf("\nThis is another machine: processes, restarts, forwarding, drops and memory are unknown.\n");
   } else {
     putchar('\n');
     SyncFile file;

@@ -24,7 +24,7 @@ const char* AfterLine(const char* text, const char* end) {
   return lineFeed != nullptr ? static_cast<const char*>(lineFeed) + 1 : end;
 }
 
-// The level whose word is at text, and the word's length.
+// The level named at text, and the length of its name.
 int LevelAt(const char* text, const char* end, size_t* length) {
   static const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   for (int level = Trace; level <= Error; ++level) {
@@ -34,7 +34,7 @@ int LevelAt(const char* text, const char* end, size_t* length) {
   return Options::kNoLevel;
 }
 
-// The service cuts a longer module, and leaves out the type then.
+// The service cuts a longer head, and the level is lost.
 constexpr ptrdiff_t kMaxHead = 126;
 
 void SplitHead(const char* head, const char* end, StoredLine* line) {
@@ -88,14 +88,14 @@ long TimeOf(const StoredLine& line) {
   return sum;
 }
 
-// Times of day only: what is less than half a day ahead is later.
+// The lines have no date, so a time up to half a day ahead counts as later.
 bool IsEarlier(const StoredLine& a, const StoredLine& b) {
   constexpr long kDay = 86400000;
   return a.hasTime && b.hasTime && (TimeOf(a) - TimeOf(b) + kDay) % kDay >= kDay / 2;
 }
 
-// After a restart the lines begin with those of the supervisor. Some are older than what was seen, and only
-// their times say so when they have left the log before.
+// After a restart the log begins with the supervisor's lines. They may be older than the last line seen and
+// no longer in old; then only their times tell.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {

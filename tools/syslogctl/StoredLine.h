@@ -7,27 +7,27 @@
 
 namespace Ctl {
 
-// One line of the log. A text may have line feeds in it, and the line then several lines of the file.
+// One line of the log. If its text has line feeds, it takes several lines of the file.
 struct StoredLine {
   const char* begin;
   const char* end;  // after its last line feed, if it has one
-  bool hasTime;     // it begins with a time; all that the service wrote do
-  int level;        // Options::kNoLevel: it has no head, and all but the time is text
+  bool hasTime;     // it begins with a time, as all lines of the service do
+  int level;        // Options::kNoLevel: no module and level, all but the time is text
   RecordPart module;
   RecordPart text;  // without the line feed at its end
 
   RecordPart Time() const { return {begin + 1, hasTime ? kTimeLength : 0}; }
-  // The service writes it for every program that joins or asks for the file.
+  // Whether the service wrote it because a program joined or asked for the file.
   bool IsHandshake() const;
 
   static constexpr size_t kTimeLength = 12;
 };
 
-// Takes the first line off the text from *at to end. False: there is none.
+// Reads the line at *at and moves *at past it. False: *at is end.
 bool TakeStored(const char** at, const char* end, StoredLine* line);
 
-// Where in what the service stores now that begins which it had not stored at the earlier look. *isSure: it
-// follows what was stored then; else lines may have come in between and have gone.
+// Returns where the new lines begin in now, given the log as it was before, old. *isSure: no line is missing
+// between the two; otherwise lines may have come and gone.
 const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure);
 
 }  // namespace Ctl

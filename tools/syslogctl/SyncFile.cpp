@@ -16,7 +16,7 @@ using Velk::kSyncPath;
 
 namespace {
 
-constexpr size_t kMaxFile = 8 << 20;  // 500 lines of 2 KiB are far below
+constexpr size_t kMaxFile = 8 << 20;  // far more than 500 lines of 2 KiB
 
 }  // namespace
 
@@ -37,9 +37,9 @@ SyncFile::~SyncFile() {
   free(m_bytes);
 }
 
-// False: errno.
+// False: see errno.
 bool SyncFile::Read() {
-  // Any program may have put anything under a name in /tmp.
+  // In /tmp any program may have put a link, pipe or device under this name.
   const int fd = open(kSyncPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return false;
   const bool isRead = ReadOpen(fd);
@@ -81,21 +81,19 @@ bool IsDiskFull() {
          (status.f_bavail == 0 || status.f_ffree == 0);
 }
 
-// The service has run the call, but there is no new file.
+// The service ran the call, but there is no new file.
 int ExplainOldFile(bool isThere) {
-  const char* const state = isThere ? "not the log of now" : "not there";
+  const char* const state = isThere ? "out of date" : "missing";
   struct stat status;
   if (IsDiskFull()) {
     Say("%s is %s: its file system is full", kSyncPath, state);
   } else if (isThere && lstat(kSyncPath, &status) == 0) {
-    Say("%s is %s: the service cannot replace user %u's file of mode %03o, so look at the permissions of "
-        "/tmp, "
-        "or it has another /tmp, as in a container",
+    Say("%s is %s: either the service cannot replace the file (user %u, mode %03o; check the permissions "
+        "of /tmp), or it has another /tmp, as in a container",
         kSyncPath, state, static_cast<unsigned>(status.st_uid), static_cast<unsigned>(status.st_mode & 0777));
   } else {
-    Say("%s is %s: the service cannot make it, so look at the permissions of /tmp, or it has another /tmp, "
-        "as "
-        "in a container",
+    Say("%s is %s: either the service cannot create it (check the permissions of /tmp), or it has another "
+        "/tmp, as in a container",
         kSyncPath, state);
   }
   return kNotConfirmed;
@@ -104,7 +102,7 @@ int ExplainOldFile(bool isThere) {
 int ExplainError(int error) {
   if (error == ENOENT) return ExplainOldFile(false);
   if (error == EINVAL || error == ELOOP) {
-    Say("%s is no regular file of at most %zu MiB, so not the service's: remove it", kSyncPath,
+    Say("%s is not a regular file of at most %zu MiB, so it is not the service's: remove it", kSyncPath,
         kMaxFile >> 20);
   } else {
     Say("cannot read %s: %s", kSyncPath, strerror(error));
@@ -126,18 +124,18 @@ int AskForFile(Session& session, bool waits) {
 
 }  // namespace
 
-// In a directory that all may write to, any user's file could have the name.
+// Any user can create a file of this name in /tmp.
 bool SyncFile::IsOfService(const Options& options) const {
   if ((m_mode & (S_IWGRP | S_IWOTH)) != 0) return false;
   Port port{};
   return m_owner == 0 || (FindPort(PortOf(options.server), &port) && port.user == m_owner);
 }
 
-// The service acknowledges the call whether or not it could write the file. What it wrote is another file, or
-// has another time, than what was there before.
+// The service acknowledges the call even if it could not write the file. A written file differs from the one
+// before in its inode or its time.
 int SyncFile::Get(const Options& options, Session& session, bool waits) {
-  // Where it cannot replace the file but only write over it, the time tells the two apart only after a tick
-  // of the kernel's clock, which may last 10 ms. So the second try comes later.
+  // If the service can only overwrite the file, its time changes no sooner than the kernel's next clock tick,
+  // up to 10 ms later. So try again after a pause.
   constexpr int kTries = 2;
   constexpr unsigned kPauseMs = 20;
   const Version before = VersionNow();
@@ -147,11 +145,12 @@ int SyncFile::Get(const Options& options, Session& session, bool waits) {
     if (result != kDone || (waits && Session::IsInterrupted())) return result;
     if (!Read()) return ExplainError(errno);
     if (!IsOfService(options)) {
-      Say("%s is user %u's, mode %03o, not root's or the service's alone: it may be forged, so remove it",
-          kSyncPath, static_cast<unsigned>(m_owner), static_cast<unsigned>(m_mode & 0777));
+      Say("%s, mode %03o, belongs to user %u, not to root or the service's user alone: it may be forged, so "
+          "remove it",
+          kSyncPath, static_cast<unsigned>(m_mode & 0777), static_cast<unsigned>(m_owner));
       return kUsage;
     }
-    // One without a byte was made, but there was no room to fill it.
+    // An empty file: the disk was full.
     if (m_size != 0 && m_version != before) return kDone;
   }
   return ExplainOldFile(true);

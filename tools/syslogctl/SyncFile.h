@@ -11,7 +11,7 @@
 
 namespace Ctl {
 
-// The file as it was when Get() ended.
+// The file's content at the end of the last Get().
 class SyncFile {
  public:
   SyncFile() = default;
@@ -19,15 +19,16 @@ class SyncFile {
   SyncFile& operator=(const SyncFile&) = delete;
   ~SyncFile();
 
-  // Has the service write the file, and reads it. It is never empty then. waits: for the service, until
-  // interrupted, and tells its changes; it must then be asked whether it was. Anything but kDone: said why.
+  // Makes the service write the file, and reads it; after kDone it is not empty. waits: without a timeout,
+  // until interrupted, which also returns kDone: ask Session::IsInterrupted(). Anything but kDone: it failed
+  // and printed why.
   int Get(const Options& options, Session& session, bool waits);
 
   const char* Begin() const { return m_bytes; }
   const char* End() const { return m_bytes + m_size; }
 
  private:
-  // Which file there is under the path, and since when it is as it is.
+  // Identifies a file and its last change.
   struct Version {
     dev_t device = 0;
     ino_t inode = 0;  // 0: there is none

@@ -10,10 +10,10 @@ namespace Ctl {
 namespace {
 
 constexpr unsigned kMaxPriority = 191;  // facility 23, severity 7
-constexpr unsigned kUserNotice = 13;    // RFC 3164, 4.3.3: for what has no priority
+constexpr unsigned kUserNotice = 13;    // RFC 3164, 4.3.3: for records without a priority
 constexpr unsigned kUserFacility = 1 << 3;
 constexpr size_t kMaxPid = 16;
-// RFC 5424, 6; its APP-NAME is as long as kMaxModule.
+// Limits of RFC 5424, 6. Its limit for APP-NAME is kMaxModule.
 constexpr size_t kMaxHost = 255;
 constexpr size_t kMaxProcId = 128;
 constexpr size_t kMaxMessageId = 32;
@@ -29,7 +29,7 @@ bool IsGraph(char c) {
   return c > ' ' && c < 0x7F;
 }
 
-// Text that is being read, from p to end.
+// The text still to be parsed, p to end.
 struct Scan {
   const char* p;
   const char* end;
@@ -42,7 +42,7 @@ struct Scan {
     return true;
   }
 
-  // False: no number of up to 19 digits here.
+  // Takes up to 19 digits. False: no digit here.
   bool Number(unsigned long long* value) {
     const char* const begin = p;
     *value = 0;
@@ -52,7 +52,7 @@ struct Scan {
     return p != begin;
   }
 
-  // A word of up to most characters and the blank after it.
+  // Takes a word of up to most characters and the blank after it.
   bool Word(size_t most, RecordPart* word) {
     Scan ahead = *this;
     while (ahead.p != end && IsGraph(*ahead.p)) ++ahead.p;
@@ -68,8 +68,8 @@ bool IsTagCharacter(char c) {
   return byte > ' ' && byte != 0x7F && c != ':' && c != '[' && c != '<';
 }
 
-// Whether a name reads as the reserved one: letters of either case, perhaps with bytes among them that a
-// screen does not show, and then the end, or what could follow a name: "Syslog.Error".
+// Whether a reader could take name for the reserved one. Ignores case and bytes beyond ASCII, which a screen
+// may not show. Anything may follow it that does not continue the word, as in "Syslog.Error".
 bool ReadsAs(const char* name, const char* reserved) {
   for (; *name != '\0'; ++name) {
     const auto byte = static_cast<unsigned char>(*name);
@@ -84,7 +84,7 @@ bool ReadsAs(const char* name, const char* reserved) {
 // name has at most kMaxModule bytes.
 void SetModule(SyslogLine& line, const RecordPart& name) {
   char clean[SyslogLine::kMaxModule + 1] = {};
-  // An APP-NAME of RFC 5424 can have what ends a tag, and must not make up a mark or the head of a line.
+  // An APP-NAME of RFC 5424 may contain ':' and '[', with which it could forge a mark or the head of a line.
   for (size_t i = 0; i < name.length; ++i) clean[i] = IsTagCharacter(name.begin[i]) ? name.begin[i] : '_';
   const bool isMarked = ReadsAs(clean, kService) || ReadsAs(clean, kKernel);
   snprintf(line.module, sizeof line.module, isMarked ? "local[%s]" : "%s", clean);
@@ -109,8 +109,8 @@ unsigned TakePriority(Scan& scan) {
   return static_cast<unsigned>(value);
 }
 
-// Skips what has the form: 9 is a digit, A a letter, _ a digit or a blank, + a sign, all
-// else for itself.
+// Skips text that matches form: 9 is a digit, A a letter, _ a digit or a blank, + a sign; other characters
+// match themselves.
 bool SkipForm(Scan& scan, const char* form) {
   const size_t length = strlen(form);
   if (scan.Left() < length) return false;
@@ -127,8 +127,8 @@ bool SkipForm(Scan& scan, const char* form) {
   return true;
 }
 
-// A time of RFC 3339 and the blank after it. Some writers have a comma before the fraction, no colon in the
-// zone, or no zone.
+// A time of RFC 3339 and the blank after it. Some programs write a comma before the fraction, omit the colon
+// in the zone, or omit the zone.
 bool SkipIsoTime(Scan& scan) {
   Scan ahead = scan;
   unsigned long long fraction = 0;
@@ -168,7 +168,7 @@ bool TakeTag(Scan& scan, SyslogLine& line) {
   return true;
 }
 
-// Writers of a time of RFC 3339 often put their host before the tag.
+// Programs that write a time of RFC 3339 often put the host before the tag.
 void TakeHostAndTag(Scan& scan, SyslogLine& line) {
   if (TakeTag(scan, line)) return;
   Scan ahead = scan;
@@ -180,7 +180,7 @@ bool IsNil(const RecordPart& part) {
   return part.length == 1 && *part.begin == '-';
 }
 
-// One "[name key="value"...]" of RFC 5424, 6.3. False: it is none, or has control characters.
+// One "[name key="value"...]" of RFC 5424, 6.3. False: no such element here, or it has control characters.
 bool SkipElement(Scan& scan) {
   Scan ahead = scan;
   if (!ahead.Skip('[')) return false;
@@ -197,9 +197,9 @@ bool SkipElement(Scan& scan) {
   return false;
 }
 
-// False: there is none, not even "-".
+// False: neither data nor "-".
 bool TakeData(Scan& scan, SyslogLine& line) {
-  static const char kTimeQuality[] = "[timeQuality ";  // logger(1) sends it first
+  static const char kTimeQuality[] = "[timeQuality ";  // logger(1) writes it first
   if (scan.Skip('-')) return true;
   const char* const begin = scan.p;
   const char* kept = begin;
@@ -213,7 +213,7 @@ bool TakeData(Scan& scan, SyslogLine& line) {
   return scan.p != begin;
 }
 
-// All of RFC 5424 between priority and text. False: this is another form.
+// Takes everything of RFC 5424 between priority and text. False: another format.
 bool TakeRfc5424(Scan& scan, SyslogLine& line) {
   Scan ahead = scan;
   RecordPart host, app, pid, id;
@@ -226,7 +226,7 @@ bool TakeRfc5424(Scan& scan, SyslogLine& line) {
   if (!IsNil(app)) SetModule(taken, app);
   if (!IsNil(pid)) taken.pid = pid;
   if (!IsNil(id)) taken.id = id;
-  SkipForm(ahead, "\xEF\xBB\xBF");  // U+FEFF, which says that the text is UTF-8
+  SkipForm(ahead, "\xEF\xBB\xBF");  // byte order mark: the text is UTF-8
   line = taken;
   scan = ahead;
   return true;
@@ -251,7 +251,7 @@ SyslogLine ParseSyslog(const char* record, size_t length, bool hasHost) {
   Scan scan{record, record + length};
   unsigned priority = TakePriority(scan);
   const bool hasPriority = scan.p != record;
-  if (priority <= kMaxSeverity) priority |= kUserFacility;  // only the kernel is the kernel
+  if (priority <= kMaxSeverity) priority |= kUserFacility;  // a program must not pass for the kernel
   SyslogLine line = MakeLine(priority);
   if (SkipIsoTime(scan)) {
     TakeHostAndTag(scan, line);
@@ -268,7 +268,7 @@ SyslogLine ParseSyslog(const char* record, size_t length, bool hasHost) {
 }
 
 bool ParseKmsg(const char* record, size_t length, SyslogLine* line, unsigned long long* sequence) {
-  // What follows the first line are dictionary lines for machines.
+  // The lines after the first are a dictionary for machines.
   const auto* const lineFeed = static_cast<const char*>(memchr(record, '\n', length));
   Scan scan{record, lineFeed != nullptr ? lineFeed : record + length};
   unsigned long long priority = 0;
@@ -280,7 +280,7 @@ bool ParseKmsg(const char* record, size_t length, SyslogLine* line, unsigned lon
   if (priority <= kMaxSeverity) {
     memcpy(line->module, kKernel, sizeof kKernel);
   } else {
-    // Only what programs wrote to the kernel's log has tags; the kernel's own text keeps its colons.
+    // Programs that write to the kernel's log use tags. The kernel's own text has none, only colons.
     TakeTag(scan, *line);
   }
   TakeText(scan, *line);

@@ -41,7 +41,7 @@ unsigned Utf8Length(const char* text, size_t left = 4) {
   if (first < 0xC2 || first > 0xF4) return 0;
   const unsigned length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
   if (length > left) return 0;
-  // Overlong forms, surrogates and what lies beyond U+10FFFF show in the second byte.
+  // The second byte tells overlong forms, surrogates and characters beyond U+10FFFF.
   const unsigned low = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
   const unsigned high = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
   if (byte(1) < low || byte(1) > high) return 0;
@@ -51,7 +51,7 @@ unsigned Utf8Length(const char* text, size_t left = 4) {
   return length;
 }
 
-// Also the second set of control characters, U+0080 to U+009F, which some terminals obey.
+// Includes U+0080 to U+009F, which some terminals obey.
 bool IsControl(const char* text, unsigned length) {
   const unsigned char first = static_cast<unsigned char>(text[0]);
   if (length == 1) return first < 0x20 || first == 0x7F;
@@ -70,7 +70,7 @@ void AppendWithoutControls(Velk::SimpleString& out, const char* text, size_t len
   const char* const end = text + length;
   while (text != end) {
     const unsigned bytes = Utf8Length(text, static_cast<size_t>(end - text));
-    // Of another character set; 0x80 to 0x9F are control characters in the most common ones, too.
+    // Not UTF-8: in most 8-bit character sets 0x80 to 0x9F are control characters too.
     const bool isControl = bytes != 0 ? IsControl(text, bytes) : static_cast<unsigned char>(*text) < 0xA0;
     const char* const next = text + (bytes != 0 ? bytes : 1);
     if (*text == '\t' || !isControl) {

@@ -19,21 +19,21 @@
 namespace Ctl {
 namespace {
 
-// One heard call.
+// A call of another program.
 struct Heard {
   const char* name;
   const char* rawArgs;
-  const Velk::IArgsList* args;  // null: the service can't read them either
+  const Velk::IArgsList* args;  // null: unreadable, for the service too
 
   unsigned Count() const { return args != nullptr ? args->GetCount() : 0; }
   const char* Text(unsigned index) const { return args->GetItem(index)->AsStr(); }
-  // The name is the printer's too: a program that has its whole log forwarded says "logmsg".
+  // Any case: a program that forwards its whole log sends "logmsg".
   bool IsLogLine() const { return strcasecmp(name, "LogMsg") == 0 && Count() == 3; }
   long long Type() const { return args->GetItem(0)->AsInt(); }
   const Level& LogLevel() const { return LevelOf(Type()); }
 };
 
-// A listener of the client, called within Process().
+// A listener of the client, called by Process() on the main thread.
 class Printer final : public Velk::GDOBase {
  public:
   explicit Printer(const Options& options)
@@ -73,7 +73,7 @@ void Printer::Call(const char* name, const char* args) {
   fwrite(m_line.Str(), 1, m_line.Length(), stdout);
 }
 
-// Who asks for a module or a level asks for lines of the log.
+// With -l or -t only lines of the log are shown.
 bool Printer::IsWanted(const Heard& heard) const {
   if (m_options.module == nullptr && m_options.level == Options::kNoLevel) return true;
   return heard.IsLogLine() && IsShown(m_options, heard.Type(), heard.Text(1), strlen(heard.Text(1)));
@@ -145,13 +145,13 @@ void Printer::WriteCall(const Heard& heard) {
 }  // namespace
 
 int RunWatch(const Options& options) {
-  Printer printer(options);  // outlives the client, which does not let go of it
+  Printer printer(options);  // must outlive the client, which keeps a pointer to it
   Session session(options);
   session.Client().AddListener(&printer);
   Velk::GDQUdpClient::Options how = Holding(kFewLines);
   how.listen = true;
   int result = session.Join(how);
-  // Only a call that is answered shows that we are admitted, and so hear what others call.
+  // Only an acknowledged call proves that we are admitted, and so hear what others call.
   if (result == kDone) result = session.Send("");
   if (result == kDone) result = session.Finish();
   if (result != kDone) return result;

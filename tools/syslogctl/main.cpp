@@ -1,4 +1,4 @@
-// Tool layer: the entry, and which commands there are.
+// Tool layer: main() and the table of commands.
 #include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
@@ -10,69 +10,68 @@
 
 namespace {
 
-// Of a call, so that the service reads them beside the client, the number and the name that go with it.
+// The service's limit, less the client's name, the number and the call's name that go with them.
 constexpr int kMostArguments = 29;
-static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service reads as many as are sent");
+static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service must be able to read all of them");
 
-#define SHOWN_OPTIONS                                                             \
-  "  -l, --level LEVEL   only lines of this level and worse ones; see help log\n" \
-  "  -t, --tag MODULE    only lines of this module\n"                             \
-  "      --json          one JSON object a line\n"
+#define SHOWN_OPTIONS                                                       \
+  "  -l, --level LEVEL   only lines of this level or worse; see help log\n" \
+  "  -t, --tag MODULE    only lines of this module\n"                       \
+  "      --json          one JSON object per line\n"
 
 const Ctl::Command kCommands[] = {
-    {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]",
-     "logs TEXT, or each line of standard input",
+    {"log", "ltC", 0, INT_MAX, "[-l LEVEL] [-t MODULE] [TEXT...]", "Log TEXT, or each line of standard input",
      "\n"
      "  -l, --level LEVEL   trace, info (the default), warning or error; also a name\n"
      "                      or number of syslog(3): 7 is trace, 6 and 5 info,\n"
      "                      4 warning, 3 to 0 error\n"
-     "  -t, --tag MODULE    the line's module; else syslogctl\n",
+     "  -t, --tag MODULE    the line's module (default syslogctl)\n",
      Ctl::RunLog},
-    {"set", "", 2, 2, "NAME VALUE", "sets a configuration variable, until the service restarts",
-     "By itself this has no effect; to switch forwarding use remote.\n", Ctl::RunSet},
-    {"remote", "", 1, 2, "on HOST | off", "forwards the log to the syslog server HOST, or stops that",
-     "It lasts until the service restarts, which does what its configuration says.\n", Ctl::RunRemote},
+    {"set", "", 2, 2, "NAME VALUE", "Set a configuration variable until the service restarts",
+     "This has no effect by itself. To change forwarding, use remote.\n", Ctl::RunSet},
+    {"remote", "", 1, 2, "on HOST | off", "Forward the log to the syslog server HOST, or stop it",
+     "Lasts until the service restarts and reads its configuration file.\n", Ctl::RunRemote},
     {"dump", "fnltJA", 0, 0, "[-f] [-n COUNT] [-l LEVEL] [-t MODULE] [--json] [--all]",
-     "prints the last 500 lines (on the service's machine)",
+     "Print the last 500 lines (on the service's machine)",
      "\n"
-     "  -f, --follow        goes on with those that come, looking every second\n"
-     "  -n, --count COUNT   only the last ones\n" SHOWN_OPTIONS
-     "      --all           also what the service logs when a program joins\n",
+     "  -f, --follow        then print new lines, once a second\n"
+     "  -n, --count COUNT   only the last COUNT lines\n" SHOWN_OPTIONS
+     "      --all           also the lines logged when a program joins\n",
      Ctl::RunDump},
-    {"watch", "nltJ", 0, 0, "[-n COUNT] [-l LEVEL] [-t MODULE] [--json]", "prints what all programs call",
+    {"watch", "nltJ", 0, 0, "[-n COUNT] [-l LEVEL] [-t MODULE] [--json]", "Print the calls of all programs",
      "\n"
-     "  -n, --count COUNT   ends after so many calls\n" SHOWN_OPTIONS,
+     "  -n, --count COUNT   stop after COUNT calls\n" SHOWN_OPTIONS,
      Ctl::RunWatch},
-    {"status", "", 0, 0, "", "tells whether the service serves, since when, and more",
+    {"status", "", 0, 0, "", "Show whether the service serves, since when, and more",
      "\n"
-     "Since when it runs, restarts, where it forwards to, dropped datagrams and memory\n"
-     "are known on its own machine only. The exit value is 0 if it serves; --quiet\n"
-     "leaves it at that.\n",
+     "Start time, restarts, forwarding, dropped datagrams and memory are shown only on\n"
+     "the service's machine. The exit status is 0 if it serves; with --quiet nothing is\n"
+     "printed.\n",
      Ctl::RunStatus},
-    {"check", "", 0, 1, "[FILE]", "says what the service would not do as a configuration file means",
-     "Without FILE it is the service's own. Needs no service.\n"
-     "The exit value is 1 if it found something.\n",
+    {"check", "", 0, 1, "[FILE]", "Find mistakes in a configuration file",
+     "Without FILE, checks the service's own file. The service need not run.\n"
+     "The exit status is 1 if there are mistakes.\n",
      Ctl::RunCheck},
-    {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", "measures how fast calls are answered",
+    {"ping", "ni", 0, 0, "[-n COUNT] [-i SECONDS]", "Measure how fast calls are answered",
      "\n"
-     "  -n, -c, --count COUNT    ends after so many calls; else when interrupted\n"
-     "  -i, --interval SECONDS   from one call to the next; else 1\n",
+     "  -n, -c, --count COUNT    stop after COUNT calls; otherwise when interrupted\n"
+     "  -i, --interval SECONDS   between calls (default 1)\n",
      Ctl::RunPing},
-    {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...]", "makes any call, with at most 29 arguments",
-     "Arguments that begin with a dash go after --.\n", Ctl::RunCall},
+    {"call", "", 1, 1 + kMostArguments, "NAME [ARGUMENT...]", "Make any call, with at most 29 arguments",
+     "Put -- before arguments that begin with a dash.\n", Ctl::RunCall},
     {"bridge", "SKU", 0, 0, "[--socket PATH] [--kmsg] [--udp [ADDRESS:]PORT]",
-     "logs what programs write to /dev/log",
+     "Log what programs write to /dev/log",
      "\n"
-     "      --socket PATH           in place of /dev/log\n"
-     "      --kmsg                  logs also what the kernel says\n"
-     "      --udp [ADDRESS:]PORT    logs also what other machines send there as syslog\n"
-     "                              datagrams; without ADDRESS, on all interfaces\n",
+     "      --socket PATH           instead of /dev/log\n"
+     "      --kmsg                  also log the kernel's messages\n"
+     "      --udp [ADDRESS:]PORT    also log syslog datagrams from other machines;\n"
+     "                              without ADDRESS, on all interfaces\n",
      Ctl::RunBridge},
     {nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
-// A standard descriptor that is closed would be given to the next socket. Opened the wrong way round it stays
-// as unusable as it was: what needs it gets EBADF, and says so.
+// If a standard descriptor is closed, the next socket would get its number. It is opened for the wrong
+// direction, so that using it still fails with EBADF.
 void OccupyStandardDescriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
@@ -84,7 +83,7 @@ void OccupyStandardDescriptors() {
 int main(int argc, char** argv) {
   OccupyStandardDescriptors();
   signal(SIGPIPE, SIG_IGN);
-  // The library's own messages would mix with the tool's output; the tool has words of its own for them.
+  // The library's messages would mix with the tool's output. The tool reports errors itself.
   LogPrinter::Instance()->m_consoleEnabled = false;
   Ctl::Options options;
   int exitValue = 0;
