@@ -1,8 +1,8 @@
 #!/bin/bash
-# Builds everything and runs every test: unit and black-box, in the release and both sanitizer builds.
-# More, by a word: "./test.sh cross" does so for other processors under an emulator, "static" for the executables
-# that need no shared library, "deb" tries Debian's package in a root that boots, "image" boots a whole device.
-# Writes into build*/ only, but for Debian packages that it installs when root. Ends with one summary.
+# Builds everything and runs every test: unit and service tests, in the release and both sanitizer builds.
+# "./test.sh cross" tests other processors under an emulator, "static" the statically linked executables, "deb" the
+# Debian package in a container, "image" a whole device in a virtual machine.
+# Writes to build*/ only. As root it also installs missing Debian packages. Prints a summary at the end.
 set -u
 cd "$(dirname "$0")" || exit 1
 [ "${1:-}" != cross ] || exec tools/cross.sh "${@:2}"
@@ -15,7 +15,7 @@ tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-t
 passed=0 failed=0 skipped=0
 failures=()
 
-# Runs a step; its output is shown when it fails, and kept in build/logs.
+# Runs a step and keeps its output in build/logs. If it fails, prints the end of it.
 mkdir -p build/logs
 step() {
   local name=$1 log="build/logs/${1// /-}.log" begin=$SECONDS
@@ -33,7 +33,7 @@ step() {
   fi
 }
 
-# The same for a step that needs packages beyond those above; without them it is left out.
+# Runs a step that needs more packages, or leaves it out if they cannot be installed.
 step_with() {
   local packages=$1
   shift
@@ -57,7 +57,7 @@ service() {
   python3 tests/service/run.py --binary "$(folder "$1")/syslog" "${more[@]}"
 }
 
-tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "rsyslog and syslog-ng are not to be had: their tests are left out"
+tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "left out: tests with rsyslog and syslog-ng: cannot download them"
 step "format" bash -c "tools/sources.sh .h .cpp .c | xargs clang-format --dry-run --Werror"
 step "layers" python3 tests/layers.py
 for preset in release asan tsan; do
@@ -77,9 +77,9 @@ step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
 step_with "shellcheck" "shell scripts" bash -c "tools/sources.sh .sh | xargs shellcheck -S warning"
 step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. --error-exitcode=1 \
   --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common client runtime tools
-# The locks that common/Mutex.h lets the code name.
+# Checks the lock annotations of common/Mutex.h.
 step_with "clang" "locks" clang++ -std=c++17 -I. -fsyntax-only -Wthread-safety -Werror app/*.cpp common/*.cpp client/*.cpp
-# The release is compiled by GCC: an option that clang does not have is no fault, not even where warnings are errors.
+# The compile commands are GCC's, so clang-tidy must ignore options that clang does not have.
 step "clang-tidy" bash -c "tools/sources.sh .cpp | grep -E '^(app|common|runtime|client|tools)/' |
   xargs -P 2 -n 4 clang-tidy -p build --quiet --extra-arg=-Wno-ignored-optimization-argument"
 

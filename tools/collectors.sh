@@ -1,6 +1,6 @@
 #!/bin/sh
 # Unpacks rsyslog and syslog-ng, whose Debian packages conflict, into a folder: tools/collectors.sh FOLDER
-# Installs and starts nothing. Leaves scripts FOLDER/rsyslogd and FOLDER/syslog-ng that run them from there.
+# Installs and starts nothing. Run them with the scripts FOLDER/rsyslogd and FOLDER/syslog-ng.
 set -eu
 mkdir -p "$1"
 cd "$1"

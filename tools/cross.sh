@@ -1,7 +1,7 @@
 #!/bin/bash
-# Builds for every processor of cmake/toolchains with Debian's cross compilers and runs the tests of all under
-# qemu-user: tools/cross.sh [ARCHITECTURE...]. Ends with a table. Writes into build-cross/ and, while it runs, into
-# a folder under /var/tmp, which the tests of the service see (they hide /tmp).
+# Builds for every processor in cmake/toolchains with Debian's cross compilers and runs all tests under qemu-user:
+# tools/cross.sh [ARCHITECTURE...]. Prints a table at the end. Writes to build-cross/ and, while it runs, to /var/tmp,
+# because the service tests hide /tmp.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 
@@ -12,7 +12,7 @@ architectures=("$@")
 
 packages=(cmake ninja-build python3 googletest qemu-user-static)
 for architecture in "${architectures[@]}"; do
-  [ -n "${triplets[$architecture]:-}" ] || { echo "Unknown: $architecture" >&2; exit 2; }
+  [ -n "${triplets[$architecture]:-}" ] || { echo "cross.sh: unknown architecture $architecture" >&2; exit 2; }
   packages+=("g++-${triplets[$architecture]}")
 done
 tools/install.sh "${packages[@]}" || exit 1
@@ -23,31 +23,31 @@ logs=build-cross/logs
 mkdir -p $logs
 unit_out=() service_out=()
 
-# What the emulator cannot do, one test and its reason per line.
+# Tests that fail under the emulator, one per line with the reason.
 emulator_limits() {
   cat <<'END'
-unit UdpSocket3.JoinsAndLeavesAGroup qemu-user knows no IP_MULTICAST_IF
-unit UdpSocket3.SetsTheOptionsOfIp qemu-user knows no IP_MULTICAST_IF
+unit UdpSocket3.JoinsAndLeavesAGroup qemu-user has no IP_MULTICAST_IF
+unit UdpSocket3.SetsTheOptionsOfIp qemu-user has no IP_MULTICAST_IF
 unit InetAddress2.LooksNothingUpWhereThereIsNoMemory the emulator itself gets the memory limit
-service test_each_function the library that lets calls fail is for this machine, not for the emulated one
+service test_each_function the library that makes calls fail runs on this machine only, not on the emulated one
 service test_serves_where_recvmmsg_is_refused the same library
-service test_restarts_a_child_without_memory_though_no_one_reads_its_last_words the emulator needs more address space than that limit leaves
+service test_restarts_a_child_without_memory_though_no_one_reads_its_last_words the emulator needs more address space than the limit allows
 service test_holds_its_longest_backlog_under_the_start_scripts_limit the same limit
 service test_missing_and_full_descriptors_are_told the shell that starts the emulator needs more descriptors
 service test_after_many_calls_that_take_long emulated, they take longer than the tool waits
 END
 }
 
-# This machine's kernel runs i386 code itself, which shows more than an emulator.
+# This machine's kernel runs i386 code natively, so more tests can run.
 native_limits() {
   cat <<'END'
-service test_each_function the library that lets calls fail is for 64-bit programs
+service test_each_function the library that makes calls fail is for 64-bit programs
 service test_serves_where_recvmmsg_is_refused the same library
 service test_missing_and_full_descriptors_are_told the shell that starts the program needs more descriptors
 END
 }
 
-leave_out() {  # reads limits
+leave_out() {  # limits on standard input
   local kind name reason
   unit_out=() service_out=()
   while read -r kind name reason; do
@@ -56,12 +56,11 @@ leave_out() {  # reads limits
   done
 }
 
-# Sets runner: the words before a program of the architecture that make it run here.
+# Sets runner: the command prefix that runs a program of the architecture here.
 choose_runner() {
   local sysroot=/usr/${triplets[$1]}
   local loader=$sysroot/lib/ld-linux.so.2
-  # Named as a path, too: the loader also looks into this machine's cache, where 32-bit libraries of another
-  # version may be.
+  # Sets the library path too: otherwise the loader may find other 32-bit libraries in this machine's cache.
   runner=("qemu-$1-static" -L "$sysroot" -E "LD_LIBRARY_PATH=$sysroot/lib")
   case $1 in
     armhf) runner[0]=qemu-arm-static ;;
@@ -71,7 +70,7 @@ choose_runner() {
   esac
   case ${runner[0]} in
     qemu-mips-static | qemu-s390x-static) leave_out "$1" < <(emulator_limits
-      echo "unit LogCall.* this machine's locale files have the other byte order: no UTF-8 to check by") ;;
+      echo "unit LogCall.* this machine's locale files have the other byte order") ;;
     qemu-*) leave_out "$1" < <(emulator_limits) ;;
     *) leave_out "$1" < <(native_limits) ;;
   esac
@@ -88,7 +87,7 @@ unit() {
   timeout 600 "${runner[@]}" "build-cross/$1/tests/unit_tests" --gtest_brief=1 --gtest_filter="-$filter"
 }
 
-# The tests start a program by its name alone, so the emulator's part of the command goes into a script.
+# The tests start each program by its path, so a script of that name starts the emulator.
 wrap() {
   local program wrapper
   rm -rf "${stage:?}"/*
@@ -103,7 +102,7 @@ wrap() {
 
 service() { wrap "$1" && tools/service.sh "$stage/wrapped" "${service_out[@]}"; }
 
-# Runs a step of an architecture quietly and sets outcome to a count of tests, "ok" or "FAILED".
+# Runs one step for an architecture and sets outcome to the number of tests, "ok" or "FAILED".
 step() {
   local log=$logs/$2-$1.log
   if "$1" "$2" >"$log" 2>&1; then

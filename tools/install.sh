@@ -1,6 +1,6 @@
 #!/bin/sh
-# Makes sure that Debian packages are there: tools/install.sh PACKAGE...
-# Installs what is missing when run as root, else says what to install and fails.
+# Ensures that Debian packages are installed: tools/install.sh PACKAGE...
+# As root it installs the missing ones, otherwise it names them and fails.
 set -eu
 
 missing=
@@ -10,7 +10,7 @@ done
 [ -n "$missing" ] || exit 0
 
 if ! command -v apt-get >/dev/null; then
-  echo "This needs Debian's packages (or your system's equivalents):$missing" >&2
+  echo "Please install these Debian packages or your system's equivalents:$missing" >&2
   exit 1
 fi
 if [ "$(id -u)" -ne 0 ]; then

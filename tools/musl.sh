@@ -1,12 +1,12 @@
 #!/bin/sh
-# Builds Debian's source of musl for size, as builders of images do (the package is built for speed), into
-# FOLDER, an absolute path: tools/musl.sh FOLDER. Then: cmake --preset musl -B build-small -DVELK_MUSL=FOLDER.
+# Builds Debian's musl source for size (the package is built for speed) and installs it in FOLDER, an absolute path:
+# tools/musl.sh FOLDER. Then: cmake --preset musl -B build-small -DVELK_MUSL=FOLDER.
 set -eu
 folder=$1
 [ ! -e "$folder/lib/libc.a" ] || exit 0
 "$(dirname "$0")/install.sh" gcc make dpkg-dev ca-certificates
 
-# Lists of sources that only this run sees.
+# Private package lists: the machine's apt configuration may have no deb-src.
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Makes man/velk-protocol.7 from docs/protocol.md, which is the text to edit, and puts examples/wire.sh into both.
-# "tools/protocol.sh check" changes nothing, and fails where they differ. Needs mandoc and lowdown, which is 1.0 in
-# Debian 12; another version may write other macros.
+# Generates man/velk-protocol.7 from docs/protocol.md and copies examples/wire.sh into both. Edit docs/protocol.md
+# only. "tools/protocol.sh check" changes nothing and fails if they differ. Needs mandoc and lowdown 1.0 (Debian 12);
+# other versions may write other macros.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -9,7 +9,7 @@ text=docs/protocol.md page=man/velk-protocol.7
 made=$(mktemp -d)
 trap 'rm -rf "$made"' EXIT
 
-# The listing after the comment that names the example.
+# Replaces the listing after the comment that names the example.
 awk -v example=examples/wire.sh '
   $0 == "<!-- " example " -->" { fences = 2 }
   fences == 1 && !/^```/ { next }
@@ -17,8 +17,8 @@ awk -v example=examples/wire.sh '
   /^```/ && fences && --fences == 1 { while ((getline line <example) > 0) print line }
 ' "$text" >"$made/text"
 
-# A manual page begins with its name. Then lowdown's output is made one for terminals: headings in capitals, literals
-# bold and with the quotes and dashes that a shell takes, tables as wide as the page.
+# Adds the NAME section, then adapts lowdown's output to terminals: headings in capitals, literals in bold with plain
+# quotes and dashes, so that they can be pasted into a shell, and tables as wide as the page.
 date=$(sed -n 's/^<!-- Date: \(.*\) -->$/\1/p' "$text")
 sed '1s/.*/# Name\n\nvelk-protocol - calls to the log service over UDP\n\n# Description/; s/^##/#/' "$made/text" |
   lowdown -s -t man --nroff-nolinks --out-no-smarty --parse-no-super \
@@ -41,7 +41,7 @@ sed '1s/.*/# Name\n\nvelk-protocol - calls to the log service over UDP\n\n# Desc
       line = ""
       while (match($0, /\\fC([^\\]|\\[^f])*\\fR/)) {
         word = literal(substr($0, RSTART + 3, RLENGTH - 6))
-        gsub(/ /, " \\%", word)  # no hyphen within
+        gsub(/ /, " \\%", word)  # never hyphenate
         line = line substr($0, 1, RSTART - 1) "\\fB\\%" word "\\fR"
         $0 = substr($0, RSTART + RLENGTH)
       }
@@ -51,7 +51,7 @@ mandoc -T lint -W warning "$made/page.7"
 
 if [ "${1:-}" = check ]; then
   if ! diff -u "$text" "$made/text" || ! diff -u "$page" "$made/page.7"; then
-    echo "The wire protocol's texts differ: run tools/protocol.sh"
+    echo "protocol.sh: $text and $page differ from what it generates: run tools/protocol.sh"
     exit 1
   fi
 else

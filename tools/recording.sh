@@ -1,6 +1,6 @@
 #!/bin/sh
-# Records the first five minutes, which tools/transcript.sh plays, with pauses to read in. Writes
-# docs/first-five-minutes.svg and, from the same run, docs/first-five-minutes.txt.
+# Records tools/transcript.sh with pauses for the reader. Writes docs/first-five-minutes.svg and, from the same run,
+# docs/first-five-minutes.txt.
 set -eu
 cd "$(dirname "$0")/.."
 if [ "${1:-}" = play ]; then
@@ -9,7 +9,7 @@ if [ "${1:-}" = play ]; then
 fi
 tools/install.sh termtosvg
 tools/transcript.sh build
-# It takes the end of its standard input for the end of the recording.
+# termtosvg stops recording at the end of its standard input, so keep a fifo open there.
 input=$(mktemp -u)
 mkfifo "$input"
 termtosvg docs/first-five-minutes.svg -g 112x32 -D 5000 -t window_frame -c "tools/recording.sh play" <>"$input"

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Tests the running service without some of its tests, each file in a run of its own (emulated, all together would
-# take longer than one run may): tools/service.sh FOLDER [TEST...]. The folder has what a build folder has.
+# Runs the service tests except those named: tools/service.sh FOLDER [TEST...]. FOLDER is laid out like a build folder.
+# Each file is a separate run: under an emulator, all tests together exceed the time limit of one run.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 folder=$1

@@ -1,26 +1,26 @@
 #!/bin/bash
-# Builds the executables that need no shared library, tests the service in each form, and prints what every form
-# takes on disk and in memory. Writes into build*/ only.
+# Builds the statically linked executables, tests the service in each form, and prints their size on disk and in
+# memory. Writes to build*/ only.
 # shellcheck disable=SC2317  # step() runs the functions
 set -u
 cd "$(dirname "$0")/.." || exit 1
 tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 || exit 1
 
-# What the tests do to the service in ways that do not reach every form: form, test, reason.
+# Tests that cannot run with a form: form, test, reason.
 limits() {
   local starved=test_restarts_a_child_without_memory_though_no_one_reads_its_last_words
   cat <<END
-static test_each_function calls are made to fail by a library that a static program does not load
+static test_each_function a static program does not load the library that makes calls fail
 static test_serves_where_recvmmsg_is_refused the same library
-static $starved maps less than its limit leaves
-small test_each_function calls are made to fail by a library that a static program does not load
+static $starved it needs less address space than the limit
+small test_each_function a static program does not load the library that makes calls fail
 small test_serves_where_recvmmsg_is_refused the same library
-small $starved maps less than its limit leaves
+small $starved it needs less address space than the limit
 small test_switches_forwarding_whatever_it_was_before musl waits for name servers longer than the tool for the service
 END
 }
 
-# Resident and proportional memory of supervisor and child together in KiB, after the first line.
+# RSS and PSS of supervisor and child together in KiB, after a peer has joined.
 memory() {
   # shellcheck disable=SC2016  # for the inner shell
   unshare --net sh -eu -c '
@@ -37,7 +37,7 @@ build() {  # NAME PRESET [OPTION...]
   cmake --preset "$2" -B "build-$1" -DVELK_WERROR="${CI:-OFF}" "${@:3}" && cmake --build "build-$1"
 }
 
-# The helpers of the tests are of this machine's ordinary build, the service and its tool of the form.
+# Tests one form of syslog and syslogctl, with the test helpers of the ordinary build.
 service() {
   rm -rf "build-$1/stage"
   mkdir -p "build-$1/stage/tests" "build-$1/stage/examples"
@@ -84,5 +84,5 @@ row glibc build-static
 row musl build-musl
 row "musl, small" build-small
 [ "$(stat -c %s build-small/syslog)" -le $((100 * 1024)) ] ||
-  { echo "build-small/syslog has more than 100 KiB"; failed=1; }
+  { echo "build-small/syslog is larger than 100 KiB"; failed=1; }
 exit $failed

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Plays a newcomer's first five minutes and prints what the screen shows; tools/recording.sh keeps it.
-# All of it is a real run, in namespaces of its own. PAUSE: seconds to read what a command has shown.
+# Plays a newcomer's first five minutes and prints what the screen shows; tools/recording.sh records it.
+# A real run, in its own namespaces. PAUSE: seconds to wait after each command's output.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -13,7 +13,7 @@ if [ "${1:-}" != inside ]; then
   exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
 fi
 
-# The tree moves out of the way of an empty /tmp.
+# The tree may be under /tmp, which is hidden next.
 mount --bind "$PWD" /mnt
 cd /mnt
 mount -t tmpfs tmpfs /tmp
@@ -23,7 +23,7 @@ ip link set lo up
 
 shown=0
 quiet=none
-# What the service has printed since the last time, after a bar: it runs in a terminal of its own.
+# Prints what the service has printed since the last call, after a bar.
 console() {
   sleep 0.3
   tail -n "+$((shown + 1))" /tmp/console | grep -v "$quiet" | sed 's/^/                                | /' || true
@@ -39,7 +39,7 @@ run() {
   bash -c "$1" 2>&1 || echo "(exit status $?)"
   console
 }
-# Like run, for what goes on while other commands run; its output comes with finish.
+# Like run, but in the background; finish prints its output.
 start() {
   printf '$ %s &\n' "$1"
   bash -c "exec $1" >/tmp/background 2>&1 &
@@ -56,7 +56,7 @@ echo "service, in a terminal of its own."
 
 remark "The service. It needs no configuration; in a device's image it gets one."
 printf '$ build/syslog\n'
-set -m  # otherwise it would ignore Ctrl-C
+set -m  # otherwise a background job ignores Ctrl-C
 build/syslog >/tmp/console 2>&1 &
 service=$!
 set +m
