@@ -30,7 +30,7 @@ static int read_input(velk* log) {
 }
 
 int main(void) {
-  /* No line waits in velk_log(), so that the loop goes on; where 2,048 are held already, it fails. */
+  /* velk_log() must not block the loop: it fails if 2,048 lines are held. */
   velk* log = velk_open("127.0.0.1", "mosk", VELK_NOWAIT);
   if (log == NULL) {
     perror("velk_open");

@@ -5,7 +5,7 @@
 #include "common/LogPrinter.h"
 
 int main(int argc, char** argv) {
-  static Velk::GDQUdpClient client;  // stays: the printer does not let go of it
+  static Velk::GDQUdpClient client;  // static: the printer keeps a pointer to it
   if (!client.Open("127.0.0.1", "mosk")) {
     perror("cannot reach the log service");
     return 1;

@@ -1,15 +1,15 @@
 #!/bin/sh
-# Run when the network is up: forwards the log to the collector from now on, and sends it once what was logged before.
+# Run this when the network is up. It forwards the log to the collector and sends, once, the lines logged before.
 #
 #   network-up.sh COLLECTOR
 #
-# For example by /etc/network/if-up.d (ifupdown), the "bound" case of udhcpc's script, /etc/hotplug.d/iface (OpenWrt) or
-# a dispatcher of NetworkManager or systemd-networkd. It may run at every change of the network.
+# Call it from /etc/network/if-up.d (ifupdown), the "bound" case of udhcpc's script, /etc/hotplug.d/iface (OpenWrt) or a
+# dispatcher of NetworkManager or systemd-networkd. It may run at every change of the network.
 set -eu
 collector=$1
 marker=${MARKER:-/run/syslog-boot-lines-sent}  # in memory, so that a reboot removes it
 
-# Says whether the service forwards to the collector. Only its log says whether it found it.
+# Whether the service forwards to the collector. Only its log says whether it could resolve the name.
 forwards() {
   syslogctl remote on "$collector" || return 1
   lines=$(syslogctl dump) || return 1
@@ -17,7 +17,7 @@ forwards() {
     grep -q Using
 }
 
-# The name service may take longer than the network.
+# Name resolution may start to work later than the network.
 tries=10
 until forwards; do
   tries=$((tries - 1))
@@ -27,8 +27,8 @@ done
 
 [ ! -e "$marker" ] || exit 0
 
-# Up to the service's last word that it uses a server nothing was forwarded, unless the configuration names an address:
-# the last of these lines then arrive twice. All lines after it were.
+# The lines before the service began to forward. If the configuration names an address, forwarding began earlier, and
+# the last of these lines arrive twice.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }
@@ -44,6 +44,6 @@ if logger --help 2>&1 | grep -q -- --server; then
     { print "<" priority ">" $0 }' |
     logger --server "$collector" --udp --port 514 --rfc3164 --tag boot --prio-prefix
 else
-  unsent | syslogctl -q log -t boot  # BusyBox: its logger knows no server, but the service does
+  unsent | syslogctl -q log -t boot  # BusyBox's logger cannot send to a server, so log the lines again
 fi
 : >"$marker"

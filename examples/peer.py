@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes one line into the log service's log and waits until it is there: python3 peer.py TEXT [PASSWORD]
+"""Logs one line and waits until the service confirms it: python3 peer.py TEXT [PASSWORD]
 
-All that a peer has to do; the protocol is described in docs/protocol.md.
+This is all that a peer has to do. docs/protocol.md describes the protocol.
 """
 import contextlib
 import hashlib
@@ -15,12 +15,12 @@ SERVICE = "127.0.0.1", 11001
 
 
 def quote(text):
-    """One argument in back-quotes; a tilde goes before every tilde and back-quote within."""
+    """Quotes an argument in back-quotes, with a tilde before each tilde and back-quote in it."""
     return b"`" + text.replace(b"~", b"~~").replace(b"`", b"~`") + b"`"
 
 
 def receive(peer, is_wanted):
-    """The first such datagram within a second, or None. What others call comes, too."""
+    """Returns the first wanted datagram within a second, or None. Skips calls relayed from other peers."""
     end = time.monotonic() + 1
     while time.monotonic() < end:
         with contextlib.suppress(TimeoutError, ConnectionRefusedError):  # refused: the service may be starting
@@ -32,7 +32,7 @@ def receive(peer, is_wanted):
 
 def main(text, password="mosk"):
     peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    for port in range(11101, 11133):  # the service keeps a record of each port for ever, so take one of few
+    for port in range(11101, 11133):  # the service keeps a record of every port it has seen, so use few
         with contextlib.suppress(OSError):  # taken
             peer.bind(("", port))
             break
@@ -40,7 +40,7 @@ def main(text, password="mosk"):
     peer.settimeout(1)
     client = secrets.token_hex(8).encode()
     call = b"WithAck %s 1 LogMsg 2 net %s" % (client, quote(os.fsencode(text) + b"\n"))
-    for _ in range(4):  # any datagram may be lost; with one client and number the line is logged once all the same
+    for _ in range(4):  # any datagram may be lost; the same client and number are logged only once
         peer.send(b"CONN")
         nonce = receive(peer, lambda datagram: len(datagram) == 16)
         if nonce is None:
@@ -49,7 +49,7 @@ def main(text, password="mosk"):
         peer.send(cookie + call)
         answer = receive(peer, lambda datagram: datagram.startswith(cookie + b"Ack " + client))
         if answer is not None:
-            peer.send(b"CONN")  # leaves the service, which relays nothing to us any more
+            peer.send(b"CONN")  # leaves, so that the service stops relaying calls to us
             _last, _asked, refused = answer.split()[-3:]
             return "the service refused the line" if int(refused) else 0
     return "no answer: is the service running, and is the password right?"

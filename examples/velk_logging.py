@@ -1,5 +1,5 @@
-# Python's logging with receipts: each record is held until the service has it. python3 velk_logging.py "link down"
-"""A program puts this file beside itself and says
+# A handler for Python's logging that holds each record until it is acknowledged: python3 velk_logging.py "link down"
+"""Copy this file next to your program, then:
 
     handler = velk_logging.VelkHandler()
     logging.getLogger().addHandler(handler)
@@ -7,7 +7,7 @@
     for text in handler.flush(5):
         print("not confirmed:", text)
 
-The name of the logger becomes the module. The protocol is described in docs/protocol.md.
+The logger's name becomes the module. docs/protocol.md describes the protocol.
 """
 import collections
 import contextlib
@@ -25,10 +25,10 @@ import weakref
 
 CALL_MOST = 1434  # bytes of a call in a datagram
 HEAD_MOST = len("WithAck ") + 16 + 1 + 18 + 1
-ON_THE_WAY = 64  # calls at most: more than a receive buffer holds are lost
-AFTER_LOSS = 4  # at least; more with each answer
-PAUSE, PAUSE_MOST = 0.25, 4  # seconds without an answer
-PORTS = range(11101, 11133)  # the service keeps a record of each port for ever, so take one of few
+ON_THE_WAY = 64  # window in calls: more could overflow the service's receive buffer
+AFTER_LOSS = 4  # window after a loss; each ack adds to it
+PAUSE, PAUSE_MOST = 0.25, 4  # seconds to wait for an ack: at first, at most
+PORTS = range(11101, 11133)  # the service keeps a record of every port it has seen, so use few
 
 
 def escape(text):
@@ -36,7 +36,7 @@ def escape(text):
 
 
 def calls(kind, module, text):
-    """Yields (call, text): a line feed begins another line, and so does what is too long for a datagram."""
+    """Yields (call, text) for each line of the text. A line too long for a datagram becomes several calls."""
     head = b"LogMsg %d `%s` " % (kind, escape(module.encode("utf-8", "backslashreplace")))
     room = CALL_MOST - HEAD_MOST - len(head) - len("`\n`")
     if room < 100:
@@ -53,10 +53,10 @@ def calls(kind, module, text):
 
 
 class VelkHandler(logging.Handler):
-    """Any thread may log, and none waits for the service: where no more can be held, handleError() is called.
+    """Any thread may log and none blocks: if too many records are held, handleError() is called.
 
-    Its own thread sends, and joins the service again when that has restarted. A forked child begins with nothing held.
-    host: an IPv4 address, as a name would be looked up again and again. most: how many lines are held.
+    A thread of the handler sends, and joins again after the service restarts. A forked child starts with nothing held.
+    host: an IPv4 address; a name would be resolved at each join. most: the number of lines held.
     """
 
     def __init__(self, host="127.0.0.1", port=11001, password="mosk", most=2048):
@@ -83,14 +83,14 @@ class VelkHandler(logging.Handler):
             self.handleError(record)
 
     def flush(self, timeout=5):
-        """Waits until all that was logged is confirmed, at most so many seconds. Returns the texts that are not."""
+        """Waits up to timeout seconds until all records are confirmed. Returns the texts that are not."""
         with self._changed:
             target = self._confirmed + len(self._held)
             self._changed.wait_for(lambda: self._confirmed >= target, timeout)
             return [text for _, text in self._held][:target - self._confirmed]
 
     def close(self, timeout=1):
-        """Gives up what is not confirmed in time: says so, and returns the texts."""
+        """Drops records that are not confirmed within the timeout: reports them and returns their texts."""
         lost = self.flush(timeout)
         with self._changed:
             first, self._ending = not self._ending, True
@@ -106,8 +106,8 @@ class VelkHandler(logging.Handler):
         return lost
 
     def _start(self):
-        self._changed = threading.Condition()  # guards what is below
-        self._held = collections.deque()  # (call, text) without an answer, the oldest first
+        self._changed = threading.Condition()  # guards the members below
+        self._held = collections.deque()  # unacknowledged (call, text), oldest first
         self._confirmed = 0
         self._ending = False
         self._socket = self._cookie = None
@@ -119,7 +119,7 @@ class VelkHandler(logging.Handler):
         self._thread.start()
 
     def _wake(self):
-        with contextlib.suppress(OSError):  # full: it will wake
+        with contextlib.suppress(OSError):  # buffer full: the thread will wake anyway
             self._waker.send(b"\0")
 
     def _wait(self, silences):
@@ -127,12 +127,12 @@ class VelkHandler(logging.Handler):
         self._due = time.monotonic() + min(PAUSE * 2 ** min(silences, 10), PAUSE_MOST)
 
     def _rename(self):
-        """The service does not know the client's name, or does not any more."""
+        """Takes a new client name, which the service does not know yet."""
         self._client = secrets.token_hex(8).encode()
         self._known = False
-        self._first = 1  # the number of the oldest call that is held
-        self._sent = 0  # how many of those held are on their way
-        self._gap = 0  # the number at which the service last missed one
+        self._first = 1  # number of the oldest held call
+        self._sent = 0  # number of held calls that were sent
+        self._gap = 0  # number that the service last missed
         self._window = ON_THE_WAY
 
     def _run(self):
@@ -152,13 +152,13 @@ class VelkHandler(logging.Handler):
                     self._silence()
 
     def _transmit(self, datagram):
-        with contextlib.suppress(OSError):  # lost like any datagram
+        with contextlib.suppress(OSError):  # like a lost datagram
             self._socket.send(datagram)
 
     def _send(self):
         if self._held and self._socket is None:
             self._join()
-        # The first call under a name goes alone: an answer with 0 means later that the service has forgotten the name.
+        # The first call under a name is sent alone. Later an ack of 0 means that the service has forgotten the name.
         most = min(len(self._held), self._window if self._known else 1)
         while self._cookie and self._sent < most:
             head = b"WithAck %s %d " % (self._client, self._first + self._sent)
@@ -170,25 +170,25 @@ class VelkHandler(logging.Handler):
         if self._silences == 1 and self._cookie:
             self._sent, self._window = 0, AFTER_LOSS
         else:
-            self._join()  # it may have restarted
+            self._join()  # the service may have restarted
 
     def _join(self):
-        """From a new socket, so that no late nonce is taken for this one's."""
+        """Joins from a new socket, so that a late nonce for the old one is not used."""
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another each time: the service may not tell two ports apart
+        for port in PORTS[self._silences % 8:]:  # another each time: the service may mix up two ports
             with contextlib.suppress(OSError):  # taken
                 self._socket.bind(("", port))
                 break
-        with contextlib.suppress(OSError):  # no such name, no network: tried again
+        with contextlib.suppress(OSError):  # no such host, no network: retried later
             self._socket.connect(self._service)
         self._transmit(b"CONN")
 
     def _leave(self):
         if self._socket is not None:
             if self._cookie:
-                self._transmit(b"CONN")  # the service relays nothing to us any more
+                self._transmit(b"CONN")  # the service stops relaying calls to us
             self._socket.close()
         self._socket = self._cookie = None
 
@@ -209,7 +209,7 @@ class VelkHandler(logging.Handler):
                 self._answer(int(answer[1]), int(answer[2]))
 
     def _answer(self, last, asked):
-        """All up to `last` were logged; a greater `asked` says that one between was lost."""
+        """Handles an ack: all calls up to `last` are logged. A greater `asked` means that one in between was lost."""
         if last == 0 and self._known:
             self._rename()
             return

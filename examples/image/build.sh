@@ -1,10 +1,10 @@
 #!/bin/sh
-# A device's whole file system, as small as it gets: BusyBox, the static service and tool, four text files.
+# Builds a small file system for a device: BusyBox, the static service and tool, and four text files.
 #
 #   examples/image/build.sh [FOLDER]
 #
-# Leaves FOLDER/image.cpio.gz, an initramfs, and FOLDER/vmlinuz, Debian's kernel for virtual machines; FOLDER is
-# build/image by default. BusyBox and kernel are unpacked from Debian's packages; nothing is installed.
+# Writes FOLDER/image.cpio.gz, an initramfs, and FOLDER/vmlinuz, Debian's kernel for virtual machines. FOLDER is
+# build/image by default. Unpacks BusyBox and the kernel from Debian's packages without installing them.
 set -eu
 cd "$(dirname "$0")/../.."
 folder=${1:-build/image}

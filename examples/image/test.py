@@ -1,6 +1,6 @@
-"""Boots an image and watches its serial line and what it sends to the syslog server: test.py FOLDER, in a namespace.
+"""Boots an image, watches its serial line and receives its syslog datagrams: test.py FOLDER, in a namespace.
 
-Everything is emulated, which any machine can; ACCEL=kvm in the environment is faster where that works.
+The processor is emulated, which works on any machine. ACCEL=kvm in the environment is faster where there is KVM.
 """
 import os
 import re
@@ -10,13 +10,13 @@ import sys
 import threading
 import time
 
-LIMIT = 150  # seconds for everything, without KVM on a busy machine
+LIMIT = 150  # seconds for the whole test, enough without KVM on a busy machine
 BEGIN = time.monotonic()
 FOLDER = sys.argv[1]
 
 
 class Heard(threading.Thread):
-    """All that has come until now, bytes of a stream, or datagrams joined."""
+    """Everything received so far, from a stream or as datagrams joined together."""
 
     def __init__(self, read):
         super().__init__(daemon=True)
@@ -38,7 +38,7 @@ class Heard(threading.Thread):
 
 collector = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 collector.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 20)
-collector.bind(("127.0.0.1", 514))  # the machine's own address 10.0.2.2, as QEMU's network has it
+collector.bind(("127.0.0.1", 514))  # inside QEMU this is 10.0.2.2
 lines = Heard(collector.recv)
 machine = subprocess.Popen(
     ["qemu-system-x86_64", "-accel", os.environ.get("ACCEL", "tcg"), "-m", "128", "-no-reboot",
@@ -49,7 +49,7 @@ machine = subprocess.Popen(
 try:
     screen = Heard(machine.stdout.read1)
     screen.wait_for(rb"/ # ")
-    lines.wait_for(rb"^<134>boot\.Info: \[[\d:.]+\] kernel\.\w+: Linux version .*")  # of long before the network
+    lines.wait_for(rb"^<134>boot\.Info: \[[\d:.]+\] kernel\.\w+: Linux version .*")  # from before the network was up
     machine.stdin.write(b"logger -t greeting -p user.warning hello from inside $((6 * 7))\n")
     machine.stdin.flush()
     lines.wait_for(rb"^<132>greeting\.Warning: hello from inside 42$")

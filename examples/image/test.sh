@@ -1,6 +1,6 @@
 #!/bin/sh
-# Boots the image in QEMU, logs from logger(1) inside, and reads the line at a collector outside. Needs no network: all
-# happens in a namespace of its own, where the syslog port is free.
+# Boots the image in QEMU, logs with logger(1) inside and receives the line outside. Needs no network: it runs in its
+# own namespace, where the syslog port is free.
 set -eu
 cd "$(dirname "$0")/../.."
 tools/install.sh qemu-system-x86 python3 iproute2
