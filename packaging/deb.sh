@@ -1,5 +1,5 @@
 #!/bin/sh
-# Makes Debian's package for this machine, in build-deb/: packaging/deb.sh [OPTION-OF-CPACK...]
+# Builds Debian's package for this machine in build-deb/: packaging/deb.sh [CPACK-OPTION...]
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh g++ cmake ninja-build dpkg-dev

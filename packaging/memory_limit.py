@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Shows that a memory limit turns a flood of forged connects into a restart: memory_limit.py SYSLOG [MIB]
 
-Every forged address costs the child a small record. Under a limit, of a control group (as systemd's unit sets it) and
-of the address space (as the other start scripts set it), the child ends, the next one serves, and peers join again.
+Every forged address costs the child a small record. At the limit, of a control group (systemd's unit) or of the
+address space (the other start scripts), the child ends, the next one serves, and peers join again.
 """
 import contextlib
 import os
@@ -22,7 +22,7 @@ LONGEST = 60.0  # seconds of flood
 
 
 def connect_from(address, port, to_port):
-    """An IPv4 packet; the kernel fills in lengths and checksums but UDP's, which may be 0."""
+    """Makes an IPv4 packet. The kernel fills in its length and IP checksum; the UDP checksum may be 0."""
     payload = b"CONN"
     udp = struct.pack(">4H", port, to_port, 8 + len(payload), 0)
     ip = struct.pack(">BBHHHBBHII", 0x45, 0, 0, 0, 0, 64, socket.IPPROTO_UDP, 0, address, 0x7F000001)
@@ -31,7 +31,7 @@ def connect_from(address, port, to_port):
 
 @contextlib.contextmanager
 def control_group(limit):
-    """Yields a function for the child process to join a group of that limit, or None where there is none."""
+    """Yields a function that joins a group with this limit, for the child process; None without control groups."""
     version2 = os.path.exists("/sys/fs/cgroup/cgroup.controllers")
     group = f"/sys/fs/cgroup/{'' if version2 else 'memory/'}velk-test-{os.getpid()}-{random.randrange(1 << 30)}"
     settings = ({"memory.max": limit, "memory.swap.max": 0} if version2
@@ -60,7 +60,7 @@ def control_group(limit):
 
 
 def flood(harness, service):
-    """Forges connects until the child is another one. Returns how many it took."""
+    """Forges connects until the child ends. Returns their number."""
     raw = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_RAW)
     first = service.child()
     count = 0
@@ -85,7 +85,7 @@ def survive(harness, kind, prepare):
     reader, writer = os.pipe()
     exits = []
 
-    def read_console():  # into no file: that would count, too
+    def read_console():  # not a file: /tmp's memory would count too
         with os.fdopen(reader, encoding="latin-1") as console:
             exits.extend(line.strip() for line in console if "Child exited" in line)
     console = threading.Thread(target=read_console)
@@ -130,7 +130,7 @@ def main():
         print(f"left out: the memory limit: {reason}")
         return
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
-    import harness  # it looks at the service, which is in its place only now
+    import harness  # only now: it needs the service in its place
     survive(harness, "address space", lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
     with control_group(limit) as join:
         if join is None:

@@ -1,11 +1,11 @@
 #!/bin/bash
-# Makes Debian's package and its next version, lets lintian look at it, and tries it in a bare Debian that boots in
-# a container of its own: packaging/test-deb.sh. Needs root. Writes into build-deb/ and, while it runs, /var/tmp.
+# Builds Debian's package and a newer version, checks it with lintian, and tests it in a minimal Debian that boots in a
+# container: packaging/test-deb.sh. Needs root. Writes to build-deb/ and, while it runs, to /var/tmp.
 set -eu
 cd "$(dirname "$0")/.."
 
 if [ "$(id -u)" -ne 0 ]; then
-  echo "left out: trying Debian's package: needs root"
+  echo "left out: testing Debian's package: needs root"
   exit 0
 fi
 tools/install.sh lintian debootstrap systemd-container
@@ -31,11 +31,11 @@ elif debootstrap --variant=minbase --include=systemd-sysv,dbus,adduser,procps,py
   tar -c -C "$root" -f "$cache" .
 else
   tail -n 3 "$work/log"
-  echo "left out: trying Debian's package in a bare root: debootstrap gets none here"
+  echo "left out: testing Debian's package in a container: debootstrap fails here"
   exit 0
 fi
 
-echo "installs where nothing runs, as builders of images do"
+echo "installs in a root that is not booted, as image builders do"
 cp "$package" "$root/package.deb"
 cp "$upgrade" "$root/upgrade.deb"
 chroot "$root" dpkg -i /package.deb >/dev/null
@@ -56,6 +56,6 @@ END
 chroot "$root" systemctl --quiet enable velk-test.service
 timeout 300 systemd-nspawn --quiet --directory="$root" --private-network --register=no --keep-unit --boot \
   </dev/null >"$work/boot" 2>&1 || true
-[ -e "$root/result" ] || { cat "$work/boot"; echo "The root did not boot"; exit 1; }
+[ -e "$root/result" ] || { cat "$work/boot"; echo "test-deb.sh: the container did not boot"; exit 1; }
 cat "$root/result"
 [ "$(tail -n 1 "$root/result")" = "all well" ]

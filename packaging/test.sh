@@ -1,6 +1,6 @@
 #!/bin/bash
-# Tries what starts the service: the scripts in a root with BusyBox alone, and the recipes with make and substitutes
-# for what they include. Debian's package has a test of its own, test-deb.sh. Needs root for the former.
+# Tests the start scripts in a root with only BusyBox, which needs root, and the recipes with make and stubs for what
+# they include. test-deb.sh tests Debian's package.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh g++ cmake ninja-build busybox-static shellcheck make
@@ -16,7 +16,7 @@ names "VELK_VERSION = $version" packaging/buildroot/package/velk/velk.mk
 names SUMMARY "packaging/yocto/recipes-support/velk/velk_$version.bb"
 names "velk ($version-" packaging/debian/changelog
 names "velk_$version-1_" docs/image.md
-echo "all name version $version"
+echo "all files name version $version"
 
 cmake --preset release -B build-static -DVELK_STATIC=ON -DVELK_BUILD_TESTS=OFF >/dev/null
 cmake --build build-static >/dev/null 2>&1
@@ -24,7 +24,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 DESTDIR=$work/installed cmake --install build-static --prefix /usr >/dev/null
 
-# OpenWrt: what the script asks procd for, and what the Makefile puts into the package.
+# OpenWrt: checks the script's calls to procd and the contents of the package.
 {
   for name in open_instance set_param close_instance; do echo "procd_$name() { echo $name \"\$@\"; }"; done
   echo ". packaging/openwrt/files/velk.init; start_service"
@@ -42,9 +42,9 @@ touch "$work/openwrt/package.mk" "$work/openwrt/cmake.mk"
 make -s -C packaging/openwrt TOPDIR="$work/openwrt" INCLUDE_DIR="$work/openwrt" \
   PKG_INSTALL_DIR="$work/installed" DEST="$work/package" package
 for file in usr/sbin/syslog usr/bin/syslogctl etc/init.d/velk; do [ -x "$work/package/$file" ]; done
-echo "OpenWrt's recipe packs the files, its script asks procd for the service"
+echo "OpenWrt's recipe packs the files, its script starts the service with procd"
 
-# Buildroot: the recipe is found by way of external.mk, and puts the start script into the image.
+# Buildroot: external.mk must find the recipe, and the recipe must install unit and start script.
 cat >"$work/buildroot.mk" <<'END'
 site = test -e $$(VELK_SITE)/CMakeLists.txt
 cmake-package = image: ; $(site) && $$(VELK_INSTALL_INIT_SYSV) && $$(VELK_INSTALL_INIT_SYSTEMD)
@@ -57,7 +57,7 @@ make -s -f "$work/buildroot.mk" BR2_EXTERNAL_VELK_PATH="$PWD/packaging/buildroot
 echo "Buildroot's recipe puts unit and script into the image"
 
 if [ "$(id -u)" -ne 0 ]; then
-  echo "left out: the start scripts in a root of their own: needs root"
+  echo "left out: the start scripts in a BusyBox root: needs root"
   exit 0
 fi
 root=$work/root
@@ -75,7 +75,7 @@ for device in 'null 1 3' 'console 5 1' 'kmsg 1 11'; do
 done
 cp packaging/busybox/check.sh "$root/check"
 
-boot() {  # PROGRAM [ARGUMENT...]: the first process of a namespace
+boot() {  # PROGRAM [ARGUMENT...]: run as the first process of a namespace
   timeout -s KILL 100 unshare --mount --net --pid --fork --kill-child chroot "$root" "$@" </dev/null >/dev/null 2>&1 ||
     true
   cat "$root/result"

@@ -28,10 +28,10 @@ if [ "$1" = sysv ]; then
   echo "restarts, and stops both processes"
   old=$(pidof syslog)
   sh $script restart
-  gone "$old" || { echo "the old one lives"; exit 1; }
+  gone "$old" || { echo "the old processes still run"; exit 1; }
   until_true serves 'second line'
   sh $script stop
-  [ "$(services)" -eq 0 ] || { echo "something still runs"; exit 1; }
+  [ "$(services)" -eq 0 ] || { echo "a process still runs"; exit 1; }
   if sh $script status; then exit 1; fi
   echo "all well"
   exit
@@ -39,7 +39,7 @@ fi
 
 trap poweroff EXIT
 until_true serves 'first line'
-echo "a killed supervisor takes its child along and comes back"
+echo "a killed supervisor ends its child and is restarted"
 old=$(pidof syslog)
 kill "$(supervisor)"
 until_true gone "$old"

@@ -1,4 +1,4 @@
-# Before the package is made: Debian wants compressed manual pages, a changelog and the licence at their places.
+# Runs before packaging: Debian requires compressed manual pages, a changelog and the licence.
 set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr)
 set(doc ${root}/share/doc/velk)
 set(source ${CMAKE_CURRENT_LIST_DIR}/../..)

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Runs in the booted root of test-deb.sh, into which the package was installed before it booted.
+# Runs in the container that test-deb.sh boots with the package installed.
 set -eu
 
-# Runs the command again and again until it succeeds.
+# Repeats the command until it succeeds.
 until_true() {
   tries=0
   until "$@" >/dev/null 2>&1; do
@@ -19,11 +19,11 @@ another_child() { [ -n "$(child "$1")" ] && [ "$(child "$1")" != "$2" ]; }
 another_supervisor() { [ "$(main_pid)" != 0 ] && [ "$(main_pid)" != "$1" ]; }
 logs() { syslogctl log -t test "$1" && until_true sh -c "journalctl -u velk | grep -q 'test.Info: $1'"; }
 
-echo "the unit is well-formed, and shut in"
+echo "the unit is valid and sandboxed"
 systemd-analyze verify --man=no velk.service
 systemd-analyze security --no-pager --threshold=20 velk.service | tail -n 1
 
-echo "serves from boot on, not as root"
+echo "serves after boot, not as root"
 until_true systemctl is-active velk.service
 logs 'first line'
 pid=$(main_pid)
@@ -33,7 +33,7 @@ echo "forwards from port 514"
 python3 - <<'END'
 import socket, subprocess
 collector = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-collector.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # else the service could not share the port
+collector.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # otherwise the service cannot share the port
 collector.bind(("127.0.0.2", 514))
 collector.settimeout(10)
 subprocess.run(["syslogctl", "remote", "on", "127.0.0.2"], check=True)
@@ -49,7 +49,7 @@ echo "writes the file that every program may read"
 syslogctl dump | grep -q 'test.Info: first line'
 [ "$(stat -c '%U %a' /tmp/synclog)" = 'velk 644' ]
 
-echo "comes back: child, then supervisor"
+echo "is restarted: child, then supervisor"
 first=$(child "$pid")
 kill -KILL "$first"
 until_true another_child "$pid" "$first"

@@ -4,8 +4,8 @@
 #
 ################################################################################
 
-# Not tried in Buildroot, which Debian has no package of: packaging/test.sh reads it with make and stand-ins for
-# Buildroot's own, and runs the start script with BusyBox.
+# Not tested in Buildroot, which Debian does not package. packaging/test.sh runs this with make and stubs for
+# Buildroot's macros, and the start script with BusyBox.
 VELK_VERSION = 1.0.0
 VELK_SITE = $(BR2_EXTERNAL_VELK_PATH)/../..
 VELK_SITE_METHOD = local
@@ -23,7 +23,7 @@ define VELK_INSTALL_INIT_SYSV
 	$(INSTALL) -D -m 0755 $(@D)/packaging/sysv/velk $(TARGET_DIR)/etc/init.d/S01velk
 endef
 
-# The unit is among what CMake installs.
+# CMake installs the unit.
 define VELK_INSTALL_INIT_SYSTEMD
 	$(INSTALL) -d $(TARGET_DIR)/etc/systemd/system/multi-user.target.wants
 	ln -sf /usr/lib/systemd/system/velk.service $(TARGET_DIR)/etc/systemd/system/multi-user.target.wants/

@@ -1,5 +1,5 @@
-# Add packaging/yocto to your layers. Builds from the tree that this file is in.
-# Not tried at all: Debian has neither BitBake nor the layers.
+# Add packaging/yocto to your layers. Builds the tree that contains this file.
+# Not tested: Debian has neither BitBake nor the layers.
 SUMMARY = "Log service for the programs of a device"
 DESCRIPTION = "Keeps the recent log in memory, prints it, and forwards it to a syslog server."
 LICENSE = "MIT"
@@ -24,7 +24,7 @@ do_install:append() {
     fi
 }
 
-# The library's shared form has its own package: the service does not use it.
+# The shared library has its own package, because the service does not use it.
 PACKAGES =+ "lib${PN}"
 FILES:lib${PN} = "${libdir}/libvelk.so.*"
 FILES:${PN} += "${datadir}/bash-completion ${datadir}/zsh ${datadir}/fish"
