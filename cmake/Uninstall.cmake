@@ -1,7 +1,7 @@
-# Removes the files that the latest "cmake --install" of this build folder wrote, with the DESTDIR of the
-# environment, and folders of ours that are empty then: cmake -P cmake/Uninstall.cmake in the build folder.
+# Removes the files that the latest "cmake --install" of this build folder wrote, below the environment's DESTDIR, and
+# our folders that are then empty. Run in the build folder: cmake -P cmake/Uninstall.cmake
 if(NOT EXISTS install_manifest.txt)
-  message(FATAL_ERROR "Nothing was installed from here: there is no install_manifest.txt")
+  message(FATAL_ERROR "Nothing to uninstall: this folder has no install_manifest.txt")
 endif()
 file(STRINGS install_manifest.txt files)
 foreach(file IN LISTS files)

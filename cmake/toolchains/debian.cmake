@@ -1,5 +1,5 @@
-# One of Debian's cross compilers, for the files beside this one: they set VELK_TRIPLET and VELK_QEMU, the suffix
-# of the emulator that runs the tests of what was built.
+# For Debian's cross compilers. The including file sets VELK_TRIPLET and VELK_QEMU, the suffix of the emulator that
+# runs the tests.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${VELK_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${VELK_TRIPLET}-g++)

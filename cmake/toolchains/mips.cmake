@@ -1,4 +1,4 @@
-# 32-bit MIPS, big endian: no eight-byte atomics of its own.
+# 32-bit MIPS, big endian: has no eight-byte atomics.
 set(CMAKE_SYSTEM_PROCESSOR mips)
 set(VELK_TRIPLET mips-linux-gnu)
 set(VELK_QEMU mips)
