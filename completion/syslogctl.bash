@@ -45,7 +45,7 @@ _syslogctl() {
     mapfile -t COMPREPLY < <(compgen -f -- "$word")
     return
   fi
-  # Words of the log are anything; only what looks like an option is completed there.
+  # The text of "log" is free; complete only options.
   [[ $command == log && $word != -* ]] && return
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
 }
