@@ -1,4 +1,4 @@
-"""The comparison itself, inside the namespaces that compare.sh makes. Run that."""
+"""Runs the comparison inside the namespaces that compare.sh makes. Run compare.sh."""
 import hashlib
 import json
 import os
@@ -12,14 +12,14 @@ import sys
 import tempfile
 import time
 
-COLLECTOR = "127.0.0.2"  # its port 514 stays apart from the one that the service sends from
+COLLECTOR = "127.0.0.2"  # not the address from whose port 514 the service sends
 WINDOW = 64
 WORK = os.path.abspath("build/bench")
 PEER_PORT = 40000  # load.c sends from it
 
 
 def admit_peer():
-    """Admits load.c's port at the service, has it forward to the collector, and returns the cookie in hexadecimal."""
+    """Joins from load.c's port, makes the service forward to the collector, and returns the cookie in hexadecimal."""
     peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     peer.bind(("127.0.0.1", PEER_PORT))
     peer.settimeout(0.2)
@@ -61,7 +61,7 @@ class Row:
     def run(self, folder, lines):
         process = self.start(folder)
         cookie = admit_peer() if self.mode == "call" else "-"
-        self.load(2000, cookie)  # warm: buffers, pools, files
+        self.load(2000, cookie)  # warm-up: buffers, pools, files
         before = cpu_seconds(process.pid)
         result = self.load(lines, cookie)
         result["cpu_us"] = (cpu_seconds(process.pid) - before) / lines * 1e6
@@ -90,13 +90,13 @@ class Row:
         return statistics.median(result[key] for result in self.results)
 
     def ratio(self, key, other):
-        """Of each round on its own: a shared machine is a sixth faster in one minute than in the next."""
+        """Median of the ratios within each round: a shared machine's speed changes by a sixth between rounds."""
         pairs = zip(self.results, other.results)
         return statistics.median(mine[key] / theirs[key] for mine, theirs in pairs)
 
 
 def tree(pid):
-    """The process and its descendants."""
+    """Returns the process and its descendants."""
     pids = [pid]
     for task in os.listdir(f"/proc/{pid}/task"):
         with open(f"/proc/{pid}/task/{task}/children") as children:
@@ -115,7 +115,7 @@ def cpu_seconds(pid):
 
 
 def memory(pid):
-    """Resident and proportional memory of the whole program in KiB."""
+    """Returns RSS and PSS of the whole program in KiB."""
     totals = {"Rss": 0, "Pss": 0}
     for process in tree(pid):
         with open(f"/proc/{process}/smaps_rollup") as rollup:
@@ -136,7 +136,7 @@ def stop(process):
 
 
 def version(program, *arguments):
-    """The number in what the program says of itself in its first line, such as 3.38.1 in "syslog-ng 3 (3.38.1)"."""
+    """Returns the version in the program's first line of output, such as 3.38.1 in "syslog-ng 3 (3.38.1)"."""
     run = subprocess.run([program, *arguments], capture_output=True, text=True)
     return re.search(r"\d+(\.\d+)+", (run.stdout + run.stderr).splitlines()[0]).group()
 
@@ -170,7 +170,7 @@ log {{ source(s); destination(f); destination(n); }};
             "the same, but one thread receives and hands over"),
         Row("this service", [os.path.abspath("build/syslog")], "call", "11001", "this tree"),
         Row("rsyslogd, batches", [rsyslogd, "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
-            f"rsyslog {version(rsyslogd, '-v')} as it comes, which writes lines in batches"),
+            f"rsyslog {version(rsyslogd, '-v')} with its defaults, which writes lines in batches"),
         Row("rsyslogd", [rsyslogd, "-n", "-f", rsyslog(1515, one_by_one), "-i", f"{folder}/rsyslog.pid"], "raw", "1515",
             "the same, but each line is written at once"),
         Row("syslog-ng", [syslog_ngd, "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist",
@@ -187,7 +187,7 @@ log {{ source(s); destination(f); destination(n); }};
 
 def make_private(folder):
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
-    # Memory for all files, and a /dev of our own: one of the daemons listens on /dev/log only.
+    # All files in memory, and our own /dev: one of the daemons listens on /dev/log only.
     subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
     os.mkdir(f"{folder}/dev")
     for node in ("null", "zero", "random", "urandom"):
@@ -198,7 +198,7 @@ def make_private(folder):
 def machine():
     with open("/proc/cpuinfo") as info:
         model = re.search(r"model name\s*:\s*(.*)", info.read())
-    # Only the kernel's number: what a builder appends means nothing to others.
+    # Without the suffix that distributions add to the kernel's version.
     kernel = re.match(r"[\d.]*\d", platform.release()).group()
     system = platform.freedesktop_os_release()["PRETTY_NAME"]
     name = model.group(1) if model else platform.machine()

@@ -1,9 +1,8 @@
 #!/bin/sh
-# Compares the service with a bare floor and with other log daemons doing the same work, all in one run:
+# Compares the service with a minimal floor and with other log daemons that do the same work, in one run:
 #   bench/compare.sh [ROUNDS] [LINES]
-# Needs root (a network and mount namespace of its own). Installs Debian packages, but for the two whose packages
-# conflict: they are unpacked into build/collectors. Builds musl in build-small. Writes docs/benchmarks.md and
-# docs/benchmarks.svg.
+# Needs root, for its own network and mount namespace. Installs Debian packages, except two that conflict: those are
+# unpacked into build/collectors. Builds musl in build-small. Writes docs/benchmarks.md and docs/benchmarks.svg.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox musl-tools

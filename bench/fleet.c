@@ -1,11 +1,10 @@
-/* Many devices at once: sends what their services would send to one collector, each from an address of its
- * own.
+/* Simulates many devices that send to one collector, each from its own address.
  *
  *   fleet COLLECTOR-ADDRESS DEVICES LINES-PER-SECOND LINES
  *
  * Device i has the address 127.1.(i / 250).(1 + i % 250) and sends from port 514, as the service does. Its
- * lines go round its modules net, app, power and Syslog. LINES-PER-SECOND 0: as fast as can be. Prints one
- * JSON object. */
+ * lines have the modules net, app, power and Syslog at random. LINES-PER-SECOND 0: as fast as possible.
+ * Prints one JSON object. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <netinet/in.h>

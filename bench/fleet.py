@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""How many lines of how many devices a collector takes, and how many it loses: prints the figures of docs/fleet.md.
+"""Measures how many devices' lines a collector takes and loses: prints the figures of docs/fleet.md.
 
-rates    lines per second from 10, 100 and 1,000 devices, with the kernel's usual receive buffer and a large one
-bursts   1,000 devices that have 20 lines each to say at the same moment, with several receive buffers
+rates    lines per second from 10, 100 and 1,000 devices, with the kernel's default receive buffer and a large one
+bursts   1,000 devices that each send 20 lines at the same moment, with several receive buffers
 
-Runs rsyslog and syslog-ng with the configurations of examples/collectors in namespaces of its own. bench/fleet.sh
-builds what it needs. The devices' lines come from the same machine: they take processor time from the collector.
+Runs rsyslog and syslog-ng with the configurations in examples/collectors, in its own namespaces. Start it with
+bench/fleet.sh. The simulated devices run on the same machine and take processor time from the collector.
 """
 import argparse
 import json
@@ -21,11 +21,11 @@ import collectors  # noqa: E402  (found by the line above)
 import namespace  # noqa: E402
 
 LOGS = "/tmp/devices"
-# The program's name, and how its configuration writes the receive buffer.
+# Each program, and the receive buffer as its configuration writes it.
 PROGRAMS = {"rsyslog": '"16m"', "syslog-ng": "(16777216)"}
-# What the kernel doubles to the 212,992 bytes that a socket has by itself, and what its usual limit may be raised to.
+# The kernel doubles the value: 106,496 gives the default of 212,992 bytes. The others need a higher limit.
 BUFFERS = {106496: "usual", 1 << 20: "1 MiB", 4 << 20: "4 MiB", 16 << 20: "16 MiB"}
-IDLE = 1  # seconds without any work that say that all is done
+IDLE = 1  # seconds without work after which the collector is done
 
 
 def lines_written():
@@ -39,7 +39,7 @@ def lines_written():
 
 
 def collector_sockets():
-    """The rows of the collector's sockets at port 514 in the kernel's table, each split into its columns."""
+    """Returns the rows of the collector's sockets on port 514 in the kernel's table, split into columns."""
     with open("/proc/net/udp") as table:
         rows = [line.split() for line in table]
     return [row for row in rows if row[1] == "0200007F:0202"]
@@ -51,7 +51,7 @@ def wait_until_listening():
 
 
 def kernel_drops():
-    """Datagrams that found no room in the collector's receive buffer."""
+    """Returns the number of datagrams that the kernel dropped because the receive buffer was full."""
     return sum(int(row[-1]) for row in collector_sockets())
 
 
@@ -82,14 +82,14 @@ def until_idle(pid):
 
 
 def measure(program, devices, rate, lines, buffer):
-    """One collector, started afresh, and one load."""
+    """Runs a newly started collector under one load."""
     shutil.rmtree(LOGS, ignore_errors=True)
     size = PROGRAMS[program]
     value = size[0] + str(buffer) + size[-1]
     collector = collectors.Collector(f"{program}-fleet", f"{program}-to-files", **{size: value})
     pid = collector.process.pid
     wait_until_listening()
-    fleet(devices, 1000, devices * 4)  # opens the files, which a collector that has run for a day has open
+    fleet(devices, 1000, devices * 4)  # opens the files, as a long-running collector has them open
     until_idle(pid)
     before, drops, cpu, begin = lines_written(), kernel_drops(), cpu_seconds(pid), time.monotonic()
     sent = fleet(devices, rate, lines)
@@ -136,7 +136,7 @@ def bursts():
     for program in PROGRAMS:
         for buffer, label in BUFFERS.items():
             if program == "syslog-ng" and buffer > limit:
-                continue  # unlike rsyslog run by root, it gets no more
+                continue  # rsyslog as root may exceed the limit, syslog-ng may not
             got = measure(program, 1000, 0, 20000, buffer)
             row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", share(got),
                 f"{got['rss']:.0f}")
@@ -145,7 +145,7 @@ def bursts():
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("what", choices=["rates", "bursts"])
-    parser.add_argument("--seconds", type=int, default=5, help="of each load")
+    parser.add_argument("--seconds", type=int, default=5, help="length of each load")
     args = parser.parse_args()
     status = namespace.enter()
     if status is not None:

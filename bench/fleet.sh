@@ -1,5 +1,5 @@
 #!/bin/sh
-# What a collector takes from many devices: bench/fleet.sh rates|bursts, see bench/fleet.py.
+# Measures how much a collector takes from many devices: bench/fleet.sh rates|bursts, see bench/fleet.py.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc python3

@@ -1,10 +1,9 @@
-/* The floor of the comparison: what the kernel alone costs. One thread that does nothing but receive a
- * datagram, write it to a file and send it to the collector, three system calls a line:
+/* The floor of the comparison: the cost of the kernel alone. One thread receives a datagram, writes it to a
+ * file and sends it to the collector, three system calls per line:
  *
  *   floor PORT FILE COLLECTOR-ADDRESS [two]
  *
- * two: the same with two threads, one of which receives and hands over, so that peers are served while the
- * other one blocks. */
+ * two: with two threads. One receives and hands over, so that peers are served while the other is blocked. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -35,7 +34,7 @@ enum { kLines = 512 };
 static struct {
   pthread_mutex_t mutex;
   pthread_cond_t added;
-  unsigned first, next; /* count on beyond kLines */
+  unsigned first, next; /* counters, modulo kLines in lines[] */
   struct Line lines[kLines];
 } pending = {.mutex = PTHREAD_MUTEX_INITIALIZER, .added = PTHREAD_COND_INITIALIZER};
 
@@ -54,7 +53,7 @@ static void* StorePending(void* unused) {
     const struct Line* line = &pending.lines[pending.first % kLines];
     pthread_mutex_unlock(&pending.mutex);
     Store(line);
-    pthread_mutex_lock(&pending.mutex); /* once a line: frees this one and looks for the next */
+    pthread_mutex_lock(&pending.mutex); /* taken once per line: to free this one and find the next */
   }
   return unused;
 }

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Charts what one call costs the receive loop among more and more peers: bench/growth.sh
+# Charts the cost of one call in the receive thread for a growing number of peers: bench/growth.sh
 # Prints the figures in ns and writes docs/growth.svg.
 set -eu
 cd "$(dirname "$0")/.."

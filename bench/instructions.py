@@ -1,4 +1,4 @@
-"""The counting itself, inside the namespaces that instructions.sh makes. Run that."""
+"""Counts instructions inside the namespaces that instructions.sh makes. Run instructions.sh."""
 import os
 import re
 import signal
@@ -12,7 +12,7 @@ FEW, MANY = 2000, 12000
 
 
 def count(folder, lines):
-    """Instructions of the serving child's whole life with so many lines."""
+    """Returns the instructions of the child from start to end, with this number of lines."""
     command = ["valgrind", "--tool=callgrind", "--trace-children=yes", f"--callgrind-out-file={folder}/{lines}.%p",
                os.path.abspath("build/syslog")]
     row = compare.Row("syslog", command, "call", "11001", "")

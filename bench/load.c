@@ -1,11 +1,11 @@
-/* Closed-loop load and collector in one thread: sends lines to a log program and counts what that program
- * forwards.
+/* Closed-loop load generator and collector in one thread: sends lines to a log program and counts the lines
+ * that the program forwards.
  *
  *   load raw|call|unix TARGET COLLECTOR-ADDRESS LINES WINDOW COOKIE-HEX
  *
- * raw: the line as an RFC 3164 datagram to UDP 127.0.0.1:TARGET; call: a LogMsg call there, from port 40000,
- * after the cookie; unix: to the datagram socket with the path TARGET. At most WINDOW lines are outstanding;
- * what has not arrived after half a second is lost. Prints one JSON object. */
+ * raw: each line is an RFC 3164 datagram to UDP 127.0.0.1:TARGET; call: the cookie and a LogMsg call, from
+ * port 40000; unix: a datagram to the socket with the path TARGET. At most WINDOW lines are outstanding. If
+ * none arrives for half a second, they are lost. Prints one JSON object. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -47,7 +47,7 @@ static int OpenCollector(const char* address) {
   const struct timeval patience = {0, 500000};
   const struct sockaddr_in self = Endpoint(address, 514);
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  const int buffer = 64 << 20; /* the collector is not what loses */
+  const int buffer = 64 << 20; /* the collector must not lose any */
   setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   return bind(fd, (const struct sockaddr*)&self, sizeof self) == 0 ? fd : -1;
@@ -117,7 +117,8 @@ int main(int argc, char** argv) {
     line[got] = '\0';
     const char* mark = strstr(line, "seq=");
     const int index = mark != NULL ? atoi(mark + 4) : -1;
-    if (index < 0 || index >= sent || sentAt[index] == 0) continue; /* not ours, or counted already */
+    if (index < 0 || index >= sent || sentAt[index] == 0)
+      continue; /* another program's line, or counted already */
     last = Now();
     trips[arrived++] = last - sentAt[index];
     sentAt[index] = 0;

@@ -1,5 +1,5 @@
-// Microbenchmarks of the path of one call, piece by piece: build-bench/bench/micro. They say where a change
-// made itself felt; bench/compare.sh says whether it matters.
+// Microbenchmarks of each step that a call takes: build-bench/bench/micro. They show which step a change
+// affects; bench/compare.sh shows whether it matters.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -38,7 +38,7 @@ class Counter : public Velk::IGenericDispatchTarget {
   std::atomic<long> m_count{0};
 };
 
-// One poster that runs at most 64 ahead of the queue's thread.
+// One poster, at most 64 posts ahead of the worker thread.
 void PostAndDeliver(benchmark::State& state) {
   Counter counter;
   Velk::GDQ queue(0, 0, "bench", false);
@@ -59,7 +59,7 @@ void FormatAndStore(benchmark::State& state) {
 }
 BENCHMARK(FormatAndStore);
 
-// The console goes to /dev/null, so this is the printer's own work and one system call.
+// The console is /dev/null, so this measures the printer and one system call.
 void Print(benchmark::State& state) {
   LogPrinter printer(nullptr);
   const int console = dup(STDOUT_FILENO);
@@ -73,7 +73,7 @@ void Print(benchmark::State& state) {
 }
 BENCHMARK(Print);
 
-// A server whose socket sends into the void: no peer listens, the datagrams are dropped on loopback.
+// A server without real peers: the datagrams that it sends are dropped on loopback.
 class Server : public Velk::GDQUdpSrv {
  public:
   Server() {
@@ -90,7 +90,7 @@ class Server : public Velk::GDQUdpSrv {
     HandleDatagram(PeerAddress(index), connect, 4);
   }
 
-  // The nonce is a digest of time, address and port; the packet is what the peer would send.
+  // Computes the nonce, a digest of time, address and port. Returns the datagram that the peer would send.
   std::vector<unsigned char> Admit(unsigned index, const std::string& call) {
     std::vector<unsigned char> packet(16 + call.size() + 1);
     for (;;) {
@@ -132,7 +132,7 @@ void Handshake(benchmark::State& state) {
 }
 BENCHMARK(Handshake);
 
-// A newcomer's record and its admission among so many that are admitted.
+// Adds and admits one peer while range(0) others are admitted.
 void AdmitAmong(benchmark::State& state) {
   Velk::PeerTable table;
   unsigned next = 0;
@@ -147,8 +147,8 @@ void AdmitAmong(benchmark::State& state) {
 }
 BENCHMARK(AdmitAmong)->ArgName("admitted")->Arg(0)->Arg(1000)->Arg(10000)->Iterations(200);
 
-// One call of one peer among others. range(0): others that are admitted, so relayed to; range(1): others that
-// only ever sent a connect.
+// One call of one peer. range(0): other admitted peers, to which it is relayed; range(1): peers that only
+// sent a connect.
 void ReceiveAmong(benchmark::State& state) {
   Server server;
   unsigned next = 1;

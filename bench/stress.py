@@ -1,19 +1,19 @@
 #!/usr/bin/env python3
-"""Strains the running service and prints what happened; exit status 1 when a bound was broken.
+"""Stress tests of the running service. Prints the results; exit status 1 if a bound was exceeded.
 
 restart [COUNT]   time from a killed child to the next nonce
-soak MINUTES      several peers, random calls, killed children: memory, descriptors and order are watched
-flood [SECONDS]   a peer that sends as fast as it can: memory, and what others still get
-burst [TIMES]     lines that a peer sends at once, without waiting for any: how many are lost
-strangers [COUNT] connects from distinct addresses: memory, and what they cost an admitted peer
-confirmed [COUNT] a child killed COUNT times under `syslogctl log`, alone and beside two kinds of busy peers: no line
-                  lost, few repeated, lines flow again soon
-lossy [SEEDS]     500 lines through a network that loses, doubles and reorders: each once, in order, how long it takes
+soak MINUTES      several peers, random calls, killed children: checks memory, descriptors and order
+flood [SECONDS]   two processes of a peer send as fast as they can: memory, and whether others are still admitted
+burst [TIMES]     a peer sends many lines at once, without waiting: how many are lost
+strangers [COUNT] connects from distinct addresses: memory, and the throughput of an admitted peer
+confirmed [COUNT] kills the child COUNT times during `syslogctl log`, without and with two kinds of busy peers: no line
+                  is lost, few are repeated, and lines flow again soon
+lossy [SEEDS]     500 lines through a network that loses, duplicates and reorders: each once, in order, and how fast
 tool [LINES]      `syslogctl log`: lines per second from a pipe, time for one line, memory
-peers [LINES]     what a line costs the service beside 0 to 100 other peers
+peers [LINES]     cost of a line to the service with 0 to 100 other peers
 
---old BUILD: `tool` and `peers` run those executables too, by turns, as they were when `log` had --confirm.
-Runs in namespaces of its own, with the harness of the tests of the service. bench/stress.sh builds what it needs.
+--old BUILD: `tool` and `peers` also run, in turn, the executables in BUILD, whose `log` needs --confirm.
+Runs in its own namespaces, with the harness of the service tests. Start it with bench/stress.sh.
 """
 import argparse
 import array
@@ -40,7 +40,7 @@ import namespace  # noqa: E402  (found by the line above)
 
 COLLECTOR = "127.0.0.2"
 LOAD_PORT = 40000  # load.c sends from it
-SO_RCVBUFFORCE, SO_TIMESTAMPNS = 33, 35  # socket(7); Python has no names for them
+SO_RCVBUFFORCE, SO_TIMESTAMPNS = 33, 35  # socket(7); not in Python's socket module
 failures = []
 
 
@@ -61,7 +61,7 @@ def cpu_ticks(pid):
 
 
 def cpu_us(pid):
-    """The processor time of all threads that live, in microseconds."""
+    """Returns the processor time of all running threads in microseconds."""
     total = 0
     for thread in os.listdir(f"/proc/{pid}/task"):
         with open(f"/proc/{pid}/task/{thread}/schedstat") as schedstat:
@@ -70,7 +70,7 @@ def cpu_us(pid):
 
 
 def until_idle(pid):
-    """Seconds until the process spends no more time, measured in steps of 50 ms."""
+    """Returns the seconds until the process is idle, measured in steps of 50 ms."""
     begin = time.monotonic()
     ticks = cpu_ticks(pid)
     while time.monotonic() - begin < 30:
@@ -213,7 +213,7 @@ def flood(harness, seconds):
 
 
 def load(harness, lines, window):
-    """What load.c's peer finds out by sending lines through the service to the collector."""
+    """Returns the results of load.c, which sends lines through the service to the collector."""
     peer = harness.Peer(port=LOAD_PORT)
     for call in (b"SetVar remotelog_type 'SysLog server'", b"SetVar remotelog_addr " + COLLECTOR.encode(), b"SyncVar"):
         peer.call(call)
@@ -234,7 +234,7 @@ def burst(harness, times):
     load(harness, 5000, 64)
     for lines in (250, 500, 1000, 2000, 4000):
         lost = [load(harness, lines, lines)["lost"] for _ in range(times)]
-        print(f"{lines} lines at once: {statistics.median(lost):.0f} lost as a rule, {max(lost)} at most")
+        print(f"{lines} lines at once: {statistics.median(lost):.0f} lost (median), {max(lost)} at most")
         require(lines > 1000 or max(lost) == 0, "up to 1,000 are held")
     service.stop()
 
@@ -263,7 +263,7 @@ def strangers(harness, count):
 
 
 class Listener(threading.Thread):
-    """Notes which line reached the collector when, by the kernel's clock."""
+    """Records each line's number and the kernel's time stamp of its arrival at the collector."""
 
     def __init__(self, collector):
         super().__init__(daemon=True)
@@ -283,7 +283,7 @@ class Listener(threading.Thread):
 
 
 class BusyPeer(threading.Thread):
-    """Makes the same call all the time, and joins again after each kill. call None: alone, does nothing."""
+    """Repeats the same call, and joins again after each kill. call None: does nothing."""
 
     PAUSE = 0.001
 
@@ -294,7 +294,7 @@ class BusyPeer(threading.Thread):
     def run(self):
         while self.call and not self.ended:
             kills, peer = self.kills, self.harness.Peer()
-            peer.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 0)  # it listens to nothing
+            peer.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 0)  # it reads nothing
             with contextlib.suppress(ConnectionRefusedError):
                 while kills == self.kills and not self.ended:
                     peer.call(self.call)
@@ -304,7 +304,7 @@ class BusyPeer(threading.Thread):
 
 
 class Feeder(threading.Thread):
-    """Gives the tool as many lines as it takes."""
+    """Writes lines to the tool as fast as it reads them."""
 
     AT_ONCE = 1000
 
@@ -321,7 +321,7 @@ class Feeder(threading.Thread):
 
 
 def kill_and_watch(service):
-    """Kills the child; returns the times, in ns since 1970, before that and when it had ended."""
+    """Kills the child. Returns the times, in ns since 1970, before the kill and after the child ended."""
     child = service.child()
     watch = os.pidfd_open(child)
     before = time.time_ns()
@@ -368,7 +368,7 @@ def confirmed_beside(harness, kills, call):
     collector.socket.close()
     service.stop()
     judge(killed, zip(listener.times, listener.numbers), feeder.count, busy.calls)
-    require(status == 0, f"exit status {status}: the tool says that all are confirmed")
+    require(status == 0, f"the tool reports all lines as confirmed (exit status {status})")
 
 
 def judge(killed, arrived, lines, others):
@@ -420,7 +420,7 @@ def lossy(harness, seeds):
 
 
 class Build:
-    """A service and the command that logs through it and waits until that is confirmed."""
+    """A service, and the command that logs through it and waits for the acks."""
 
     def __init__(self, name, service, tool, *options):
         self.name, self.binary = name, service
@@ -429,7 +429,7 @@ class Build:
 
     @contextlib.contextmanager
     def running(self, harness, others=0):
-        """The service, with so many admitted peers that do nothing."""
+        """Runs the service with this number of idle admitted peers."""
         service = harness.Service(stdout=subprocess.DEVNULL, binary=self.binary)
         peer = harness.Peer()
         peer.send(b"CONN")  # leaves
@@ -440,11 +440,11 @@ class Build:
             peer.close()
 
     def send(self, text):
-        """Seconds until all is confirmed, the tool's memory then, in KiB, and its processor time in seconds."""
+        """Returns the seconds until all is confirmed, the tool's memory in KiB and its processor time in seconds."""
         begin, before = time.monotonic(), os.times()
         process = subprocess.Popen(self.log, stdin=subprocess.PIPE)
         process.stdin.write(text)
-        memory = rss_kib(process.pid)  # it has read all but the last pipe's worth
+        memory = rss_kib(process.pid)  # the tool has read all but one pipe buffer
         process.stdin.close()
         require_quietly(process.wait() == 0, f"{' '.join(self.log)}: exit status {process.returncode}")
         after = os.times()
@@ -486,9 +486,9 @@ def tool(harness, lines, builds):
                     build.results[what].append(value)
     for build in builds:
         speeds = " ".join(f"{speed:,.0f}" for speed in build.results["speed"])
-        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}); us a line: service "
-              f"{build.median('cpu'):.2f}, tool {build.median('tool cpu'):.2f}; one line {build.median('ms'):.2f} ms; KiB "
-              f"resident: tool {build.median('tool')}, child {build.median('child')}, supervisor "
+        print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}); us per line: service "
+              f"{build.median('cpu'):.2f}, tool {build.median('tool cpu'):.2f}; one line "
+              f"{build.median('ms'):.2f} ms; RSS, KiB: tool {build.median('tool')}, child {build.median('child')}, supervisor "
               f"{build.median('supervisor')}; syslogctl has "
               f"{os.path.getsize(build.log[0]):,} bytes")
     this = builds[0]
@@ -534,7 +534,7 @@ def main():
         files.update({f"old-{name}": f"{args.old}/{name}" for name in ("syslog", "syslogctl")})
     namespace.prepare(files)
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
-    import harness  # it looks at the service, which is in its place only now
+    import harness  # only now: it needs the service in its place
     builds = [Build("this build", harness.BINARY, harness.TOOL)]
     if args.old:
         builds.append(Build("old build", *(f"{namespace.FILES}/old-{name}" for name in ("syslog", "syslogctl")),

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Strains the running service, see bench/stress.py:
+# Stress tests of the running service, see bench/stress.py:
 #   bench/stress.sh restart|soak|flood|burst|strangers|confirmed|lossy|tool|peers [AMOUNT] [--old BUILD]
 set -eu
 cd "$(dirname "$0")/.."
