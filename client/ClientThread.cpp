@@ -13,7 +13,7 @@ bool ClientThread::Start(GDQUdpClient* client) {
   if (m_process != 0) return true;
   m_client = client;
   m_end = false;
-  // The program's signal handlers expect to run on the program's threads.
+  // Blocks all signals: the program's handlers must run on the program's threads.
   sigset_t all, before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
@@ -28,7 +28,7 @@ bool ClientThread::Start(GDQUdpClient* client) {
 }
 
 void* ClientThread::Run(void* self) {
-  // Where the program closes the descriptor meanwhile, the wait for it would have no end.
+  // If the program closes the descriptor during poll(2), nothing else ends the wait.
   constexpr int kLongestMs = 2000;
   const auto* const thread = static_cast<ClientThread*>(self);
   while (!thread->m_end) {

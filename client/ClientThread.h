@@ -1,4 +1,4 @@
-// Client layer: gives a client time on a thread of its own.
+// Client layer: runs a client on its own thread.
 #pragma once
 
 #include <pthread.h>
@@ -10,8 +10,8 @@ namespace Velk {
 
 class GDQUdpClient;
 
-// Calls Process() whenever the client needs it. Listeners are then called on this thread. One thread at a
-// time.
+// Calls GDQUdpClient::Process() whenever there is work, so the program needs no event loop. The client's
+// listeners run on this thread. Start() and Stop() are for one thread at a time.
 class ClientThread {
  public:
   ClientThread() = default;
@@ -19,10 +19,10 @@ class ClientThread {
   ClientThread& operator=(const ClientThread&) = delete;
   ~ClientThread() { Stop(); }
 
-  // The client is open, is not owned, and stays open until Stop(). False with errno; true when it runs
-  // already.
+  // The client must be open and stay open until Stop(). It is not owned. True if the thread already runs;
+  // false with errno if it cannot be created.
   bool Start(GDQUdpClient* client);
-  // Waits until the thread has ended. Does nothing in a forked child, which does not have the thread.
+  // Waits until the thread has ended. Does nothing in a forked child: fork(2) does not copy the thread.
   void Stop();
 
  private:
@@ -30,7 +30,7 @@ class ClientThread {
 
   GDQUdpClient* m_client = nullptr;
   pthread_t m_thread{};
-  pid_t m_process = 0;  // that the thread is in; 0: there is none
+  pid_t m_process = 0;  // the process that has the thread; 0: none
   std::atomic<bool> m_end{false};
 };
 

@@ -19,14 +19,14 @@ namespace {
 constexpr uint64_t kMs = 1000;
 constexpr unsigned kConnectMs = 30;
 constexpr unsigned kMostConnectMs = 1000;
-constexpr unsigned kReopenConnects = 4;  // a socket keeps its local address, which may have changed
+constexpr unsigned kReopenConnects = 4;  // CONNs per socket: the host's address may have changed
 constexpr unsigned kUnansweredSilences = 4;
-constexpr unsigned kMostSilentConnects = 32;  // silences between two CONN
-constexpr unsigned kFallbackSilences = 7;     // some 4 s
+constexpr unsigned kMostSilentConnects = 32;  // most silences between two CONNs
+constexpr unsigned kFallbackSilences = 7;     // about 4 s
 constexpr uint64_t kKeepAliveUs = 1000 * kMs;
-constexpr uint64_t kTrustUs = 5000 * kMs;  // how long a client that hears no answers trusts its admission
+constexpr uint64_t kTrustUs = 5000 * kMs;  // how long we assume to be admitted without acknowledgements
 constexpr uint64_t kBlockedUs = 10 * kMs;
-constexpr unsigned kHeardCalls = 1024;  // all that a default receive buffer has room for, of any length
+constexpr unsigned kHeardCalls = 1024;  // more than fit a default receive buffer
 constexpr unsigned kReadsAtOnce = 256;
 
 uint64_t EndUs(unsigned timeoutMs) {
@@ -35,7 +35,7 @@ uint64_t EndUs(unsigned timeoutMs) {
 
 }  // namespace
 
-// Holds the mutex, with cancellation off: a thread that ended meanwhile would leave it locked.
+// Holds the mutex with cancellation disabled: a thread cancelled in between would leave it locked.
 class VELK_THREAD_ATTRIBUTE(scoped_lockable) GDQUdpClient::Lock {
  public:
   explicit Lock(GDQUdpClient* client) ACQUIRE(client->m_mutex) : m_client(client) {
@@ -71,12 +71,12 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   m_password = strdup(password != nullptr ? password : "");
   m_options = options;
   uint64_t seed = 0;
-  // Early at boot there are no random bits. Time and process make names, too, that no one else has.
+  // Early at boot there are no random bits. Time and process id are unique enough for a name.
   if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) < 0)
     seed = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
   if (m_password == nullptr || !m_window.Open(options.heldLines, seed) ||
       (options.listen && !m_heard.Open(kHeardCalls)) || !m_readiness.Open() ||
-      // The network may come up later than we.
+      // The network may come up later.
       (!m_socket.Open(m_server) && errno != ENETUNREACH && errno != EHOSTUNREACH)) {
     CloseAll();
     return false;
@@ -93,7 +93,7 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   return true;
 }
 
-// m_readiness first: a child shares it with its parent, and must not take the parent's socket out of it.
+// m_readiness first: a forked child shares the epoll set and must not remove the parent's socket from it.
 void GDQUdpClient::CloseAll() {
   m_readiness.Close();
   m_socket.Close();
@@ -115,8 +115,8 @@ bool GDQUdpClient::IsUsable() const {
   return false;
 }
 
-// Before descriptors are used: if the program has closed them, ours are opened again after settleMs.
-// isThorough: looks at all descriptors, else at the socket alone, which costs 0.4 us for each call sent.
+// Call before using descriptors: if the program has closed ours, opens new ones after settleMs. isThorough
+// checks all descriptors; otherwise only the socket, which costs 0.4 us for each call sent.
 void GDQUdpClient::Mend(bool isThorough, unsigned settleMs) {
   if (m_readiness.Descriptor() >= 0) {
     if (m_socket.IsOurs() && (!isThorough || m_readiness.IsOurs())) return;
@@ -128,8 +128,8 @@ void GDQUdpClient::Mend(bool isThorough, unsigned settleMs) {
   if (settleMs == 0) SendConnect();
 }
 
-// Not at once where sending failed: a CONN that is answered, each time, and followed by a call that fails,
-// would fill the service's log.
+// isAtOnce is false after a send error: if every CONN is answered and the call after it fails again, the
+// CONNs would fill the service's log.
 void GDQUdpClient::StartJoin(bool isAtOnce) {
   m_isJoined = m_isBlocked = false;
   m_connects = 0;
@@ -145,11 +145,11 @@ void GDQUdpClient::SendConnect() {
   m_socket.SendConnect();
 }
 
-// Also when joined: a CONN that took its time has just ended the admission.
+// Also called when joined: a delayed CONN may have just ended our admission.
 void GDQUdpClient::TakeNonce(const char* nonce) {
   if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
-  if (!m_isAnswered) m_window.LearnAnswerTime(m_sinceUs - m_startUs);  // later, answers tell it better
+  if (!m_isAnswered) m_window.LearnAnswerTime(m_sinceUs - m_startUs);  // later, acks are more accurate
   m_isJoined = true;
   if (m_state == State::NotJoined) m_state = State::Joined;
   m_window.Rewind(m_sinceUs);
@@ -157,7 +157,7 @@ void GDQUdpClient::TakeNonce(const char* nonce) {
   if (IsFallback()) Send(m_window.Probe());
 }
 
-// False: there was nothing to be received and nothing due.
+// False: nothing was received and nothing was due.
 bool GDQUdpClient::Advance() {
   const bool hasRead = ReadSocket(), isDue = NowUs() >= DueUs();
   if (isDue) OnDue();
@@ -172,7 +172,7 @@ bool GDQUdpClient::ReadSocket() {
     if (size < 0 && (errno == EAGAIN || errno == EBADF)) return reads != 0;
     if (size >= 0) {
       TakeDatagram(packet, static_cast<unsigned>(size));
-    } else if (m_isJoined) {  // the machine says that no one has the port: no need to wait for a silence
+    } else if (m_isJoined) {  // ECONNREFUSED: the port is closed, so do not wait for the timeout
       StartJoin(false);
     }
   }
@@ -208,7 +208,7 @@ bool GDQUdpClient::Send(const SendWindow::Piece& piece) {
   m_isBlocked = errno == EAGAIN || errno == ENOBUFS;
   m_sinceUs = NowUs();
   if (m_isBlocked) return false;
-  if (errno != ECONNREFUSED) {  // there is no way there from its address, or not now
+  if (errno != ECONNREFUSED) {  // no route, at least from this local address
     m_socket.Close();
     m_connectMs = kMostConnectMs;
   }
@@ -242,11 +242,11 @@ void GDQUdpClient::OnSilence() {
   m_window.OnSilence(NowUs());
   const unsigned silences = m_window.Silences();
   if (!m_isAnswered && silences == kFallbackSilences) m_window.SetOnce(true);
-  // At the second, fourth, eighth and so on: each CONN is a line in the service's log.
+  // Rejoin at the 2nd, 4th, 8th and so on only: each CONN is a line in the service's log.
   if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kMostSilentConnects != 0)) return;
   if (silences >= kUnansweredSilences) m_state = State::Unanswered;
   if (++m_forcedJoins % 2 == 0) {
-    // Another peer may share our record, and take the cookie from us: another port may help.
+    // Another peer with the same endpoint may keep replacing our cookie: try another port.
     m_socket.SendConnect();
     m_socket.Close();
     m_socket.ChangePort();
@@ -254,7 +254,7 @@ void GDQUdpClient::OnSilence() {
   StartJoin(true);
 }
 
-// When the time set is earlier than needed it stays, which saves system calls for each call sent.
+// Leaves an earlier time set, which saves system calls for each call sent.
 void GDQUdpClient::Arm() {
   const uint64_t due = m_heard.IsEmpty() && !m_isWoken ? DueUs() : 1;
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
@@ -263,9 +263,9 @@ void GDQUdpClient::Arm() {
   m_armedUs = due;
 }
 
-// Gives up the mutex while it waits for datagrams, at most until endUs; false: that has passed. Not for long,
-// as another thread may take what is waited for. m_readiness also tells of calls that only Process() may
-// deliver.
+// Waits for a datagram with the mutex released, at most until endUs. False: endUs has passed. Waits at most
+// kLongestUs, since another thread may read the datagram. Does not poll m_readiness, which is also readable
+// for calls that only Process() may deliver.
 bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   constexpr uint64_t kLongestUs = 20 * kMs;
   const uint64_t now = NowUs();
@@ -295,7 +295,7 @@ bool GDQUdpClient::SendMsg(const char* text) {
   if (now >= DueUs()) Advance();
   if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
     StartJoin(true);
-    // Most likely the nonce comes at once, and the program may give us no time until its next call.
+    // The nonce most likely arrives at once, and Process() may not be called before the next SendMsg().
     if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
   const uint64_t end = EndUs(m_options.waitMs);
@@ -356,7 +356,7 @@ void GDQUdpClient::Process(unsigned settleMs) {
     const Lock lock(this);
     Mend(false, settleMs);
     m_isWoken = false;
-    // With nothing to do, what is readable may be a file of the program's, and remain so.
+    // If there was no work, the readable descriptor may be the program's own file, and stay readable.
     if (!Advance()) Mend(true, settleMs);
   }
   while (DeliverCall()) continue;
@@ -371,7 +371,7 @@ void GDQUdpClient::Wake() {
   Arm();
 }
 
-// False: there was none.
+// False: there is none.
 bool GDQUdpClient::DeliverCall() {
   char text[kMaxText + 1];
   {
@@ -389,7 +389,7 @@ bool GDQUdpClient::DeliverCall() {
   }
   if (*name == '\0') return true;  // a ping
   int state = PTHREAD_CANCEL_ENABLE;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);  // the list of listeners is locked
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);  // Deliver() holds a lock
   Deliver(name, args);
   pthread_setcancelstate(state, nullptr);
   return true;

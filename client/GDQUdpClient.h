@@ -1,4 +1,4 @@
-// Client layer: the peer's side of the call channel over UDP. Logs only while Open() resolves a name.
+// Client layer: the peer's end of the UDP call channel. Logs only while Open() resolves a name.
 #pragma once
 
 #include <sys/types.h>
@@ -17,53 +17,53 @@
 
 namespace Velk {
 
-// Calls a service that runs GDQUdpSrv, and hears what others call there:
+// Makes calls on a service that runs GDQUdpSrv, and receives the calls that it relays from other peers:
 //
 //   GDQUdpClient client;
 //   client.Open("127.0.0.1", "password");
 //   (client << "LogMsg" << 2 << "net" << "link down\n").CallObj();   // or client.Log(Warning, "net", ...)
-//   LogPrinter::Instance()->SetLogToGDQUdp(&client);                 // or the whole log of the program
+//   LogPrinter::Instance()->SetLogToGDQUdp(&client);                 // or all log lines of the program
 //   client.Flush(5000);
 //
-// Holds each call until the service says that it has run it, see SendWindow: through losses, restarts and
-// absence of the service every call is run, in order. A call is run twice only where the service ends between
-// running and acknowledging it, or where it was only busy when we took it for Unanswered.
+// Holds each call until the service acknowledges it, see SendWindow. Every call is run, in order, even if
+// datagrams are lost or the service restarts or is down. A call is run twice only if the service ends after
+// running it and before acknowledging it, or if the service was merely busy when we assumed Unanswered.
 //
-// Joins, and joins again, by itself. It needs time for that: an event loop calls Process() whenever
-// Descriptor() is readable, or a ClientThread does. Without either it works only inside SendMsg() and
-// Flush().
+// Joins and rejoins by itself. For that, an event loop must call Process() whenever Descriptor() is readable,
+// or a ClientThread must run. Without either, work is done only inside SendMsg() and Flush().
 //
-// Any thread may call any operation but Open() and Close(), which need the object to themselves. A forked
-// child opens a client of its own: its parent's fails there with EPERM, and Close() only frees memory and
-// descriptors. A thread that is cancelled in here releases its lock. A program may close our descriptors,
-// not knowing them: what it opens in their place is left alone, and others take over, also as Descriptor().
+// Any thread may call any operation except Open() and Close(), which no other call may overlap. A forked
+// child must open its own client: with its parent's, operations fail with EPERM, and Close() only frees
+// memory and descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors
+// without knowing them, the files that get their numbers are not touched, and new descriptors are opened;
+// Descriptor() changes then.
 class GDQUdpClient final : public GDQUdpBase {
  public:
-  static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text, in bytes
+  static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text in bytes
   static constexpr unsigned short kDefaultPort = kServicePort;
   static constexpr unsigned short kFirstLocalPort = 11101;  // see PeerSocket
   static constexpr unsigned kForever = 0xFFFFFFFF;
   static constexpr unsigned kSettleMs = 200;  // see Process()
 
   struct Options {
-    bool reliable = true;        // false: each call is sent once, without an answer
-    bool listen = false;         // hear what others call; needs reliable, to notice a restart while idle
-    unsigned waitMs = kForever;  // how long SendMsg() waits while no more calls can be held
-    unsigned heldLines = 2048;   // calls held, of 256 bytes each on average
+    bool reliable = true;        // false: each call is sent once and not acknowledged
+    bool listen = false;         // receive relayed calls; needs reliable, to notice a restart while idle
+    unsigned waitMs = kForever;  // how long SendMsg() blocks while there is no room for the call
+    unsigned heldLines = 2048;   // room for this many calls of 256 bytes on average
   };
 
   enum class State {
-    NotJoined,  // no nonce came (yet)
-    Joined,     // a nonce came, and nothing says that the service does not run what we send
-    // Nonces come, but no acknowledgements: wrong password, blocked worker thread, or a service without
-    // "WithAck". Where none has come in some 4 s since Open(), a reliable client sends each call once, bare,
-    // until there is an answer.
+    NotJoined,  // no nonce received
+    Joined,     // nonce received, and no sign that the service does not run our calls
+    // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
+    // service does not know "WithAck". If none arrives within about 4 s of Open(), a reliable client sends
+    // each call once, without "WithAck", until there is an answer.
     Unanswered,
   };
 
   struct Status {
     State state = State::NotJoined;
-    unsigned held = 0;  // see SendWindow, for all four
+    unsigned held = 0;  // these four: see SendWindow
     unsigned refused = 0;
     unsigned forgotten = 0;
     unsigned sentOnce = 0;
@@ -72,36 +72,39 @@ class GDQUdpClient final : public GDQUdpBase {
   GDQUdpClient() = default;
   ~GDQUdpClient() override;
 
-  // Starts to join the service at "host" or "host:port" and returns at once, whether or not it is there. Both
-  // texts are copied. A host name is resolved here and never again. False with errno: EINVAL the port is no
-  // number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or what creating descriptors failed with.
+  // Starts to join the service at "host" or "host:port" and returns at once, even if the service is down.
+  // Copies both texts. A host name is resolved here only, which may block. False with errno: EINVAL port not
+  // a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or why a descriptor could not be created.
   bool Open(const char* server, const char* password, const Options& options) NO_THREAD_SAFETY_ANALYSIS;
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 
-  // Leaves the service, which then relays nothing to us any more, and forgets what is held: Flush() before.
+  // Leaves the service, which then stops relaying to us, and drops held calls: call Flush() first.
   void Close() NO_THREAD_SAFETY_ANALYSIS;
 
-  // Sends or holds one call text; an empty one is a ping of the whole road. False with errno: EMSGSIZE longer
-  // than kMaxCall, EAGAIN no room within Options::waitMs, EBADF not open, EPERM see above.
+  // Sends or holds one call. An empty text is a ping: it goes through the service's queue and does nothing.
+  // False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no room within Options::waitMs, EBADF not open,
+  // EPERM forked child.
   bool SendMsg(const char* text) override;
 
-  // Cuts a "LogMsg" that is too long into several lines, as Log() does.
+  // Splits a "LogMsg" that is too long into several, as Log() does.
   void Call(const char* name, const char* args) override;
 
-  // Sends text as one line of the log, or as several where it does not fit a datagram, see LogCall. errno as
-  // for SendMsg(); EMSGSIZE means the module. False: the line, or its end, is not on its way.
+  // Logs text as one line, or as several if it does not fit a datagram, see LogCall. False: the line or its
+  // tail was not accepted; errno as for SendMsg(), but EMSGSIZE means that the module is too long.
   bool Log(ELogMessageType type, const char* module, const char* text);
 
-  // Waits until every call is acknowledged; not reliable: sent. Returns how many are not after timeoutMs and
-  // are still tried, plus those sent once since the last Flush() for want of answers. 1 in a forked child.
+  // Waits at most timeoutMs until every call is acknowledged (if not reliable: sent). Returns how many calls
+  // are not and will be retried, plus those sent only once since the last Flush() because the service did not
+  // answer. Returns 1 in a forked child.
   unsigned Flush(unsigned timeoutMs);
   Status GetStatus();
 
-  // For poll(2) or epoll(7): readable when Process() has something to do, timed work included. -1: not open.
+  // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: not open.
   int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
-  // Does what is due, without waiting. Hands what others called to the listeners, in order while one thread
-  // does so; of a "WithAck" what is in it. A listener may call SendMsg(), Call(), Log() and GetStatus().
-  // settleMs: before descriptors are opened again, for a thread beside the one that just closes them all.
+  // Does the work that is due and never blocks. Hands relayed calls to the listeners, in order as long as
+  // only one thread calls this; a "WithAck" is unwrapped. A listener may call SendMsg(), Call(), Log() and
+  // GetStatus(). settleMs: delay before closed descriptors are opened again. Use it on a thread that runs
+  // beside one that may still be closing descriptors.
   void Process(unsigned settleMs = 0);
   // Makes the descriptor readable until the next Process().
   void Wake();
@@ -131,31 +134,31 @@ class GDQUdpClient final : public GDQUdpBase {
   bool WaitUnlocked(uint64_t endUs) REQUIRES(m_mutex);
 
   Mutex m_mutex;
-  int m_cancelState GUARDED_BY(m_mutex) = 0;  // of the thread that holds the mutex, to be restored
-  std::atomic<pid_t> m_process{0};            // that opened it; 0: closed
+  int m_cancelState GUARDED_BY(m_mutex) = 0;  // that the mutex's holder restores
+  std::atomic<pid_t> m_process{0};            // the process that opened it; 0: closed
   InetAddress2 m_server{0, 0};
   char* m_password = nullptr;
   Options m_options;
   Readiness m_readiness GUARDED_BY(m_mutex);
 
   // All times are microseconds of the monotonic clock.
-  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // from when on m_readiness is readable
+  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // when m_readiness becomes readable
   PeerSocket m_socket GUARDED_BY(m_mutex){kFirstLocalPort, m_readiness};
   SendWindow m_window GUARDED_BY(m_mutex);
-  HeldLines m_heard GUARDED_BY(m_mutex);  // calls of others, not yet delivered
+  HeldLines m_heard GUARDED_BY(m_mutex);  // relayed calls, not yet delivered
   State m_state GUARDED_BY(m_mutex) = State::NotJoined;
-  bool m_isJoined GUARDED_BY(m_mutex) = false;    // false: CONN was sent, and no nonce came yet
-  bool m_isBlocked GUARDED_BY(m_mutex) = false;   // the socket takes no more just now
+  bool m_isJoined GUARDED_BY(m_mutex) = false;    // false: waiting for a nonce
+  bool m_isBlocked GUARDED_BY(m_mutex) = false;   // the socket's send buffer is full
   bool m_isWoken GUARDED_BY(m_mutex) = false;     // see Wake()
-  bool m_isAnswered GUARDED_BY(m_mutex) = false;  // there was an acknowledgement since Open()
-  uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // when the present or latest join began
-  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // the latest CONN or nonce, or when the socket was full
-  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // the latest acknowledgement
-  unsigned m_connectMs GUARDED_BY(m_mutex) =
-      0;  // how long to wait for a nonce; doubles until there is an acknowledgement
-  unsigned m_connects GUARDED_BY(m_mutex) = 0;     // without a nonce
-  unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;  // by silence
-  unsigned m_toldOnce GUARDED_BY(m_mutex) = 0;     // of the window's SentOnce(): what Flush() has told
+  bool m_isAnswered GUARDED_BY(m_mutex) = false;  // acknowledged at least once since Open()
+  uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the last join
+  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // last CONN or nonce, or when the socket filled up
+  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement
+  // How long to wait for a nonce. Doubles until an acknowledgement arrives.
+  unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
+  unsigned m_connects GUARDED_BY(m_mutex) = 0;     // CONNs without a nonce
+  unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;  // joins because of silence
+  unsigned m_toldOnce GUARDED_BY(m_mutex) = 0;     // part of SentOnce() that Flush() has reported
 };
 
 }  // namespace Velk

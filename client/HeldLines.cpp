@@ -25,7 +25,7 @@ void HeldLines::Close() {
   m_size = m_first = m_end = 0;
 }
 
-// A text is in one piece: after the newest one, or at the start again when the end has no room for it.
+// A text is never split: it goes after the newest one, or to the start if the end has no room.
 bool HeldLines::FindPlace(uint32_t size, uint32_t* offset) const {
   *offset = 0;
   if (IsEmpty()) return size <= m_size;

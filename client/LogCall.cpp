@@ -37,8 +37,8 @@ LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(a
   if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
 }
 
-// Writes as much of the text as fits before end, quoted, with ending before the closing quote. Moves m_text
-// to what is left and returns the end of what was written.
+// Writes as much of m_text as fits before end, quoted, with ending before the closing quote. Moves m_text to
+// the rest. Returns the end of the output.
 char* LogCall::PutQuoted(char* out, const char* end, const char* ending) {
   end -= strlen(ending) + 1;
   const char* in = m_text;

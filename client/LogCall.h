@@ -1,4 +1,4 @@
-// Client layer: a line of the log as the calls that carry it.
+// Client layer: formats a log line as one or more calls.
 #pragma once
 
 #include "client/SendWindow.h"
@@ -7,32 +7,32 @@
 
 namespace Velk {
 
-// Writes "LogMsg" calls of at most kMost bytes each. A line that does not fit into one is cut between UTF-8
-// characters. A line feed is added to each piece but one that has it. One thread at a time.
+// Writes "LogMsg" calls of at most kMost bytes each. A line that does not fit into one call is split between
+// UTF-8 characters. Each piece ends with a line feed. One thread at a time.
 class LogCall {
  public:
   static constexpr unsigned kMost = GDQUdpBase::kMaxText - SendWindow::kMaxHead;  // 1394
 
-  // module and text may be null, which counts as empty; text must stay until the last Next().
+  // Null counts as empty. Copies module; text must stay valid until the last Next().
   LogCall(ELogMessageType type, const char* module, const char* text);
 
-  // Cuts a call that is ready, with arguments as ArgsBuilder2 writes them: its last one is the text. args
-  // must stay until the last Next().
+  // Splits a finished call. args is as ArgsBuilder2 writes it, with the text as last argument, and must stay
+  // valid until the last Next().
   LogCall(const char* name, const char* args);
 
-  // False: the module is too long to leave room for a text, or there is no such text.
+  // False: the module leaves no room for text, or the last argument of args is not a quoted text.
   bool IsValid() const { return m_isValid; }
-  // The next call's text, or null after the last one. It lives until the next Next().
+  // The next call, or null after the last one. Valid until the next Next().
   const char* Next();
 
  private:
   char* PutQuoted(char* out, const char* end, const char* ending);
 
   char m_call[kMost + 1];
-  char* m_head = m_call;  // where the quoted text begins in m_call
+  char* m_head = m_call;  // end of the fixed part: the quoted text goes here
   const char* m_text;
   const char* m_textEnd;
-  bool m_isQuoted;  // the text has its tildes already
+  bool m_isQuoted;  // m_text is already escaped with tildes
   bool m_isValid;
   bool m_isDone = false;
 };

@@ -1,14 +1,13 @@
-// Client layer: a socket in a program that may close descriptors it does not know.
+// Client layer: a socket in a program that may close descriptors it did not open.
 #pragma once
 
 #include <sys/types.h>
 
 namespace Velk {
 
-// Owns the descriptor of a socket, and can tell whether the number still is that socket's. A program that
-// closes all its descriptors, to become a daemon, gives their numbers to files of its own, which must not be
-// used or closed in place of ours. For sockets only: epoll(7), timerfd(2) and the like share one inode. One
-// thread at a time.
+// Owns a socket and can tell whether its descriptor number still refers to it. A program that closes all
+// descriptors to become a daemon reuses their numbers for its own files, which we must not use or close. For
+// sockets only: epoll(7), timerfd(2) and the like share one inode. One thread at a time.
 class OwnDescriptor {
  public:
   OwnDescriptor() = default;
@@ -16,19 +15,21 @@ class OwnDescriptor {
   OwnDescriptor(const OwnDescriptor&) = delete;
   OwnDescriptor& operator=(const OwnDescriptor&) = delete;
 
-  // Takes over fd, in place of the one before. False with errno: it is -1, or AboveStandard() fails.
+  // Closes the current descriptor and takes ownership of fd. False with errno: fd is -1, or AboveStandard()
+  // failed.
   bool Take(int fd);
-  // Closes it if it is ours, and forgets it.
+  // Closes the descriptor if it is still ours.
   void Close();
-  // Get() is -1 until Close(). To use it no more at once, but to close it when the program is done with
-  // closing.
+  // Makes Get() return -1 until Close(). Stops using the descriptor now, but closes it later, when the
+  // program has finished closing descriptors.
   void Suspend() { m_isSuspended = true; }
 
   int Get() const { return m_isSuspended ? -1 : m_fd; }  // -1: none
-  // Asks the kernel, in one system call. True where there is none.
+  // Makes one system call. True if there is no descriptor.
   bool IsOurs() const;
 
-  // fd, or a copy of it that is no standard descriptor, which a program may close and open as it likes.
+  // Moves fd off the standard descriptors, which a program may close and reopen at any time. Returns fd or
+  // its replacement; -1 with errno on failure.
   static int AboveStandard(int fd);
 
  private:

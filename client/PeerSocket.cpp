@@ -6,7 +6,7 @@
 
 namespace Velk {
 
-// Without SO_REUSEADDR, which would let two programs have the same port.
+// Does not set SO_REUSEADDR, which would let two programs share a port.
 bool PeerSocket::Open(const InetAddress2& server) {
   const auto native = [](const InetAddress2& end) {
     return reinterpret_cast<const sockaddr*>(&end.Native());
@@ -25,7 +25,7 @@ bool PeerSocket::Open(const InetAddress2& server) {
 
 void PeerSocket::Close() {
   m_hasCookie = false;
-  // A child process may still have the socket, which would then go on being watched.
+  // If a child process still has the socket, epoll(7) would keep watching it.
   if (Descriptor() >= 0 && IsOurs()) m_readiness.Unwatch(Descriptor());
   m_socket.Close();
 }

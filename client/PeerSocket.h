@@ -1,4 +1,4 @@
-// Client layer: the socket of a program that calls the service, and its place in the handshake.
+// Client layer: a client's socket and its handshake with the service.
 #pragma once
 
 #include <sys/socket.h>
@@ -9,43 +9,43 @@
 
 namespace Velk {
 
-// Never blocks. One thread at a time. Where a result is said to be a system call's, errno is too.
+// Never blocks. One thread at a time. Failures set errno.
 class PeerSocket {
  public:
   static constexpr unsigned kCookieSize = GDQUdpBase::kCookieSize;
-  // Local ports to choose from. The service keeps a record of each endpoint for ever, so short runs of a
-  // program must not use a new one each time. When all are taken, any port is used.
+  // Number of local ports to choose from; if all are taken, any port is used. The service keeps a record of
+  // each endpoint for ever, so a program that is run often must not use a new port each time.
   static constexpr unsigned kPorts = 32;
 
-  // The ports are firstPort and those that follow it. readiness watches the socket for input.
+  // The local ports start at firstPort. readiness watches the socket for input and must outlive this object.
   PeerSocket(unsigned short firstPort, Readiness& readiness)
       : m_firstPort(firstPort), m_readiness(readiness) {}
   ~PeerSocket() { Close(); }
   PeerSocket(const PeerSocket&) = delete;
   PeerSocket& operator=(const PeerSocket&) = delete;
 
-  // Opens a new socket, on the port of the one before if there was one, that exchanges datagrams with server
-  // only. False as a system call; the socket is closed then.
+  // Opens a new socket connected to server, on the previous port if possible. False: the socket is closed.
   bool Open(const InetAddress2& server);
   void Close();
   int Descriptor() const { return m_socket.Get(); }  // -1: closed
   // See OwnDescriptor.
   bool IsOurs() const { return m_socket.IsOurs(); }
   void Suspend() { m_socket.Suspend(); }
-  // The next Open() begins at another port.
+  // Makes the next Open() start at another port.
   void ChangePort() { ++m_shift; }
 
-  // Asks for a nonce, which ends an admission. The answer to a failure is to ask again.
+  // Asks for a nonce. This ends our admission. Failures are ignored: the caller asks again anyway.
   void SendConnect();
-  // The cookie of this nonce and password is ours from now on. False: it was already.
+  // Computes the cookie from nonce and password. False: it is the one that we have.
   bool TakeNonce(const char* nonce, const char* password);
   bool HasCookie() const { return m_hasCookie; }
-  // Whether a datagram, of at least kCookieSize bytes, begins with our cookie.
+  // Whether the datagram, of at least kCookieSize bytes, begins with our cookie.
   bool IsForUs(const char* datagram) const;
 
-  // Sends the cookie followed by both texts, together at most GDQUdpBase::kMaxText. False as send(2).
+  // Sends the cookie, head and text as one datagram. head and text have at most GDQUdpBase::kMaxText bytes
+  // together. False: send(2) failed.
   bool Send(const char* head, unsigned headLength, const char* text, unsigned length);
-  // As recv(2).
+  // Returns what recv(2) returns.
   ssize_t Receive(char* datagram, unsigned size) { return recv(Descriptor(), datagram, size, 0); }
 
  private:

@@ -8,7 +8,7 @@
 namespace Velk {
 namespace {
 
-constexpr uint32_t kNothing = 0;  // events to watch the anchor for
+constexpr uint32_t kNothing = 0;  // the anchor's events
 
 bool Control(int epoll, int operation, int fd, uint32_t events) {
   epoll_event event{};
@@ -35,7 +35,7 @@ bool Readiness::Open() {
   return false;
 }
 
-// Where only the anchor is gone there is no telling whose the others are, so they stay open.
+// Without the anchor we cannot tell whose the other descriptors are, so they stay open.
 void Readiness::Close() {
   const bool hasEpoll = IsEpollOurs();
   const bool hasTimer = hasEpoll && IsOurs();
@@ -45,8 +45,8 @@ void Readiness::Close() {
   m_anchor.Close();
 }
 
-// epoll knows its members by file and number. To set again what is set changes nothing where it is ours, and
-// fails without an effect where the number is another file's.
+// epoll(7) identifies members by file and number. EPOLL_CTL_MOD with the same events changes nothing if both
+// are ours, and fails if either number is another file's.
 bool Readiness::IsEpollOurs() const {
   return m_anchor.Get() >= 0 && m_anchor.IsOurs() &&
          Control(m_epoll, EPOLL_CTL_MOD, m_anchor.Get(), kNothing);

@@ -1,4 +1,4 @@
-// Client layer: the descriptor by which a client tells its program that it needs time.
+// Client layer: the descriptor that tells a program when to call GDQUdpClient::Process().
 #pragma once
 
 #include <atomic>
@@ -8,8 +8,8 @@
 
 namespace Velk {
 
-// An epoll(7) descriptor that is readable while a watched socket is, and from a set time on. One thread at a
-// time, but for Descriptor().
+// An epoll(7) descriptor that is readable while a watched socket is readable, and once a set time has come.
+// One thread at a time; any thread may call Descriptor().
 class Readiness {
  public:
   Readiness() = default;
@@ -17,28 +17,29 @@ class Readiness {
   Readiness(const Readiness&) = delete;
   Readiness& operator=(const Readiness&) = delete;
 
-  // Closes what was open before. False as a system call; it is closed then.
+  // Closes open descriptors first. False with errno: it is closed.
   bool Open();
-  // A forked child that closes its copy does not disturb its parent.
+  // In a forked child this does not affect the parent.
   void Close();
-  // See OwnDescriptor. Until it is closed nothing is watched or set.
+  // See OwnDescriptor. Until Close(), Watch() and SetTime() do nothing.
   void Suspend() { m_shown = -1; }
 
   int Descriptor() const { return m_shown; }  // -1: closed or suspended
-  // Whether all numbers still are those of our descriptors, see OwnDescriptor. Three system calls. False
-  // where it is closed.
+  // Whether all descriptor numbers are still ours, see OwnDescriptor. Makes three system calls. False if
+  // closed.
   bool IsOurs() const;
 
-  // The socket is ours. False: it is not watched, as the numbers are no more ours.
+  // The socket must be the caller's. False: our descriptors are closed or no longer ours.
   bool Watch(int socket);
   void Unwatch(int socket);
-  // Needs IsOurs(), or to be suspended. Microseconds of NowUs(); UINT64_MAX: never. Until it is set again.
+  // Sets the time, in microseconds of NowUs(); UINT64_MAX: never. The descriptor stays readable until the
+  // next SetTime(). Requires IsOurs() or Suspend().
   void SetTime(uint64_t us);
 
  private:
   bool IsEpollOurs() const;
 
-  OwnDescriptor m_anchor;  // an idle socket; what has it in its set is our epoll descriptor
+  OwnDescriptor m_anchor;  // an idle socket in the epoll set; proves that m_epoll is ours
   std::atomic<int> m_shown{-1};
   int m_epoll = -1;
   int m_timer = -1;

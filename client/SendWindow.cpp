@@ -13,7 +13,7 @@ constexpr unsigned kFirstWindow = 4;
 constexpr unsigned kLeastAnswerMs = 30;
 constexpr unsigned kMostAnswerMs = 1000;
 constexpr unsigned kMostDoublings = 6;
-constexpr unsigned kSilencesOfAName = 16;  // some 12 s: no answer is on its way for so long
+constexpr unsigned kSilencesOfAName = 16;  // about 12 s, longer than an answer can be delayed
 
 }  // namespace
 
@@ -34,9 +34,9 @@ void SendWindow::SetOnce(bool isOnce) {
   Rename();
 }
 
-// From a name's first call on: nothing that was sent under an earlier one counts any more.
+// Starts a new name at number 1. All held calls are due again.
 void SendWindow::Rename() {
-  // The generator splitmix64: every seed gives another name.
+  // splitmix64: different seeds give different names.
   m_seed += 0x9E3779B97F4A7C15;
   uint64_t bits = m_seed;
   bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9;
@@ -70,7 +70,7 @@ bool SendWindow::Next(Piece* piece) {
     return true;
   }
   const uint32_t unanswered = m_next - m_lines.First();
-  // Alone, so that "unknown" can only mean "forgotten" once there was an answer.
+  // The first call is sent alone: afterwards, "unknown client" can only mean that the service forgot us.
   if (unanswered >= (m_isFresh ? 1 : m_window)) return false;
   *piece = WithHead(m_number + unanswered, text, length);
   return true;
@@ -79,7 +79,7 @@ bool SendWindow::Next(Piece* piece) {
 void SendWindow::Sent(uint64_t nowUs) {
   if (m_next == m_lines.First()) m_sinceUs = nowUs;
   m_lines.At(m_next).sentUs = nowUs;
-  if (m_isOnce && m_lines.At(m_next).length != 0) ++m_sentOnce;  // a ping is no loss
+  if (m_isOnce && m_lines.At(m_next).length != 0) ++m_sentOnce;  // pings do not count
   if (static_cast<int32_t>(++m_next - m_sent) > 0) m_sent = m_next;
   if (m_isOnce) m_lines.RemoveFirst();
 }
@@ -91,7 +91,7 @@ void SendWindow::Rewind(uint64_t nowUs) {
 
 namespace {
 
-// Moves *text over one blank and a number.
+// Moves *text past a blank and a number.
 bool TakeNumber(const char** text, uint64_t* number) {
   if (**text != ' ') return false;
   const char* const digits = *text + 1;
@@ -123,8 +123,8 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
 
 void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   const uint64_t answered = last + 1 - m_number;
-  // Less than it said before: the answer was overtaken. Or, if nothing else comes, the service has forgotten
-  // us and taken a late copy of our first call for a new client's.
+  // Less than acknowledged before: the answer was overtaken by a later one. If this persists, the service has
+  // forgotten us and taken a late copy of our first call for a new client's.
   if (answered > m_sent - m_lines.First()) {
     if (m_silences >= kSilencesOfAName) Rename();
     return;
@@ -139,15 +139,15 @@ void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
     if (static_cast<int32_t>(m_lines.First() - m_next) > 0) m_next = m_lines.First();
     if (m_window < kMostUnanswered) ++m_window;
   }
-  // A gap. What follows it was not run, so all goes out again from there; but only once, as the answers to
-  // all that was on its way then say the same.
+  // A gap: the calls after it were not run, so retransmit all from there. Only once per gap, as each datagram
+  // still in flight is answered alike.
   if (asked <= last || Held() == 0 || (m_hasHole && m_hole == m_lines.First())) return;
   m_hasHole = true;
   m_hole = m_next = m_lines.First();
   m_window = m_window / 2 > kFirstWindow ? m_window / 2 : kFirstWindow;
 }
 
-// Two round trips, quickly up and slowly down.
+// The timeout is two round trips. It rises at once and falls slowly.
 void SendWindow::LearnAnswerTime(uint64_t tripUs) {
   const uint64_t tripMs = tripUs / kMs * 2;
   m_answerMs -= m_answerMs / 8;

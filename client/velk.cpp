@@ -25,7 +25,7 @@ velk* velk_open(const char* server, const char* password, unsigned flags) {
     errno = EINVAL;
     return nullptr;
   }
-  // The program's standard output is not ours: what we have to say is said by errno.
+  // Standard output belongs to the program; we report errors through errno only.
   LogPrinter::Instance()->m_consoleEnabled = false;
   void* const memory = malloc(sizeof(velk));
   if (memory == nullptr) return nullptr;
@@ -78,7 +78,7 @@ int velk_vlog(velk* log, int type, const char* module, const char* format, va_li
 }
 
 unsigned velk_flush(velk* log, unsigned timeout_ms) {
-  // Of a forked child nothing was sent, but 0 would say that all arrived.
+  // A forked child has sent nothing; 0 would mean that all lines are confirmed.
   errno = 0;
   if (log->client.Descriptor() < 0 && errno == EPERM) return 1;
   const unsigned left = log->client.Flush(timeout_ms);
