@@ -28,8 +28,7 @@ class PeerSocket {
   bool Open(const InetAddress2& server);
   void Close();
   int Descriptor() const { return m_socket.Get(); }  // -1: closed
-  // See OwnDescriptor.
-  bool IsOurs() const { return m_socket.IsOurs(); }
+  bool IsOurs() const { return m_socket.IsOurs(); }  // see OwnDescriptor
   void Suspend() { m_socket.Suspend(); }
   // Makes the next Open() start at another port.
   void ChangePort() { ++m_shift; }
