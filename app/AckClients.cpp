@@ -2,8 +2,8 @@
 
 #include <string.h>
 
-// FNV-1a. Only a peer that has the password can choose names that share a chain, and there are at most kMost.
-// Without the chains a call of one of 20 clients takes 6 % more instructions, of 256 91 %.
+// FNV-1a. Only a peer that has the password can choose names that collide, and a chain has at most kMost of
+// them. Linear search takes 6 % more instructions a call with 20 clients, and 91 % more with 256.
 AckClients::Client** AckClients::ChainOf(const char* name) {
   uint32_t hash = 2166136261;
   for (; *name != '\0'; ++name) hash = (hash ^ static_cast<unsigned char>(*name)) * 16777619;
@@ -29,7 +29,7 @@ AckClients::Client* AckClients::Add(const char* name) {
   return client;
 }
 
-// Looks at all of them, but only when a new client comes.
+// Linear, but only runs when a new client appears.
 AckClients::Client* AckClients::TakeOldest() {
   Client* oldest = m_clients;
   for (Client& client : m_clients) {

@@ -1,23 +1,23 @@
-// Application layer: how far each client's numbered calls have got.
+// Application layer: the last number run for each client.
 #pragma once
 
 #include <cstdint>
 
-// Remembers a fixed number of clients, since a peer may invent as many names as it likes. A new one replaces
-// the one that was not used for the longest time. One thread at a time.
+// Remembers a fixed number of clients, since a peer may invent any number of names. A new client replaces the
+// least recently used one. One thread at a time.
 class AckClients {
  public:
-  // Some times more than the programs of a device; each takes 72 bytes.
+  // Several times the number of programs on a device; each takes 72 bytes.
   static constexpr unsigned kMost = 256;
-  // Characters. Enough for 128 random bits in hexadecimal, so that no two clients choose the same name.
+  // In characters: 128 random bits in hexadecimal, so that no two clients choose the same name.
   static constexpr unsigned kLongestName = 32;
 
   struct Client {
     char name[kLongestName + 1];
-    uint64_t last;     // all numbers up to it were run
-    uint64_t refused;  // how many of these calls were refused
+    uint64_t last;     // all numbers up to this one were run
+    uint64_t refused;  // how many of them were refused
 
-    // The table's own.
+    // For AckClients only.
     uint64_t usedAt;
     Client* next;  // in the chain of its hash
   };
@@ -26,10 +26,9 @@ class AckClients {
   AckClients(const AckClients&) = delete;  // the chains point into the object
   AckClients& operator=(const AckClients&) = delete;
 
-  // Null: not known. The client counts as used now. Valid until the next Add().
+  // Marks the client as used now. Valid until the next Add(). Null: not known.
   Client* Find(const char* name);
-  // Makes a client known that Find() does not find, with nothing run. name has at most kLongestName
-  // characters.
+  // Adds a client that Find() does not know. name has at most kLongestName characters.
   Client* Add(const char* name);
 
  private:
@@ -39,7 +38,6 @@ class AckClients {
   Client* m_chains[kMost] = {};
   unsigned m_count = 0;
   uint64_t m_uses = 0;
-  // Only the first m_count are in use. The others are not even initialised: that would take memory on every
-  // device, whether its programs number their calls or not.
+  // Only the first m_count are in use. The rest is left uninitialised, so it takes no memory until needed.
   Client m_clients[kMost];
 };

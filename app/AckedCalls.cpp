@@ -16,10 +16,10 @@ using Velk::TextOps;
 namespace {
 
 constexpr char kName[] = "WithAck";
-constexpr char kWakeUp[] = "";  // a call that only makes the worker thread look for others
+constexpr char kWakeUp[] = "";  // a call that only wakes the worker thread
 
-// The sender travels in the name, "WithAck 127.0.0.1:40000". A peer cannot send such a name: its own ends at
-// the first blank.
+// The queued name carries the sender: "WithAck 127.0.0.1:40000". A peer cannot forge it, since the name in a
+// datagram ends at the first blank.
 InetAddress2 SenderOf(const char* name) {
   const char* const address = name + sizeof kName;
   const char* const port = strchr(address, ':');
@@ -38,7 +38,7 @@ bool ReadNumber(const char* text, uint64_t* number) {
   return *end == '\0' && end != text && end - text <= static_cast<int>(AckedCalls::kMostDigits);
 }
 
-// The arguments after the first ones.
+// The arguments after the first skipped ones.
 class Rest final : public IArgsList {
  public:
   Rest(const IArgsList& all, unsigned skipped) : m_all(all), m_skipped(skipped) {}
@@ -58,7 +58,7 @@ class Rest final : public IArgsList {
 }  // namespace
 
 void AckedCalls::Call(const char* name, const char* args) {
-  // The first letter tells nearly every call from it. Without that a line takes 1.5 % more instructions.
+  // Without the check of the first letter a line takes 1.5 % more instructions.
   if (name != nullptr && (*name == 'W' || *name == 'w') && strcasecmp(name, kName) == 0) return Post(args);
   m_messages.Call(name, args);
 }
@@ -68,7 +68,7 @@ void AckedCalls::Post(const char* args) {
   char* const address = stpcpy(stpcpy(named, kName), " ");
   const InetAddress2& sender = m_server.Sender();
   InetAddress2::IPToString(address, sender.GetIP(), sender.GetPort());
-  ++m_pending;  // before the worker thread can see the call, and count down
+  ++m_pending;  // before the worker thread can see the call and decrement
   GDOTimerBase::Call(named, args);
 }
 
@@ -82,12 +82,12 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
                               const char* args) {
   if (target == this) {
     --m_pending;
-    m_head.ParseArgs(args);  // fails where the queue did, or at the fourth argument
-    // With fewer the text may have ended within the NUMBER.
+    m_head.ParseArgs(args);  // fails where the queue failed, or at the fourth argument
+    // With fewer arguments, NUMBER may be cut off.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
-  // After a call that it cannot parse the queue rests until the next post, which may not come: a client that
-  // waits for its answer makes no other call.
+  // After a call that cannot be parsed, the queue sleeps until the next post. There may be none: a client
+  // that waits for its acknowledgement makes no other call.
   if (m_pending != 0) m_queue->Post(this, kWakeUp, "");
 }
 
@@ -102,7 +102,7 @@ bool AckedCalls::RunAndAnswer(const InetAddress2& sender, const IArgsList* args,
   bool isDone = true;
   if (client != nullptr && number == client->last + 1) {
     isDone = isParsed && Run(args);
-    client->last = number;  // a refused call too: sent again, it would be refused again
+    client->last = number;  // refused calls too: a retransmission would only be refused again
     if (!isDone) ++client->refused;
   }
   Answer(sender, name, client, number);
@@ -115,8 +115,8 @@ bool AckedCalls::Run(const IArgsList* args) {
   return m_messages.Dispatch(args->GetItem(2)->AsStr(), &rest);
 }
 
-// A lost answer needs no line in the log: the client asks again. Written by hand, since with snprintf(3) such
-// a call takes 31 % more instructions.
+// Failures are not logged: the client retransmits and is answered again. snprintf(3) would take 31 % more
+// instructions a call.
 void AckedCalls::Answer(const InetAddress2& sender, const char* clientName, const AckClients::Client* client,
                         uint64_t number) {
   char text[sizeof "Ack " + AckClients::kLongestName + size_t{3} * (1 + TextOps::kMaxDigits)];

@@ -1,4 +1,4 @@
-// Application layer: calls that are answered.
+// Application layer: runs "WithAck" calls and acknowledges them.
 #pragma once
 
 #include <atomic>
@@ -14,38 +14,38 @@ class GDQUdpSrv;
 }
 class RemoteMessages;
 
-// Tells a peer what became of its calls, since any datagram may be lost. A client, which has a random name,
-// numbers its calls from 1 and makes them as
+// Acknowledges calls, since any datagram may be lost. A client chooses a random name, numbers its calls from
+// 1 and sends them as
 //
 //   WithAck CLIENT NUMBER [NAME ARGUMENT...]
 //
-// Its next number is run: NAME is dispatched as if it had come alone; without a NAME nothing is to be done. A
-// lower number was run already, a higher one leaves a gap; neither is run. Each of them is answered, to the
-// sender alone:
+// The client's next number is run: NAME is dispatched as if it had come alone; without NAME there is nothing
+// to do. A lower number was run already and a higher one leaves a gap; neither is run. Each is acknowledged,
+// to the sender only:
 //
 //   Ack CLIENT LAST NUMBER REFUSED
 //
-// All numbers up to LAST were run, and REFUSED of these calls were refused: unknown, wrong arguments, or not
-// to be parsed. So one answer makes up for all that were lost before it. LAST 0: the client is not known, and
-// only its number 1 makes it so. There is no answer without a CLIENT and a NUMBER.
+// All numbers up to LAST were run. REFUSED of them were refused: unknown name, wrong arguments, or text that
+// cannot be parsed. One acknowledgement therefore makes up for all lost before it. LAST 0: the client is not
+// known; only number 1 makes it known. A call without CLIENT and NUMBER gets no acknowledgement.
 //
-// The server's one listener: all other calls go on to the messages. Call runs on the receive thread, the rest
-// on the worker thread.
+// The server's only listener: passes all other calls on to the messages. Call() runs on the receive thread,
+// everything else on the worker thread.
 class AckedCalls final : public Velk::GDOTimerBase {
  public:
-  static constexpr unsigned kMostDigits = 18;  // of a NUMBER: the one after it fits in 64 bits too
+  static constexpr unsigned kMostDigits = 18;  // of a NUMBER, so that NUMBER + 1 fits in 64 bits
 
   // The objects are not owned and must outlive this one.
   AckedCalls(RemoteMessages& messages, Velk::GDQUdpSrv& server) : m_messages(messages), m_server(server) {}
 
-  // Only from the server's delivery of a call: the answer goes to its sender.
+  // For the server only, while it delivers a call: the acknowledgement goes to GDQUdpSrv::Sender().
   void Call(const char* name, const char* args) override;
 
   // False: the call was run and refused, or has no CLIENT and NUMBER.
   bool Dispatch(const char* name, const Velk::IArgsList* args) override;
 
-  // What the queue reports of any target's call that it cannot parse. Answers the call if it was to be
-  // answered, and sees to it that those after it are.
+  // Call it for every call that the queue cannot parse, whatever its target. Acknowledges the call if it is
+  // ours, and wakes the worker thread if more of ours are pending.
   void OnParseError(const Velk::IGenericDispatchTarget* target, const char* name, const char* args);
 
  private:
@@ -58,6 +58,6 @@ class AckedCalls final : public Velk::GDOTimerBase {
   RemoteMessages& m_messages;
   Velk::GDQUdpSrv& m_server;
   AckClients m_clients;
-  Velk::ArgsParser m_head{3};          // CLIENT, NUMBER and what proves that NUMBER is complete
-  std::atomic<uint32_t> m_pending{0};  // calls that were posted and neither dispatched nor reported yet
+  Velk::ArgsParser m_head{3};          // CLIENT, NUMBER and one more, which proves that NUMBER is complete
+  std::atomic<uint32_t> m_pending{0};  // calls posted, and not yet dispatched or reported
 };

@@ -7,7 +7,7 @@
 
 namespace {
 
-// %x as the lines have always had it: the low 32 bits of the target's address.
+// The low 32 bits of the target's address, for %x: the format of these lines is fixed.
 unsigned Address(const void* target) {
   return static_cast<unsigned>(reinterpret_cast<uintptr_t>(target));
 }

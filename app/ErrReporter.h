@@ -1,4 +1,4 @@
-// Application layer: turns failures of the dispatch queue into log lines.
+// Application layer: logs failures of the dispatch queue.
 #pragma once
 
 #include "common/IGenericDispatchQueue.h"
@@ -12,6 +12,6 @@ class ErrReporter final : public Velk::IGenericDispatchQueue::IErrorReport {
   void OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
   void OnPostError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override;
 
-  // Is told of parse errors too. Written by the owner before the worker thread runs. Not owned; may be null.
+  // Gets parse errors too. Set it before the worker thread runs. Not owned; may be null.
   AckedCalls* m_ackedCalls = nullptr;
 };

@@ -13,20 +13,20 @@
 
 namespace {
 
-// Ties the child's life to the supervisor's: an orphan would hold the port against the next supervisor.
+// Makes the kernel kill the child when the supervisor ends. An orphan would keep the port from the next
+// supervisor's child.
 void FollowSupervisor(pid_t supervisor) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // It may have gone before the request was made. 0: it is outside of this process's namespace.
+  // The supervisor may have ended before prctl(2). 0: it is in another PID namespace.
   const pid_t parent = getppid();
   if (parent != supervisor && parent != 0) _exit(1);
 }
 
-// Shared with the children: the present one has served a peer. Null: can't be told.
+// In shared memory: whether the current child has served a peer. Null: no shared memory.
 volatile bool* s_hasServed = nullptr;
 
-// A child that can't serve, as with the port taken, no memory for a thread or a call that a filter ends it
-// for, would be started some thousand times a second. One that was killed is no such child, whenever that
-// was.
+// A child that cannot serve (port taken, no memory for a thread, system call filtered) ends at once, and
+// would be restarted thousands of times a second. A child that was killed is restarted without a pause.
 bool HasEndedByItself(int status) {
   if (WIFEXITED(status)) return true;
   const int signals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};
@@ -36,7 +36,7 @@ bool HasEndedByItself(int status) {
   return false;
 }
 
-// Pauses before the next child: 10 ms, doubled for each child in a row that did not serve, up to a second.
+// Pauses before the next child: 10 ms, doubled for each child in a row that did not serve, up to one second.
 class Pace {
  public:
   void Wait(int status) {
@@ -71,7 +71,7 @@ void ReportServing() {
 bool MonitorChild() {
   LogPrinter* const log = LogPrinter::Instance();
   const pid_t self = getpid();
-  // Start scripts may leave it ignored; the children would vanish then, and waitpid(2) fail.
+  // If a start script left SIGCHLD ignored, waitpid(2) would fail.
   signal(SIGCHLD, SIG_DFL);
   void* const page =
       mmap(nullptr, sizeof *s_hasServed, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -97,7 +97,7 @@ bool MonitorChild() {
       log->Log(Error, nullptr, "Waitpid returned %d instead of %d! Exiting...\n", ended, child);
       exit(1);
     }
-    // The raw status word: programs that watch the console on devices compare it.
+    // The raw status word: programs that watch the console compare it.
     log->Log(Info, nullptr, "Child exited with code %d, restarting...\n", status);
     pace.Wait(status);
   }

@@ -1,14 +1,14 @@
 // Application layer: the supervisor.
 #pragma once
 
-// Forks the serving child and starts the next one whenever it ends, without limit: on a device no one would
-// do it by hand. At once, but for a child that ended by itself before ReportServing(): after that one it
-// pauses, from 10 ms doubling to a second. Call it once, before any thread exists.
+// Forks the serving child and restarts it whenever it ends, without limit: no one would do it by hand on a
+// device. Restarts at once, unless the child ended by itself before ReportServing(): then it first pauses,
+// from 10 ms doubling to one second. Call it once, before any thread exists.
 //
-// Returns true in each child, which goes on to serve, and false in the supervising process when fork(2)
-// fails. Otherwise the supervising process never returns: should waitpid(2) fail, it ends with exit status 1.
-// A wait that a signal interrupts goes on. The child is killed when the supervisor ends, for whatever reason.
+// Returns true in each child, and false in the supervisor if fork(2) fails. Otherwise it never returns in the
+// supervisor, which exits with status 1 if waitpid(2) fails. The kernel kills the child when the supervisor
+// ends.
 bool MonitorChild();
 
-// Called in a child that has served a peer.
+// Call it in the child once it has served a peer.
 void ReportServing();

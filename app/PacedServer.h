@@ -1,18 +1,18 @@
-// Application layer: the channel's server, in step with the queue that its calls are posted on.
+// Application layer: a server that slows down when the worker thread falls behind.
 #pragma once
 
 #include "common/GDQ.h"
 #include "common/GDQUdpSrv.h"
 
-// Decides when the receive thread waits for the worker thread: while too many calls are pending, and to let
-// datagrams gather.
+// Makes the receive thread wait for the worker thread when too many calls are pending, and when a short pause
+// lets it receive several datagrams at once.
 class PacedServer final : public Velk::GDQUdpSrv {
  public:
   // The queue is not owned and must outlive the server.
   explicit PacedServer(Velk::GDQ& queue) : m_queue(queue) {}
 
-  // Calls that may be pending on the queue: at most 5 MB, a part of a second of work. Further datagrams wait
-  // in the socket's buffer, which drops what it cannot hold.
+  // Most calls pending on the queue: at most 5 MB, less than a second of work. Further datagrams wait in the
+  // socket's buffer; the kernel drops those that do not fit.
   static constexpr uint32_t kMaxPendingCalls = 2000;
 
   void AfterBatch(bool isEmpty) override;

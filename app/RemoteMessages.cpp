@@ -38,8 +38,8 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
     UseSyslogServer(log->m_sink, address);
     return true;
   }
-  // Also for a server type without an address, which at start-up is an error. An address that was set to ""
-  // is one: it does not resolve, and forwarding stays as it was.
+  // Also if the address is missing, which is an error at start-up. The address "" is not missing: it fails to
+  // resolve, and forwarding stays as it was.
   log->Log(Info, nullptr, "Remote syslog server logging disabled\n");
   log->m_sink->DisableSyslog();
   return true;
@@ -47,8 +47,8 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
 
 bool RemoteMessages::LogMsg(const Velk::IArgsList* args) {
   if (args == nullptr || args->GetCount() != 3) return false;
-  // No range check: the printer and the log decide what becomes of an unknown type. Nothing in the text is
-  // formatted: a peer's percent signs are plain text.
+  // The type is not checked: the printer and the log handle unknown ones. LogText() does not format, so a
+  // peer's percent signs are plain text.
   const auto type = static_cast<ELogMessageType>(args->GetItem(0)->AsInt());
   LogPrinter::Instance()->LogText(type, args->GetItem(1)->AsStr(), args->GetItem(2)->AsStr());
   return true;

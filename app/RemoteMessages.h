@@ -4,9 +4,8 @@
 #include "common/GDO.h"
 #include "common/IArgsList.h"
 
-// The target of every peer's call. Call names match without regard to case; the handlers run on the worker
-// thread, one at a time, which alone makes their use of the lock-free AppData safe. False rejects a call:
-// wrong number of arguments.
+// The target of all peers' calls. Names match without regard to case. All handlers run on the worker thread:
+// AppData has no lock. Handlers return false for a wrong number of arguments.
 class RemoteMessages : public Velk::GDO<RemoteMessages> {
  public:
   RemoteMessages();
@@ -14,12 +13,12 @@ class RemoteMessages : public Velk::GDO<RemoteMessages> {
   // (name, value): sets a configuration variable in memory.
   bool SetVar(const Velk::IArgsList* args);
 
-  // Takes over changed remote syslog variables; does nothing when neither changed since start-up.
+  // Applies the remote syslog variables, if one of them has changed since start-up.
   bool SyncVar(const Velk::IArgsList* args);
 
-  // (type, module, text): one line of the log, with type a number of ELogMessageType.
+  // (type, module, text): logs one line. type is a number of ELogMessageType.
   bool LogMsg(const Velk::IArgsList* args);
 
-  // Writes the stored lines to the sync file.
+  // Writes the ring to the sync file.
   bool SyncLog(const Velk::IArgsList* args);
 };

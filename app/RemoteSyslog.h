@@ -1,8 +1,8 @@
-// Application layer: switching remote syslog on, at start-up and on a peer's word.
+// Application layer: enables remote syslog, at start-up and for SyncVar.
 #pragma once
 
 #include "common/IDailyLog2.h"
 
-// Announces and enables forwarding to address. A failure is logged: forwarding stays as it was when the host
-// does not resolve, and is off when there is no socket.
+// Enables forwarding to address and logs that. Failures are logged: if the host does not resolve, forwarding
+// stays as it was; if no socket can be opened, it is off.
 void UseSyslogServer(IDailyLog2* log, const char* address);

@@ -21,17 +21,16 @@
 
 namespace {
 
-// What the lines of the service itself are marked with.
+// The module name of the service's own lines.
 constexpr char kName[] = "Syslog";
 
-// Nothing that the service was started with must end it or go wrong: a closed standard descriptor would be
-// given to the next file or socket, which would then get the console's lines; a reader that left, or a file
-// size limit, would send a deadly signal.
+// Protects the process from the state that it was started in. A closed standard descriptor would be reused by
+// the next file or socket, which would then get the console's lines. A closed pipe or a file size limit would
+// raise a fatal signal.
 void MakeProcessRobust() {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
-  // Nor may the terminal that it was started from: one that hangs up, or that stops who writes in the
-  // background.
+  // The terminal may hang up, or stop background processes that write to it.
   signal(SIGHUP, SIG_IGN);
   signal(SIGTTOU, SIG_IGN);
   for (int fd = open("/dev/null", O_RDWR); fd >= 0; fd = dup(fd)) {
@@ -40,8 +39,7 @@ void MakeProcessRobust() {
       break;
     }
   }
-  // The supervisor must restart, and the receive thread receive, also while the console's reader does not
-  // read.
+  // A console reader that does not read must not block the supervisor or the receive thread.
   Velk::Console::NeverWaitOnThisThread(kName);
 }
 
@@ -77,7 +75,7 @@ int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server, DailyLog2& daily
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
     return 1;
   }
-  // Only here: a second service, which does not get the port, must leave alone what the first is writing.
+  // Only after Open(): a second service, which does not get the port, must not remove the first one's files.
   dailyLog.RemoveLeftovers();
   server.ReceiveTask();
   server.Close();
@@ -85,8 +83,9 @@ int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server, DailyLog2& daily
   return 0;
 }
 
-// The child's life. Ends the process with all objects in place once the worker thread runs: that may wait in
-// a handler for the console's reader, so it can't be stopped, and must find the queue and its targets.
+// Runs the child. Once the worker thread runs, leaves with _exit(2) and destroys nothing: the worker thread
+// may be blocked on the console in a handler, so it cannot be stopped, and it still uses the queue and its
+// targets.
 int RunChild(const ServiceValues& values, DailyLog2& dailyLog) {
   LogPrinter::Instance()->Log(Info, nullptr, "Continuing...\n");
   ErrReporter reporter;

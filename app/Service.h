@@ -1,9 +1,9 @@
-// Application layer: the assembly of the whole service.
+// Application layer: assembles and runs the service.
 #pragma once
 
 #include "common/ServiceNames.h"
 
-// The fixed values of the service. The defaults are what every device runs with; tests change them.
+// The service's fixed values. Devices use the defaults; tests change them.
 struct ServiceValues {
   const char* configPath = Velk::kConfigPath;
   const char* syncPath = Velk::kSyncPath;
@@ -12,11 +12,9 @@ struct ServiceValues {
   unsigned short port = Velk::kServicePort;  // UDP, on every interface
 };
 
-// Runs the service: sets the log up, forks the serving child and supervises it. argv[1] equal to "debug" in
-// any case, as the only argument, keeps trace messages too. Call it on the process's first thread, before any
-// other exists.
+// Runs the service: sets up the log, forks the serving child and supervises it. Logs trace messages too if
+// the only argument is "debug", in any case. Call it on the first thread, before there are others.
 //
-// Returns in the supervisor with 1 when it can't fork, and in a child with 1 when its queue thread can't
-// start. A child that got further ends its process itself: with 1 when its UDP server can't start, with 0
-// when the receive loop ends.
+// Returns 1 in the supervisor if fork(2) fails, and 1 in a child if its worker thread cannot be created.
+// After that the child ends with _exit(2): 1 if the UDP server cannot be opened, 0 if it stops receiving.
 int RunService(const ServiceValues& values, int argc, char** argv);

@@ -1,4 +1,4 @@
-// Application layer: the entry.
+// Application layer: main().
 #include "app/Service.h"
 
 int main(int argc, char** argv) {

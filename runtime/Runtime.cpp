@@ -1,6 +1,6 @@
-// Foundation layer: the few functions that a C++ compiler expects from its run-time library, so that the
-// device's binaries need none. Linked into the executables, and into libvelk, which hides the names: a
-// program that embeds common/ keeps its own run-time.
+// Foundation layer: the few C++ run-time functions that the compiler calls, so that no libstdc++ is needed.
+// Linked into the executables and into libvelk, which hides the names. Not part of common/: a program that
+// embeds that has its own run-time.
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>
@@ -17,7 +17,7 @@ namespace {
 [[noreturn]] void EndProcess(const char* why) {
   char* const name = program_invocation_short_name;
   const iovec pieces[] = {{name, strlen(name)}, {const_cast<char*>(why), strlen(why)}};
-  // If no one reads, the message is lost: waiting here would keep the next child from starting.
+  // If standard error is full, the message is lost: blocking here would delay the next child.
   pollfd errors{STDERR_FILENO, POLLOUT, 0};
   if (poll(&errors, 1, 0) > 0 && writev(STDERR_FILENO, pieces, 2) < 0) _exit(1);
   _exit(1);
@@ -26,8 +26,8 @@ namespace {
 pthread_mutex_t s_guardMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_guardDone = PTHREAD_COND_INITIALIZER;
 
-// Guard object of a function-local static. The ABI fixes byte 0: non-zero once the object is built (the
-// compiler's inline check reads it); byte 1 is ours: being built by some thread.
+// Guard object of a function-local static (Itanium C++ ABI, 3.3.2). Byte 0 is non-zero once the object is
+// built; the compiler's inline code reads it. Byte 1 is ours: a thread is building the object.
 struct Guard {
   unsigned char built;
   unsigned char building;
@@ -35,7 +35,7 @@ struct Guard {
 
 }  // namespace
 
-// No memory: end this process. The supervisor starts the next child with a fresh heap.
+// Out of memory ends the process; the supervisor restarts the child.
 void* operator new(size_t size) {
   void* block = malloc(size != 0 ? size : 1);
   if (block == nullptr) EndProcess(": out of memory\n");
