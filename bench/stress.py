@@ -488,8 +488,8 @@ def tool(harness, lines, builds):
         speeds = " ".join(f"{speed:,.0f}" for speed in build.results["speed"])
         print(f"{build.name}: {build.median('speed'):,.0f} lines/s ({speeds}); us per line: service "
               f"{build.median('cpu'):.2f}, tool {build.median('tool cpu'):.2f}; one line "
-              f"{build.median('ms'):.2f} ms; RSS, KiB: tool {build.median('tool')}, child {build.median('child')}, supervisor "
-              f"{build.median('supervisor')}; syslogctl has "
+              f"{build.median('ms'):.2f} ms; RSS, KiB: tool {build.median('tool')}, child "
+              f"{build.median('child')}, supervisor {build.median('supervisor')}; syslogctl has "
               f"{os.path.getsize(build.log[0]):,} bytes")
     this = builds[0]
     require(this.median("ms") <= 5, "one confirmed line at most 5 ms, median")

@@ -1,6 +1,5 @@
 #!/bin/sh
-# Checks what the release binaries promise: tests/binary.sh BINARY...
-# Nothing but the C library at run time, hardened, and small.
+# Checks that the release binaries need only libc, are hardened, and small: tests/binary.sh BINARY...
 set -u
 status=0
 require() {

@@ -1,4 +1,4 @@
-"""Whether the shells complete each command and option that the tool has: tests/completion.py SYSLOGCTL"""
+"""Checks that the shells complete every command and option of the tool: tests/completion.py SYSLOGCTL"""
 import pathlib
 import re
 import shutil
@@ -28,11 +28,12 @@ def bash(*words):
 
 def fish(*words):
     line = " ".join(("syslogctl", *words))
-    return [row.split("\t")[0] for row in run("fish", "-N", "-c", f'source {FILES["fish"]}; complete -C "{line}"').split("\n")]
+    script = f'source {FILES["fish"]}; complete -C "{line}"'
+    return [row.split("\t")[0] for row in run("fish", "-N", "-c", script).split("\n")]
 
 
 def ask(shell, complete):
-    """Where a shell can be asked what it completes, it is."""
+    """Makes a check that asks a shell for its completions."""
     def check(wanted, *words):
         missing = set(wanted) - set(complete(*words))
         if missing:
@@ -41,7 +42,7 @@ def ask(shell, complete):
 
 
 def look(wanted, *words):
-    """zsh completes at a terminal only; its file must at least have the words."""
+    """zsh completes only at a terminal, so checks just that its file has the words."""
     text = FILES["zsh"].read_text()
     faults.extend(f"zsh does not have {word}" for word in wanted
                   if not re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text))
@@ -51,7 +52,7 @@ checks = [ask("bash", bash), look]
 if shutil.which("fish"):
     checks.append(ask("fish", fish))
 else:
-    print("left out: asking fish, which is not installed")
+    print("left out: completion in fish: not installed")
 for shell in ("bash", "zsh", "fish"):
     if shutil.which(shell):
         run(shell, "-n", str(FILES[shell]))
@@ -65,6 +66,7 @@ for check in checks:
     check(variables, "set", "")
     for command in commands:
         if command != "help":
-            # The synopsis has the words without an option's name; the lines below explain each option.
-            check({*common, *re.findall(r"--\w[\w-]*(?=[ =]|$)", said("help", command).partition("\n")[2])}, command, "--")
+            # Skips the first line, the synopsis. The lines below name every option.
+            own = re.findall(r"--\w[\w-]*(?=[ =]|$)", said("help", command).partition("\n")[2])
+            check({*common, *own}, command, "--")
 sys.exit("\n".join(faults) or 0)

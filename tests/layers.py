@@ -1,4 +1,4 @@
-"""Fails where an include goes up the layers or runs in a circle. A source counts as one with its header."""
+"""Fails if a file includes a higher layer or includes form a circle. A source and its header count as one file."""
 import pathlib
 import re
 import sys

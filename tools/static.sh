@@ -8,7 +8,7 @@ tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 
 
 # Tests that cannot run with a form: form, test, reason.
 limits() {
-  local starved=test_restarts_a_child_without_memory_though_no_one_reads_its_last_words
+  local starved=test_restarts_a_child_that_runs_out_of_memory
   cat <<END
 static test_each_function a static program does not load the library that makes calls fail
 static test_serves_where_recvmmsg_is_refused the same library

@@ -1,4 +1,4 @@
-/* Lets each allocation of libvelk fail in its turn: the caller gets an error, and the program goes on. */
+/* Makes each allocation of libvelk fail in turn: the caller must get an error, and the program go on. */
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,7 +14,7 @@ void* malloc(size_t size) {
   return NULL;
 }
 
-/* Returns 1 when the call failed for want of memory, 0 when it had enough, -1 when neither is the case. */
+/* Returns 1 if the call failed with ENOMEM, 0 if no allocation failed, -1 otherwise. */
 static int with_failure(int at) {
   until_failure = at;
   velk* log = velk_open("127.0.0.1:9", "password", VELK_NOWAIT);

@@ -12,13 +12,13 @@
 #include <string>
 static std::string text() {
   return std::string(100, 'x');
-} /* has its own operator new beside the library's */
+} /* uses the program's operator new, not the library's */
 #define TEXT text().c_str()
 #else
 #define TEXT "x"
 #endif
 
-/* In a child process the handle is of no use but to be freed. */
+/* In a forked child every use of the handle must fail. */
 static int is_refused_in_child(velk* log) {
   int status = -1;
   const pid_t child = fork();

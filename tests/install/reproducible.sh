@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the tree in two folders, an hour apart as far as files tell, and compares what a device gets.
+# Builds the tree in two folders, with file times an hour apart, and compares the binaries.
 set -eu
 cd "$(dirname "$0")/../.."
 work=$(mktemp -d)
@@ -16,5 +16,5 @@ build here '2 hours ago'
 build some/where/else '1 hour ago'
 for file in syslog syslogctl client/libvelk.a "client/$(readlink "$work/here/out/client/libvelk.so.1")"; do
   cmp "$work/here/out/$file" "$work/some/where/else/out/$file"
-  echo "the same twice: $file"
+  echo "identical: $file"
 done

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Installs a build into a folder of its own, uses what is there as other projects do, and uninstalls it again:
+# Installs a build into a temporary folder, builds other projects with it, and uninstalls it:
 # tests/install/run.sh BUILD
 set -eu
 build=$(realpath "$1")
@@ -17,7 +17,7 @@ expected="velk_close velk_fd velk_flush velk_log velk_open velk_process velk_vlo
 [ "$static" = "$expected" ] || { echo "The static library exports: $static"; exit 1; }
 # shellcheck disable=SC2015
 readelf -d "$library/libvelk.so" | grep -q 'SONAME.*libvelk\.so\.1\]' && ! readelf -d "$library/libvelk.so" |
-  grep 'NEEDED.*++' || { echo "The shared library has another name or needs a C++ run-time"; exit 1; }
+  grep 'NEEDED.*++' || { echo "The shared library has a wrong name or needs a C++ run-time library"; exit 1; }
 
 echo "With pkg-config:"
 export PKG_CONFIG_LIBDIR="$library/pkgconfig" PKG_CONFIG_SYSROOT_DIR="$work/root" LD_LIBRARY_PATH="$library"

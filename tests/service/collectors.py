@@ -1,4 +1,4 @@
-"""The real rsyslog and syslog-ng, as tools/collectors.sh unpacks them, under the configurations for users."""
+"""Runs the real rsyslog and syslog-ng, unpacked by tools/collectors.sh, with the configurations in examples/."""
 import os
 import resource
 import subprocess
@@ -7,14 +7,14 @@ import namespace
 
 FOLDER = os.path.join(namespace.FILES, "collectors")
 CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
-HOST = "127.0.0.2"  # on one machine the port is taken on all other addresses, by the service that sends from it
+HOST = "127.0.0.2"  # own address: the service sends from port 514 on all others
 MOST_FILES = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 
 
 def configuration(*names, host=HOST, **changes):
     """The text of configurations, joined, with files below /tmp and the port of one address only.
 
-    changes: new words for old ones, all of them to be found.
+    changes: words to replace, which must exist.
     """
     text = ""
     for name in names:
@@ -30,7 +30,7 @@ def configuration(*names, host=HOST, **changes):
 
 
 class Collector:
-    """One that runs until stop(). names: those of its configurations; the first one says which program it is for."""
+    """A collector that runs until stop(). names: its configurations; the first one tells which program runs."""
 
     def __init__(self, *names, files="/tmp/own", **options):
         os.makedirs(files, exist_ok=True)

@@ -1,5 +1,5 @@
-// Preloaded into the service: lets one call of one function fail, the k-th of all its processes together, or
-// all of them.
+// Preloaded into the service: makes one call of a function fail, the k-th in all processes together, or every
+// call.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -14,9 +14,9 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-// The file that FAIL_FILE names, shared with the test.
+// Mapped from the file that FAIL_FILE names; the test shares it.
 static struct {
-  unsigned at;  // which call fails; 0: each does, with this errno
+  unsigned at;  // which call fails; 0: every call, with errno number
   int number;
   unsigned count;
   char function[32];
@@ -71,7 +71,7 @@ int open64(const char* path, int flags, ...) {
   return open(path, flags, mode);
 }
 
-// All three count as malloc. The C library's own names: dlsym(3) may need memory itself.
+// All three count as malloc. Not with dlsym(3), which may allocate memory itself.
 #define LET_FAIL_MEMORY(name, parameters, arguments)                 \
   void* __libc_##name parameters;                                    \
   void* name parameters {                                            \

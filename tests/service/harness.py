@@ -1,4 +1,4 @@
-"""What the tests of the running service share: the service, a peer, a collector and a place to put files."""
+"""Shared by the service tests: the service, a peer, a collector, and files."""
 import contextlib
 import hashlib
 import os
@@ -21,18 +21,18 @@ SYNC_FILE = "/tmp/synclog"
 SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
 PORT = 11001
 SYSLOG_PORT = 514
-DEADLINE = 20.0  # seconds for anything to happen; reached only by a test that fails
-LONGEST = 200  # seconds for a whole test, whatever it waits for
+DEADLINE = 20.0  # seconds to wait for an event; only a failing test waits so long
+LONGEST = 200  # seconds for a whole test
 
 PREFIX = r"\[\d\d:\d\d:\d\d\.\d{3}\]"
 with open(BINARY, "rb") as _binary:
     SANITIZED = re.search(rb"__(asan|tsan)_init", _binary.read()) is not None
 
-signal.signal(signal.SIGINT, signal.default_int_handler)  # what a shell starts with "&" ignores it
+signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background jobs ignore it
 
 
 def until(condition, what):
-    """Polls until condition() is true, returns what it returned, and fails after the deadline."""
+    """Polls until condition() is true and returns its result. Fails after the deadline."""
     end = time.monotonic() + DEADLINE
     while True:
         result = condition()
@@ -52,7 +52,7 @@ def log_call(kind, module, text):
 
 
 def read_sync():
-    """The content of the sync file, empty when it can't be read."""
+    """Returns the content of the sync file, or b"" if it cannot be read."""
     try:
         with open(SYNC_FILE, "rb", opener=lambda path, flags: os.open(path, flags | os.O_NONBLOCK)) as sync:
             return sync.read()
@@ -74,14 +74,14 @@ def processes():
 
 
 def without_file_privileges():
-    """For Service's prepare: file permissions then bind root too."""
+    """For Service's prepare: makes file permissions apply to root too."""
     PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH = 24, 1, 2
     for capability in (CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH):
         namespace.control_process(PR_CAPBSET_DROP, capability)
 
 
 def roomy_socket():
-    """A UDP socket that holds some fifty thousand datagrams where this namespace may go beyond the limit."""
+    """Returns a UDP socket with room for some fifty thousand datagrams, if we may exceed the limit."""
     SO_RCVBUFFORCE = 33
     new = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for option in (socket.SO_RCVBUF, SO_RCVBUFFORCE):
@@ -94,7 +94,7 @@ class Ear:
     """A receiver of datagrams."""
 
     def receive(self, timeout=DEADLINE):
-        """The next datagram, or None when there is none in time."""
+        """Returns the next datagram, or None after the timeout."""
         self.socket.settimeout(timeout)
         try:
             datagram, self.sender = self.socket.recvfrom(65536)
@@ -103,12 +103,12 @@ class Ear:
             return None
 
     def heard(self):
-        """All that has arrived and was not received yet."""
+        """Returns all datagrams that have arrived."""
         return list(iter(lambda: self.receive(0), None))
 
 
-class Peer(Ear):
-    """One admitted socket. connect=False: a stranger."""
+class Peer(Receiver):
+    """An admitted peer. connect=False: not admitted."""
 
     socket = None
     cookie = b""
@@ -131,7 +131,7 @@ class Peer(Ear):
             self.socket.close()
 
     def connect(self):
-        """Tries once, from a new socket: a late nonce of an earlier try can't pass for this one's."""
+        """Tries once, from a new socket, so that a late nonce for an earlier try is not used."""
         self.open()
         try:
             self.send(b"CONN")
@@ -157,8 +157,8 @@ class Peer(Ear):
         self.call(log_call(kind, module, text))
 
 
-class Collector(Ear):
-    """What a remote syslog server hears. share=False keeps the service from sending from port 514."""
+class Collector(Receiver):
+    """A remote syslog server. share=False: the service cannot send from port 514."""
 
     def __init__(self, host="127.0.0.2", share=True):
         self.socket = roomy_socket()
@@ -181,23 +181,23 @@ class Service:
         self.pid = self.process.pid
 
     def console(self):
-        """All console lines that are complete."""
+        """Returns the complete console lines."""
         with open(self.console_path, encoding="latin-1", newline="\n") as console:
             return console.read().split("\n")[:-1]
 
     def texts(self):
-        """The console lines without time and thread id."""
+        """Returns the console lines without time and thread id."""
         return [re.sub(PREFIX + r"\[# *\d+\] ", "", line, count=1) for line in self.console()]
 
     def count(self, text):
         return self.texts().count(text)
 
     def wait_for(self, text, count=1):
-        """Waits until the console has had the line (without time and thread) so often."""
+        """Waits until the console has the line, without time and thread id, count times."""
         until(lambda: self.count(text) >= count, lambda: "\n".join(self.texts()[-40:] + [f"line {text!r}"]))
 
     def fence(self, peer, insist=False):
-        """Waits until all that was sent before has been handled.
+        """Waits until everything sent before was handled.
 
         insist: ask again and again, because a full socket may drop the question, and a call that does not
         parse delays those after it until the next one comes.
@@ -211,7 +211,7 @@ class Service:
         self.wait_for(line)
 
     def child(self):
-        """The id of the serving process."""
+        """Returns the id of the serving process."""
         return until(lambda: next((pid for pid, (parent, state) in processes().items()
                                    if parent == self.pid and state != "Z"), None), "a serving child")
 
@@ -226,7 +226,7 @@ class Service:
             return errors.read()
 
     def stop(self, number=signal.SIGINT):
-        """Ends the service as a user does. Fails when a sanitizer had something to say."""
+        """Ends the service as a user does. Fails if a sanitizer reported an error."""
         if self.process.poll() is None:
             self.process.send_signal(number)
         status = self.process.wait(DEADLINE)
@@ -236,7 +236,7 @@ class Service:
 
 
 class ServiceTest(unittest.TestCase):
-    """Starts every test with empty /tmp and /flash, and ends it with no process left."""
+    """Starts each test with /tmp and /flash empty, and checks that no process is left at its end."""
 
     maxDiff = 4000
     started = None
@@ -246,7 +246,7 @@ class ServiceTest(unittest.TestCase):
         signal.alarm(LONGEST)
         self.addCleanup(signal.alarm, 0)
         self.clear_files()
-        self.addCleanup(self.check_nobody_left)
+        self.addCleanup(self.check_no_process_left)
 
     def is_late(self, *_):
         raise AssertionError(f"the test has not ended within {LONGEST} s")
@@ -260,7 +260,7 @@ class ServiceTest(unittest.TestCase):
                     os.unlink(entry.path)
 
     def service(self, *arguments, **options):
-        """Starts the service, in place of the one that the test started before."""
+        """Starts the service, after stopping an earlier one of the test."""
         if self.started is not None:
             self.started.stop()
         self.started = Service(*arguments, **options)
@@ -283,7 +283,7 @@ class ServiceTest(unittest.TestCase):
         return self.service(*arguments), collector
 
     def sync_lines(self, service, peer):
-        """Has the sync file written and returns its lines, the end of the last one included."""
+        """Makes the service write the sync file and returns its lines; the last one is empty."""
         peer.call(b"SyncLog")
         service.fence(peer)
         return read_sync().decode("latin-1").split("\n")
@@ -293,9 +293,9 @@ class ServiceTest(unittest.TestCase):
         with open(CONFIG, "wb") as config:
             config.write(text if isinstance(text, bytes) else text.encode())
 
-    def check_nobody_left(self):
+    def check_no_process_left(self):
         def gone():
-            # Orphans become ours, the first process of the namespace.
+            # We are the first process of the namespace, so we inherit orphans.
             while len(processes()) > 1 and os.waitpid(-1, os.WNOHANG)[0] != 0:
                 pass
             return len(processes()) == 1

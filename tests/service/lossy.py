@@ -1,4 +1,4 @@
-"""A bad network on loopback, for kernels without one of their own (netem)."""
+"""A lossy network on loopback, for kernels without netem."""
 import heapq
 import random
 import select
@@ -8,33 +8,33 @@ import time
 
 
 def lines_of(service, module):
-    """The module's Info lines on the service's console. "Cookies do not match:", which a late CONN can cause, has no
-    line end, so that a line may follow it."""
+    """Returns the module's Info lines on the service's console. They may follow "Cookies do not match:", which a late
+    CONN can cause and which has no line end."""
     texts = (text.partition(f"{module}.Info: ") for text in service.console())
     return [text for _, mark, text in texts if mark]
 
 
 class LossyPath(threading.Thread):
-    """Carries datagrams between clients at `port` and a server, and loses, doubles and delays some of them.
+    """Relays datagrams between clients at `port` and a server, and loses, duplicates and delays some of them.
 
-    Each client has a socket of its own towards the server, which so sees one endpoint for each. What happens to
-    the datagrams of either direction is decided by their number and the seed.
+    Each client has its own socket to the server, so the server sees one endpoint per client. In each direction
+    the seed decides what happens to the n-th datagram.
     """
 
-    LOST, DOUBLED, LATE = 0.2, 0.1, 0.2  # parts of 1
+    LOST, DOUBLED, LATE = 0.2, 0.1, 0.2  # probabilities
     MOST_DELAY = 0.005  # seconds
 
     def __init__(self, port, server, seed):
         super().__init__(daemon=True)
         self.server = server
         self.entrance = self.open_socket(("127.0.0.1", port))
-        self.upstream = {}  # socket towards the server by client
+        self.upstream = {}  # client to its socket to the server
         self.decide = {upwards: random.Random(f"{seed} {upwards}") for upwards in (True, False)}
         self.counts = {upwards: dict.fromkeys(("carried", "lost", "doubled", "overtaken"), 0)
                        for upwards in (True, False)}
-        self.due = []  # a heap: when, number, upwards, client, datagram
+        self.due = []  # heap of (time, number, upwards, client, datagram)
         self.number = 0
-        self.last = {}  # the highest number that was handed on, by direction and client
+        self.last = {}  # (upwards, client) to the highest number relayed
         self.wake, self.woken = socket.socketpair()
         self.start()
 
@@ -68,7 +68,7 @@ class LossyPath(threading.Thread):
                 datagram, sender = source.recvfrom(65536)
             except BlockingIOError:
                 return
-            except ConnectionRefusedError:  # the server has no socket
+            except ConnectionRefusedError:  # no server is running
                 continue
             upwards = source is self.entrance
             if upwards and sender not in self.upstream:

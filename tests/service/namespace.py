@@ -1,4 +1,4 @@
-"""A world of its own for the running service: mounts, network and processes that end with the tests.
+"""Mount, network and process namespaces for the running service, which end with the tests.
 
 The service's paths and ports are fixed, so its tests need a machine on which /flash, /tmp and UDP ports 514
 and 11001 belong to no one. All happens on a tmpfs that only this namespace sees; nothing outside changes.
@@ -15,14 +15,14 @@ import tempfile
 
 MS_RDONLY, MS_REMOUNT, MS_BIND, MS_REC, MS_PRIVATE = 1, 32, 4096, 16384, 1 << 18
 MNT_DETACH = 2
-FILES = "/under-test"  # where prepare() puts what it is given
+FILES = "/under-test"  # where prepare() copies its files
 STAGE = "VELK_SERVICE_TESTS_ROOT"
 
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
 class Unavailable(Exception):
-    """This machine does not let us have namespaces; the text says why."""
+    """Namespaces cannot be created here; the text says why."""
 
 
 def check(result, what):
@@ -38,7 +38,7 @@ def mount(source, target, kind=None, flags=0, options=None):
 
 
 def is_real_root():
-    """Root of the machine, not of a user namespace: it may give files away."""
+    """Whether we are root outside of user namespaces, and may chown files to others."""
     with open("/proc/self/uid_map") as map:
         return map.read().split()[:2] == ["0", "0"]
 
@@ -48,12 +48,12 @@ def unmount(target):
 
 
 def control_process(operation, *arguments):
-    """prctl(2), of which Python has none."""
+    """Calls prctl(2), which Python does not provide."""
     check(_libc.prctl(operation, *map(ctypes.c_ulong, (*arguments, 0, 0, 0, 0)[:4])), "prctl")
 
 
 def enter():
-    """Runs this program again inside and returns its exit status; returns None when that is where we are."""
+    """Runs this program again in new namespaces and returns its exit status; None if we are already there."""
     if STAGE in os.environ:
         return None
     unshare = _working_unshare()
@@ -66,7 +66,7 @@ def enter():
 
 
 def _working_unshare():
-    """Root needs no user namespace, and may do without one where the kernel grants none."""
+    """Returns the unshare command, with a user namespace only if it is needed: a kernel may forbid them."""
     base = ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child"]
     reasons = []
     for unshare in (base, [*base, "--user", "--map-root-user"]):
@@ -81,9 +81,9 @@ def _working_unshare():
 
 
 def prepare(files):
-    """Makes this process's root a tmpfs with the machine's folders bound into it, but for /tmp and /flash.
+    """Changes the root to a tmpfs, with the machine's folders bind-mounted except /tmp and /flash.
 
-    files: paths to copy into FILES under their names given, as a dictionary of name to path.
+    files: a dictionary of names in FILES to the paths to copy there.
     """
     root = os.environ[STAGE]
     try:

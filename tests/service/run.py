@@ -10,15 +10,15 @@ import namespace
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(HERE))
-TIME_LIMIT = 280  # seconds, for everything; the tests end far earlier
+TIME_LIMIT = 280  # seconds for the whole run, far more than it needs
 
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--binary", required=True, help="the service")
     parser.add_argument("--tool", help="the command line tool; default: syslogctl beside the service")
-    parser.add_argument("--collectors", help="folder that tools/collectors.sh filled; else their tests are left out")
-    parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name has PATTERN")
+    parser.add_argument("--collectors", help="folder filled by tools/collectors.sh; else its tests are skipped")
+    parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name contains PATTERN")
     parser.add_argument("-v", "--verbose", action="store_true")
     return parser.parse_args()
 
@@ -45,14 +45,14 @@ def run(args):
     for test, reason in result.skipped:
         print(f"left out: {test.id()}: {reason}")
     if result.testsRun == 0:
-        print("no test has such a name")
+        print("run.py: no test matches -k")
     return 0 if result.wasSuccessful() and result.testsRun > 0 else 1
 
 
 def main():
     args = arguments()
     if not os.access(args.binary, os.X_OK):
-        sys.exit(f"{args.binary} is not there to be run: build it first")
+        sys.exit(f"run.py: cannot run {args.binary}: build it first")
     try:
         status = namespace.enter()
         return run(args) if status is None else status

@@ -1,4 +1,4 @@
-"""Calls that are answered: WithAck CLIENT NUMBER [NAME ARGUMENT...] gets "Ack CLIENT LAST NUMBER REFUSED"."""
+"""Acknowledged calls: WithAck CLIENT NUMBER [NAME ARGUMENT...] is answered by "Ack CLIENT LAST NUMBER REFUSED"."""
 from harness import ServiceTest, log_call
 
 UNPARSABLE = b"LogMsg 1 test `open"
@@ -14,7 +14,7 @@ class Acks(ServiceTest):
         (asker or self.asker).call(b"WithAck %s %d %s" % (client, number, call))
 
     def ack(self, asker=None):
-        """The next answer as "CLIENT LAST NUMBER REFUSED". Fails when something else comes."""
+        """Returns the next ack as "CLIENT LAST NUMBER REFUSED". Fails if another datagram arrives."""
         asker = asker or self.asker
         datagram = asker.receive()
         self.assertIsNotNone(datagram, "no answer")
@@ -22,7 +22,7 @@ class Acks(ServiceTest):
         return datagram[20:].decode()
 
     def answers(self, *asked):
-        """What each (client, number, call) is answered, one after the other."""
+        """Sends each (client, number, call) after the ack of the previous one. Returns the acks."""
         answers = []
         for arguments in asked:
             self.ask(*arguments)
@@ -41,7 +41,7 @@ class Acks(ServiceTest):
                                       (b"c", 4, line(b"four"))),
                          ["c 1 1 0", "c 2 2 0", "c 2 2 0", "c 2 1 0", "c 2 0 0", "c 2 4 0", "c 3 3 0", "C 0 3 0",
                           "C 0 0 0", "C 1 1 0", "c 4 4 0"])
-        # Among calls without a number: each in its place.
+        # Mixed with calls without a number, in order.
         for number in range(5, 25):
             self.ask(b"c", number, line(b"%d" % number))
             self.asker.call(line(b"after %d" % number))
@@ -70,7 +70,7 @@ class Acks(ServiceTest):
             "1 Nonsense x", "2 LogMsg 1 test", "3 WithAck c 4 SyncVar", "4 ''")] + [
             f"Syslog.ERROR: OnParseError(WithAck {ip}:{port},c 5 LogMsg 1 test `open)"] * 2)
 
-    def test_only_a_client_and_a_number_are_answered(self):
+    def test_answers_only_a_valid_client_and_number(self):
         good, most = b"x1" * 16, b"0" * 17 + b"1"
         calls = [b"", b"`open", b"c", b"c `1", b"c `1~`", b"`c"]
         for head in (b"c-d 1", b"\xe4 1", b"'' 1", b"'a b' 1", good + b"x 1", b"c +1", b"c -1", b"c ''", b"c one",
@@ -94,7 +94,7 @@ class Acks(ServiceTest):
         self.assertEqual(self.answers((b"c", 1), (b"c", 2)), ["c 1 1 0", "c 2 2 0"])
         self.assertEqual([listener.receive() for _ in range(2)],
                          [listener.cookie + b"WithAck c %d " % number for number in (1, 2)])
-        # The same client from another socket, which is then the one that gets the answer.
+        # The same client from another socket: that socket gets the ack.
         self.ask(b"c", 3, asker=listener)
         self.assertEqual(self.ack(listener), "c 3 3 0")
         self.assertEqual(self.asker.heard(), [self.asker.cookie + b"WithAck c 3 "])
@@ -118,7 +118,7 @@ class Acks(ServiceTest):
             self.assertEqual([self.ack() for _ in range(3)], [f"c {run} {run} {refusals}" for run, refusals in (
                 (number - 2, refused - 1), (number - 1, refused - 1), (number, refused))])
 
-    def test_the_client_not_heard_of_for_longest_is_forgotten(self):
+    def test_forgets_the_least_recent_client(self):
         self.assertEqual(self.answers((b"first", 1), (b"second", 1), (b"first", 7)),
                          ["first 1 1 0", "second 1 1 0", "first 1 7 0"])
         names = [b"client%d" % number for number in range(255)]

@@ -1,4 +1,4 @@
-"""What each call does once it is let in."""
+"""What each call does."""
 import os
 
 from harness import SYNC_FILE, ServiceTest, log_call
@@ -40,7 +40,7 @@ class Calls(ServiceTest):
                                  "Syslog.ERROR: Cannot connect to syslog server at UDP no-host.invalid:514",
                                  using % "127.0.0.2"])
 
-    def test_nothing_changed_is_nothing_to_do(self):
+    def test_syncvar_does_nothing_without_a_change(self):
         service, collector = self.forwarding_service("debug")
         peer = self.peer()
         for call in (b"SetVar remotelog_addr 127.0.0.2", b"SetVar other thing", b"SetVar remotelog_type",
@@ -52,13 +52,13 @@ class Calls(ServiceTest):
             "SetVar(remotelog_addr=127.0.0.2)", "SetVar(other=thing)", "ERROR: OnDispatchError(SetVar,remotelog_type)",
             "ERROR: OnDispatchError(SetVar,remotelog_type x y)", "SyncVar()")])
         self.assertIn(b"<131>Syslog.Trace: SyncVar()\n", collector.heard())
-        # Either of the two variables is change enough.
+        # A change of either variable is enough.
         peer.call(b"SetVar remotelog_type none")
         peer.call(b"SyncVar")
         service.fence(peer)
         self.assertEqual(service.count("Syslog.Info: Remote syslog server logging disabled"), 1)
 
-    def test_each_type_and_module_has_its_words(self):
+    def test_each_outlet_names_type_and_module(self):
         service, collector = self.forwarding_service("debug")
         peer = self.peer()
         service.fence(peer)
@@ -83,7 +83,7 @@ class Calls(ServiceTest):
         self.assertEqual([line.decode() for line in collector.heard() if b"100%" in line],
                          [f"<{priority}>{stored}: 100%s %n %d\n" for _, _, stored, priority in known])
 
-    def test_datagrams_of_1450_bytes_count_and_of_1451_do_not(self):
+    def test_accepts_datagrams_of_at_most_1450_bytes(self):
         service, collector = self.forwarding_service()
         peer, listener = self.peer(), self.peer()
         overhead = 16 + len(log_call(1, b"test", b"\n"))
@@ -96,7 +96,7 @@ class Calls(ServiceTest):
             self.assertEqual((b"<134>test.Info: " + text)[:1024] in collector.heard(), accepted)
             self.assertEqual([len(datagram) for datagram in listener.heard()[:-1]], [size] * accepted)
 
-    def test_rejected_calls_show_in_trace_only_and_unparsable_ones_always(self):
+    def test_logs_rejected_calls_as_trace_and_unparsable_ones_always(self):
         for arguments in ([], ["debug"]):
             with self.subTest(arguments):
                 service, peer = self.service(*arguments), self.peer()

@@ -1,4 +1,4 @@
-"""`syslogctl log` says that it is done only when its lines are in the log, whatever other peers do meanwhile."""
+"""`syslogctl log` ends only when its lines are in the log, whatever other peers do meanwhile."""
 import fcntl
 import os
 import subprocess
@@ -10,7 +10,7 @@ from harness import DEADLINE, SANITIZED, TOOL, ServiceTest
 
 
 class SlowReader(threading.Thread):
-    """Reads a pipe as fast as a serial line of 115,200 baud carries it, and keeps what it has read."""
+    """Reads a pipe at the speed of a serial line of 115,200 baud, and keeps what it has read."""
 
     STEP, PAUSE = 115, 0.01  # bytes, seconds
 
@@ -31,15 +31,15 @@ class Confirmed(ServiceTest):
         self.assertEqual(said.returncode, 0, said.stderr)
 
     def check_after(self, calls):
-        """The line is in the log when the tool ends, though another peer's calls were there first."""
+        """Checks that the line is in the log when the tool ends, although another peer's calls came first."""
         service, peer = self.service(), self.peer()
-        for _ in range(500):  # what SyncLog then writes
+        for _ in range(500):  # for SyncLog to write
             peer.log(b"x" * 1000 + b"\n")
         service.fence(peer, insist=True)
         for call in calls:
             peer.call(call)
         self.log()
-        # A line that has no end, as of a late handshake, may be before it.
+        # It may follow a line without an end, as of a late handshake.
         self.assertEqual(sum(text.endswith("syslogctl.Info: confirmed") for text in service.texts()), 1)
 
     def test_after_calls_that_do_not_parse(self):
@@ -49,7 +49,7 @@ class Confirmed(ServiceTest):
         self.check_after([b"SyncLog"] * (200 if SANITIZED else 1500))
 
     def test_after_lines_on_a_slow_console(self):
-        """Killed as soon as the tool has ended, the child has written the line."""
+        """The child is killed as soon as the tool ends, and must have written the line."""
         reader, writer = os.pipe()
         fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
         console = SlowReader(reader)

@@ -1,4 +1,4 @@
-"""The programs that people copy from."""
+"""The programs in examples/."""
 import logging
 import os
 import subprocess
@@ -34,7 +34,7 @@ class Examples(ServiceTest):
                 service.fence(peer)
                 self.assertEqual(service.count("net.Warning: " + LINE.encode().decode("latin-1")), number)
 
-    def test_the_shell_shows_the_answer_among_what_others_call(self):
+    def test_the_shell_finds_its_answer_among_other_calls(self):
         self.service()
         stop, peer = threading.Event(), self.peer()
 
@@ -57,7 +57,7 @@ class Examples(ServiceTest):
         say("early\n")
         service = self.service()
         service.wait_for("net.Warning: early")
-        service.fence(self.peer())  # its answer is on the way, too
+        service.fence(self.peer())  # then its ack has been sent too
         service.kill_child()
         say("one\ntwo\nno end")
         service.wait_for("net.Warning: two")
@@ -66,7 +66,7 @@ class Examples(ServiceTest):
         self.assertEqual([text for text in service.texts() if text.startswith("net.")],
                          [f"net.Warning: {text}" for text in ("early", "one", "two", "no end")])
 
-    def test_each_says_that_nobody_is_there(self):
+    def test_each_reports_that_no_service_runs(self):
         for program in [self.start_program(program) for program in PROGRAMS]:
             with self.subTest(program.args[-2]):
                 self.assertNotEqual(program.communicate()[0], "")
@@ -74,7 +74,7 @@ class Examples(ServiceTest):
 
 
 class Handler(ServiceTest):
-    """The handler of Python's logging."""
+    """The handler for Python's logging."""
 
     def logger(self, name="py", **options):
         handler = velk_logging.VelkHandler(**options)
@@ -89,7 +89,7 @@ class Handler(ServiceTest):
     def lines(service):
         return [text.partition(": ")[2] for text in service.texts() if text.startswith("py.Info: ")]
 
-    def test_each_record_of_each_thread_is_logged_though_the_child_is_killed(self):
+    def test_every_record_is_logged_when_the_child_is_killed(self):
         service = self.service()
         log, handler = self.logger()
 

@@ -20,14 +20,14 @@ FUNCTIONS = ("malloc", "recvmmsg", "sendto", "write", "pwrite64", "open64", "mko
 CALLS = [b"LogMsg 2 `m` `text %d\n`", b"SetVar remotelog_addr 127.0.0.%d", b"SyncVar", b"SyncLog",
          b"LogMsg 3 `m` `" + b"x" * 600 + b"%d\n`", b"SetVar v%d `y`", b"WithAck c%d 1 SyncLog"]
 CALLS = [b"LogMsg 'open"] + [call.replace(b"%d", b"%d" % number) for number in range(8) for call in CALLS]
-# What the supervisor says when it has to end after it has begun to start children.
+# The supervisor's last lines if it ends after it has started a child.
 LAST_WORDS = {"fork": r"Start child\.\.\.\nSyslog\.ERROR: fork\(\) failed!\nSyslog\.Info: Exiting application\.\.\.$",
               "waitpid": r"Wait for child (\d+)\.\.\.\n(.*\n)*"
                          r"Syslog\.ERROR: Waitpid returned -1 instead of \1! Exiting"}
 
 
 def numbers():
-    """Every one at first, then some."""
+    """Yields every number at first, then fewer and fewer."""
     number = 1
     while True:
         yield number
@@ -46,17 +46,17 @@ class Faults(ServiceTest):
         return self.started.process.poll() is not None
 
     def call(self, *texts):
-        """Makes the calls as a new peer, unless the supervisor has ended."""
+        """Joins as a new peer and makes the calls, unless the supervisor has ended."""
         peer = Peer(connect=False)
         until(lambda: self.ended() or peer.connect(), "an answer to CONN")
-        with contextlib.suppress(ConnectionRefusedError):  # the child has ended
+        with contextlib.suppress(ConnectionRefusedError):  # the child ended
             peer.send(peer.cookie)
             for text in texts if not self.ended() else ():
                 peer.call(text)
         peer.close()
 
     def works(self):
-        """Whether a new peer's line gets to the console and into the sync file."""
+        """Whether a new peer's line reaches the console and the sync file."""
         line = f"after {time.monotonic()}"
         self.call(b"LogMsg 1 `test` `%s\n`" % line.encode(), b"SyncLog")
         for _ in range(50):
@@ -66,7 +66,7 @@ class Faults(ServiceTest):
         return self.ended()
 
     def run_once(self, function, at, number=0):
-        """With the at-th call of the function failing; 0: with each failing, with that errno."""
+        """Runs the service with call number `at` of the function failing; at 0: every call, with errno `number`."""
         self.clear_files()
         self.configure(SYSLOG_ON % "127.0.0.2")
         with open(FAIL_FILE, "wb") as state:
@@ -75,7 +75,7 @@ class Faults(ServiceTest):
         self.call(*CALLS)
         if not self.ended():
             old = self.started.child()
-            with contextlib.suppress(ProcessLookupError):  # it was about to end
+            with contextlib.suppress(ProcessLookupError):  # it has just ended
                 os.kill(old, signal.SIGKILL)
             until(lambda: self.ended() or old not in processes(), "the end of the child")
         self.call(*CALLS)
@@ -103,13 +103,13 @@ class Faults(ServiceTest):
                     self.run_once(function, number)
                 finally:
                     errors = self.started.errors()
-                    os.truncate(self.started.errors_path, 0)  # stop() wants none
+                    os.truncate(self.started.errors_path, 0)  # stop() fails if there are any
                 self.check_end(function, errors)
             if self.calls_counted() < number:
                 return number
 
     def test_serves_where_recvmmsg_is_refused(self):
-        for number in (errno.ENOSYS, errno.EPERM, errno.EACCES, errno.ENOMEM):  # a filter may choose any
+        for number in (errno.ENOSYS, errno.EPERM, errno.EACCES, errno.ENOMEM):  # a seccomp filter may return any
             with self.subTest(number=number):
                 self.run_once("recvmmsg", 0, number)
                 self.assertFalse(self.ended())

@@ -1,4 +1,4 @@
-"""Few devices or many, one place to look: what docs/collectors.md and docs/fleet.md promise, with real collectors."""
+"""Checks with real collectors what docs/collectors.md and docs/fleet.md promise."""
 import glob
 import http.server
 import json
@@ -15,13 +15,13 @@ import collectors
 import namespace
 from harness import SYSLOG_ON, SYSLOG_PORT, WITH_TOOL, ServiceTest, until
 
-PROGRAMS = {"rsyslog": ".._.._up", "syslog-ng": "______up"}  # to the file name that module "../../up" gets
+PROGRAMS = {"rsyslog": ".._.._up", "syslog-ng": "______up"}  # and their file name for module "../../up"
 DEVICES = [f"127.1.{i // 250}.{1 + i % 250}" for i in range(min(1000, collectors.MOST_FILES // 4))]  # two files each
 FILES = "/tmp/devices"
 
 
 def lines_of(path):
-    """The objects of a file of JSON lines, as far as it is written."""
+    """Returns the objects of the complete lines in a file of JSON lines."""
     try:
         with open(path) as lines:
             return [json.loads(line) for line in lines if line.endswith("\n")]
@@ -34,7 +34,7 @@ class FleetTest(ServiceTest):
     running = None
 
     def collector(self, *names, **options):
-        """One that listens, in place of the one before and of all files."""
+        """Starts a collector, after stopping an earlier one and deleting all files, and waits until it listens."""
         if self.running is not None:
             self.running.stop()
             self.clear_files()
@@ -59,7 +59,7 @@ class FleetTest(ServiceTest):
 
     @staticmethod
     def say(device, *texts, priority=b"<134>", port=SYSLOG_PORT, to=collectors.HOST):
-        """Sends what the service of a device would send."""
+        """Sends datagrams as a device's service does."""
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as own:
             own.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
             own.bind((device, port))
@@ -83,7 +83,7 @@ class Fleet(FleetTest):
             self.assertEqual({(line["host"], line["facility"]) for line in found}, {("127.0.0.1", "local0")})
             self.assertRegex(found[0]["received"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d")
 
-    def test_one_on_the_same_machine_keeps_its_port(self):
+    def test_a_collector_on_the_same_machine_keeps_its_port(self):
         for program in PROGRAMS:
             self.collector(program, host="0.0.0.0")
             self.configure(SYSLOG_ON % "127.0.0.1")
@@ -93,7 +93,7 @@ class Fleet(FleetTest):
             texts = lambda: {line["text"] for line in lines_of("/tmp/devices.json") if line["module"] == "net"}
             until(lambda: texts() == {"from the service", "from a device"}, texts)
 
-    def test_only_handshakes_that_worked_are_left_out(self):
+    def test_drops_only_successful_handshakes(self):
         kept = [b"net.Info: srv wrote 16 to 0x7f000001:1...", b"Syslog.Info: srv wrote -1 to 0x7f000001:2...",
                 b"Syslog.Warning: last"]
         dropped = b"Syslog.Info: srv wrote 16 to 0x7f000001:3..."
@@ -141,7 +141,7 @@ class Fleet(FleetTest):
 
 
 class Loki(http.server.BaseHTTPRequestHandler):
-    """Takes everything, and keeps what was posted in the server's list."""
+    """Accepts every request, and appends its path and body to the server's list."""
 
     def do_POST(self):
         self.server.posted.append((self.path, self.rfile.read(int(self.headers["Content-Length"])).decode()))
@@ -179,7 +179,7 @@ class ToLoki(FleetTest):
             self.say(device, f"{module}.Warning: {text}".encode(), priority=b"<132>")
         until(lambda: sorted(entries()) == self.SAID, lambda: list(entries()))
 
-    def test_the_dashboard_asks_for_what_loki_gets(self):
+    def test_the_dashboard_queries_match_the_labels(self):
         self.say(DEVICES[0], b"net.Error: no carrier", priority=b"<131>")
         until(lambda: self.posted, "a line at Loki")
         labels = json.loads(self.posted[0][1])["streams"][0]["stream"]
@@ -197,7 +197,7 @@ class ToLoki(FleetTest):
             grouped = re.findall(r"by \((\w+)\)", target["expr"])
             named = re.findall(r"{{(\w+)}}", target.get("legendFormat", ""))
             self.assertLessEqual({*variables, *grouped, *named}, set(labels))
-            self.assertNotIn("|", target["expr"], "a line is text, of which there is nothing to parse")
+            self.assertNotIn("|", target["expr"], "lines are plain text, so there is nothing to parse")
         self.assertEqual(len(targets), 3)
 
 
@@ -222,7 +222,7 @@ class Late(FleetTest):
         self.addCleanup(namespace.unmount, "/etc/hosts")
         self.assertEqual(hook.wait(20), 0)
         peer.log(b"late\n", module=b"app")
-        subprocess.run(hook.args, env=environment, check=True)  # the network goes and comes: nothing twice
+        subprocess.run(hook.args, env=environment, check=True)  # the network returns: nothing is sent twice
 
         def lines():
             return [line for name in ("app", "my net") for line in lines_of(f"{FILES}/127.0.0.1/{name}.json")]

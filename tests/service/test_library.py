@@ -1,4 +1,4 @@
-"""What the library or the tool confirmed has arrived, whatever happens to the service."""
+"""Lines that the library or the tool confirmed have arrived, whatever happened to the service."""
 import os
 import subprocess
 import threading
@@ -9,11 +9,11 @@ from harness import TOOL, ServiceTest, until
 THREAD = "1"  # VELK_THREAD
 LINES = 50000
 KILLS = 10
-WINDOW = 64  # most calls that a client has on the way
+WINDOW = 64  # calls
 
 
 class Counter(threading.Thread):
-    """Reads a collector all the time, and quickly, so that nothing is lost there; keeps the numbers of the lines."""
+    """Reads a collector fast enough to lose nothing, and keeps the numbers of the lines."""
 
     BEGIN = b"<134>lib.Info: line "
 
@@ -33,18 +33,18 @@ class Counter(threading.Thread):
 
 
 class Lines(ServiceTest):
-    def test_the_librarys(self):
+    def test_lines_of_the_library(self):
         program = os.path.join(namespace.FILES, "velk_lines")
         self.check_while_killing_children([program, "127.0.0.1", str(LINES), THREAD])
 
-    def test_the_tools(self):
+    def test_lines_of_the_tool(self):
         numbers = f"seq -f 'line %.0f' 0 {LINES - 1}"
         self.check_while_killing_children(["sh", "-c", f"{numbers} | {TOOL} log -t lib"])
 
     def check_while_killing_children(self, command):
-        """The command logs "line 0" to "line 49999" as module lib, type Info, and waits until they are confirmed.
+        """Kills children while the command logs "line 0" to "line 49999" as module lib, type Info, with acks.
 
-        Every line arrives, and in order. Only what was on its way when a child died may come twice.
+        Every line must arrive, in order. Only lines in the window when a child died may come twice.
         """
         service, collector = self.forwarding_service()
         until(service.child, "a child")

@@ -1,4 +1,4 @@
-"""syslogctl through a network that loses, doubles and reorders datagrams."""
+"""syslogctl through a network that loses, duplicates and reorders datagrams."""
 import os
 import subprocess
 import unittest

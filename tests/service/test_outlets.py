@@ -1,4 +1,4 @@
-"""Outlets that fail: whatever becomes of its lines, the service serves on."""
+"""Outlets that fail: the service goes on even if its lines are lost."""
 import contextlib
 import os
 import re
@@ -12,7 +12,7 @@ from harness import (DEADLINE, PREFIX, SYNC_FILE, SYSLOG_ON, ServiceTest, read_s
 
 class Console(ServiceTest):
     def check_serves(self):
-        """Without a console to look at: a line reaches another peer and the sync file."""
+        """Checks without a console that a line reaches another peer and the sync file."""
         peer, listener = self.peer(), self.peer()
         peer.log(b"a line\n")
         self.assertEqual(listener.receive(), listener.cookie + b"LogMsg 1 `test` `a line\n`")
@@ -22,7 +22,7 @@ class Console(ServiceTest):
         self.configure(SYSLOG_ON % self.collector().host)
         service = self.service("debug", prepare=lambda: os.closerange(0, 3))
         self.check_serves()
-        # No socket may have become the console.
+        # No socket may get the console's descriptor.
         for pid in (service.pid, service.child()):
             self.assertEqual([os.readlink(f"/proc/{pid}/fd/{fd}") for fd in range(3)], ["/dev/null"] * 3)
 
@@ -75,20 +75,20 @@ class Console(ServiceTest):
 
         def fill():
             for _ in range(1000):
-                until(stranger.connect, "an answer to CONN")  # each makes a line
+                until(stranger.connect, "an answer to CONN")  # each logs a line
             self.assertEqual(service.child(), child)
 
         fill()
         self.peer().log(b"last\n")
         text = self.read_until(reader, b"test.Info: last\r\n").replace(b"\r", b"")
-        # A line that the terminal took in part is shown and counted.
+        # A line that the terminal took in part is both shown and counted as dropped.
         self.assertGreaterEqual(self.own_lines(service, text)[1], 1001)
         self.assertRegex(text, rb"\n" + PREFIX.encode() + rb"\[# *\d+\] test\.Info: last\n$")
         fill()
         service.kill_child()
 
     def own_lines(self, service, text):
-        """How many lines of the supervisor, and of others, are shown or counted as dropped."""
+        """Returns how many lines of the supervisor, and of others, are shown or counted as dropped."""
         counts = [0, 0]
         for thread, line in re.findall(rb"^\[[\d:.]+\]\[# *(\d+)\] Syslog\.(.+)$", text, re.MULTILINE):
             dropped = re.match(rb"Warning: Console lines dropped here: (\d+)$", line)
@@ -96,7 +96,7 @@ class Console(ServiceTest):
         return counts
 
     def service_at(self, ends):
-        """The end to read from, and a service that has the other one alone."""
+        """Returns the end to read from, and a service that alone has the other end."""
         reader, writer = ends
         self.addCleanup(os.close, reader)
         service = self.service(stdout=writer)
@@ -112,8 +112,8 @@ class Console(ServiceTest):
 
 
 class SyncFile(ServiceTest):
-    def test_what_is_in_the_way_is_replaced_or_left_alone(self):
-        open(SYNC_FILE + ".unfinished-aB3xYz", "w").close()  # as a child leaves it that is killed while it writes
+    def test_replaces_other_files_or_leaves_them_alone(self):
+        open(SYNC_FILE + ".unfinished-aB3xYz", "w").close()  # left by a child killed while it wrote
         service = self.service(prepare=without_file_privileges)
         peer = self.peer()
         self.assertEqual(os.listdir("/tmp"), [])
@@ -131,7 +131,7 @@ class SyncFile(ServiceTest):
             self.assertEqual(state(), before)
             service.wait_for(f"Syslog.ERROR: Cannot write {SYNC_FILE}: {why}")
 
-        with open(SYNC_FILE, "w"):  # another program may have made it first
+        with open(SYNC_FILE, "w"):  # made by another program
             os.chmod(SYNC_FILE, 0o600)
         if namespace.is_real_root():
             os.chown(SYNC_FILE, 12345, 12345)
@@ -147,14 +147,14 @@ class SyncFile(ServiceTest):
         check_refused("No space left on device")
         os.unlink("/tmp/filler")
         os.chmod("/tmp", 0o555)
-        # Its own file, where it can't be replaced, is written over.
+        # Its own file, which it cannot replace, is overwritten.
         before = len(read_sync())
         self.assertGreater(len(sync()), before)
 
 
 class RemoteSyslog(ServiceTest):
-    def test_port_514_is_its_own_unless_a_collector_of_this_machine_listens(self):
-        # All that systemd's ProcSubset=pid leaves. A kernel before 5.8 does not know the option.
+    def test_sends_from_port_514_unless_a_local_collector_has_it(self):
+        # /proc as with systemd's ProcSubset=pid. Kernels before 5.8 do not have the option.
         with contextlib.suppress(OSError):
             namespace.mount("proc", "/proc", "proc", 0, "subset=pid")
             self.addCleanup(namespace.unmount, "/proc")
@@ -166,7 +166,7 @@ class RemoteSyslog(ServiceTest):
             goal = elsewhere if host == elsewhere.host else here
             self.configure(SYSLOG_ON % host)
             service = self.service()
-            for _ in range(2):  # as the supervisor switched it on, and as a child does so again
+            for _ in range(2):  # switched on by the supervisor, then by a child
                 peer = self.peer()
                 goal.heard()
                 peer.log(b"forwarded\n")
@@ -185,8 +185,8 @@ class RemoteSyslog(ServiceTest):
             if is_local:
                 here.socket.close()
 
-    def test_collector_that_is_absent_then_comes(self):
-        # Without it the service would have port 514 of every address to itself and nothing be refused.
+    def test_collector_that_starts_later(self):
+        # It holds port 514, so the service sends from another port and its datagrams can be refused.
         other = self.collector(host="127.0.0.9", share=False)
         self.configure(SYSLOG_ON % "127.0.0.2")
         service, peer = self.service(), self.peer()

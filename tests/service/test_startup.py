@@ -1,4 +1,4 @@
-"""What the service says and reads when it starts."""
+"""What the service reads and prints at its start."""
 import os
 import random
 import re
@@ -10,7 +10,7 @@ NO_CONFIG = "Syslog.Warning: Was not able to load conf options!"
 
 
 class StartUp(ServiceTest):
-    def test_says_its_lines_in_order(self):
+    def test_prints_its_lines_in_order(self):
         before = time.time()
         service = self.service()
         self.peer()
@@ -20,7 +20,7 @@ class StartUp(ServiceTest):
         self.assertEqual(texts[:4], [NO_CONFIG, "Syslog.Info: Using file path '/tmp' for SyncLog",
                                      "Syslog.Info: TRACE messages will not be logged!",
                                      "Syslog.Info: Start child..."])
-        # Two processes write from here on, each in its own order.
+        # From here on two processes write, each in its own order.
         self.assertEqual(sorted(texts[4:7]), ["Syslog.Info: Child process...", "Syslog.Info: Continuing...",
                                               f"Syslog.Info: Wait for child {child}..."])
         self.assertLess(*[texts.index(f"Syslog.Info: {word}...") for word in ("Child process", "Continuing")])
@@ -42,7 +42,7 @@ class StartUp(ServiceTest):
                                        ("test.Trace: trace", debug)]:
                     self.assertEqual(service.count(text), expected, text)
 
-    def test_forwards_for_the_one_type_and_a_server_that_has_an_address(self):
+    def test_forwards_with_the_right_type_and_a_known_server(self):
         collector = self.collector()
         on = SYSLOG_ON % collector.host
         using = "Syslog.Info: Using syslog server at UDP %s:514"

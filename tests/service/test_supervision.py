@@ -1,4 +1,4 @@
-"""The supervisor: what it does about a child that ends or cannot start."""
+"""What the supervisor does when a child ends or cannot start."""
 import contextlib
 import os
 import re
@@ -15,7 +15,7 @@ RESTART = "Syslog.Info: Child exited with code %d, restarting..."
 
 
 class Supervision(ServiceTest):
-    def test_killed_children_come_back_and_leave_nothing_behind(self):
+    def test_restarts_killed_children_without_leaks(self):
         service, collector = self.forwarding_service()
         old = self.peer()
         descriptors = os.listdir(f"/proc/{service.pid}/fd")
@@ -40,16 +40,16 @@ class Supervision(ServiceTest):
         self.assertEqual(service.count("test.Info: from the old"), 0)
         self.assertIn(b"<134>test.Info: from the new\n", collector.heard())
 
-    def test_restarts_a_child_though_started_with_its_signal_ignored(self):
+    def test_restarts_a_child_when_sigchld_was_ignored(self):
         service = self.service(prepare=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
         os.kill(service.child(), signal.SIGTERM)
         service.wait_for(RESTART % signal.SIGTERM)
 
-    def test_restarts_without_a_fault_until_its_port_is_free(self):
+    def test_restarts_until_its_port_is_free(self):
         unfinished = f"{SYNC_FILE}.unfinished-aB3xYz"
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("", PORT))
-            with open(unfinished, "w"):  # perhaps by the service that has the port
+            with open(unfinished, "w"):  # as by a service that has the port
                 pass
             service = self.service(environment={"TSAN_OPTIONS": os.environ["TSAN_OPTIONS"] + ":atexit_sleep_ms=0"})
             # After pauses of 10, 20, 40 ms and so on, up to a second.
@@ -64,16 +64,16 @@ class Supervision(ServiceTest):
         self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 8)
         self.peer()
         self.assertFalse(os.path.exists(unfinished))
-        service.kill_child()  # which has served: the next one starts at once
+        service.kill_child()  # it has served, so the next one starts at once
         self.peer()
 
     def test_pauses_after_children_that_end_before_they_serve(self):
         service = self.service()
         begin = time.monotonic()
-        for count in range(7):  # pauses of 1.27 s in all
+        for count in range(7):  # pauses of 1.27 s altogether
             child = service.child()
-            time.sleep(0.05)  # it has the port by then
-            os.kill(child, signal.SIGSYS)  # as a filter of system calls does, at its first recvmmsg(2)
+            time.sleep(0.05)  # until it has the port
+            os.kill(child, signal.SIGSYS)  # like a seccomp filter at the first recvmmsg(2)
             service.wait_for("Syslog.Info: Start child...", count + 2)
         self.assertGreater(time.monotonic() - begin, 1.5)
 
@@ -87,10 +87,10 @@ class Supervision(ServiceTest):
                     other.bind((address, PORT))
         for _ in range(20):
             service.kill_child()
-            self.peer()  # the next child got the port
+            self.peer()  # the next child has the port
 
     def service_with_full_console(self, limit, **limits):
-        """One with so much address space, started by a pipe that is full. Returns its first child and the reader."""
+        """Starts one with this limit of address space and a full pipe as its console. Returns it and the reader."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
         os.set_blocking(writer, False)
@@ -108,12 +108,12 @@ class Supervision(ServiceTest):
         return service, reader
 
     @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
-    def test_restarts_a_child_without_memory_though_no_one_reads_its_last_words(self):
+    def test_restarts_a_child_that_runs_out_of_memory(self):
         service, _ = self.service_with_full_console(6 << 20)
         peer = self.peer()
         first = service.child()
 
-        # The handlers wait for the reader while calls pile up.
+        # The worker thread is blocked on the console while calls pile up.
         def piled_up():
             with contextlib.suppress(ConnectionRefusedError):
                 for _ in range(50):
@@ -123,7 +123,7 @@ class Supervision(ServiceTest):
         self.peer()
 
     @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
-    def test_holds_its_longest_backlog_under_the_start_scripts_limit(self):
+    def test_its_longest_backlog_fits_the_start_scripts_limit(self):
         service, reader = self.service_with_full_console(16 << 20, RLIMIT_STACK=64 << 20)
         peer = self.peer()
         first = service.child()
@@ -140,7 +140,7 @@ class Supervision(ServiceTest):
         until(backlog_seen, "all that was pending")
         self.assertEqual(first, service.child())
 
-    def test_goes_on_when_its_terminal_hangs_up_or_asks_for_silence(self):
+    def test_ignores_signals_from_its_terminal(self):
         service = self.service()
         peer = self.peer()
         for number in (signal.SIGHUP, signal.SIGTTOU):
@@ -155,4 +155,4 @@ class Supervision(ServiceTest):
                 service = self.service()
                 self.peer()
                 self.assertEqual(service.stop(number), -number)
-                self.check_nobody_left()
+                self.check_no_process_left()

@@ -1,4 +1,4 @@
-"""syslogctl against the running service: what arrives, what it prints, and how it ends."""
+"""syslogctl with the running service: what arrives, what it prints, and its exit status."""
 import json
 import os
 import re
@@ -18,7 +18,7 @@ DONE, NOT_CONFIRMED, USAGE, NO_ANSWER = range(4)
 @unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
 class ToolTest(ServiceTest):
     def run_tool(self, *arguments, code=DONE, **options):
-        """Runs it to its end; returns its standard output and error."""
+        """Runs the tool to its end. Returns its standard output and error."""
         if "input" not in options:
             options.setdefault("stdin", subprocess.DEVNULL)
         result = subprocess.run([TOOL, *arguments], stdout=options.pop("stdout", subprocess.PIPE),
@@ -35,13 +35,13 @@ class ToolTest(ServiceTest):
         return tool
 
     def module_lines(self, service, module):
-        """The lines of one module, as bytes, each with its level's word."""
+        """Returns the lines of one module as bytes, each with its level."""
         begin = module + "."
         return [text[len(begin):].encode("latin-1") for text in service.texts() if text.startswith(begin)]
 
 
 class Log(ToolTest):
-    def test_words_and_standard_input_arrive_as_they_are(self):
+    def test_words_and_standard_input_arrive_unchanged(self):
         service = self.service("debug")
         for level, word in [("trace", b"Trace"), ("info", b"Info"), ("warning", b"Warning"), ("error", b"ERROR")]:
             self.run_tool("log", "-l", level, "-t", "words", "--", level, "-5 %s", "`~'\"")
@@ -54,21 +54,21 @@ class Log(ToolTest):
         expected = [b"Info: " + line for line in every.replace(b"\0", b"\\0").split(b"\n")]
         self.assertEqual(self.module_lines(service, "bytes"), expected)
 
-    def test_is_confirmed_without_a_pause_and_leaves_two_lines_beside_its_own(self):
+    def test_is_confirmed_at_once_and_adds_two_lines(self):
         service = self.service()
-        peer = self.peer()  # the service is there
+        peer = self.peer()  # the service is running
         times = []
         for number in range(1, 6):
             begin = time.monotonic()
             self.run_tool("log", "--confirm", "-t", "quick", "x")
             times.append(time.monotonic() - begin)
-            # No waiting: it ends when the line is there.
+            # The line must be there when the tool ends.
             self.assertEqual(len(self.module_lines(service, "quick")), number)
         self.assertLess(min(times), 0.2)
         service.fence(peer)
         self.assertEqual(sum(": srv wrote 16 to " in text for text in service.texts()), 2 * 5 + 1)
 
-    def test_is_stopped_by_a_signal_in_order(self):
+    def test_a_signal_stops_it_in_order(self):
         service = self.service()
         tool = self.start_tool("log", "-t", "cut", stdin=subprocess.PIPE)
         tool.stdin.write(b"first\nbegun")
@@ -88,7 +88,7 @@ class Commands(ToolTest):
         self.run_tool("call", "logmsg", "2", "any", "call\n")
         self.assertEqual(self.module_lines(service, "any"), [b"Warning: call"])
 
-        # What the service refuses other peers may know.
+        # Other peers may handle calls that the service refuses.
         peer = self.peer()
         said = self.run_tool("call", "--", "Foo", "a b", "it's", "`~", "", "-x", code=NOT_CONFIRMED)[1]
         self.assertIn("refused 1 call:", said)
@@ -110,7 +110,7 @@ class Commands(ToolTest):
         said = self.run_tool("remote", "on", "no-such-host.invalid", code=NOT_CONFIRMED)[1]
         self.assertIn("Cannot connect to syslog server at UDP no-such-host.invalid:514", said)
 
-    def test_dumps_the_log_of_now_or_nothing(self):
+    def test_dumps_the_current_log_or_nothing(self):
         with open(SYNC_FILE, "w") as sync:
             sync.write("[00:00:00.000] old.Info: from before\n")
         os.chmod(SYNC_FILE, 0o444)
@@ -137,13 +137,13 @@ class Commands(ToolTest):
         self.assertIn("run it there", self.run_tool("-s", "192.0.2.1", "dump", code=USAGE)[1])
         self.assertEqual(service.process.poll(), None)
 
-    def test_dumps_a_file_that_can_only_be_written_over(self):
+    def test_dumps_a_file_that_can_only_be_overwritten(self):
         for path in (SYNC_FILE, "/tmp/mounted"):
             open(path, "w").close()
         subprocess.run(["mount", "--bind", "/tmp/mounted", SYNC_FILE], check=True)
         self.addCleanup(namespace.unmount, SYNC_FILE)
         self.service()
-        for number in range(10):  # quickly: the file's time is all that tells the versions apart
+        for number in range(10):  # fast: only the file's time tells the versions apart
             self.run_tool("log", f"now {number}")
             self.assertIn(f"syslogctl.Info: now {number}\n", self.run_tool("dump")[0])
 
@@ -172,7 +172,7 @@ class Commands(ToolTest):
         peer.log("ä \"\x1b[31m\n".encode() + b"\xff", kind=3, module=b"net")
         peer.call(b"setvar 'a b' c")
         peer.call(b"LogMsg 1 'open")
-        # Numbered calls look like any other. What only asks, or answers, is nothing to show.
+        # Numbered calls look like any other. Queries and acks are not shown.
         peer.call(b"WithAck `me` 1 LogMsg 2 net numbered")
         peer.call(b"WITHACK me 2")
         peer.call(b"ack me 2 2 0")
@@ -195,7 +195,7 @@ class Commands(ToolTest):
             "net.Warning: numbered", "LogMsg (unreadable arguments) 1 'open", "test.Info: last"])
         self.assertEqual([watch.returncode for watch in watches], [DONE, DONE])
 
-    def test_pings_on_through_a_restart(self):
+    def test_pings_through_a_restart(self):
         service = self.service()
         ping = self.start_tool("ping", "-i", "0.05", "-n", "13", text=True)
         self.assertRegex(ping.stdout.readline(), r"^PING 127\.0\.0\.1:11001: handshake time=\d+\.\d{3} ms\n")
@@ -215,7 +215,7 @@ class Bridge(ToolTest):
     SOCKET = "/tmp/log"
 
     def start_bridge(self):
-        before = os.umask(0o077)  # which must keep no program out
+        before = os.umask(0o077)  # must not affect the socket's mode
         bridge = self.start_tool("bridge", "--socket", self.SOCKET)
         os.umask(before)
         program = until(self.connect, "the bridge")
@@ -236,7 +236,7 @@ class Bridge(ToolTest):
         said = bridge.communicate(timeout=60)[1].decode()
         self.assertEqual(bridge.returncode, DONE, said)
 
-    def test_hands_on_what_programs_write(self):
+    def test_logs_what_programs_write(self):
         service = self.service()
         bridge, program = self.start_bridge()
         for record in (b"<27>Jan  2 10:00:00 prog[7]: a\n", b"<12>Jan  2 10:00:00 prog: b\r\nc\0d\0",
@@ -255,10 +255,10 @@ class Bridge(ToolTest):
         self.assertEqual(self.module_lines(service, "local[Syslog]"), [b"ERROR: Child exited"])
         self.assertEqual(self.module_lines(service, r"\xc2\x9b1Gprog"), [rb"ERROR: \xc2\x9b1Gx"])
 
-    def test_serves_the_c_librarys_syslog(self):
+    def test_logs_what_the_c_library_sends(self):
         service = self.service()
         script = f"""set -e
-            touch /tmp/null && mount --bind /dev/null /tmp/null  # to make a device takes more than a mapped root
+            touch /tmp/null && mount --bind /dev/null /tmp/null  # mknod needs real root
             mount -t tmpfs none /dev && touch /dev/null && mount --bind /tmp/null /dev/null && ln -s null /dev/kmsg
             {TOOL} bridge --kmsg & until [ -S /dev/log ]; do kill -0 $!; sleep 0.02; done
             python3 -c 'import syslog as s; s.openlog("py", s.LOG_PID, s.LOG_DAEMON); s.syslog(s.LOG_ERR, "by libc")'
@@ -266,28 +266,28 @@ class Bridge(ToolTest):
         result = subprocess.run(["unshare", "--mount", "sh", "-c", script], stderr=subprocess.PIPE, cwd="/",
                                 timeout=DEADLINE)
         self.assertEqual(result.returncode, DONE)
-        self.assertRegex(result.stderr, rb"^[^\n]*continuing without it\n$")  # the kernel's log, which ends here
+        self.assertRegex(result.stderr, rb"^[^\n]*continuing without it\n$")  # /dev/kmsg is empty
         self.assertRegex(self.module_lines(service, "py")[0], rb"^ERROR: \[\d+\] by libc$")
 
-    def test_a_burst_is_kept_and_its_losses_are_told(self):
+    def test_keeps_a_burst_and_reports_losses(self):
         service = self.service()
         bridge, program = self.start_bridge()
         total = 30000
         child = service.child()
-        os.kill(child, signal.SIGSTOP)  # so that the bridge has to keep what it can
+        os.kill(child, signal.SIGSTOP)  # so that the bridge's buffers fill up
         for number in range(total):
             program.send(b"<14>n: %d" % number)
         os.kill(child, signal.SIGCONT)
         self.stop_bridge(bridge)
         text = "\n".join(service.texts())
-        # What was sent again while the child was stopped was not run again.
+        # Calls retransmitted while the child was stopped were run only once.
         numbers = list(map(int, re.findall(r"^n\.Info: (\d+)$", text, re.M)))
         told = list(map(int, re.findall(r"^syslogctl\.Warning: (\d+) messages were lost here$", text, re.M)))
         gaps = [after - before - 1 for before, after in zip([-1, *numbers], [*numbers, total]) if after - before != 1]
         self.assertEqual(told, gaps)
         self.assertTrue(numbers and gaps)
 
-    def test_takes_over_dead_sockets_and_nothing_else(self):
+    def test_replaces_only_dead_sockets(self):
         service = self.service()
         bridge, _ = self.start_bridge()
         self.assertIn("another program reads from", self.run_tool("bridge", "--socket", self.SOCKET, code=USAGE)[1])
@@ -303,7 +303,8 @@ class Bridge(ToolTest):
         os.symlink("/tmp/file", "/tmp/link")
         os.mkdir("/tmp/closed", 0o555)
         for path, why in [("/tmp/file", "not a socket"), ("/tmp/link", "not a socket"), ("/tmp/no/log", "No such file"),
-                          ("/tmp/closed/log", "run as root"), ("/tmp/" + "x" * 108, "invalid socket path"), ("", "invalid socket path")]:
+                          ("/tmp/closed/log", "run as root"), ("/tmp/" + "x" * 108, "invalid socket path"),
+                          ("", "invalid socket path")]:
             said = self.run_tool("bridge", "--socket", path, code=USAGE, preexec_fn=without_file_privileges)[1]
             self.assertIn(why, said)
         with open("/tmp/link") as file:
@@ -311,7 +312,7 @@ class Bridge(ToolTest):
 
 
 class Trouble(ToolTest):
-    def test_wrong_usage_is_told(self):
+    def test_reports_wrong_usage(self):
         self.assertLessEqual(len(self.run_tool("--help")[0].splitlines()), 24)
         for arguments in ([], ["x"], ["-x", "log"], ["log", "--nothing"], ["log", "-l", "loud", "x"], ["log", "-t"],
                           ["log", "-t", "", "x"], ["log", "-t", "x" * 49, "x"], ["log", "--json", "x"],
@@ -323,7 +324,7 @@ class Trouble(ToolTest):
                           ["--password-file", "/tmp/none", "dump"]):
             self.run_tool(*arguments, code=USAGE)
 
-    def test_a_wrong_password_is_told_from_no_answer(self):
+    def test_distinguishes_a_wrong_password_from_no_answer(self):
         with open("/tmp/password", "w") as password:
             password.write("wrong\nmosk\n")
         commands = ["log", "x"], ["set", "a", "b"], ["ping", "-n", "1"], ["watch"], ["dump"]
@@ -338,14 +339,14 @@ class Trouble(ToolTest):
         for command, tool in tools:
             said = tool.communicate(timeout=60)[1]
             self.assertEqual((tool.returncode, "the password is wrong" in said), (NOT_CONFIRMED, True), said)
-            # An older service does not answer, but runs what it gets.
+            # The tool cannot tell this from an older service, which runs calls without acks.
             self.assertEqual("1 call was sent once and is not confirmed" in said, command[0] in ("log", "set", "dump"))
         for text in ("mosk\nrest\n", "mosk\r\nrest", "mosk\r", "mosk"):
             with open("/tmp/password", "w", newline="") as password:
                 password.write(text)
             self.run_tool("--password-file", "/tmp/password", "log", "x")
 
-    def test_a_password_that_does_not_come_is_told(self):
+    def test_reports_a_password_that_does_not_come(self):
         self.service()
         os.mkfifo("/tmp/password")
         log = ["--password-file", "/tmp/password", "log", "x"]
@@ -365,7 +366,7 @@ class Trouble(ToolTest):
         said = self.run_tool("--password-file", "/tmp", "log", "x", code=USAGE)[1]
         self.assertIn("Is a directory", said)
 
-    def test_missing_and_full_descriptors_are_told(self):
+    def test_reports_missing_and_full_descriptors(self):
         service = self.service()
 
         def closing(*descriptors):

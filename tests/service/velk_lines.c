@@ -1,5 +1,5 @@
-/* velk_lines SERVER COUNT FLAGS: writes "line 0" to "line COUNT - 1" through libvelk and waits until they are
- * confirmed. Prints how many lines per second that were. */
+/* velk_lines SERVER COUNT FLAGS: logs "line 0" to "line COUNT - 1" with libvelk and waits until they are
+ * confirmed. Prints the lines per second. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
