@@ -1,4 +1,4 @@
-// Linked into every target: a failed expectation ends the process, which is what the fuzzer looks for.
+// Linked into every target: makes a failed expectation abort, so that the fuzzer notices it.
 #include <gtest/gtest.h>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

@@ -1,4 +1,5 @@
-// The address parser beside a plain one, with a resolver that knows all hosts with an even number of letters.
+// Compares the address parser with a simple one. The stub resolver knows hosts with an even number of
+// letters.
 #include <arpa/inet.h>
 #include <netdb.h>
 
@@ -10,7 +11,7 @@ namespace {
 constexpr uint32_t kResolved = 0x0A010203;
 constexpr unsigned long kMaxHostName = 79;
 
-// Gives the address that the text means; false: none.
+// Parses the text as the address parser should. False: invalid.
 bool Parse(const std::string& text, unsigned short port, unsigned long* ip, unsigned short* ipPort) {
   const size_t length = std::min(text.find(':'), text.size());
   const std::string host = text.substr(0, length);

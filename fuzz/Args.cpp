@@ -1,6 +1,6 @@
 #include "tests/unit/ArgsModel.h"
 
-// Texts that end in a zero byte each go to one parser, as the queue's thread does with its messages.
+// NUL-terminated texts, all parsed by one parser, as the worker thread does.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr unsigned kMaxArgs = 6;
   Velk::ArgsParser parser(kMaxArgs);

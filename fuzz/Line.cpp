@@ -1,4 +1,4 @@
-// What the tool does to the records of other programs: taken apart, written as calls, shown on a screen.
+// Records of other programs in the tool: parsed, split into calls, and shown on a terminal.
 #include <ctype.h>
 #include <strings.h>
 
@@ -34,7 +34,7 @@ void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   }
 }
 
-// No module begins with the name of the service or the kernel, as a reader finds it at the head of a line.
+// No module may read as the name of the service or the kernel at the head of a line.
 void CheckIsNotReserved(const char* module) {
   for (const char* reserved : {"syslog", "kernel"}) {
     const size_t length = strlen(reserved);
@@ -66,7 +66,8 @@ void CheckScreen(const char* text) {
   ASSERT_TRUE(!IsUtf8(text) || decoded == text) << decoded;
 }
 
-// As the service's file: all of it is in one line or another, and none of it is new at a second look.
+// Treats it as the service's file: its lines must join to the whole, and reading it again must find no new
+// line.
 void CheckStored(const std::string& file) {
   const char* const end = file.data() + file.size();
   const char* at = file.data();

@@ -1,10 +1,10 @@
-// The wildcard matcher beside its rules. Input: the pattern, a line feed, the text; case counts if that
+// Compares the wildcard matcher with its model. Input: pattern, line feed, text. Case matters if the text
 // begins with an upper-case letter.
 
 #include "tests/unit/WildcardModel.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  constexpr size_t kMostBytes = 200;  // the model takes the cube of it
+  constexpr size_t kMostBytes = 200;  // the model's time is cubic
   if (size > kMostBytes) return 0;
   const std::string all(data, data + size);
   const size_t middle = all.find('\n');

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Fuzzes every target for so many seconds, as many at once as there are processors: fuzz/run.sh SECONDS [TARGET...]
-# Starts from the committed seeds and what earlier runs learnt (build-fuzz/corpus). What fails is left in
-# build-fuzz/found; it belongs into fuzz/regressions/TARGET. 0 seconds: only replays seeds and regressions.
+# Fuzzes each target for SECONDS, one per processor at a time: fuzz/run.sh SECONDS [TARGET...]
+# Starts from the committed seeds and the corpus of earlier runs (build-fuzz/corpus). Writes failing inputs to
+# build-fuzz/found; copy them to fuzz/regressions/TARGET. 0 seconds: only replays seeds and regressions.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -10,7 +10,7 @@ shift
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz -- --quiet
 mkdir -p build-fuzz/found
-[ ! -w /dev/shm ] || export TMPDIR=/dev/shm  # files are fuzzed much faster without a disk
+[ ! -w /dev/shm ] || export TMPDIR=/dev/shm  # fuzzing with files is much faster in memory
 
 run() {
   local name=$1 log=build-fuzz/$1.log

@@ -1,4 +1,4 @@
-// What the service does with "WithAck" calls, as a map of clients.
+// A model of the service's acks: a map of clients.
 #pragma once
 
 #include <sstream>
@@ -11,7 +11,8 @@ struct AckModel {
     unsigned long long refused = 0;
   };
 
-  // Runs what is next, into ran, and returns the answer. A call that begins with "Unknown" is refused.
+  // Appends the call to ran if it is the next one, and returns the ack. Calls that begin with "Unknown" are
+  // refused.
   std::string Take(const std::string& text, Lines* ran) {
     std::istringstream in(text);
     std::string word, name, call;

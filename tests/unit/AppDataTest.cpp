@@ -9,7 +9,7 @@ AppData* const data = AppData::GetInstance();
 
 std::string s_calls;
 
-// Appends its user's letter to what was called and agrees; "no" as a value is refused.
+// Appends its letter to the list of calls. Refuses the value "no".
 bool OnVar(const char*, const char* value, void* user) {
   s_calls += static_cast<const char*>(user);
   return std::string("no") != value;
@@ -25,7 +25,7 @@ void* Letter(const char* letter) {
   return const_cast<char*>(letter);
 }
 
-TEST(AppData, FlagsWhatChangedUntilSaved) {
+TEST(AppData, FlagsChangesUntilSaved) {
   const TempDirectory dir;
   dir.Write("ini", "[Data]\nremotelog_type=SysLog server\n");
   ASSERT_NE(0, data->Load(dir.Path("ini").c_str()));
@@ -84,7 +84,7 @@ TEST(AppData, TellsAnyDialogSubscribersTrueAlways) {
   EXPECT_EQ("one:d<1 any:d<1 one:d>0 any:d>1 any:e>1 ", s_calls);
 }
 
-// Leaves, and takes along its own second subscription and the one that would be asked next.
+// Unsubscribes, together with its second subscription and the one that would be asked next.
 bool LeaveAll(const char* name, const char*, void*) {
   s_calls += "l";
   data->UnsubscribeVarChanges(name, LeaveAll);
@@ -96,7 +96,7 @@ bool Nest(const char* name, const char* value, void* user) {
   s_calls += "n";
   if (user == nullptr) return true;
   data->UnsubscribeVarChanges(name, Nest);
-  return data->OnVarChanged(name, value);  // its subscribers leave under the outer walk
+  return data->OnVarChanged(name, value);  // subscribers leave during the outer iteration
 }
 
 TEST(AppData, SurvivesSubscribersThatLeaveWhileAsked) {

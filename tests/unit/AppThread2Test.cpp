@@ -5,8 +5,8 @@
 namespace {
 
 struct Counts {
-  std::atomic<int> starts{0};
-  std::atomic<int> exits{0};    // on the thread that started, and not before it was to
+  std::atomic<int> starts{0};   // of the thread
+  std::atomic<int> exits{0};    // on that thread, not before the driver may end
   std::atomic<int> deleted{0};  // on that thread
 };
 
@@ -37,13 +37,13 @@ TEST(AppThread2, RunsUntilStoppedOrDoneAndAgain) {
   Counts counts;
   Worker worker(counts, false);
   EXPECT_STREQ("worker", worker.GetName());
-  worker.Stop();  // never started: returns at once
+  worker.Stop();  // not started: returns at once
   for (int round = 1; round <= 3; ++round) {
     ASSERT_TRUE(worker.Run());
     EXPECT_FALSE(worker.Run());
     ASSERT_TRUE(WaitFor([&] { return counts.starts == round; }));
     worker.Stop();
-    EXPECT_EQ(round, counts.exits);  // Stop() has waited for all of it
+    EXPECT_EQ(round, counts.exits);  // Stop() waits for OnExit()
     EXPECT_EQ(round, counts.starts);
   }
 
@@ -54,7 +54,7 @@ TEST(AppThread2, RunsUntilStoppedOrDoneAndAgain) {
   EXPECT_TRUE(WaitFor([&] { return ends.exits == 100; }));
 }
 
-// The sanitizers watch: Stop() and the end of the driver meet in all orders, and the object goes at once.
+// For the sanitizers: Stop() and the end of the driver race, and the object is destroyed at once.
 TEST(AppThread2, MayBeDestroyedAfterStop) {
   Counts counts;
   for (int round = 0; round < 500; ++round) {

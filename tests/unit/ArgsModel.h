@@ -1,4 +1,4 @@
-// The grammar of argument texts once more, on strings that grow.
+// A simple second parser for argument texts.
 #pragma once
 
 #include "common/ArgsBuilder2.h"
@@ -45,7 +45,7 @@ struct CallKeeper final : Velk::IGenericDispatchObj {
   std::string m_args;
 };
 
-// Parses text, which may have maxArgs arguments; then writes what was found, and reads it again.
+// Parses text with at most maxArgs arguments, builds it again from the result, and parses that.
 inline void CheckArgs(Velk::ArgsParser& parser, unsigned maxArgs, const std::string& text) {
   SCOPED_TRACE(text);
   Lines expected;

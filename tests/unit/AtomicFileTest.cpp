@@ -22,7 +22,7 @@ struct AtomicFileTest : testing::Test {
   }
 
   const TempDirectory m_dir;
-  const std::string m_longName = std::string(NAME_MAX, 'n');  // leaves no room for a file's name beside it
+  const std::string m_longName = std::string(NAME_MAX, 'n');  // too long for a suffix
 };
 
 TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
@@ -56,7 +56,7 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
   EXPECT_EQ(3, m_dir.CountFiles());
 }
 
-TEST_F(AtomicFileTest, PutsItsOwnFileInPlaceOfWhateverWasThere) {
+TEST_F(AtomicFileTest, ReplacesAnyOldFileByItsOwn) {
   m_dir.Write("victim", "keep");
   m_dir.Write("private", "old");
   const mode_t before = umask(077);
@@ -99,7 +99,7 @@ TEST_F(AtomicFileTest, RemovesWhatAKilledProcessLeft) {
   Velk::AtomicFile::RemoveLeftovers("/none/file");
 }
 
-TEST_F(AtomicFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
+TEST_F(AtomicFileTest, RefusesOtherThanRegularFilesWithoutBlocking) {
   m_dir.Write("victim", "keep");
   ASSERT_EQ(0, symlink("victim", m_dir.Path("link").c_str()));
   for (const char* fifo : {"fifo", "read fifo"}) ASSERT_EQ(0, mkfifo(m_dir.Path(fifo).c_str(), 0600));

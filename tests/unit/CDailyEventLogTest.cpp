@@ -32,7 +32,7 @@ bool Collect(const char* name, const char* fullPath, void* context) {
 }  // namespace
 
 TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
-  // Base name, extension, file; then one that is listed and one that is not.
+  // Base name, extension, file name; a file that is listed, and one that is not.
   const std::tuple<const char*, const char*, const char*, const char*, const char*> rows[] = {
       {"event", nullptr, "event2024-01-02.log", "EVENT-old.LOG", "vent2024-01-02.log"},
       {nullptr, "", "2024-01-02.log", "x.log", "x.txt"},
@@ -41,7 +41,7 @@ TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
   };
   for (const auto& [base, extension, file, listed, notListed] : rows) {
     const TempDirectory dir;
-    const std::string place = dir.path + "//x/y" + (base != nullptr ? "/" : "");  // is made
+    const std::string place = dir.path + "//x/y" + (base != nullptr ? "/" : "");  // is created
     ASSERT_TRUE(m_log.Open(base, extension, place.c_str(), 0));
     EXPECT_EQ(dir.path + "//x/y/", m_log.GetLogPath());
     m_log.Print("text\n");
@@ -69,7 +69,7 @@ TEST_F(CDailyEventLogTest, RefusesNamesThatDoNotFitAndDirectoriesWhereAFileIs) {
   EXPECT_FALSE(m_log.Open(nullptr, std::string(5000, 'x').c_str(), m_dir.path.c_str(), 0));
   EXPECT_FALSE(m_log.Open("base", nullptr, "", 0) || m_log.IsOpen());
   m_log.Print("dropped");
-  EXPECT_TRUE(m_log.OpenTodaysFile());  // the earlier naming
+  EXPECT_TRUE(m_log.OpenTodaysFile());  // still with the earlier name
   m_log.Print("2");
   EXPECT_EQ("12", m_dir.Read(fits + tail));
 }
@@ -91,12 +91,13 @@ TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
 }
 
 TEST_F(CDailyEventLogTest, MovesOnAtLocalMidnight) {
-  // When it is opened, midnight, the files before and after.
+  // Time of Open(), midnight, file before and after it.
   const std::tuple<time_t, time_t, const char*, const char*> rows[] = {
       {kNoon, kNoon + kDay / 2, "2024-01-02.log", "2024-01-03.log"},
-      {1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},  // from the last second of the year
-      {1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},  // late before a day of 23 hours
-      {1729981800, 1730070000, "2024-10-27.log", "2024-10-28.log"},  // early on a day of 25 hours
+      {1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},  // the last second of the year
+      {1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},  // shortly before a day of 23 hours
+      {1729981800, 1730070000, "2024-10-27.log",
+       "2024-10-28.log"},  // shortly after the start of a day of 25 hours
   };
   for (const auto& [opened, midnight, today, tomorrow] : rows) {
     const TempDirectory dir;
@@ -115,7 +116,7 @@ TEST_F(CDailyEventLogTest, DropsTextsItCannotWrite) {
   m_log.Print("before Open");
   EXPECT_FALSE(m_log.OpenTodaysFile() || m_log.EnumerateLogs(Collect, nullptr));
 
-  // Nothing of this stops or blocks the caller: a directory, a full device or a pipe without a reader there.
+  // A directory, a full device or a pipe without a reader must not block the caller.
   ASSERT_EQ(0, mkdir(m_dir.Path("d2024-01-02.log").c_str(), 0777));
   EXPECT_FALSE(m_log.Open("d", nullptr, m_dir.path.c_str(), 1));
   ASSERT_EQ(0, mkfifo(m_dir.Path("p2024-01-02.log").c_str(), 0600));

@@ -1,4 +1,4 @@
-// What a random test decides by: bytes, be they random or a fuzzer's.
+// The decisions of a random test, from random bytes or a fuzzer's.
 #pragma once
 
 #include "tests/unit/Test.h"
@@ -18,14 +18,14 @@ class Choices {
 
   bool AreLeft() const { return m_next != m_end; }
 
-  // 0 when no bytes are left.
+  // A number below limit; 0 if no bytes are left.
   unsigned Below(unsigned limit) {
     unsigned value = 0;
     for (uint64_t reach = 1; reach < limit && AreLeft(); reach *= 256) value = value * 256 + *m_next++;
     return value % limit;
   }
 
-  // Whatever the bytes are; shorter when fewer are left.
+  // The next count bytes, or fewer if fewer are left.
   std::string Bytes(size_t count) {
     const size_t taken = std::min(count, static_cast<size_t>(m_end - m_next));
     m_next += taken;

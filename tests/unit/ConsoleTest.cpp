@@ -16,7 +16,7 @@ void WriteLine(const std::string& text) {
   Velk::Console::WriteLine(pieces, 2);
 }
 
-// On a thread that never waits, to its end.
+// Runs action on a thread that must not block, and joins it.
 template <typename Action>
 void RunNeverWaiting(Action action) {
   std::thread([&action] {
@@ -28,7 +28,7 @@ void RunNeverWaiting(Action action) {
 const std::regex kWarning(
     R"(\[\d\d:\d\d:\d\d\.\d{3}\]\[# *\d+\] test\.Warning: Console lines dropped here: (\d+))");
 
-// A service manager's is a socket, which cannot be opened again.
+// Service managers use a socket, which cannot be reopened through /proc.
 TEST(Console, DropsAndCountsOnASocketToo) {
   StdoutPipe out(true);
   while (send(STDOUT_FILENO, "#", 1, MSG_DONTWAIT) == 1) continue;
@@ -36,7 +36,7 @@ TEST(Console, DropsAndCountsOnASocketToo) {
     for (int i = 0; i < 12; ++i) WriteLine("dropped\n");
     out.Read();
     if (fork() == 0) {
-      WriteLine("child\n");  // which has dropped nothing
+      WriteLine("child\n");  // must not report the parent's losses
       _exit(0);
     }
     wait(nullptr);
@@ -45,7 +45,7 @@ TEST(Console, DropsAndCountsOnASocketToo) {
   EXPECT_EQ(std::regex_replace(out.Read(), kWarning, "<$1>"), "child\n<12>\nnext\n");
 }
 
-TEST(Console, DropsNothingForALockThatIsHeldForAMoment) {
+TEST(Console, DropsNothingIfTheLockIsHeldBriefly) {
   StdoutPipe out;
   printf("printed, ");
   flockfile(stdout);
@@ -124,7 +124,7 @@ TEST(TimeStamp, FollowsTheZoneFromTheNextSecondOn) {
   const std::pair<const char*, long> kZones[] = {{"UTC0", 0}, {"XYZ-5:30", 19800}, {"ABC+3", -10800}};
   for (const auto& [zone, offset] : kZones) {
     setenv("TZ", zone, 1);
-    // "[HH:MM:SS." by the clock, and by the stamp.
+    // Compares "[HH:MM:SS." of the clock and of the stamp.
     EXPECT_TRUE(WaitFor([offset = offset] {
       const long second = static_cast<long>((time(nullptr) + offset) % 86400);
       char stamp[Velk::TimeStamp::kLength], expected[32];

@@ -19,7 +19,7 @@ std::string WithoutTimes(std::string text) {
   return text;
 }
 
-// Keeps what it was shown last; messageLog, where set, gets a warning during each notification.
+// Keeps its last notification. If messageLog is set, logs a warning to it during each.
 struct Watcher final : IDailyLog2::ILogErrorNotify {
   void OnLogError(IDailyLog2::ILogDataBlock** messages, unsigned count, unsigned totalBytes) override {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -75,7 +75,8 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
       model.push_back("# " + header.substr(0, 113) + text);
-      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());  // what is cut is counted
+      sizes.push_back(15 + std::min<size_t>(header.size(), 126) +
+                      text.size());  // bytes that are cut are counted too
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isLookedAt) continue;
@@ -87,10 +88,10 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
   }
 }
 
-TEST_F(DailyLog2Test, UsesThePiecesOfOldMessagesAgain) {
+TEST_F(DailyLog2Test, ReusesTheMemoryOfOldMessages) {
   DailyLog2 log(2, nullptr);
   const std::string texts[] = {std::string(600, 't'), "short", std::string(300, 't')};
-  size_t used[2];  // bytes of the heap
+  size_t used[2];  // heap, bytes
   for (size_t& bytes : used) {
     for (int i = 0; i < 99; ++i) log.Log(Info, nullptr, texts[i % 3].c_str());
     bytes = mallinfo2().uordblks;
@@ -98,7 +99,7 @@ TEST_F(DailyLog2Test, UsesThePiecesOfOldMessagesAgain) {
   EXPECT_EQ(used[0], used[1]);
 }
 
-TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
+TEST_F(DailyLog2Test, NotifiesEveryWatcherOfEveryWarningAndError) {
   DailyLog2 log(3, nullptr);
   Watcher first, second;
   const auto callsAfter = [&](ELogMessageType type) {
@@ -113,11 +114,11 @@ TEST_F(DailyLog2Test, TellsEveryWatcherOfEveryWarningAndError) {
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
   EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));
-  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // one too often
+  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // once more than added
   EXPECT_EQ("5 2", callsAfter(Error));
   log.RemoveErrorNotify(&first);
   EXPECT_EQ("5 2", callsAfter(Error));
-  log.AddErrorNotify(&second);  // takes an entry that was given up
+  log.AddErrorNotify(&second);  // reuses a removed entry
   EXPECT_EQ("5 3", callsAfter(Warning));
 }
 

@@ -19,7 +19,7 @@ struct Target : Velk::IGenericDispatchTarget {
   std::atomic<size_t> m_count{0};
 };
 
-// A queue that is stopped before what its thread uses goes.
+// Stops the queue before the members that its thread uses are destroyed.
 struct Queue : Velk::GDQ {
   Queue() : GDQ(0, 0, "queue", false) {}
   ~Queue() override { Stop(); }
@@ -31,7 +31,7 @@ TEST(GDQ, AgreesWithASortedVector) {
   QueueModel(Choices::Random(3, 300000)).Run();
 }
 
-// On one processor, where the thread that is woken mostly runs before the one that wakes it goes on.
+// On one processor, where the woken thread usually runs before its waker continues.
 TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
   constexpr size_t kRounds = 1000;
   cpu_set_t all, one;
@@ -53,8 +53,8 @@ TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
   EXPECT_EQ(kRounds, target.m_count);  // destruction drops the last one
 }
 
-TEST(GDQ, HoldsAPosterBackNoLongerThanAsked) {
-  constexpr useconds_t kAsleep = 20000;  // time in which the poster falls asleep
+TEST(GDQ, BlocksAPosterNoLongerThanAsked) {
+  constexpr useconds_t kAsleep = 20000;  // us until the poster is asleep
   std::atomic<bool> mayGoOn{false};
   Target target;
   Queue queue;
@@ -62,7 +62,7 @@ TEST(GDQ, HoldsAPosterBackNoLongerThanAsked) {
   ASSERT_TRUE(queue.Run());
   queue.Post(&target, "Stalls", nullptr);
   EXPECT_EQ(0U, queue.WaitForFewerPosts(1, Queue::kForever));
-  queue.PostTimer(1, 0, &target, "Timer", nullptr);  // does not count
+  queue.PostTimer(1, 0, &target, "Timer", nullptr);  // timers do not count
   queue.Post(&target, "Cancelled", nullptr);
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(1U, queue.WaitForFewerPosts(1, 20));
@@ -88,8 +88,8 @@ TEST(GDQ, HoldsAPosterBackNoLongerThanAsked) {
   EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
 }
 
-// The thread rests after each call that it cannot parse, and the poster that waits makes no other.
-TEST(GDQ, PosterThatWaitsIsNotStalledByGarbage) {
+// The worker thread sleeps after each unparsable call, and a waiting poster posts nothing that would wake it.
+TEST(GDQ, GarbageDoesNotStallAWaitingPoster) {
   struct IdleQueue : Queue {
     bool Sleep(Velk::Mutex& wakeMutex, uint32_t waitMs) override REQUIRES(wakeMutex) {
       if (waitMs == kForever) m_isIdle = true;

@@ -34,7 +34,7 @@ bool SendNumbers(GDQUdpClient& client, unsigned first, unsigned end) {
   return first == end;
 }
 
-// Gives the client time, as an event loop does, until the condition holds.
+// Runs the client, as an event loop does, until the condition holds.
 template <typename Condition>
 bool RunUntil(GDQUdpClient& client, Condition condition) {
   return WaitFor([&] {
@@ -60,7 +60,7 @@ bool HoldsInChild(Condition condition) {
 struct GDQUdpClientTest : testing::Test {
   bool Open(GDQUdpClient& opened) const { return opened.Open(service.Address().c_str(), "mosk", options); }
 
-  // Sends numbers, and waits until they are acknowledged.
+  // Sends numbers and waits for their acks.
   bool Deliver(unsigned first, unsigned end) {
     return SendNumbers(client, first, end) && client.Flush(kLongMs) == 0;
   }
@@ -72,7 +72,7 @@ struct GDQUdpClientTest : testing::Test {
 
 }  // namespace
 
-TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceIsThereAndLeavesNothingAfterIt) {
+TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceStartsAndLeavesNothingOpen) {
   service.Stop();
   EXPECT_EQ(-1, client.Descriptor());
   EXPECT_FALSE(client.SendMsg("x"));
@@ -91,8 +91,8 @@ TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceIsThereAndLeavesNothingAfterIt
   EXPECT_TRUE(WaitFor([&] { return service.Admitted().empty(); }));
 }
 
-// A wrong cookie is a line in the service's log, so there must be few.
-TEST_F(GDQUdpClientTest, SaysThatNothingIsAnsweredAndSendsOnceThen) {
+// Each wrong cookie makes a line in the service's log, so there must be few.
+TEST_F(GDQUdpClientTest, ReportsMissingAcksAndThenSendsOnce) {
   options.waitMs = 0;
   ASSERT_TRUE(client.Open(service.Address().c_str(), "other", options) && client.SendMsg("x"));
   EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().state == State::Unanswered; }));
@@ -129,7 +129,7 @@ TEST_F(GDQUdpClientTest, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
   ASSERT_TRUE(Open(client) && Deliver(1, 2));
 }
 
-TEST_F(GDQUdpClientTest, SendsAgainWhatWasNotAnsweredAndNothingElse) {
+TEST_F(GDQUdpClientTest, RetransmitsOnlyUnacknowledgedCalls) {
   ASSERT_TRUE(Open(client) && Deliver(0, 10));
   service.m_isBlocked = true;
   ASSERT_TRUE(SendNumbers(client, 10, 20));
@@ -145,7 +145,7 @@ TEST_F(GDQUdpClientTest, SendsAgainWhatWasNotAnsweredAndNothingElse) {
   EXPECT_EQ(1u, client.GetStatus().refused);
 }
 
-TEST_F(GDQUdpClientTest, WaitsForRoomOrNotAsAsked) {
+TEST_F(GDQUdpClientTest, BlocksForRoomOnlyIfAsked) {
   service.Stop();
   options.waitMs = 0;
   options.heldLines = 16;
@@ -173,7 +173,7 @@ TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
   ASSERT_TRUE(Open(client) && Deliver(0, 50));
   EXPECT_TRUE(WaitFor([&] { return service.Ran() == Numbers(0, 50); }));
   service.Stop();
-  client.SendMsg("x");  // is refused, which tells of the restart
+  client.SendMsg("x");  // is refused, which shows the restart
   ASSERT_TRUE(service.Start() && Deliver(50, 55));
   EXPECT_TRUE(WaitFor([&] { return service.Ran().size() >= 55; }));
 }
@@ -185,7 +185,7 @@ TEST_F(GDQUdpClientTest, UsesTheSamePortsForAnyNumberOfRuns) {
   }
   EXPECT_LE(service.m_connectPorts, Velk::PeerSocket::kPorts);
 
-  // More at the same time than there are ports.
+  // More clients at the same time than ports.
   std::deque<GDQUdpClient> clients(Velk::PeerSocket::kPorts + 1);
   for (GDQUdpClient& each : clients) ASSERT_TRUE(Open(each) && each.SendMsg("x"));
   for (GDQUdpClient& each : clients) EXPECT_EQ(0u, each.Flush(kLongMs));
@@ -204,19 +204,19 @@ TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersOnly) {
   client.SendMsg("Own 1");
   service.Call("  Name\targs ");
   service.Call("Alone");
-  client.Flush(50);  // hears, but must not deliver
+  client.Flush(50);  // receives calls, but must not deliver them
   EXPECT_EQ(Lines{}, ear.heard);
   EXPECT_TRUE(RunUntil(client, [&] { return ear.heard.size() == 2; }));
   EXPECT_EQ((Lines{"Name|args ", "Alone|"}), ear.heard);
 
-  // A listener finds out by itself that it was forgotten, and hears on.
+  // A listener notices by itself that it was forgotten, and joins again.
   service.Restart();
   EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().forgotten == 1; }));
   service.Call("Again");
   EXPECT_TRUE(RunUntil(client, [&] { return ear.heard.back() == "Again|"; }));
 }
 
-TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
+TEST_F(GDQUdpClientTest, ServesManyThreadsWithItsOwn) {
   options.heldLines = 64;
   Velk::ClientThread thread;
   ASSERT_TRUE(Open(client) && thread.Start(&client));
@@ -225,7 +225,7 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
     for (unsigned line = 0; line < kEach; ++line)
       client.SendMsg((std::to_string(sender) + " " + std::to_string(line)).c_str());
   });
-  EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // nothing else gives it time
+  EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // only its own thread runs it
   unsigned next[kThreads] = {};
   for (const std::string& line : service.Ran()) {
     const unsigned sender = static_cast<unsigned>(line[0] - '0');
@@ -234,9 +234,9 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithOneOfItsOwn) {
   for (const unsigned count : next) EXPECT_EQ(kEach, count);
 }
 
-TEST_F(GDQUdpClientTest, LeavesNoLockWhereAThreadIsCancelled) {
+TEST_F(GDQUdpClientTest, HoldsNoLockAfterAThreadIsCancelled) {
 #ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizer takes the frames of a cancelled thread for still in use";
+  GTEST_SKIP() << "the sanitizer takes a cancelled thread's frames to be in use";
 #endif
   service.Stop();
   options.heldLines = 16;
@@ -244,7 +244,7 @@ TEST_F(GDQUdpClientTest, LeavesNoLockWhereAThreadIsCancelled) {
   for (int round = 0; round < 20; ++round) {
     pthread_t sender;
     const auto block = [](void* opened) -> void* {
-      static_cast<GDQUdpClient*>(opened)->SendMsg("x");  // waits for room
+      static_cast<GDQUdpClient*>(opened)->SendMsg("x");  // blocks until there is room
       return nullptr;
     };
     ASSERT_EQ(0, pthread_create(&sender, nullptr, block, &client));
@@ -257,7 +257,7 @@ TEST_F(GDQUdpClientTest, LeavesNoLockWhereAThreadIsCancelled) {
 
 TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
 #ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "threads of a child of threads are unknown here";
+  GTEST_SKIP() << "the sanitizer does not support threads in a forked child";
 #endif
   Velk::ClientThread thread;
   ASSERT_TRUE(Open(client) && thread.Start(&client) && client.SendMsg("before"));
@@ -287,7 +287,7 @@ TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
   EXPECT_EQ(0u, client.GetStatus().forgotten);
 }
 
-// A program may close those, and open others in their place.
+// A program may close and replace the standard descriptors.
 TEST_F(GDQUdpClientTest, UsesNoStandardDescriptor) {
   EXPECT_TRUE(HoldsInChild([&] {
     for (int fd = 0; fd <= STDERR_FILENO; ++fd) close(fd);
@@ -300,7 +300,7 @@ TEST_F(GDQUdpClientTest, UsesNoStandardDescriptor) {
 
 namespace {
 
-// The descriptors that the operation opens, in their order.
+// Returns the descriptors that the operation opens, in ascending order.
 template <typename Operation>
 std::vector<int> DescriptorsOf(Operation operation) {
   const auto isOpen = [](int fd) { return fcntl(fd, F_GETFD) >= 0; };
@@ -316,8 +316,8 @@ std::vector<int> DescriptorsOf(Operation operation) {
   return opened;
 }
 
-// What a program has under the numbers of descriptors that it closed, not knowing them: connected sockets
-// with input to be read, or timers that run.
+// A program's descriptors that replaced the client's under the same numbers: connected sockets with unread
+// input, or running timers.
 class Strangers {
  public:
   Strangers(const std::vector<int>& numbers, bool areTimers) : m_numbers(numbers), m_areTimers(areTimers) {
@@ -335,7 +335,7 @@ class Strangers {
   }
 
   // None was closed, written, read or set.
-  bool AreAsTheyWere() const {
+  bool AreUntouched() const {
     char text[8];
     itimerspec left{};
     for (const int fd : m_numbers) {
@@ -357,35 +357,35 @@ class Strangers {
 
 }  // namespace
 
-// As it does where it becomes a daemon after it has opened the client.
-TEST_F(GDQUdpClientTest, LeavesAloneWhatAProgramOpensInPlaceOfItsDescriptors) {
+// As when a program becomes a daemon after it opened the client.
+TEST_F(GDQUdpClientTest, DoesNotTouchDescriptorsThatReplacedItsOwn) {
   unsigned next = 0;
   for (unsigned round = 0; round < 12; ++round) {
     std::vector<int> own = DescriptorsOf([&] { return Open(client); });
     ASSERT_TRUE(Deliver(next, next + 1));
     ASSERT_LE(own.size(), 5u);
-    const unsigned which = round / 2;  // one of them, or all
+    const unsigned which = round / 2;  // one of the descriptors, or all
     if (which < own.size()) own = {own[which]};
     const Strangers strangers(own, round % 2 == 0);
     EXPECT_TRUE(HoldsInChild([&] {
       client.Close();
-      return strangers.AreAsTheyWere();
+      return strangers.AreUntouched();
     }));
     EXPECT_TRUE(Deliver(next + 1, next + 3)) << round;
     client.Process();
     EXPECT_TRUE(SendNumbers(client, next + 3, next + 4));
     EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().held == 0; })) << round;
-    EXPECT_TRUE(strangers.AreAsTheyWere()) << round;
+    EXPECT_TRUE(strangers.AreUntouched()) << round;
     client.Close();
-    EXPECT_TRUE(strangers.AreAsTheyWere()) << round;
+    EXPECT_TRUE(strangers.AreUntouched()) << round;
     next += 4;
   }
   EXPECT_EQ(Numbers(0, next), service.Ran());
 }
 
-TEST_F(GDQUdpClientTest, IdlesWhereAProgramHasClosedItsDescriptors) {
+TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
 #ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "to close what another thread waits for is what the sanitizer looks for";
+  GTEST_SKIP() << "the sanitizer reports the close of a descriptor that another thread polls";
 #endif
   const auto usedMs = [] {
     timespec used{};
@@ -396,7 +396,7 @@ TEST_F(GDQUdpClientTest, IdlesWhereAProgramHasClosedItsDescriptors) {
     Velk::ClientThread thread;
     std::vector<int> own = DescriptorsOf([&] { return Open(client) && thread.Start(&client); });
     ASSERT_TRUE(Deliver(round, round + 1));
-    // The first one is what the thread waits for. Its present wait goes on where only the number is gone.
+    // The first one is what the thread polls. Its current poll(2) goes on after the number is closed.
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
@@ -404,7 +404,7 @@ TEST_F(GDQUdpClientTest, IdlesWhereAProgramHasClosedItsDescriptors) {
     for (const int fd : own) {
       if (areClosed) close(fd);
     }
-    usleep(20000);  // the program may go on with closing, and open its own
+    usleep(20000);  // time for the thread to notice
     if (areClosed) {
       for (const int fd : own) EXPECT_LT(fcntl(fd, F_GETFD), 0) << round;
     }
@@ -412,10 +412,10 @@ TEST_F(GDQUdpClientTest, IdlesWhereAProgramHasClosedItsDescriptors) {
     const auto begin = usedMs();
     usleep(500000);
     EXPECT_LT(usedMs() - begin, 100) << round;
-    EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; })) << round;  // the thread alone
+    EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; })) << round;  // by its thread alone
     thread.Stop();
     client.Close();
-    EXPECT_TRUE(areClosed || strangers.AreAsTheyWere()) << round;
+    EXPECT_TRUE(areClosed || strangers.AreUntouched()) << round;
   }
 }
 

@@ -38,7 +38,7 @@ TEST(GDQUdpSrv, KeepsItsPasswordWhereThePortIsTaken) {
   EXPECT_EQ((Datagrams{{kPeer, cookie + "Name  7"}, {kPeer, cookie}}), server.m_sent);
 }
 
-// With a walk over all records of a chain this would not end in time: all keys are in one bucket.
+// All keys are in one bucket: if the server walked the whole chain, the test would time out.
 TEST(GDQUdpSrv, DoesNotWalkPeersThatProvedNothing) {
   CapturedLog log(false);
   UnpluggedServer server;

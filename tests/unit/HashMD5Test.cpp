@@ -17,7 +17,7 @@ std::string Md5(const std::string& text, size_t pieceSize) {
 }  // namespace
 
 TEST(HashMD5, DoesNotDependOnHowTheDataIsCut) {
-  // All places where the padding needs another block are among the lengths.
+  // The lengths include all where the padding needs another block.
   std::string all;
   for (size_t length = 0; length <= 130; ++length) {
     std::string text(length, '\0');
@@ -27,6 +27,6 @@ TEST(HashMD5, DoesNotDependOnHowTheDataIsCut) {
     for (const size_t piece : {1, 3, 55, 56, 63, 64, 65})
       EXPECT_EQ(whole, Md5(text, piece)) << length << " bytes by " << piece;
   }
-  // Made with another implementation.
+  // Computed with another implementation.
   EXPECT_EQ("7165a8097d49cb02211f624972ba1738", Md5(all, 1000));
 }

@@ -18,7 +18,7 @@ TEST(HeldLines, KeepsTextsInOrderBesideADeque) {
         model.push_back(text);
       } else {
         ++refused;
-        // Whatever the sizes, a gap at the end of the memory costs less than one text.
+        // A gap at the end of the memory wastes less than one text.
         ASSERT_TRUE(model.size() == 32 || held + text.size() + 1 > 32 * 256 - 1401) << held;
       }
     } else if (!model.empty()) {

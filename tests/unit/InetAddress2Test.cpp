@@ -22,9 +22,9 @@ TEST(InetAddress2, ReadsQuadsLikeTheModel) {
   EXPECT_EQ(0u, InetAddress2::StringToIP("4294967297.2.3.4", nullptr));
 }
 
-TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysAsItWas) {
+TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysUnchanged) {
   CapturedLog log(false);
-  const std::string longestLookup(79, 'a');  // no label may be that long: fails without asking the network
+  const std::string longestLookup(79, 'a');  // too long for a label: fails without a DNS query
   const std::tuple<std::string, unsigned short, const char*> rows[] = {
       // default port; null: refused
       {"255.255.255.255:65535", 1, "255.255.255.255:65535"},
@@ -56,9 +56,9 @@ TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysAsItWas) {
 
 namespace {
 
-// Looks a name up with so many bytes of memory. Does not return.
+// Resolves a name with this number of bytes of memory. Does not return.
 [[noreturn]] void LookUpWith(size_t bytes) {
-  free(malloc(1 << 20));  // the heap is ready
+  free(malloc(1 << 20));  // initialises the heap
   void* const left = malloc(bytes);
   const rlimit none{1, 1};
   setrlimit(RLIMIT_AS, &none);
@@ -74,7 +74,7 @@ namespace {
   _exit(isFound || errno == ENOMEM ? 0 : 1);
 }
 
-// The same in a child for each of many amounts. Ends with 0 when all were well.
+// The same in a child for many amounts. Exits with 0 if all succeed.
 [[noreturn]] void LookUpInChildren() {
   LogPrinter::Instance()->m_consoleEnabled = false;
   size_t bytes = 0;
@@ -89,12 +89,12 @@ namespace {
 
 }  // namespace
 
-// glibc 2.36 ends a program whose first look-up runs out of memory.
-TEST(InetAddress2, LooksNothingUpWhereThereIsNoMemory) {
+// glibc 2.36 aborts a program whose first look-up runs out of memory.
+TEST(InetAddress2, DoesNotResolveWithoutMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "a sanitizer has its own memory";
+  GTEST_SKIP() << "a sanitizer has its own allocator";
 #endif
-  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has not looked anything up yet
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new process, as only its first look-up matters
   EXPECT_EXIT(LookUpInChildren(), testing::ExitedWithCode(0), "");
 }
 
@@ -103,7 +103,7 @@ TEST(InetAddress2, HoldsASocketAddressInNetworkOrderAndWritesIt) {
   EXPECT_EQ(0, memcmp("\xC0\xA8\x01\x14", &address.Native().sin_addr, 4));
   EXPECT_EQ(0, memcmp("\x1F\x90", &address.Native().sin_port, 2));
   EXPECT_EQ(AF_INET, address.Native().sin_family);
-  address.SetAddress(-1, 1);  // what a 32-bit machine's long holds for 255.255.255.255
+  address.SetAddress(-1, 1);  // 255.255.255.255 in a 32-bit long
   EXPECT_EQ(0xFFFFFFFFu, address.GetIP());
   address.SetListenAddress(514);
   EXPECT_EQ("0.0.0.0:514", TextOf(address));

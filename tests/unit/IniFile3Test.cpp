@@ -47,13 +47,13 @@ TEST_F(IniFile3Test, SavesLinesAsListed) {
   ini.SetString("A", "null", nullptr);
   ini.SetString(nullptr, "first", "");
   ini.SetString("A", nullptr, "no key");
-  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // a part of the value it replaces
+  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // points into the value that it replaces
   EXPECT_NE(0, ini.Save(m_dir.Path("out.ini").c_str()));
   EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n",
             m_dir.Read("out.ini"));
 }
 
-TEST_F(IniFile3Test, ComesBackFromItsFileAsItWas) {
+TEST_F(IniFile3Test, SurvivesSavingAndLoading) {
   const char* const kPieces[] = {"\n", "=",     " ",       "\"", "\\", "#", "]",
                                  "\t", "[A]\n", "[a b]\n", "k=", "K ", "x", "\xFF"};
   Choices choices = Choices::Random(20240102, 15000);
@@ -108,13 +108,13 @@ TEST_F(IniFile3Test, ReadsAndWritesTypes) {
   EXPECT_STREQ("-21", buf);
 }
 
-// It never waits, and the path is kept: what cannot be read may well be written.
+// Loading never blocks. The path is kept, as a file that cannot be read may still be written.
 TEST_F(IniFile3Test, LoadsRegularFilesOnlyAndSavesToOthersToo) {
   const std::string fifo = m_dir.Path("fifo");
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
   const std::string tooLong = m_dir.Path(std::string(300, 'p'));
   const std::tuple<std::string, bool> rows[] = {
-      // whether it can be written
+      // can be written
       {m_dir.path, false}, {fifo, true}, {"/dev/zero", true}, {m_dir.Path("none/a.ini"), false},
       {tooLong, false},    {"", false},
   };

@@ -1,4 +1,4 @@
-// A configuration file's content as one text, and what a file must keep of it.
+// Checks that configuration survives saving and loading.
 #pragma once
 
 #include <ctype.h>
@@ -6,7 +6,7 @@
 #include "common/IniFile3.h"
 #include "tests/unit/TempDirectory.h"
 
-// All content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
+// Returns the content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
 inline std::string Dump(const IniFile3& ini) {
   struct Context {
     const IniFile3* ini;
@@ -28,7 +28,7 @@ inline std::string Dump(const IniFile3& ini) {
   return context.text;
 }
 
-// Whether the format can tell this value.
+// Whether the format can represent this value.
 inline bool Survives(const char*, const char* key, const char* value, void*) {
   if (strchr(value, '\n') != nullptr) return false;
   const bool isQuoted = strchr(value, ' ') != nullptr;
@@ -37,7 +37,7 @@ inline bool Survives(const char*, const char* key, const char* value, void*) {
   return strlen(key) + 2 * strlen(value) + kMarks <= IniFile3::kLineSize;
 }
 
-// What the format can tell is the same after it was saved and loaded again. Returns whether text is that.
+// Checks that values which the format can represent survive saving and loading. Returns whether all are.
 inline bool CheckSavedAndLoaded(const TempDirectory& directory, const std::string& text) {
   const std::string path = directory.Path("f");
   directory.Write("f", text);

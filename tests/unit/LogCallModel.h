@@ -1,4 +1,4 @@
-// Writes a text as calls and reads them again.
+// Splits a text into calls and parses them again.
 #pragma once
 
 #include <locale.h>
@@ -12,12 +12,12 @@ inline bool IsUtf8(const std::string& text) {
   EXPECT_TRUE(isReady);
   std::wstring wide(text.size(), L'\0');
   if (mbstowcs(&wide[0], text.c_str(), wide.size()) == static_cast<size_t>(-1)) return false;
-  // The C library also reads what lies beyond Unicode.
+  // The C library also accepts characters beyond Unicode.
   return std::all_of(wide.begin(), wide.end(), [](wchar_t c) { return c <= 0x10FFFF; });
 }
 
-// The pieces are the text, each a call that the service understands and that begins and ends with whole
-// characters. Returns how many there are.
+// Checks that the pieces join to the text, and that each is a valid call and cut between characters. Returns
+// their number.
 inline unsigned CheckPieces(Velk::LogCall&& call, ELogMessageType type, const char* module,
                             std::string text) {
   EXPECT_TRUE(call.IsValid());

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Takes the module's names too. While it lives, the one instance is silent.
+// Also collects the modules' names. Silences the singleton while it exists.
 struct Sink : CapturedLog {
   void Log(ELogMessageType type, const char* module, const char* text) override {
     seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);
@@ -53,7 +53,7 @@ TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
   printer.LogDebugEnd("%s", "y");
   EXPECT_EQ(sink.seen.back(), "1|(null)|(1): 4294967295: y");
 
-  // What the queue logs while it sends stays here.
+  // Lines that the queue logs while it sends are not sent.
   peer.talksTo = &printer;
   peer.sent.clear();
   sink.seen.clear();

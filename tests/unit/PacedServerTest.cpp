@@ -7,7 +7,7 @@
 
 namespace {
 
-// A worker thread that stalls until it may go on, and the receive thread's part.
+// A worker thread that is blocked until released, and the receive thread.
 struct Service : Velk::IGenericDispatchTarget {
   Service() { EXPECT_TRUE(m_queue.Run()); }
   ~Service() override { m_queue.Stop(); }
@@ -38,7 +38,7 @@ TEST(PacedServer, BoundsPendingCalls) {
   Service service;
   service.Receive(PacedServer::kMaxPendingCalls - 8, false);
   std::thread reader([&] {
-    usleep(20000);  // time in which an unbounded receive thread would run away
+    usleep(20000);  // time for an unbounded receive thread to read ahead
     service.m_mayGoOn = true;
   });
   service.Receive(3 * PacedServer::kMaxPendingCalls, true);
@@ -46,9 +46,9 @@ TEST(PacedServer, BoundsPendingCalls) {
   reader.join();
 }
 
-// A burst has to be taken out of the kernel's buffer, and while the worker stalls others are to be relayed
-// to.
-TEST(PacedServer, PausesShortlyAndOnlyWhenNoDatagramWaits) {
+// A burst must be read out of the kernel's buffer, and peers must be relayed to while the worker thread is
+// blocked.
+TEST(PacedServer, PausesBrieflyAndOnlyWithoutPendingDatagrams) {
   const auto sleeps = [] {
     rusage usage;
     getrusage(RUSAGE_THREAD, &usage);

@@ -1,4 +1,4 @@
-// What peers of the channel's server send.
+// Peers of the server, as datagrams.
 #pragma once
 
 #include "common/GDQUdpSrv.h"
@@ -8,7 +8,7 @@
 using Endpoint = std::pair<uint32_t, uint16_t>;
 using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
 
-// Keeps what it would send, at a time that the test sets.
+// A server that collects what it would send. The test sets its time.
 class UnpluggedServer final : public Velk::GDQUdpSrv {
  public:
   Datagrams m_sent;
@@ -27,7 +27,7 @@ inline InetAddress2 AddressOf(const Endpoint& endpoint) {
   return InetAddress2(static_cast<long>(endpoint.first), endpoint.second);
 }
 
-// The cookie, made of the nonce and the password.
+// The cookie, computed from the nonce and the password.
 inline std::string Md5(const std::string& bytes) {
   Velk::HashMD5 md5;
   char digest[Velk::kMD5DigestLength];
@@ -36,7 +36,7 @@ inline std::string Md5(const std::string& bytes) {
   return std::string(digest, sizeof digest);
 }
 
-// Lets the server see one datagram, in a buffer just large enough for it.
+// Passes one datagram to the server, in a buffer of exactly its size.
 inline void Give(Velk::GDQUdpSrv& server, const Endpoint& from, const std::string& datagram) {
   std::vector<unsigned char> packet(datagram.begin(), datagram.end());
   packet.push_back(0xFF);

@@ -1,4 +1,4 @@
-// The rules of dotted quads, the slow way: strip what does not count, cut at the dots, weigh the pieces.
+// A simple second parser for dotted quads.
 #pragma once
 
 #include "common/InetAddress2.h"

@@ -1,5 +1,6 @@
-// The queue by posts, timers and cancels from outside and from handlers, beside a sorted vector, on a clock
-// that the choices drive. The queue's thread is the caller's: what it does while it would wait is up to them.
+// Compares the queue with a sorted vector: posts, timers and cancels, from outside and from handlers. The
+// choices drive its clock. The caller's thread runs the queue, and the choices decide what happens while it
+// would wait.
 #pragma once
 
 #include "common/GDQ.h"
@@ -14,7 +15,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   }
 
   void Run() {
-    EXPECT_FALSE(m_queue.Run());  // gets no thread, but counts as running until it is stopped
+    EXPECT_FALSE(m_queue.Run());  // starts no thread, but the queue counts as running until stopped
     m_queue.Driver();
     EXPECT_FALSE(m_choices.AreLeft());
   }
@@ -45,7 +46,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   struct Target final : Velk::IGenericDispatchTarget {
     bool Dispatch(const char* name, const Velk::IArgsList* args) override {
       m_run->Deliver(this, name);
-      m_run->Operate();  // which may take the node of the timer that is being dispatched
+      m_run->Operate();  // may reuse the node of the timer being dispatched
       EXPECT_EQ(m_run->m_delivered, name);
       EXPECT_TRUE(args->GetCount() == 0 || args->GetItem(1)->AsStr() == std::string("two"));
       return this != &m_run->m_targets[0];
@@ -56,7 +57,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
     EXPECT_TRUE(args == std::string(kOpen) || args == std::string(kMany)) << args;
     Deliver(target, name);
-    // The rest is looked at after a wait as long as the last one, unless there was a post.
+    // Without a post, the queue looks at the rest only after a wait as long as the last one.
     m_keepsWait = !m_isSignalled;
     m_isSignalled = false;
   }
@@ -134,7 +135,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     Add(message);
   }
 
-  // All of the target's messages, or the next timer of some number; a post is number 0.
+  // Cancels all messages of the target, or the next one with an id; posts have id 0.
   void Cancel(Velk::IGenericDispatchTarget* target, bool all) {
     const unsigned id = all ? 0 : m_choices.Below(3);
     if (all) m_queue.CancelAllMessages(target);

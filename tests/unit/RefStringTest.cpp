@@ -9,7 +9,7 @@ TEST(RefString, AgreesWithAPlainString) {
 }
 
 TEST(RefString, CapacityIsRoundedBeyondTheLength) {
-  // Length, growth step, capacity, and that of the private block that takes 20 characters.
+  // Length, growth step, capacity, and capacity of the private block for 20 characters.
   const std::tuple<unsigned long, unsigned long, unsigned, unsigned> rows[] = {
       {31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},
       {256, 256, 511, 255}, {0, 1, 1, 21},    {0, 0, 0, 20}};
@@ -30,7 +30,7 @@ TEST(RefString, SharesUntilChanged) {
     RefString copy(text);
     EXPECT_EQ(block, copy.Str());
     EXPECT_STREQ("abcd", copy.Append('d').Str());
-    EXPECT_EQ(block, text.GetBuffer(3));  // alone again: in place
+    EXPECT_EQ(block, text.GetBuffer(3));  // unshared again: in place
     text.ReleaseBuffer(3);
     copy.Set(text);
     copy.Empty();
@@ -72,7 +72,7 @@ TEST(RefString, CopiesMayLiveInDifferentThreads) {
       EXPECT_STREQ("shared!", copy.Append("!").Str());
     };
     std::thread other(change, first);
-    first.MakeUpper();  // in place if the other thread has let go already
+    first.MakeUpper();  // in place if the other thread has released it
     EXPECT_STREQ("SHARED", first.Str());
     other.join();
   }

@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint64_t kMs = 1000;
 
-// What is sent now, less the word "WithAck" and the name.
+// Returns the calls sent now, without "WithAck" and the client's name.
 Lines SendAll(SendWindow& window, uint64_t nowUs) {
   Lines sent;
   for (SendWindow::Piece piece; window.Next(&piece); window.Sent(nowUs)) {
@@ -34,7 +34,7 @@ struct SendWindowTest : testing::Test {
                              ' ' + std::to_string(refused);
     return window.TakeAnswer(text.c_str(), nowUs);
   }
-  // The service knows the name: one call is run and answered.
+  // Makes the name known: one call is acknowledged.
   void Begin() {
     Append(1);
     SendAll(window, 0);
@@ -46,14 +46,14 @@ struct SendWindowTest : testing::Test {
 
 }  // namespace
 
-TEST(SendWindow, RunsEachCallInOrderOverTheWorstOfPaths) {
+TEST(SendWindow, RunsEachCallInOrderOverALossyNetwork) {
   for (unsigned seed = 0; seed < 100 && !testing::Test::HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
     WindowModel(Choices::Random(seed, 20000)).Run();
   }
 }
 
-TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
+TEST_F(SendWindowTest, RetransmitsOnceForAGapThenOnlyAfterSilence) {
   Begin();
   Append(4);
   EXPECT_EQ(4u, SendAll(window, 0).size());
@@ -75,7 +75,7 @@ TEST_F(SendWindowTest, GoesBackOnceForAGapAndThenOnlyOnSilence) {
     SendAll(window, now);
   }
   EXPECT_EQ(1000 * kMs, window.DueUs() - now);
-  Answer(5, 3);  // what followed the gap had only been late
+  Answer(5, 3);  // the calls after the gap were only late
   EXPECT_EQ(0u, window.Held());
   EXPECT_EQ(SendWindow::kNever, window.DueUs());
 }
@@ -102,7 +102,7 @@ TEST_F(SendWindowTest, GivesUpANameThatIsForgottenOrCountedOtherwise) {
   EXPECT_EQ((Lines{"1 x"}), SendAll(window, 0));
 }
 
-TEST_F(SendWindowTest, CountsRefusalsAndBelievesNothingImpossible) {
+TEST_F(SendWindowTest, CountsRefusalsAndIgnoresImpossibleAcks) {
   Begin();
   Append(3);
   SendAll(window, 0);

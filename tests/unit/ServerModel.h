@@ -1,4 +1,4 @@
-// The channel's server by any sequence of datagrams, beside a list of peers.
+// Compares the server with a list of peers for any sequence of datagrams.
 #pragma once
 
 #include "tests/unit/CapturedLog.h"
@@ -53,8 +53,8 @@ class ServerModel final : public Velk::GDOBase {
 
   static uint32_t Key(const Endpoint& endpoint) { return endpoint.first * endpoint.second; }
 
-  // Endpoints of the same product are one peer: the first two, and every fourth of the others with the one
-  // before. Many share buckets and bits.
+  // Endpoints with the same product are one peer: the first two, and of the others every fourth and the one
+  // before it. Many share buckets and bits.
   Endpoint MakeEndpoint() {
     static const Endpoint kSpecial[] = {{2, 6},          {4, 3},          {1, 31},         {1, 62},
                                         {0xFFFFFFFF, 1}, {0x80000000, 2}, {0x7F000001, 9}, {0, 0}};
@@ -97,7 +97,7 @@ class ServerModel final : public Velk::GDOBase {
     return true;
   }
 
-  // What a datagram makes the server send, call and log.
+  // Predicts what the server sends, calls and logs for a datagram.
   void Take(const Endpoint& from, const std::string& datagram) {
     if (datagram.size() > Velk::GDQUdpSrv::kMaxDatagram) return;
     Peer* peer = Find(from);

@@ -36,12 +36,12 @@ TEST(SimpleString, CapacityGrowsInWholeSteps) {
   EXPECT_EQ(35u, tens.Capacity());
   tens.ReleaseBuffer(INT_MAX);
   EXPECT_EQ(35u, tens.Length());
-  // The copy starts with the step that it was given, not with the capacity.
+  // The copy has its own growth step, not the original's capacity.
   EXPECT_EQ(40u, SimpleString(tens).Capacity());
   tens.Empty();
   EXPECT_EQ(35u, tens.Capacity());
   SimpleString absent(kNull);
-  absent.SetGrowBy(100);  // takes a block, though it is empty
+  absent.SetGrowBy(100);  // allocates a block although it is empty
   EXPECT_EQ(100u, absent.Append('x').Capacity());
 }
 
@@ -54,7 +54,7 @@ TEST(SimpleString, ExactFitMovesToABlockOfTheSameCapacity) {
   text.Format("%s", "1234");
   EXPECT_EQ(4u, text.Capacity());
   EXPECT_STREQ("1234", text.Str());
-  // No room asked for is still room for the character.
+  // Even with no room requested there is room for the character.
   for (int i = 0; i < 100; ++i) text.Append2('x', 0);
   EXPECT_EQ(104u, text.Length());
   EXPECT_LE(104u, text.Capacity());

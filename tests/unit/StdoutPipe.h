@@ -1,4 +1,4 @@
-// Puts a pipe or a socket in the place of standard output while it lives.
+// Replaces standard output by a pipe or a socket while it exists.
 #pragma once
 
 #include <fcntl.h>
@@ -14,7 +14,7 @@ class StdoutPipe {
     const int made =
         isSocket ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) : pipe2(ends, O_CLOEXEC);
     if (made != 0) abort();
-    fflush(stdout);  // what the test runner has printed
+    fflush(stdout);  // the test runner's output
     m_reader = ends[0];
     m_saved = dup(STDOUT_FILENO);
     dup2(ends[1], STDOUT_FILENO);
@@ -27,7 +27,7 @@ class StdoutPipe {
     close(m_reader);
   }
 
-  // What has arrived so far.
+  // Returns what has arrived so far.
   std::string Read() {
     std::string all;
     char buffer[65536];

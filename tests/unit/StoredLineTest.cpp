@@ -1,11 +1,11 @@
-// Which lines are new when the log is looked at again.
+// Which lines are new when the log is read again.
 #include "tools/syslogctl/StoredLine.h"
 
 #include <string>
 
 namespace {
 
-// A line for each character, at the minute that its place in the alphabet gives.
+// One line per letter; its time's minute is the letter's place in the alphabet.
 std::string Lines(const char* names) {
   std::string text;
   for (const char* name = names; *name != '\0'; ++name) {
@@ -27,7 +27,7 @@ TEST(SyslogctlStoredLine, NewLinesAreThoseAfterTheLastSeen) {
       {Lines("aaa"), Lines("aaaa"), Lines("a"), true},
       {Lines("abc"), Lines("fgh"), Lines("fgh"), false},
       {Lines("abde"), Lines("abfg"), Lines("fg"), false},  // the supervisor's a and b are in both
-      {Lines("rst"), Lines("abuv"), Lines("uv"), false},   // they had left the log
+      {Lines("rst"), Lines("abuv"), Lines("uv"), false},   // a and b had left the old log
       {"[23:59:00.000] m.Info: x\n", "[00:00:00.000] m.Info: y\n", "[00:00:00.000] m.Info: y\n", false},
       {Lines("a") + "second\n", Lines("a") + "second\n" + "[10:01:00.000] no end", "[10:01:00.000] no end",
        true},

@@ -1,4 +1,4 @@
-// Runs one of our string classes beside std::string: what both classes do must agree after every step.
+// Compares one of our string classes with std::string after every step.
 #pragma once
 
 #include <ctype.h>

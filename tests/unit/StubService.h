@@ -1,4 +1,4 @@
-// The service as a client sees it, and what a network and a restart can do to both.
+// A stub of the service for clients, which can lose datagrams, restart and be blocked.
 #pragma once
 
 #include "common/UdpSocket3.h"
@@ -37,7 +37,7 @@ class StubService {
     m_acks.clients.clear();
   }
 
-  // All calls that were run.
+  // Returns all calls that were run.
   Lines Ran() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_lines;
@@ -61,12 +61,12 @@ class StubService {
   }
 
   std::atomic<bool> m_knowsAcks{true};
-  std::atomic<bool> m_isBlocked{false};       // runs nothing, and keeps nothing
-  std::atomic<bool> m_answersRubbish{false};  // to everything
-  std::atomic<unsigned short> m_deafPort{0};  // a cookie from there never matches
+  std::atomic<bool> m_isBlocked{false};       // drops all calls
+  std::atomic<bool> m_answersRubbish{false};  // to every datagram
+  std::atomic<unsigned short> m_deafPort{0};  // cookies from this port never match
   std::atomic<unsigned> m_wrongCookies{0};    // received
   std::atomic<unsigned> m_connects{0};        // received
-  std::atomic<unsigned> m_connectPorts{0};    // that ever sent CONN
+  std::atomic<unsigned> m_connectPorts{0};    // number of ports that sent CONN
 
  private:
   struct Peer {
@@ -124,7 +124,7 @@ class StubService {
   UdpSocket3 m_socket;
   std::thread m_thread;
   std::atomic<bool> m_end{false};
-  std::mutex m_mutex;  // guards what follows
+  std::mutex m_mutex;  // guards the members below
   std::mt19937 m_random{1};
   std::map<unsigned short, Peer> m_peers;
   std::set<unsigned short> m_ports;

@@ -1,4 +1,4 @@
-// The parts of the command line tool that need no service.
+// Parts of syslogctl that need no service.
 
 #include "tests/unit/Test.h"
 #include "tools/syslogctl/LineReader.h"
@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kMost = 16;
 
-// The pieces of text, sent through a pipe in parts of random sizes.
+// Returns the pieces of text after it went through a pipe in parts of random size.
 Lines Pieces(const std::string& text, std::mt19937& random) {
   int fds[2];
   EXPECT_EQ(pipe(fds), 0);
@@ -43,7 +43,7 @@ TEST(SyslogctlLines, AreSplitWithoutLossAndBetweenCharacters) {
       ASSERT_EQ(piece.find('\n'), std::string::npos);
       ASSERT_FALSE(isUtf8 && (piece[0] & 0xC0) == 0x80) << "starts within a character";
       joined += piece;
-      // A line feed ended the piece, or it was full, or the text was over.
+      // A line feed ended the piece, or it was full, or the text ended.
       const bool isLine = text[joined.size()] == '\n';
       ASSERT_TRUE(isLine || joined.size() == text.size() || piece.size() + 4 > kMost);
       if (isLine) joined += '\n';
@@ -58,7 +58,7 @@ TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
       {"link ä€😀 \"C:\\\"", "link ä€😀 \"C:\\\"", "\"link ä€😀 \\\"C:\\\\\\\"\""},
       {"\x1b[2J\t\r\x7f", "\\x1b[2J\t\\x0d\\x7f", "\"\\u001b[2J\\u0009\\u000d\\u007f\""},
       {"\xc2\x9b", "\\xc2\\x9b", "\"\\u009b\""},       // a terminal's CSI
-      {"\xff\xc3", "\\xff\\xc3", "\"\uFFFD\uFFFD\""},  // never, cut off
+      {"\xff\xc3", "\\xff\\xc3", "\"\uFFFD\uFFFD\""},  // invalid byte, incomplete character
       {"\xc0\xaf\xe0\x80\xaf", "\\xc0\\xaf\\xe0\\x80\\xaf",
        "\"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\""},                         // overlong
       {"\xed\xa0\x80", "\\xed\\xa0\\x80", "\"\uFFFD\uFFFD\uFFFD\""},  // surrogate
@@ -84,7 +84,7 @@ std::string Text(const Ctl::RecordPart& part) {
 }
 
 TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
-  // Record; type, module, process id, message id, data and text.
+  // Record; type|module|process id|message id|data|text.
   const std::pair<const char*, const char*> rows[] = {
       {"<30>Jan  2 10:00:00 dhcpcd[77]: eth0: lease", "1|dhcpcd|77|||eth0: lease"},  // glibc
       {"<27>Jan 12 10:00:00 ntpd: no peer\n", "3|ntpd||||no peer"},                  // musl
@@ -108,7 +108,7 @@ TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
       {"<14>2024-01-02T10:00:00Z no tag here", "1|user||||no tag here"},
       {"<14>2024-01-02T10:00Z net: up", "1|user||||2024-01-02T10:00Z net: up"},
       {"<14>2024-01-02T10:00:00Znet: up", "1|user||||2024-01-02T10:00:00Znet: up"},
-      {"<14>Jan 12 10:00:00 my app: b", "1|user||||my app: b"},  // an old time has no host
+      {"<14>Jan 12 10:00:00 my app: b", "1|user||||my app: b"},  // RFC 3164 has no host here
       // RFC 5424.
       {"<13>1 2024-01-02T10:00:00.123456+01:00 box root 77 ID [a@1 k=\"v\"] \xEF\xBB\xBFup: ä",
        "1|root|77|ID|[a@1 k=\"v\"]|up: ä"},
@@ -120,7 +120,7 @@ TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
       {"<13>1 - - me - - [timeQuality a=\"1\"][x@1][y@1 k=\"v\"] up", "1|me|||[x@1][y@1 k=\"v\"]|up"},
       {"<13>1 - - me - - [x k=\"a\\\"]\\\\\"] up", "1|me|||[x k=\"a\\\"]\\\\\"]|up"},
       {"<13>1 - - a:b[1] - - - up", "1|a_b_1]||||up"},
-      // Not of that form: text, as far as it isn't of another one.
+      // Not RFC 5424, so treated as text.
       {"<13>1 - - me - - [x k=\"v\" up", "1|user||||1 - - me - - [x k=\"v\" up"},
       {"<13>1 - - me - - [x k=\"a\nb\"] up", "1|user||||1 - - me - - [x k=\"a\nb\"] up"},
       {"<13>1 - - me - - [x]up", "1|user||||1 - - me - - [x]up"},
@@ -148,7 +148,8 @@ TEST(SyslogctlLines, OfOtherProgramsAreNotTakenForTheServicesOrTheKernels) {
       {"<14>2024-01-02T10:00:00Z box Syslog: x", "local[Syslog]"},
       {"<14>1 - - Syslog - - - x", "local[Syslog]"},
       {"<14>Syslog.Error: x", "local[Syslog.Error]"},
-      {"<14>\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0: x", "local[\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0]"},  // unseen
+      {"<14>\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0: x",
+       "local[\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0]"},  // invisible characters
       {"<14>Syslog." + most + ": x", "local[Syslog." + most + "]"},
       {"<0>Kernel: x", "local[Kernel]"},
       {"<14>syslog-ng: x", "syslog-ng"},

@@ -1,4 +1,4 @@
-// A directory of its own for a test, removed with everything in it.
+// A temporary directory for a test, removed with its content.
 #pragma once
 
 #include <sys/stat.h>
@@ -26,7 +26,7 @@ struct TempDirectory {
     std::ofstream(Path(name), std::ios::binary) << text;
   }
   long CountFiles() const { return std::distance(std::filesystem::directory_iterator(path), {}); }
-  // Empty when there is no such file.
+  // Returns the content, or an empty text if there is no such file.
   std::string Read(const std::string& name) const {
     std::ifstream file(Path(name), std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});

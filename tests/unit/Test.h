@@ -1,4 +1,4 @@
-// What most tests use.
+// Shared by most tests.
 #pragma once
 
 #include <errno.h>
@@ -24,7 +24,7 @@
 
 using Lines = std::vector<std::string>;
 
-// Waits for what another thread brings about. False when 20 seconds have not made condition true.
+// Waits until another thread makes condition true. False after 20 seconds.
 template <class Condition>
 bool WaitFor(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -34,7 +34,7 @@ bool WaitFor(Condition condition) {
   return true;
 }
 
-// Runs action(0) to action(count - 1) at the same time, each on a thread of its own.
+// Runs action(0) to action(count - 1) at the same time, each on its own thread.
 template <class Action>
 void InThreads(unsigned count, Action action) {
   std::vector<std::thread> threads;

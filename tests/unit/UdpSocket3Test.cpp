@@ -60,7 +60,7 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
 }
 
 TEST(UdpSocket3, JoinsAndLeavesAGroup) {
-  // No other process's: a group is heard as long as anybody on the machine is in it.
+  // A group of our own: Linux delivers a group while any process on the machine is a member.
   const long ip = static_cast<long>(0xEF010000 + static_cast<unsigned>(getpid()) % 65536);
   UdpSocket3 receiver, sender;
   InetAddress2 group(ip, static_cast<unsigned short>(30000 + getpid() % 10000));

@@ -1,4 +1,4 @@
-// The matcher's rules word for word, recursive at every star.
+// A recursive model of the matcher's rules.
 #pragma once
 
 #include <ctype.h>
@@ -18,7 +18,7 @@ class WildcardModel {
     pattern = std::min(m_pattern.find_first_not_of("*?", pattern), m_pattern.size());
     if (pattern == m_pattern.size()) return true;
     for (; text != m_text.size(); ++text) {
-      if (IsSame(text, pattern, caseSensitive) && MatchBehindStar(text, pattern)) return true;
+      if (IsSame(text, pattern, caseSensitive) && MatchAfterStar(text, pattern)) return true;
     }
     return false;
   }
@@ -29,8 +29,8 @@ class WildcardModel {
     return b == '?' || (caseSensitive ? a == b : toupper(a) == toupper(b));
   }
 
-  // Remembers its results: without that the time is exponential in the number of stars.
-  bool MatchBehindStar(size_t text, size_t pattern) {
+  // Caches its results. Otherwise the time is exponential in the number of stars.
+  bool MatchAfterStar(size_t text, size_t pattern) {
     const auto [known, isNew] = m_known.try_emplace({text, pattern}, false);
     if (isNew) known->second = Match(text, pattern, false);
     return known->second;

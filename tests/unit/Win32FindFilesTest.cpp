@@ -24,7 +24,7 @@ TEST(Win32FindFiles, ReportsFilesAndDirectoriesOnly) {
   ASSERT_EQ(0, symlink("a.log", dir.Path("link.log").c_str()));
   ASSERT_EQ(0, symlink("nowhere", dir.Path("dangling.log").c_str()));
   ASSERT_EQ(0, mkfifo(dir.Path("pipe.log").c_str(), 0600));
-  const std::string prefix = dir.path + "//";  // the caller's slash and the walk's own
+  const std::string prefix = dir.path + "//";  // the caller's slash and the one that is added
   std::set<std::string> expected = {"a.log " + prefix + "a.log", "C.LOG/ " + prefix + "C.LOG",
                                     "link.log " + prefix + "link.log"};
   Seen logs, all;
@@ -35,7 +35,7 @@ TEST(Win32FindFiles, ReportsFilesAndDirectoriesOnly) {
   EXPECT_EQ(expected, all.entries);
 }
 
-TEST(Win32FindFiles, StopsWhenToldAndLeavesOutWhatItCannotOpenOrName) {
+TEST(Win32FindFiles, StopsWhenToldAndSkipsWhatItCannotOpenOrName) {
   const TempDirectory dir;
   for (const std::string& name : {std::string("x"), std::string(200, 'n')}) dir.Write(name, "");
   Seen seen;
@@ -43,11 +43,11 @@ TEST(Win32FindFiles, StopsWhenToldAndLeavesOutWhatItCannotOpenOrName) {
   for (const std::string& path : {dir.Path("none"), dir.Path("x"), std::string(5000, '/')})
     EXPECT_FALSE(Win32FindFiles::EnumAll(path.c_str(), Note, &seen));
   EXPECT_TRUE(seen.entries.empty());
-  // Slashes lengthen the path without changing what it names.
+  // Extra slashes make the path longer but name the same file.
   std::string directory = dir.path;
   directory.resize(Win32FindFiles::kMaxPath - 4, '/');
   EXPECT_TRUE(Win32FindFiles::EnumAll(directory.c_str(), Note, &seen));
-  EXPECT_EQ(3u, seen.entries.size());  // ".", ".." and "x": the other does not fit
+  EXPECT_EQ(3u, seen.entries.size());  // ".", ".." and "x"; the other path is too long
   seen = {{}, 1};
   EXPECT_FALSE(Win32FindFiles::EnumAll(dir.path.c_str(), Note, &seen));
   EXPECT_EQ(1u, seen.entries.size());

@@ -1,5 +1,5 @@
-// The window over a path that loses, doubles, delays and reorders, to a service that blocks, forgets and
-// dies.
+// Tests the window with a network that loses, duplicates, delays and reorders, and a service that blocks,
+// forgets clients and restarts.
 #pragma once
 
 #include "client/SendWindow.h"
@@ -13,7 +13,7 @@ class WindowModel {
   void Run() {
     ASSERT_TRUE(m_window.Open(256, 7));
     while (m_choices.AreLeft() && !::testing::Test::HasFailure()) Step();
-    m_blockedUntilUs = 0;  // all is well from now on: no choices are left
+    m_blockedUntilUs = 0;  // no faults from now on: no choices are left
     const uint64_t end = m_nowUs + 60 * kSecond;
     while (m_window.Held() != 0 && !::testing::Test::HasFailure()) {
       ASSERT_LT(m_nowUs, end);
@@ -30,7 +30,7 @@ class WindowModel {
   struct Path {
     std::multimap<uint64_t, std::string> due;
 
-    // Texts of the same time keep their order.
+    // Texts with the same time keep their order.
     void Put(Choices& choices, uint64_t nowUs, const std::string& text) {
       const unsigned fate = choices.Below(16);
       if (fate == 1) return;
@@ -116,13 +116,13 @@ class WindowModel {
     for (const std::string& text : std::exchange(m_queue, {})) {
       Lines ran;
       m_toClient.Put(m_choices, m_nowUs, m_service.Take(text, &ran));
-      // Late copies make a name known again that the service has forgotten, and are run under it.
+      // A late copy under a name that the service has forgotten makes the name known again and is run.
       const bool isLate = m_born[text.substr(0, kWithName)] != m_losses;
       for (const std::string& call : ran) NoteRun(static_cast<size_t>(std::stoul(call.substr(5))), isLate);
     }
   }
 
-  // For the first time in order, and again only where the service forgot us.
+  // Calls run first in order, and again only after the service forgot us.
   void NoteRun(size_t call, bool isLate) {
     size_t next = m_firstRun.empty() ? 0 : m_firstRun.rbegin()->first + 1;
     while (next < m_isRefusable.size() && m_isRefusable[next]) ++next;
@@ -130,10 +130,10 @@ class WindowModel {
     if (call != next) {
       ASSERT_TRUE(m_firstRun[call] != m_losses || isLate) << call;
     }
-    m_firstRun[call] = isLate ? UINT_MAX : m_losses;  // the call in time may come after a late copy
+    m_firstRun[call] = isLate ? UINT_MAX : m_losses;  // the call itself may arrive after a late copy
   }
 
-  // What is not held any more was run.
+  // Calls that are no longer held must have been run.
   void CheckHeld() {
     const size_t done = m_appended - m_window.Held();
     for (; m_checked < done; ++m_checked)
@@ -143,14 +143,14 @@ class WindowModel {
   Choices m_choices;
   Velk::SendWindow m_window;
   AckModel m_service;
-  std::vector<std::string> m_queue;  // taken and not run
+  std::vector<std::string> m_queue;  // received, not yet run
   Path m_toService, m_toClient;
   uint64_t m_nowUs = kSecond;
   uint64_t m_blockedUntilUs = 0;
-  unsigned m_losses = 0;  // of what the service knows of us
+  unsigned m_losses = 0;  // how often the service forgot us
   unsigned m_appended = 0, m_refusable = 0;
   std::vector<bool> m_isRefusable;
-  std::map<std::string, unsigned> m_born;  // name to the losses before it
-  std::map<size_t, unsigned> m_firstRun;   // call to the losses before its latest run
+  std::map<std::string, unsigned> m_born;  // name to m_losses at its start
+  std::map<size_t, unsigned> m_firstRun;   // call to m_losses at its latest run
   size_t m_checked = 0;
 };
