@@ -333,12 +333,13 @@ def kill_and_watch(service):
 
 
 def confirmed(harness, kills):
-    for beside, call in (("alone", None), ("beside garbage", b"LogMsg 1 `open"), ("beside SyncLog", b"SyncLog")):
-        print(f"{beside}:")
-        confirmed_beside(harness, kills, call)
+    for other, call in (("no other peer", None), ("a peer sends garbage", b"LogMsg 1 `open"),
+                        ("a peer calls SyncLog", b"SyncLog")):
+        print(f"{other}:")
+        confirmed_with(harness, kills, call)
 
 
-def confirmed_beside(harness, kills, call):
+def confirmed_with(harness, kills, call):
     collector = harness.Collector(COLLECTOR)
     listener = Listener(collector)
     listener.start()

@@ -74,7 +74,7 @@ class VelkHandler(logging.Handler):
             more = list(calls(kind, record.name, self.format(record)))
             with self._changed:
                 if self._ending or len(self._held) + len(more) > self._most:
-                    raise BufferError("closed" if self._ending else "no more records can be held")
+                    raise BufferError("closed" if self._ending else "cannot hold more records")
                 if not self._held:
                     self._wait(0)
                 self._held.extend(more)

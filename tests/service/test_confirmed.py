@@ -24,7 +24,7 @@ class SlowReader(threading.Thread):
             time.sleep(self.PAUSE)
 
 
-@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl next to the service")
 class Confirmed(ServiceTest):
     def log(self):
         said = subprocess.run([TOOL, "log", "confirmed"], stderr=subprocess.PIPE, text=True, timeout=3 * DEADLINE)

@@ -9,7 +9,7 @@ from lossy import LossyPath, lines_of
 ENTRANCE = 11002
 
 
-@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl next to the service")
 class Lossy(ServiceTest):
     def test_each_line_arrives_once_and_in_order(self):
         service = self.service()

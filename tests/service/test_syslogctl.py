@@ -15,7 +15,7 @@ from harness import DEADLINE, SYNC_FILE, TOOL, ServiceTest, until, without_file_
 DONE, NOT_CONFIRMED, USAGE, NO_ANSWER = range(4)
 
 
-@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl beside the service")
+@unittest.skipUnless(os.path.exists(TOOL), "no syslogctl next to the service")
 class ToolTest(ServiceTest):
     def run_tool(self, *arguments, code=DONE, **options):
         """Runs the tool to its end. Returns its standard output and error."""

@@ -57,13 +57,13 @@ TEST_F(IniFile3Test, SurvivesSavingAndLoading) {
   const char* const kPieces[] = {"\n", "=",     " ",       "\"", "\\", "#", "]",
                                  "\t", "[A]\n", "[a b]\n", "k=", "K ", "x", "\xFF"};
   Choices choices = Choices::Random(20240102, 15000);
-  unsigned told = 0;
+  unsigned survived = 0;
   while (choices.AreLeft() && !HasFailure()) {
     std::string text;
     for (unsigned n = choices.Below(100); n != 0; --n) text += kPieces[choices.Below(std::size(kPieces))];
-    told += CheckSavedAndLoaded(m_dir, text);
+    survived += CheckSavedAndLoaded(m_dir, text);
   }
-  EXPECT_GT(told, 100u);
+  EXPECT_GT(survived, 100u);
 }
 
 TEST_F(IniFile3Test, ReadsAndWritesTypes) {

@@ -23,8 +23,7 @@ sockaddr_un AddressOf(const char* path) {
   return address;
 }
 
-// Whether a process has the socket open. Any error but ECONNREFUSED counts as yes, also another socket
-// type's.
+// Whether a process reads the socket. Only ECONNREFUSED means no: another type of socket gives another error.
 bool IsInUse(const char* path) {
   const int fd = OpenDatagramSocket();
   if (fd < 0) return true;

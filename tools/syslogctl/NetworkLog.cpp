@@ -36,11 +36,10 @@ bool NetworkLog::Open(const char* where) {
     Say("invalid port '%s': give PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
     return false;
   }
-  // The service shares its port: if we bound to it as well, we would take the service's datagrams.
+  // If the other program shares its port, bind(2) succeeds and we would take over its datagrams.
   if (address.GetIP() == 0 && UdpSocket3::IsHeldByOthers(address.GetPort(), 0)) {
     Say("another program uses UDP port %u (the service forwards from port 514): give an address of this "
-        "machine "
-        "too, or another port",
+        "machine too, or another port",
         address.GetPort());
     return false;
   }

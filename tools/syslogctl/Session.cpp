@@ -96,8 +96,7 @@ int Session::Join(const Velk::GDQUdpClient::Options& how) {
 int Session::ExplainSilence() {
   switch (Status().state) {
     case State::NotJoined:
-      Say("no answer from %s: is the service running there? Use -s for another server, --timeout to wait "
-          "longer",
+      Say("no answer from %s: is the service running there? Use -s for another server, or a longer --timeout",
           m_options.server);
       return kNoAnswer;
     case State::Unanswered:

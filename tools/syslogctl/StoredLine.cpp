@@ -95,7 +95,7 @@ bool IsEarlier(const StoredLine& a, const StoredLine& b) {
 }
 
 // After a restart the log begins with the supervisor's lines. They may be older than the last line seen and
-// no longer in old; then only their times tell.
+// no longer be in old. Then only their times show that they are not new.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {

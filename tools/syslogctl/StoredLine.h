@@ -26,8 +26,8 @@ struct StoredLine {
 // Reads the line at *at and moves *at past it. False: *at is end.
 bool TakeStored(const char** at, const char* end, StoredLine* line);
 
-// Returns where the new lines begin in now, given the log as it was before, old. *isSure: no line is missing
-// between the two; otherwise lines may have come and gone.
+// Compares the log as read before, old, with the log now. Returns where the new lines begin in now. *isSure:
+// now continues old; otherwise lines may be missing between the two.
 const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure);
 
 }  // namespace Ctl
