@@ -90,7 +90,7 @@ def roomy_socket():
     return new
 
 
-class Ear:
+class Receiver:
     """A receiver of datagrams."""
 
     def receive(self, timeout=DEADLINE):
