@@ -42,8 +42,8 @@ void AppData::SetVarChanged(const char* name, bool flag) {
 
 namespace {
 
-// How many walks over subscribers are under way, in all lists. A callback may unsubscribe itself and others:
-// then these only lose their callback, since a walk may be at their nodes, which are freed later.
+// Iterations over subscribers in progress, in all lists. A callback may unsubscribe itself and others. Their
+// nodes then only lose the callback and are freed later, since an iteration may be at them.
 unsigned s_walks = 0;
 
 template <class T>
@@ -52,7 +52,7 @@ void Subscribe(StrDict3<SimpleListDL<T>*>& lists, const char* name, const T& sub
   if (list == nullptr) {
     list = new SimpleListDL<T>;
     if (!lists.Set0(lists.kMaxKeyLength, name, list)) {
-      delete list;  // could never be found without a name
+      delete list;  // null or empty name
       return;
     }
   }
@@ -69,7 +69,7 @@ void Unsubscribe(SimpleListDL<T>* list, decltype(T::m_callback) callback) {
   }
 }
 
-// Calls visit with one subscriber after the other, the oldest first, until it returns false; false then.
+// Calls visit for each subscriber, oldest first, until it returns false, and then returns false.
 template <class T, class Visit>
 bool ForEach(SimpleListDL<T>* list, Visit visit) {
   bool goesOn = true;
@@ -138,7 +138,7 @@ void AppData::NotifyDlg(const char* dialog, EDlgAction action, bool flag) {
     subscriber.m_callback(dialog, action, flag, subscriber.m_user);
     return true;
   });
-  // Always true, which subscribers of all dialogs rely on.
+  // Always true: subscribers to all dialogs rely on it.
   ForEach(&m_anyDlgSubscribers, [=](const DlgNode& subscriber) {
     subscriber.m_callback(dialog, action, true, subscriber.m_user);
     return true;

@@ -5,14 +5,14 @@
 #include "common/SimpleListDL.h"
 #include "common/StrDict3.h"
 
-// Keeps the variables as keys of section "Data" of one file, notes which of them changed since the last
-// Save(), and tells subscribers about variables and dialogs. Not thread-safe: after start-up all calls come
-// from one thread. Null and empty names are unknown, never changed and without subscribers.
+// Keeps the variables as keys of section "Data" of one file, records which have changed since the last
+// Save(), and notifies subscribers of variables and dialogs. Not thread-safe: after start-up only one thread
+// may call. Null and empty names are never found, changed or subscribed to.
 //
-// Case does not matter in the file, but does for change flags and subscriptions: setting "Name" changes the
-// value of "name" too, but flags only "Name".
+// Case does not matter in the file, but does for change flags and subscriptions: setting "Name" also changes
+// the value of "name", but flags only "Name".
 //
-// A callback may subscribe and unsubscribe anyone, itself included, and set variables.
+// A callback may set variables, subscribe, and unsubscribe any callback, including itself.
 class AppData {
  public:
   enum EDlgAction { eEnter = 0, eExit = 1 };
@@ -31,29 +31,31 @@ class AppData {
     void* m_user;
   };
 
-  // The one instance, built on first use. It stays to the end: a thread may still use it while exit(3) runs.
+  // The only instance, created on first use. Never destroyed: a thread may still use it during exit(3).
   static AppData* GetInstance();
   AppData(const AppData&) = delete;
   AppData& operator=(const AppData&) = delete;
 
-  // See IniFile3::Load; change flags stay. 0: failed.
+  // See IniFile3::Load(). Keeps the change flags. 0: failed.
   int Load(const char* path);
-  // Writes the file that was loaded last and forgets all change flags, also when the file could not be
-  // written or none was loaded, which is not reported.
+  // Writes the file that was last loaded and clears all change flags, even if writing fails or no file was
+  // loaded. Failures are not reported.
   void Save();
 
-  // The text is valid until the variable is set or a file loaded. A variable that is absent gives def.
+  // Returns def if there is no such variable. The text is valid until the variable is set or a file is
+  // loaded.
   const char* GetVar(const char* name, const char* def) const;
-  // Sets a variable and flags it when the value is another one; absent counts as empty. Asks no subscriber.
+  // Sets a variable, and flags it if the value changes; a missing one counts as empty. Calls no subscriber.
   void SetVar(const char* name, const char* value);
-  // Asks the variable's subscribers, oldest first, and sets it if all agree. False: one refused, nothing is
-  // changed and later subscribers were not asked.
+  // Asks the variable's subscribers, oldest first, and sets it if all agree. False: one refused. Nothing is
+  // changed then, and later subscribers are not asked.
   bool OnVarChanged(const char* name, const char* value);
 
   bool IsVarChanged(const char* name) const { return m_changed.Get(name); }
   void SetVarChanged(const char* name, bool flag);
 
-  // Subscribing twice calls twice; unsubscribing removes all with that callback, whatever their user.
+  // A callback that subscribes twice is called twice. Unsubscribing removes all entries with that callback,
+  // whatever their user.
   void SubscribeVarChanges(const char* name, VarCallback callback, void* user);
   void UnsubscribeVarChanges(const char* name, VarCallback callback);
   void SubscribeDlgChanges(const char* dialog, DlgCallback callback, void* user);
@@ -61,7 +63,7 @@ class AppData {
   void SubscribeAnyDlgChanges(DlgCallback callback, void* user);
   void UnsubscribeAnyDlgChanges(DlgCallback callback);
 
-  // Tell the dialog's subscribers, then those of any dialog. The latter always get flag true.
+  // Call the dialog's subscribers, then those of any dialog. The latter always get flag true.
   void OnEnterDialog(const char* dialog);
   void OnExitDialog(const char* dialog, bool flag);
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-// How often a wait for the other thread looks again, in microseconds.
+// Microseconds between polls for the other thread.
 constexpr useconds_t kPollInterval = 100;
 
 }  // namespace
@@ -21,7 +21,7 @@ AppThread2::~AppThread2() {
 
 namespace {
 
-// Bytes. The deepest call is a name look-up, which takes up to 100 KiB in glibc.
+// In bytes. The deepest call is a name lookup, which takes up to 100 KiB in glibc.
 constexpr size_t kStackSize = 256 << 10;
 
 }  // namespace
@@ -30,7 +30,7 @@ bool AppThread2::StartThread() {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  // Not what "ulimit -s" says, often 8 MiB: that would be half of what a memory limit leaves the service.
+  // The default is "ulimit -s", often 8 MiB: half of what a memory limit leaves the service.
   pthread_attr_setstacksize(&attributes, kStackSize);
   pthread_t thread;
   const bool created = pthread_create(&thread, &attributes, DriverFunction0, this) == 0;
@@ -40,13 +40,13 @@ bool AppThread2::StartThread() {
 
 bool AppThread2::Run() {
   int state = kIdle;
-  // Not left to the new thread: a Stop() before its first step would have nothing to wait for, and its caller
-  // would destroy the object before the thread uses it.
+  // Must be set here, not by the new thread: otherwise a Stop() before the thread's first step would return
+  // at once, and its caller could destroy the object too early.
   if (!m_state.compare_exchange_strong(state, kRunning, std::memory_order_acq_rel)) return false;
   m_stopAcknowledgement.store(nullptr, std::memory_order_relaxed);
-  // With autoDelete the object may be gone from here on, unless there is no thread.
+  // With autoDelete the object may be gone once the thread runs.
   if (StartThread()) return true;
-  // The owner learns of the failure once and has to acknowledge it with Stop().
+  // The owner must call Stop() before the next Run().
   m_state.store(kFailed, std::memory_order_release);
   return false;
 }
@@ -63,9 +63,9 @@ void* AppThread2::DriverFunction0(void* self) {
   return nullptr;
 }
 
-// A Stop() has begun, so it will publish its flag: ending without it would delete the object while that
-// Stop() uses it, or leave it waiting. The flag is in a frame that is left as soon as it is clear, hence the
-// last touch.
+// Stop() has begun and will publish its flag. Ending without waiting for the flag could delete the object
+// that Stop() still uses, or leave Stop() waiting. The flag is on Stop()'s stack, so nothing may touch it
+// after the store.
 void AppThread2::AcknowledgeStop() {
   std::atomic<bool>* waiting = nullptr;
   while ((waiting = m_stopAcknowledgement.load(std::memory_order_acquire)) == nullptr) usleep(kPollInterval);
@@ -76,10 +76,10 @@ void AppThread2::Stop() {
   int state = kRunning;
   if (!m_state.compare_exchange_strong(state, kStopping, std::memory_order_acq_rel)) {
     if (state == kFailed) m_state.store(kIdle, std::memory_order_release);
-    return;  // there is no thread, or it has ended by itself and looks for no flag
+    return;  // there is no thread, or it ended by itself
   }
   std::atomic<bool> waiting{true};
   m_stopAcknowledgement.store(&waiting, std::memory_order_release);
-  // The object is the thread's from here on and may be deleted at any time.
+  // From here on the thread may delete the object at any time.
   while (waiting.load(std::memory_order_acquire)) usleep(kPollInterval);
 }

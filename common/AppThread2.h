@@ -1,37 +1,37 @@
-// Threads and clock layer: a class whose driver runs on a thread of its own.
+// Threads and clock layer: a class that runs its Driver() on its own thread.
 #pragma once
 
 #include <atomic>
 
-// Run() and Stop() are for the owner, one at a time. The thread is detached: only Stop(), or the object's own
-// end with autoDelete, tells when it is gone.
+// The owner calls Run() and Stop(), from one thread at a time. The thread is detached: only Stop(), or the
+// deletion of the object with autoDelete, shows that it has ended.
 class AppThread2 {
  public:
-  // The numbers are ignored; callers pass 0. name is copied and may be null. autoDelete: the object is on the
-  // heap, and the thread deletes it once the driver has ended.
+  // The numbers are ignored; pass 0. name is copied and may be null. autoDelete: the object is on the heap,
+  // and the thread deletes it when Driver() has ended.
   AppThread2(int, int, const char* name, bool autoDelete);
   AppThread2(const AppThread2&) = delete;
   AppThread2& operator=(const AppThread2&) = delete;
 
-  // The thread's body. Returns soon after IsRunning() turns false, or earlier.
+  // The thread's body. Must return soon after IsRunning() becomes false; may return earlier.
   virtual void Driver() = 0;
   // Runs on the thread after Driver().
   virtual void OnExit() {}
-  // Neither stops nor awaits the thread: Stop() first.
+  // Does not stop the thread: call Stop() first.
   virtual ~AppThread2();
 
-  // Null when the constructor had none.
+  // Null if the constructor got null.
   const char* GetName() const { return m_name; }
 
-  // Starts the thread. False: it is running, or pthread_create(3) failed. After such a failure every Run()
-  // fails until Stop() was called. With autoDelete the object may be gone when this returns.
+  // Starts the thread. False: it is already running, or pthread_create(3) failed. After such a failure Run()
+  // fails until Stop() is called. With autoDelete the object may be gone when this returns.
   bool Run();
 
-  // Asks the driver to end and waits until the thread uses the object no more; there is no time-out. Returns
-  // at once when the driver has ended by itself. Must not be called on the thread itself.
+  // Asks the driver to end and waits, without a timeout, until the thread no longer uses the object. Returns
+  // at once if the driver has ended by itself. Must not be called on the thread itself.
   void Stop();
 
-  // Thread entry for pthread_create(3); self is the object. Without Run() the driver finds itself stopped.
+  // Thread entry for pthread_create(3); self is the object. Without Run(), IsRunning() is false.
   static void* DriverFunction0(void* self);
 
  protected:
@@ -43,18 +43,18 @@ class AppThread2 {
  private:
   enum State {
     kIdle,
-    kStopping,  // Stop() waits
-    kRunning,   // from Run() on
-    kFailed,    // Run() got no thread, but the driver may run all the same
+    kStopping,  // Stop() waits for the thread
+    kRunning,   // after Run()
+    kFailed,    // no thread was created; IsRunning() stays true until Stop()
   };
 
   void AcknowledgeStop();
 
   char* m_name;
   const bool m_autoDelete;
-  // Stop() and the ending thread both try to move it on from kRunning: who succeeds came first. A word: some
-  // processors exchange nothing smaller without help from a library.
+  // Stop() and the ending thread both try to leave kRunning; the exchange decides which came first. An int,
+  // because some processors need a library to exchange anything smaller.
   std::atomic<int> m_state{kIdle};
-  // Flag in the frame of a waiting Stop().
+  // Points to a flag on the stack of the waiting Stop().
   std::atomic<std::atomic<bool>*> m_stopAcknowledgement{nullptr};
 };

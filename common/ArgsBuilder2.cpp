@@ -12,7 +12,7 @@ ArgsBuilder2::ArgsBuilder2(const char* name, IGenericDispatchObjBase* target)
     : m_name(name), m_args(256, 256), m_target(target) {}
 
 ArgsBuilder2& ArgsBuilder2::operator<<(double value) {
-  // The largest double has 309 digits before the point.
+  // Blank, sign, 309 digits of the largest double, point, six decimals, NUL.
   char text[1 + 1 + 309 + 1 + 6 + 1];
   snprintf(text, sizeof text, " %lf", value);
   m_args.Append(text);
@@ -48,7 +48,7 @@ ArgsBuilder2& ArgsBuilder2::operator<<(unsigned long long value) {
 
 ArgsBuilder2& ArgsBuilder2::operator<<(const char* text) {
   text = TextOps::OrEmpty(text);
-  // No blank before a first text, unlike numbers: peers compare what the log printer sends.
+  // Unlike a number, a text that comes first gets no blank: peers compare the calls of LogPrinter.
   m_args.Append(m_args.IsEmpty() ? "`" : " `");
   while (*text != '\0') {
     const auto plain = static_cast<unsigned>(strcspn(text, "~`"));

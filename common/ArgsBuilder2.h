@@ -1,4 +1,4 @@
-// Dispatch layer: writes the argument text of a call.
+// Dispatch layer: builds the argument text of a call.
 #pragma once
 
 #include "common/RefString.h"
@@ -7,22 +7,22 @@ namespace Velk {
 
 class IGenericDispatchObjBase;
 
-// Made by a dispatch object's operator<< and filled by those below, in the order of the arguments. A
-// temporary of the caller's; one thread at a time. ArgsParser reads what it writes.
+// Returned by a dispatch object's operator<<, as a temporary of the caller. The operators below append one
+// argument each; ArgsParser reads the result. One thread at a time.
 class ArgsBuilder2 {
  public:
   // target must outlive the builder. A null name counts as empty.
   ArgsBuilder2(const char* name, IGenericDispatchObjBase* target);
 
-  // Every number is preceded by a blank, so that most argument texts start with one.
+  // A number always gets a blank in front, even as the first argument.
   ArgsBuilder2& operator<<(double value);  // fixed notation, six decimals
   ArgsBuilder2& operator<<(int value);
   ArgsBuilder2& operator<<(long long value);
   ArgsBuilder2& operator<<(unsigned long long value);
-  // Quoted, so that any text arrives as one argument unchanged. A null text counts as empty.
+  // Quotes the text, so that it arrives unchanged as one argument. Null counts as empty.
   ArgsBuilder2& operator<<(const char* text);
 
-  // Hands name and arguments to the target's Call().
+  // Passes name and arguments to the target's Call().
   void CallObj();
 
  private:

@@ -50,7 +50,7 @@ const IArg* ArgsParser::Args::operator[](unsigned int index) const {
   return index <= m_count ? m_values + index : nullptr;
 }
 
-// One value more than arguments, so that Args[count] is always one.
+// One value more than maxArgs, so that Args[count] is always valid.
 ArgsParser::ArgsParser(unsigned int maxArgs)
     : m_buffer(new char[m_capacity]), m_values(new Value[maxArgs + 1UL]), m_maxArgs(maxArgs) {}
 
@@ -59,16 +59,16 @@ ArgsParser::~ArgsParser() {
   delete[] m_buffer;
 }
 
-// The copies of all arguments with their NULs are never longer than the text with its own: an argument is
-// followed by white space or the end, or gives its quotes for the NUL.
+// All copied arguments with their NULs fit the size of the text with its NUL: each argument is followed by
+// white space or the end, or loses its quotes.
 void ArgsParser::MakeRoomFor(const char* text) {
   const size_t needed = strlen(text) + 1;
   if (needed <= m_capacity) return;
-  // m_capacity stays at what every buffer has at least, so each long text gets a buffer of its size, and the
-  // memory of a very long one goes with the next long one.
+  // m_capacity stays the minimum size. Each longer text gets a buffer of its own size, so the memory of a
+  // very long one is freed by the next long one.
   delete[] m_buffer;
   m_buffer = new char[(needed + m_granule - 1) / m_granule * m_granule];
-  // Slots that this parse will not fill must not point into the old buffer.
+  // Values that this parse does not fill must not point into the old buffer.
   for (unsigned i = 0; i <= m_maxArgs; ++i) m_values[i].m_text = nullptr;
 }
 
@@ -78,8 +78,8 @@ bool IsQuote(char c) {
   return c == '\'' || c == '`' || c == '"';
 }
 
-// How much of a quoted text can be copied at once: all of it, unless it has a tilde. A loop over the bytes
-// instead takes 27 % more instructions a line.
+// Length of a quoted text up to the first tilde or the closing quote, to copy it at once. A loop over the
+// bytes takes 27 % more instructions a line.
 size_t PlainLength(const char* text, char quote) {
   const char* const end = strchr(text, quote);
   if (end == nullptr) return 0;
@@ -88,8 +88,8 @@ size_t PlainLength(const char* text, char quote) {
   return tilde != nullptr ? static_cast<size_t>(static_cast<const char*>(tilde) - text) : length;
 }
 
-// Both copy one argument and a NUL, and move text and out past what they read and wrote. False: the text
-// ended within the quotes.
+// Both copy one argument and a NUL, and move text and out past what they read and wrote. False: the closing
+// quote is missing.
 bool CopyQuoted(const char*& text, char*& out) {
   const char quote = *text++;
   const size_t plain = PlainLength(text, quote);

@@ -9,7 +9,7 @@ namespace Velk {
 // next such character, and a tilde in it makes the next character literal; the next argument may follow
 // at once. In any other argument no character is special.
 //
-// One thread at a time. Keeps its buffers, so that parsing texts of up to 255 characters allocates nothing.
+// One thread at a time. Keeps its buffers: parsing a text of up to 255 characters allocates nothing.
 class ArgsParser {
  public:
   class Value : public IArg {
@@ -19,10 +19,10 @@ class ArgsParser {
     double AsNum() const override;
     void* AsPtr() const override;
 
-    const char* m_text = nullptr;  // in the parser's buffer, null until a parse fills it
+    const char* m_text = nullptr;  // in the parser's buffer; null: not yet filled
   };
 
-  // What a handler is given. Not the owner of the values.
+  // The list that a handler gets. Does not own the values.
   class Args final : public IArgsList {
    public:
     unsigned int GetCount() const override { return m_count; }
@@ -33,18 +33,18 @@ class ArgsParser {
     unsigned int m_count = 0;
   };
 
-  // More than maxArgs arguments are an error.
+  // A text with more than maxArgs arguments cannot be parsed.
   explicit ArgsParser(unsigned int maxArgs);
   ArgsParser(const ArgsParser&) = delete;
   ArgsParser& operator=(const ArgsParser&) = delete;
   virtual ~ArgsParser();
 
-  // Ends the life of all texts of the parse before. A null text has no arguments. False: more than maxArgs
-  // arguments, a quote without its end, or nothing after a tilde in quotes; what was parsed until then
-  // stays counted.
+  // Parses text; null has no arguments. Invalidates the texts of the previous parse. False: more than maxArgs
+  // arguments, a missing closing quote, or a tilde at the end of a quoted text. The arguments before the
+  // error stay available.
   bool ParseArgs(const char* text);
 
-  // The arguments of the last parse; the object is the parser's own and changes with GetArgs() only.
+  // The arguments of the last parse. The parser owns the object and updates it only in GetArgs().
   const Args* GetArgs();
 
  private:

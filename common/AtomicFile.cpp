@@ -12,11 +12,12 @@
 namespace Velk {
 namespace {
 
-// mkostemp(3) fills in the X. What has such a name is removed, so it is none that a person gives a copy.
+// mkostemp(3) replaces the X. RemoveLeftovers() deletes files with such a name, so it must not be one that a
+// person would use for a copy.
 constexpr char kTempSuffix[] = ".unfinished-XXXXXX";
 constexpr size_t kFilledIn = 6;
 
-// Opens a regular file for writing without touching its content, or makes it. -1: refused.
+// Opens a regular file for writing without changing it, or creates it. -1 with errno.
 int OpenTarget(const char* path, struct stat& status) {
   constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   int fd = open(path, kFlags);
@@ -42,8 +43,8 @@ bool WriteAt(int fd, const char* data, size_t size, size_t offset) {
 
 enum class Outcome { kDone, kFailed, kRefusedByDirectory };
 
-// What errno says of making or renaming a file. Lack of room, descriptors or memory is no refusal: the old
-// file must not be risked for it.
+// Classifies errno after creating or renaming a file. If space, descriptors or memory are short, the old file
+// must not be overwritten, so that counts as a failure.
 Outcome OutcomeOfError() {
   switch (errno) {
     case EACCES:
@@ -58,13 +59,13 @@ Outcome OutcomeOfError() {
   }
 }
 
-// Gives the new file at name all it needs to take the old one's place.
+// Gives the new file the old one's owner and mode, and the new content.
 bool FillTemp(int fd, const struct stat& old, const char* data, size_t size) {
-  // Only root may give files away; for anyone else the file was the caller's already, or becomes so.
+  // Only root can give files away; otherwise the new file belongs to the caller.
   const int given = fchown(fd, old.st_uid, old.st_gid);
   static_cast<void>(given);
   if (fchmod(fd, old.st_mode & 0777) != 0 || !WriteAt(fd, data, size, 0)) return false;
-  // Without fsync some file systems have the new name before the new content.
+  // Without fsync(2) some file systems may store the rename before the content.
   return fsync(fd) == 0;
 }
 
@@ -85,9 +86,9 @@ Outcome ReplaceByRename(const SimpleString& path, Fill fill) {
   return outcome;
 }
 
-// Writes beyond the old end first: until that is done the old content is whole, and can be restored.
+// Writes the bytes beyond the old end first: if that fails, the old content can be restored.
 bool Overwrite(int fd, const struct stat& old, const char* data, size_t size) {
-  // In a directory open to others the second name may be that of a file they want to see overwritten.
+  // In a directory open to others, someone may have linked a file here to have it overwritten.
   if (old.st_nlink != 1) return false;
   const size_t common = old.st_size < static_cast<off_t>(size) ? static_cast<size_t>(old.st_size) : size;
   if (WriteAt(fd, data + common, size - common, common)) {
@@ -132,7 +133,7 @@ FILE* AtomicFile::Open(const char* path) {
   return m_stream;
 }
 
-// False: the content is not complete.
+// Closes the stream. False: the content is not complete.
 bool AtomicFile::Finish() {
   if (m_stream == nullptr) return false;
   const bool isWhole = fflush(m_stream) == 0 && ferror(m_stream) == 0;

@@ -7,41 +7,38 @@
 
 namespace Velk {
 
-// Collects the new version of a file in memory, writes it to a file beside the old one and puts it in place
-// by rename(2): a reader, also after a crash, finds all of the old version or all of the new
-// one. A full disk leaves the old one.
+// Collects the new content in memory, writes it to a temporary file in the same directory and renames that
+// over the old file. Readers find either the old or the new version, also after a crash or on a full disk.
 //
-// Only where the directory refuses (not writable, a name too long, a file mounted on its own) the old file is
-// written over, new bytes beyond its end first, so that a lack of room is found while it is whole. A power
-// cut or a failing device in the middle of that leaves a mix.
+// If the directory does not allow that (not writable, name too long, file is a mount point), overwrites the
+// old file: first the bytes beyond its end, so that a full disk is noticed while the old content is intact. A
+// power cut or device error during that can leave a mix of both versions.
 //
-// Safe in a world-writable directory: follows no symbolic link in the last part of the path, waits for no
-// pipe or device, writes over no file that has a second name. One thread at a time.
+// Safe in a world-writable directory: does not follow a symbolic link in the last part of the path, does not
+// block on a pipe or device, and does not overwrite a file with several hard links. One thread at a time.
 class AtomicFile {
  public:
   AtomicFile() = default;
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
-  // Without a Commit() before it the file is as it was.
+  // Without a commit, the file stays as it was.
   ~AtomicFile() { Discard(); }
 
-  // A stream to write the new content to; the caller must not close it. Touches no file. Null: no path, no
-  // memory.
+  // Returns a stream for the new content; the caller must not close it. Does not touch the file. Null: path
+  // is null, or out of memory.
   FILE* Open(const char* path);
 
-  // Puts the new content in place, and waits for fsync(2): all of one version is found after a power cut,
-  // too. The file keeps its permissions; a missing one is made. False: path is no regular file, not writable,
-  // or has no room for the content; a file just made stays empty then.
+  // Replaces the file and waits for fsync(2), so that it is also whole after a power cut. Keeps its
+  // permissions; creates a missing file. False: not a regular file, not writable, or no space. A file that
+  // was just created then stays, empty.
   bool Commit();
 
-  // For a path in a directory where others may make files: puts a new file there, the caller's own and
-  // readable by all (mode 0644 whatever umask(2) says), in place of whatever has the name but a directory.
-  // Where the directory refuses that, it writes over the old file, but only over the caller's own. Waits for
-  // no disk. False with errno.
+  // For directories where others may create files: puts a new file owned by the caller, mode 0644 whatever
+  // the umask, in place of anything of that name except a directory. If the directory does not allow that,
+  // overwrites the old file, but only if the caller owns it. Does not wait for the disk. False with errno.
   bool CommitAsOwn();
 
-  // Removes what a process left that was killed within a Commit() to path: files of ours with a name as those
-  // have that are to be renamed.
+  // Removes our temporary files that a process killed during a commit to path has left.
   static void RemoveLeftovers(const char* path);
 
  private:
@@ -51,7 +48,7 @@ class AtomicFile {
 
   SimpleString m_path;
   FILE* m_stream = nullptr;
-  char* m_data = nullptr;  // what the stream collected, up to date once that is closed; from malloc(3)
+  char* m_data = nullptr;  // the stream's content, valid once it is closed; from malloc(3)
   size_t m_size = 0;
 };
 

@@ -17,7 +17,7 @@ namespace {
 constexpr char kStdout[] = "stdout";
 constexpr unsigned kDateLength = 10;  // "YYYY-MM-DD"
 
-// Makes one directory unless it is there.
+// Creates one directory if it does not exist.
 bool MakeDirectory(const char* path) {
   struct stat info;
   if (stat(path, &info) != 0) return mkdir(path, 0777) == 0;
@@ -27,7 +27,7 @@ bool MakeDirectory(const char* path) {
 }
 
 time_t NextMidnight(tm day) {
-  // By the calendar, not by 86,400 seconds: a day on which the clock is changed is longer or shorter.
+  // Not 86,400 seconds later: a day is longer or shorter when daylight saving time starts or ends.
   ++day.tm_mday;
   day.tm_hour = day.tm_min = day.tm_sec = 0;
   day.tm_isdst = -1;
@@ -36,7 +36,7 @@ time_t NextMidnight(tm day) {
 
 bool EnumLogFiles(const char* name, char* fullPath, bool isDirectory, void* context) {
   if (isDirectory) return true;
-  // The record itself goes on as the context: callbacks look for their own in its second word.
+  // Passes EnumContext, not the caller's context: callbacks read theirs from its second member.
   return static_cast<CDailyEventLog::EnumContext*>(context)->callback(name, fullPath, context);
 }
 
@@ -56,7 +56,7 @@ CDailyEventLog::~CDailyEventLog() {
 bool CDailyEventLog::Open(const char* baseName, const char* extension, const char* directory,
                           unsigned long daysToKeep) {
   Close();
-  // Should this fail, opening the file fails too.
+  // Not checked: if this fails, opening the file fails too.
   if (directory != nullptr) MakeDirectories(directory);
   if (baseName != nullptr && strcmp(baseName, kStdout) == 0) {
     memcpy(m_path, kStdout, sizeof kStdout);
@@ -106,7 +106,7 @@ bool CDailyEventLog::OpenTodaysFile() {
   snprintf(date, sizeof date, "%4.4d-%2.2d-%2.2d", today.tm_year + 1900, today.tm_mon + 1, today.tm_mday);
   memcpy(m_dateAt, date, kDateLength);
 
-  // Non-blocking, so that a pipe in its place fails or loses texts instead of blocking all that log.
+  // O_NONBLOCK: a pipe at this path must not block every thread that logs.
   const int fd = open(m_path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
   if (fd < 0) return false;
   struct stat info;
@@ -122,8 +122,8 @@ bool CDailyEventLog::OpenTodaysFile() {
 
 void CDailyEventLog::Print(const char* text) {
   if (m_file == nullptr || text == nullptr) return;
-  // Stays closed when that fails: trying a full or lost device again with each line would slow down every
-  // thread that logs. The owner calls OpenTodaysFile() when it is worth a try.
+  // If that fails, the log stays closed: retrying a full or missing device for each line would slow down
+  // every thread that logs. The owner can call OpenTodaysFile() later.
   if (m_nextRollover != 0 && Now() >= m_nextRollover && !OpenTodaysFile()) return;
   const unsigned long length = strlen(text);
   if (m_spaceLimit != 0 && (length >= m_spaceLimit || m_currentSize >= m_spaceLimit - length)) {
@@ -161,7 +161,7 @@ bool CDailyEventLog::MakeDirectories(const char* path) {
   if (prefix == nullptr) return false;
   bool made = true;
   for (char* slash = strchr(prefix, '/'); made && slash != nullptr; slash = strchr(slash + 1, '/')) {
-    // No name before a leading slash, nor between two.
+    // There is no name before a leading slash or between two slashes.
     if (slash == prefix || slash[-1] == '/') continue;
     *slash = '\0';
     made = MakeDirectory(prefix);

@@ -19,22 +19,23 @@
 namespace Velk {
 namespace {
 
-constexpr int kMostLooks = 10;  // a terminal also seems full while another thread or process writes to it
+constexpr int kMostLooks = 10;  // retries: a terminal also seems full while another writer uses it
 thread_local bool t_neverWaits = false;
-// A thread that never waits has its own description, which does not block. Polling is not enough: a terminal
-// takes the part of a line that it has room for, then blocks; another process may fill the pipe in between.
+// A thread that never waits uses its own non-blocking open file description. poll(2) alone is not enough: a
+// terminal takes the part of a line that fits and then blocks, and another process may fill the pipe after
+// poll(2).
 thread_local int t_fd = STDOUT_FILENO;
 
 const char* s_module = "";
 std::atomic<unsigned> s_dropped{0};
-std::atomic<bool> s_isTorn{false};  // the last dropped line got through in part
+std::atomic<bool> s_isTorn{false};  // the last dropped line was partly written
 
 bool IsWritable(int timeoutMs) {
   pollfd out{STDOUT_FILENO, POLLOUT, 0};
-  return poll(&out, 1, timeoutMs) != 0;  // an error or a hang-up does not block either
+  return poll(&out, 1, timeoutMs) != 0;  // a write after an error or hang-up does not block either
 }
 
-// False: drop the line, because the lock's owner waits for the reader.
+// False: drop the line; the lock's owner is blocked on the reader.
 bool Lock() {
   if (!t_neverWaits) flockfile(stdout);
   for (int looks = 0; t_neverWaits && ftrylockfile(stdout) != 0; sched_yield())
@@ -42,14 +43,14 @@ bool Lock() {
   return true;
 }
 
-// False: dropped, perhaps in part.
+// False: dropped, perhaps partly written.
 bool Write(const void* text, size_t size) {
   for (size_t done = 0, looks = 0; done < size;) {
     const ssize_t written = write(t_fd, static_cast<const char*>(text) + done, size - done);
     if (written > 0) {
       done += static_cast<size_t>(written);
     } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
-      return true;  // lost for good
+      return true;  // a permanent error
     } else if (!t_neverWaits) {
       IsWritable(-1);
     } else if (sched_yield(); ++looks == kMostLooks) {
@@ -60,19 +61,19 @@ bool Write(const void* text, size_t size) {
   return true;
 }
 
-// What goes before a line: the program's own output, and the warning in the log's form. False: drop the line.
+// Flushes stdout, and writes the warning about dropped lines as a log line. False: drop the line.
 bool WriteWhatGoesFirst() {
   if (!t_neverWaits && __fpending(stdout) != 0) fflush_unlocked(stdout);
   if (t_neverWaits && t_fd == STDOUT_FILENO && !IsWritable(0)) return false;
   const unsigned dropped = s_dropped;
   if (dropped == 0) return true;
-  char line[160] = "\n";  // ends a torn line
+  char line[160] = "\n";  // ends a partly written line
   snprintf(TimeStamp::Put(line + 1), 128, "[#%4ld] %.64s.Warning: Console lines dropped here: %u\n",
            ThreadId(), s_module, dropped);
   const char* const warning = line + (s_isTorn ? 0 : 1);
   if (!Write(warning, strlen(warning))) return false;
   s_isTorn = false;
-  s_dropped -= dropped;  // not to 0: another thread may have dropped more meanwhile
+  s_dropped -= dropped;  // not = 0: another thread may have dropped more since
   return true;
 }
 
@@ -81,7 +82,7 @@ bool WriteWhatGoesFirst() {
 void Console::WriteLine(const iovec* pieces, int count) {
   const bool isLocked = Lock();
   bool isWritten = isLocked && WriteWhatGoesFirst();
-  // Joining costs less than what the kernel does for each piece.
+  // Joins the pieces: copying costs less than the kernel's work for each piece.
   char joined[PIPE_BUF];
   size_t length = 0;
   for (int i = 0; i < count && isWritten; ++i) {
@@ -101,7 +102,7 @@ void Console::NeverWaitOnThisThread(const char* module) {
   s_module = module;
   t_neverWaits = true;
   pthread_atfork(nullptr, nullptr, [] { s_dropped = s_isTorn = false; });
-  // A file has a position, which a second description would not share.
+  // A regular file has a position, which a second description would not share.
   if (lseek(STDOUT_FILENO, 0, SEEK_CUR) >= 0) return;
   const int own = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (own >= 0) t_fd = own;

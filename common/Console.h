@@ -1,24 +1,23 @@
-// Logging layer: standard output as a log line needs it.
+// Logging layer: writes log lines to standard output.
 #pragma once
 
 #include <sys/uio.h>
 
 namespace Velk {
 
-// Writes whole lines to descriptor 1, one system call each, under the lock of stdout. Any thread may call.
-// A line that can't be written for good (closed, full device, reader gone) is lost. SIGPIPE must be ignored.
+// Writes whole lines to descriptor 1, each with one system call, under the lock of stdout. Any thread may
+// call. A line is lost on a permanent error (closed, device full, reader gone). SIGPIPE must be ignored.
 class Console {
  public:
-  // Writes a line given in pieces, after what the program itself printed to stdout. Lines do not mix, those
-  // of several processes up to PIPE_BUF bytes. Blocks while a pipe or a terminal is full, unless the thread
-  // never waits: then the line is dropped, and before the next one that gets through comes a warning with the
-  // count.
+  // Writes a line, given in pieces, after flushing stdout. Lines of threads do not mix; those of several
+  // processes do not up to PIPE_BUF bytes. Blocks while a pipe or terminal is full. On a thread that never
+  // waits, drops the line instead; a warning with the number of dropped lines precedes the next line written.
   static void WriteLine(const iovec* pieces, int count);
 
-  // From now on WriteLine neither blocks on this thread nor flushes stdout, here and in forked children,
-  // which count from 0. Call once a thread; leave standard output as it is then. module is for the warning
-  // and must stay alive. A pipe or terminal is opened again by way of /proc; where that fails it is polled
-  // before each line, and a terminal may block all the same.
+  // Makes WriteLine() on this thread, and in children it forks, neither block nor flush stdout. A child
+  // counts dropped lines from 0. Call it once per thread, and do not redirect standard output afterwards.
+  // module is for the warning and must stay valid. Opens a pipe or terminal again through /proc, without
+  // blocking; if that fails, WriteLine() polls before each line, and a terminal may still block.
   static void NeverWaitOnThisThread(const char* module);
 };
 

@@ -25,11 +25,11 @@ constexpr char kInfoWord[] = "Info: ";
 constexpr char kWarningWord[] = "Warning: ";
 constexpr char kErrorWord[] = "Error: ";
 
-constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with a blank after it
-constexpr unsigned kMaxHeader = 126;       // a longer module name pushes its type word out
-constexpr unsigned kMaxText = 0x7FFFFFFF;  // so that every length fits an unsigned
+constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with a blank
+constexpr unsigned kMaxHeader = 126;       // after a longer module name the type word is cut off
+constexpr unsigned kMaxText = 0x7FFFFFFF;  // so that the length of a line fits an unsigned
 
-// Copies as much of text as fits in front of end. Returns the position after it. Null counts as empty.
+// Copies as much of text as fits before end. Returns the position after it. Null counts as empty.
 char* Put(char* at, const char* end, const char* text) {
   if (text == nullptr) return at;
   const size_t length = strnlen(text, static_cast<size_t>(end - at));
@@ -37,8 +37,8 @@ char* Put(char* at, const char* end, const char* text) {
   return at + length;
 }
 
-// "module.Type: ", cut to kMaxHeader characters, or only the type word. buffer is used where needed. Not with
-// snprintf(3), which takes 23 % more instructions a line.
+// Returns "module.Type: ", truncated to kMaxHeader bytes, or only the type word if there is no module.
+// snprintf(3) would take 23 % more instructions a line.
 const char* MakeHeader(char (&buffer)[kMaxHeader + 1], const char* module, const char* typeWord) {
   if (TextOps::IsEmpty(module)) return typeWord;
   const char* const end = buffer + kMaxHeader;
@@ -48,8 +48,8 @@ const char* MakeHeader(char (&buffer)[kMaxHeader + 1], const char* module, const
   return buffer;
 }
 
-// Facility local0 and the severity as "<n>" (RFC 3164, 4.1.1). Trace counts as an error, since many servers
-// drop what is less severe, and trace lines come only when they were asked for.
+// Facility local0 and the severity as "<n>" (RFC 3164, 4.1.1). Trace is sent as an error: many servers drop
+// lower severities, and someone has asked for the trace lines.
 const char* Priority(const char* typeWord) {
   switch (typeWord[0]) {
     case 'I':
@@ -61,10 +61,9 @@ const char* Priority(const char* typeWord) {
   }
 }
 
-// Makes sure that the sync file has a directory to be in. The messages name the directory only: the file in
-// it is written later, if ever.
+// Creates the sync file's directory if it is missing.
 void PrepareDirectory(const char* syncPath) {
-  char* const copy = TextOps::Strdup(syncPath);  // dirname(3) writes into its argument
+  char* const copy = TextOps::Strdup(syncPath);  // dirname(3) modifies its argument
   const char* const directory = dirname(copy);
   struct stat info;
   if (stat(directory, &info) == 0) {
@@ -143,16 +142,16 @@ bool DailyLog2::Open(const char* baseName, const char* extension, const char* di
 
 bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   InetAddress2 server(0, 0);
-  // Before the mutex is taken: it may wait for a name server, and it logs, through LogPrinter to this object.
+  // Without the mutex: it may block on a name server, and it logs to this object.
   if (!server.SetAddressString(host, kSyslogPort)) return false;
   server.SetAddress(static_cast<long>(server.GetIP()), kSyslogPort);
 
   const ScopedLock lock(m_mutex);
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
-  // Some servers want messages to come from their own port; where it is taken, any other must do. So, too,
-  // where a collector of this machine listens there: the latest socket would get all that is sent to it. The
-  // supervisor's own socket, which a child knows from before the fork, is no such collector.
+  // Some servers accept messages only from source port 514; if it is taken, use any other. If a collector on
+  // this machine listens there, do not bind: the newest socket would get its datagrams. The supervisor's own
+  // socket, m_firstSocket, which a child inherits, does not count.
   if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstSocket) &&
       m_syslogSocket.Bind(localPort, 0) && m_firstSocket == 0)
     m_firstSocket = m_syslogSocket.Inode();
@@ -176,7 +175,7 @@ void DailyLog2::Log(ELogMessageType type, const char* module, const char* text) 
       return LogWarning(module, text);
     case Error:
       return LogError(module, text);
-    default:  // a peer may send any number
+    default:  // peers may send any number
       return;
   }
 }
@@ -205,7 +204,7 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   {
     const ScopedLock lock(m_mutex);
     LogMsg(typeWord, module, text);
-    // A watcher that logs a warning itself finds the depth raised, and is not told of that one.
+    // A warning that a watcher logs during a notification does not notify again.
     const bool outermost = m_notifyDepth.fetch_add(1, std::memory_order_relaxed) == 0;
     if (outermost && m_watchers.count > 0) {
       TakeSnapshot(snapshot);
@@ -219,7 +218,7 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   m_notifyDepth.fetch_sub(1, std::memory_order_relaxed);
 }
 
-// Copies all stored messages, oldest first: the ring may be written to while watchers read.
+// Copies all stored messages, oldest first: other threads may log while watchers read.
 void DailyLog2::TakeSnapshot(Snapshot& snapshot) {
   unsigned pieces = 0;
   for (unsigned slot = 0; slot < m_stored; ++slot) pieces += m_slots[slot].count;
@@ -265,13 +264,12 @@ void DailyLog2::Store(const char* stamp, const char* header, unsigned headerLeng
                       unsigned textLength) {
   EmptySlot(m_writeIndex);
   MessageChunk* chunk = GetMessageChunk();
-  if (chunk == nullptr) return;  // cannot be once the ring is full: the oldest message has left its pieces
+  if (chunk == nullptr) return;  // cannot happen once the ring is full: EmptySlot() freed a piece
   if (m_stored < m_capacity) ++m_stored;
   ChunkList& slot = m_slots[m_writeIndex];
   slot.PushBack(chunk);
   chunk->AddData(stamp, kStampLength);
-  // Never continued in a second piece: readers find stamp and header whole in the first one, so a header
-  // that does not fit is cut.
+  // Readers expect stamp and header in the first piece, so a header that does not fit is truncated.
   chunk->AddData(header, headerLength);
   unsigned done = chunk->AddData(text, textLength);
   while (done < textLength) {
@@ -295,8 +293,8 @@ void DailyLog2::EmptySlot(unsigned slot) {
   }
 }
 
-// Without memory it fails, where other allocations end the process: the supervisor logs here too, and nothing
-// restarts that.
+// Out of memory must not end the process here, as in other allocations: the supervisor logs here too, and
+// nothing restarts it.
 DailyLog2::MessageChunk* DailyLog2::GetMessageChunk() {
   MessageChunk* const spare = m_free.PopFront();
   return spare != nullptr ? spare : new (std::nothrow_t{}) MessageChunk;
@@ -322,8 +320,8 @@ void DailyLog2::SyncLog() {
   LogPrinter::Instance()->Log(Error, nullptr, "Cannot write %s: %s\n", m_syncPath.Str(), why);
 }
 
-// False: errno. Other threads that log block until this is done, the receive thread too, so it must not wait
-// for a disk.
+// False with errno. Must not wait for the disk: all other threads that log block meanwhile, also the receive
+// thread.
 bool DailyLog2::WriteSyncFile() {
   const ScopedLock lock(m_mutex);
   Velk::AtomicFile file;
@@ -364,7 +362,7 @@ void DailyLog2::AddErrorNotify(ILogErrorNotify* watcher) {
 
 void DailyLog2::RemoveErrorNotify(ILogErrorNotify* watcher) {
   const ScopedLock lock(m_mutex);
-  // The entry stays: a notification may be walking over it.
+  // The entry stays: a notification may be reading it.
   if (Watcher* const entry = FindWatcher(watcher)) entry->notify.store(nullptr, std::memory_order_release);
 }
 

@@ -1,4 +1,4 @@
-// Logging layer: the log store. Keeps the most recent lines, writes them out on request, forwards to syslog.
+// Logging layer: keeps the most recent lines in a ring, writes them out on request, forwards to syslog.
 #pragma once
 
 #include <atomic>
@@ -10,19 +10,19 @@
 #include "common/SimpleString.h"
 #include "common/UdpSocket3.h"
 
-// The time of an event, which WriteToSyslog ignores: the server stamps what it receives.
+// The time of a message. WriteToSyslog() ignores it: the syslog server adds the time.
 struct _SYSTEMTIME {};
 
-// The sink of LogPrinter. Each message becomes one line "[HH:MM:SS.mmm] module.Type: text" that goes to
-// the daily file and the console (where Open asked for them), to the syslog server and into a ring of the
-// most recent messages. Any thread may call, unless noted otherwise; one mutex orders them. Without
-// watchers nothing is allocated once the ring is full of messages of the usual length. Of failures to write
-// or send only that of SyncLog is reported.
+// The sink of LogPrinter. Formats each message as "[HH:MM:SS.mmm] module.Type: text", then writes it to the
+// daily file and the console (if Open() enabled them), sends it to the syslog server, and stores it in the
+// ring. Any thread may call unless noted; one mutex serialises them. Without watchers, once the ring is full,
+// messages of the usual length need no allocation. Of all failures to write or send, only SyncLog() reports
+// its own.
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
   static constexpr unsigned short kSyslogPort = 514;
-  // Longest syslog payload in bytes; longer ones are cut (RFC 3164, 4.1).
+  // Longest syslog datagram in bytes; longer ones are truncated (RFC 3164, 4.1).
   static constexpr unsigned kMaxPacket = 1024;
   // Bytes in one piece of a stored message.
   static constexpr unsigned kChunkSize = 128;
@@ -33,9 +33,9 @@ class DailyLog2 : public IDailyLog2 {
     unsigned GetDataSize() override { return m_used; }
     MessageChunk* GetNext() override { return m_next; }
 
-    // Takes as much as still fits and returns how many bytes that was.
+    // Appends as much as fits and returns how many bytes that was.
     unsigned AddData(const char* data, unsigned length);
-    // Makes a line feed of the last byte.
+    // Replaces the last byte by a line feed.
     void EndLine() { m_data[m_used - 1] = '\n'; }
     void ClearData() { m_used = 0; }
     void SetNext(MessageChunk* next) { m_next = next; }
@@ -46,50 +46,50 @@ class DailyLog2 : public IDailyLog2 {
     char m_data[kChunkSize];
   };
 
-  // Keeps the last capacity messages; with 0 messages pass through and none is kept. Makes the directory of
-  // syncPath if it is missing. Null or empty: no sync file.
+  // Keeps the last capacity messages; 0: keeps none. Creates the directory of syncPath if it is missing.
+  // syncPath null or empty: no sync file.
   DailyLog2(unsigned int capacity, const char* syncPath);
   ~DailyLog2() override;
   DailyLog2(const DailyLog2&) = delete;
   DailyLog2& operator=(const DailyLog2&) = delete;
 
-  // Starts the daily files, see CDailyEventLog::Open. echoToConsole: print every line to standard output too,
-  // whatever the result.
+  // Starts the daily files, see CDailyEventLog::Open(). echoToConsole: also print every line to standard
+  // output, even if this fails.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep,
             bool echoToConsole);
 
-  // See IDailyLog2. A port in host is not used, but a port 0 is an error. The name is looked up before the
-  // mutex is taken, so that logging goes on meanwhile; a host that does not resolve leaves everything as it
-  // was, a socket that cannot be had leaves syslog off.
+  // See IDailyLog2. A port in host is ignored, but port 0 is an error. Resolves host without the mutex, so
+  // other threads can log. If host does not resolve, nothing changes; if no socket can be opened, syslog is
+  // off.
   bool EnableSyslog(const char* host, unsigned short localPort) override;
   void DisableSyslog() override;
   void Log(ELogMessageType type, const char* module, const char* text) override;
-  // Replaces the sync file as a whole, see AtomicFile::CommitAsOwn: a reader that opens the path finds the
-  // old version or the new one, and one that holds the old version open keeps that. A failure is logged.
+  // Replaces the sync file atomically, see AtomicFile::CommitAsOwn(). A reader that has the old version open
+  // keeps it. A failure is logged.
   void SyncLog() override;
-  // Removes what an earlier process left that was killed within SyncLog().
+  // Removes the temporary files of processes that were killed during SyncLog().
   void RemoveLeftovers();
-  // A warning or error logged while another one is being told of is stored but not told of. What is shown to
-  // a watcher is a copy, made while there is any entry for a watcher, removed ones included.
+  // A warning or error logged during a notification is stored, but not notified. Watchers get a copy of the
+  // ring; it is made even if all watchers have been removed.
   void AddErrorNotify(ILogErrorNotify* watcher) override;
-  // May return while another thread is still in the watcher's OnLogError.
+  // May return while another thread is still in the watcher's OnLogError().
   void RemoveErrorNotify(ILogErrorNotify* watcher) override;
-  // Neither locks, since the callback may log. So neither may run while another thread is in Open.
+  // These two do not lock, since the callback may log. Do not call them while another thread is in Open().
   const char* GetLogPath() override NO_THREAD_SAFETY_ANALYSIS { return m_fileLog.GetLogPath(); }
   bool EnumerateLogs(bool (*callback)(const char*, const char*, void*),
                      void* context) override NO_THREAD_SAFETY_ANALYSIS;
 
-  // What Log does for each type. The last two tell the watchers.
+  // Log() for each type. The last two notify the watchers.
   void LogTrace(const char* module, const char* text);
   void LogInfo(const char* module, const char* text);
   void LogWarning(const char* module, const char* text);
   void LogError(const char* module, const char* text);
 
-  // typeWord is "Info: " or the like, its blank included.
+  // typeWord is "Info: " or the like, with the blank.
   void LogMsg(const char* typeWord, const char* module, const char* text) REQUIRES(m_mutex);
-  // Null: no memory. A message that finds none is not kept, or cut.
+  // Null: out of memory. The message is then dropped or truncated.
   MessageChunk* GetMessageChunk() REQUIRES(m_mutex);
-  // Sends one datagram of header and text. The first letter of typeWord gives the severity.
+  // Sends header and text as one datagram. The first letter of typeWord selects the severity.
   bool WriteToSyslog(const _SYSTEMTIME& time, const char* typeWord, const char* header, const char* text)
       REQUIRES(m_mutex);
   bool SendSyslogPacket(char* data, unsigned length) REQUIRES(m_mutex);
@@ -105,7 +105,7 @@ class DailyLog2 : public IDailyLog2 {
     MessageChunk* PopFront();
   };
 
-  // Atomic, because a notification walks the list outside the mutex while others add and remove.
+  // Atomic: a notification walks the list without the mutex while other threads add and remove.
   struct Watcher {
     std::atomic<ILogErrorNotify*> notify;
     std::atomic<Watcher*> next;
@@ -114,10 +114,10 @@ class DailyLog2 : public IDailyLog2 {
   struct WatcherList {
     Watcher* head = nullptr;
     Watcher* tail = nullptr;
-    unsigned count = 0;  // entries, those without a watcher included
+    unsigned count = 0;  // including removed entries, whose notify is null
   };
 
-  // What the watchers are shown.
+  // The copy of the ring that watchers get.
   struct Snapshot {
     Snapshot() = default;
     Snapshot(const Snapshot&) = delete;
@@ -150,14 +150,14 @@ class DailyLog2 : public IDailyLog2 {
   unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
   unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
   ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
-  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // of the lines in the slots, before any cut of the header
+  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of the lines in the slots, untruncated
   std::atomic<unsigned> m_notifyDepth{0};
   const Velk::SimpleString m_syncPath;
   ChunkList m_free GUARDED_BY(m_mutex);
   WatcherList m_watchers GUARDED_BY(m_mutex);
   Velk::Mutex m_mutex;
   bool m_syslogEnabled GUARDED_BY(m_mutex) = false;
-  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // the first that got the local port, 0: none
+  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // inode of the first with the local port; 0: none
   InetAddress2 m_syslogAddress GUARDED_BY(m_mutex){0, 0};
   UdpSocket3 m_syslogSocket GUARDED_BY(m_mutex);
 };

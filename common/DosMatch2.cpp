@@ -12,7 +12,7 @@ bool SameChar(char a, char b, bool caseSensitive) {
   return !caseSensitive && toupper(static_cast<unsigned char>(a)) == toupper(static_cast<unsigned char>(b));
 }
 
-// The first c at or after text, or the end of text.
+// Returns the first c in text, or the end of text.
 const char* Find(const char* text, char c, bool caseSensitive) {
   while (*text != '\0' && !SameChar(*text, c, caseSensitive)) ++text;
   return text;
@@ -20,16 +20,16 @@ const char* Find(const char* text, char c, bool caseSensitive) {
 
 }  // namespace
 
-// Only the place of the last star is ever tried again: what an earlier star could give up, the last one can
-// take as well.
+// Backtracks only to the last star: whatever an earlier star could match differently, the last one can match
+// as well.
 bool DosMatch2(const char* text, const char* pattern, bool caseSensitive) {
   text = TextOps::OrEmpty(text);
   pattern = TextOps::OrEmpty(pattern);
-  const char* afterStar = nullptr;  // the pattern after the last star, null: no star yet
-  const char* tried = nullptr;      // where in text that literal was last found
-  bool exactFind = caseSensitive;   // how that literal is found
+  const char* afterStar = nullptr;  // the pattern after the last star; null: no star yet
+  const char* tried = nullptr;      // where its first character was last found in text
+  bool exactFind = caseSensitive;   // whether that search is case-sensitive
   bool exact = caseSensitive;
-  // The end of the text comes first: a pattern that still holds a star does not match the empty rest.
+  // Ends with the text: a star that is left in the pattern does not match an empty rest.
   while (*text != '\0') {
     if (*pattern == '*') {
       while (*pattern == '*' || *pattern == '?') ++pattern;

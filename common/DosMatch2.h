@@ -3,12 +3,12 @@
 
 namespace Velk {
 
-// Matches text against a pattern of "*" and "?". Null counts as empty. Takes at most length of text times
-// length of pattern steps. What differs from other matchers, and log patterns rely on:
-// - a star that ends the pattern needs at least one character: "abc" does not match "abc*";
-// - a "?" right after a star is part of the star and needs no character of its own;
-// - caseSensitive holds up to the first star and for finding the first character after it; everything
-//   further is compared as toupper(3) of the "C" locale sees it.
+// Matches text against a pattern with "*" and "?". Null counts as empty. Takes at most strlen(text) *
+// strlen(pattern) steps. Differs from other matchers, and log patterns rely on it:
+// - a star at the end of the pattern needs at least one character: "abc" does not match "abc*";
+// - a "?" right after a star belongs to the star and needs no character;
+// - caseSensitive applies up to the first star and to finding the first character after it; the rest ignores
+//   case, as toupper(3) in the "C" locale.
 bool DosMatch2(const char* text, const char* pattern, bool caseSensitive);
 
 }  // namespace Velk

@@ -1,4 +1,4 @@
-// Dispatch layer: calls by name on the member functions of a class.
+// Dispatch layer: maps call names to member functions of a class.
 #pragma once
 
 #include "common/GDOTimerBase.h"
@@ -6,8 +6,8 @@
 
 namespace Velk {
 
-// Base of a class T of handlers: class Lamp : public GDO<Lamp>. T's constructor adds its handlers; names are
-// found whatever their case. The table is only read afterwards, so no lock guards it.
+// Base of a class T with handlers: class Lamp : public GDO<Lamp>. T's constructor adds its handlers. Names
+// match without regard to case. No lock: after construction the table is only read.
 template <class T>
 class GDO : public GDOTimerBase {
  public:
@@ -18,7 +18,7 @@ class GDO : public GDOTimerBase {
   }
 
  protected:
-  // Runs on the queue's thread. False: the arguments are wrong or the work failed.
+  // Runs on the worker thread. False: the arguments are wrong or the work failed.
   using Handler = bool (T::*)(const IArgsList* args);
 
   GDO() : m_handlers(false) {}

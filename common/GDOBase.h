@@ -1,4 +1,4 @@
-// Dispatch layer: base of all that calls can be made on.
+// Dispatch layer: base of all objects that calls are made on.
 #pragma once
 
 #include "common/ArgsBuilder2.h"
@@ -6,7 +6,7 @@
 
 namespace Velk {
 
-// Lets a call be written as a chain; how it is sent is left to Call().
+// Implements operator<<; a subclass implements Call().
 class GDOBase : public IGenericDispatchObj {
  public:
   // The builder points at this object and must not outlive it.

@@ -1,4 +1,4 @@
-// Dispatch layer: the queue and the thread that works it off.
+// Dispatch layer: the message queue and its worker thread.
 #pragma once
 
 #include <pthread.h>
@@ -14,15 +14,15 @@
 
 namespace Velk {
 
-// Delivers messages in the order of their due times, and those of equal due time in the order of posting, one
-// at a time on its own thread. A message that ran is kept as a spare with its two buffers, so a steady flow
-// allocates nothing; spares are never given back.
+// Delivers messages one at a time on its worker thread, in order of due time, then of posting. A delivered
+// message is kept as a spare with its two buffers, so a steady flow allocates nothing. Spares are never freed
+// before the queue.
 //
-// Two mutexes, never held together and neither during a dispatch: one for messages and spares, the other for
-// the wake-up of the thread.
+// Two mutexes: one guards messages and spares, the other the wake-up of the worker thread. They are never
+// held together, and neither is held during a dispatch.
 class GDQ : public IGenericDispatchQueue, private AppThread2 {
  public:
-  // Most arguments of a message; one with more does not parse.
+  // Most arguments of a message; one with more cannot be parsed.
   static constexpr unsigned kMaxArgs = 32;
 
   // A wait without a time limit.
@@ -31,9 +31,10 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // See AppThread2.
   GDQ(int, int, const char* threadName, bool autoDelete);
 
-  // Starts the thread. Set the error reporter and attach the targets first.
+  // Starts the worker thread. Set the error reporter and attach the targets first.
   bool Run();
-  // Wakes the thread and waits until it has ended; not from a handler. What is pending waits for Run().
+  // Wakes the worker thread and waits until it has ended. Must not be called from a handler. Pending messages
+  // stay for the next Run().
   void Stop();
 
   void PostTimer(unsigned int timerId, unsigned long periodMs, IGenericDispatchTarget* target,
@@ -42,22 +43,22 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   void CancelAllMessages(IGenericDispatchTarget* target) override;
   void Post(IGenericDispatchTarget* target, const char* name, const char* args) override;
 
-  // The thread's body.
+  // The worker thread's body.
   void Driver() override;
 
-  // Drops what is pending without delivering or reporting it. Does not stop the thread.
+  // Drops pending messages without reporting them. Does not stop the worker thread.
   ~GDQ() override;
 
-  // Holds a poster back: waits until fewer than limit plain posts are pending, waitMs milliseconds have
-  // passed, or the thread does not run. Returns how many are pending, at once when waitMs is 0. One caller at
-  // a time, and not from a handler, which would wait for itself.
+  // Blocks until fewer than limit plain posts are pending, waitMs milliseconds have passed, or the worker
+  // thread is not running. Returns the number of pending posts, at once if waitMs is 0. One caller at a time,
+  // and not from a handler, which would wait for itself.
   uint32_t WaitForFewerPosts(uint32_t limit, uint32_t waitMs);
 
-  // One message. Owned by the list that it is in, and by the thread while it is in none.
+  // One message. Owned by the list that it is in, or by the worker thread while in none.
   struct Node {
     Node* m_prev = nullptr;
     Node* m_next = nullptr;
-    uint64_t m_dueMs = 0;                        // Timer64x time, 0 for a plain post
+    uint64_t m_dueMs = 0;                        // Timer64x time; 0 for a plain post
     uint32_t m_periodMs = 0;                     // 0: one-shot
     uint32_t m_timerId = 0;                      // 0 for a plain post
     IGenericDispatchTarget* m_target = nullptr;  // not owned
@@ -65,7 +66,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
     RefString m_args{256, 256};
   };
 
-  // Links nodes and deletes those that it has left.
+  // A doubly linked list that owns its nodes.
   class NodeList {
    public:
     NodeList() = default;
@@ -73,7 +74,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
     NodeList& operator=(const NodeList&) = delete;
     ~NodeList() { DeleteAll(); }
 
-    // after null: in front of all.
+    // after null: at the head.
     void InsertAfter(Node* after, Node* node);
     void Unlink(Node* node);
     void DeleteAll();
@@ -87,13 +88,13 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   class MessageList {
    public:
     Node* Head() const { return m_nodes.m_head; }
-    uint32_t PostCount() const { return m_postCount; }  // those due at 0
+    uint32_t PostCount() const { return m_postCount; }  // plain posts
 
-    // Takes the node over and puts it after all that are due no later.
+    // Takes ownership of the node and inserts it after all that are due at the same time or earlier.
     void AddOrdered(Node* node);
-    // Unlinks the first node of the target with this id. The caller owns it; null: there is none.
+    // Unlinks the target's first node with this id and passes it to the caller. Null: there is none.
     Node* Remove(unsigned int timerId, IGenericDispatchTarget* target);
-    // The same whatever the id.
+    // The same for any id.
     Node* RemoveByTarget(IGenericDispatchTarget* target);
     void Unlink(Node* node);
     void DeleteAll();
@@ -104,9 +105,9 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   };
 
  protected:
-  // The clock of due times.
+  // The clock for due times. Tests override it.
   virtual uint64_t NowMs() const;
-  // Waits for a post, with wakeMutex released meanwhile. False: waitMs milliseconds have passed.
+  // Waits for a post with wakeMutex released. False: waitMs milliseconds have passed.
   virtual bool Sleep(Mutex& wakeMutex, uint32_t waitMs) REQUIRES(wakeMutex);
 
  private:
@@ -128,19 +129,19 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   Mutex m_listMutex;
   NodeList m_free GUARDED_BY(m_listMutex);
   MessageList m_messages GUARDED_BY(m_listMutex);
-  uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // of the poster that waits, 0: none does
-  bool m_isResting GUARDED_BY(m_listMutex) = false;    // the thread left messages that are due
-  pthread_cond_t m_posterCondition;  // with m_listMutex: few posts, a resting thread, or one that has ended
+  uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // of the blocked poster; 0: none
+  bool m_isResting GUARDED_BY(m_listMutex) = false;    // the worker thread left messages that are due
+  pthread_cond_t m_posterCondition;  // with m_listMutex: few posts, or the worker thread rests or has ended
 
   Mutex m_wakeMutex;
   pthread_cond_t m_wakeCondition;
-  // There was a post since the thread last woke. Written with m_wakeMutex held; atomic because Enqueue()
-  // reads it without.
+  // There was a post since the worker thread last woke. Written with m_wakeMutex held; atomic because
+  // Enqueue() reads it without.
   std::atomic<bool> m_signalled{false};
-  bool m_keepSignalled GUARDED_BY(m_wakeMutex) = false;  // the thread is to end and must not sleep again
+  bool m_keepSignalled GUARDED_BY(m_wakeMutex) = false;  // Stop() was called: never sleep again
 
  public:
-  // Written by the owner before Run(). Not owned; null: failures are dropped silently.
+  // Set it before Run(). Not owned; null: failures are not reported.
   IErrorReport* m_errorReporter = nullptr;
 };
 

@@ -5,7 +5,7 @@
 
 namespace Velk {
 
-// A digest under way. Independent of the machine's byte order and of the data's alignment.
+// State of a digest. Works with any byte order and alignment.
 struct MD5_CTX {
   uint32_t state[4];
   uint32_t count[2];  // bits so far, low word first
@@ -17,10 +17,11 @@ constexpr unsigned kMD5DigestLength = 16;
 void MD5Init(MD5_CTX* context);
 // length in bytes; data may be null when it is 0.
 void MD5Update(MD5_CTX* context, const unsigned char* data, unsigned long length);
-// Writes the digest's 16 bytes and wipes the context: MD5Init() comes before the next use.
+// Writes the digest's 16 bytes and wipes the context. Call MD5Init() before using it again.
 void MD5Final(unsigned char* digest, MD5_CTX* context);
 
-// The same as a class. One thread at a time. Both Get operations end the digest; Reset() starts the next.
+// The same as a class. One thread at a time. Both Get operations end the digest; call Reset() to start
+// another.
 class HashMD5 {
  public:
   HashMD5() { Reset(); }

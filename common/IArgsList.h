@@ -1,19 +1,19 @@
-// Dispatch layer: what a handler sees of the arguments of its call.
+// Dispatch layer: a call's arguments, as its handler gets them.
 #pragma once
 
 namespace Velk {
 
-// One argument. Every argument is a text; the readers interpret it on demand and never fail: what is not a
-// number reads as 0.
+// One argument. Every argument is a text, which the operations convert. They never fail: what is not a number
+// is 0.
 class IArg {
  public:
   // NUL-terminated. Valid until the handler returns.
   virtual const char* AsStr() const = 0;
-  // Decimal with an optional sign; stops at the first non-digit. Wraps modulo 2^64.
+  // Decimal with an optional sign; stops at the first non-digit. Modulo 2^64.
   virtual long long AsInt() const = 0;
-  // As strtod(3) reads it.
+  // See strtod(3).
   virtual double AsNum() const = 0;
-  // The integer, cut to the width of a pointer: pointers travel as decimal integers.
+  // AsInt() truncated to the width of a pointer: pointers are sent as decimal integers.
   virtual void* AsPtr() const = 0;
 
  protected:
@@ -24,10 +24,10 @@ class IArg {
 class IArgsList {
  public:
   virtual unsigned int GetCount() const = 0;
-  // Null when index is not below the count.
+  // Null if index >= GetCount().
   virtual const IArg* GetItem(unsigned int index) const = 0;
-  // Null only when index is above the count. The index that equals the count gives the slot after the last
-  // argument, with whatever text (perhaps null) it last held; GetItem() is the one to test with.
+  // Null only if index > GetCount(). At GetCount() it gives a slot with an old text, perhaps null. Use
+  // GetItem() to test whether an argument exists.
   virtual const IArg* operator[](unsigned int index) const = 0;
 
  protected:

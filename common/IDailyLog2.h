@@ -1,11 +1,10 @@
-// Logging layer: what the log printer needs of a log store. Interfaces only.
+// Logging layer: interface of a log store, as LogPrinter uses it.
 #pragma once
 
-// Type of a log message; the numbers travel in "LogMsg" calls, where a peer may send any int.
+// Type of a log message. "LogMsg" calls carry the number; a peer may send any int.
 enum ELogMessageType : int { Trace = 0, Info = 1, Warning = 2, Error = 3 };
 
-// A store of log messages: the sink of LogPrinter. Implementations lock for themselves, so any
-// thread may call.
+// A store of log messages: the sink of LogPrinter. Any thread may call.
 class IDailyLog2 {
  public:
   // Read-only view of one piece of a stored message.
@@ -13,46 +12,44 @@ class IDailyLog2 {
    public:
     // The bytes of the piece, not NUL-terminated.
     virtual const char* GetDataPtr() = 0;
-    // How many bytes GetDataPtr() points at.
+    // The number of bytes at GetDataPtr().
     virtual unsigned GetDataSize() = 0;
-    // The next piece of the same message, or null after the last.
+    // The next piece of the same message; null after the last.
     virtual ILogDataBlock* GetNext() = 0;
 
    protected:
     ~ILogDataBlock() = default;  // views are never deleted through this interface
   };
 
-  // Told about every warning and error, after it was stored.
+  // A watcher: is notified of every warning and error after it is stored.
   class ILogErrorNotify {
    public:
-    // Keeps its place in the slot order; the daily log never calls it.
+    // Never called; keeps its slot in the virtual table.
     virtual void OnLogEvent() {}
-    // messages: per stored message, oldest first, its first piece; count of them; totalBytes: the sum of
-    // their formatted lengths. The array is the caller's and lives only during the call. Runs on the
-    // thread that logged, outside the log's mutex.
+    // messages: the first piece of each of the count stored messages, oldest first. totalBytes: the sum of
+    // their formatted lengths. Valid during the call only. Runs on the thread that logged, without the log's
+    // mutex.
     virtual void OnLogError(ILogDataBlock** messages, unsigned count, unsigned totalBytes) = 0;
 
    protected:
-    ~ILogErrorNotify() = default;  // the log does not own its watchers
+    ~ILogErrorNotify() = default;  // watchers are not owned
   };
 
-  // Forwards every later message to the syslog server host (name or address), UDP port 514. A localPort
-  // other than 0 is bound as the source port where it is free. False: host not resolved or no socket.
-  // May block in name resolution.
+  // Forwards all later messages to the syslog server host (name or address), UDP port 514. Binds to localPort
+  // if it is not 0 and free. May block while resolving host. False: host does not resolve, or no socket.
   virtual bool EnableSyslog(const char* host, unsigned short localPort) = 0;
   virtual void DisableSyslog() = 0;
-  // Stores one message; module may be null or empty, text carries its own line end. Types outside
-  // ELogMessageType are ignored.
+  // Stores one message. module may be null or empty; text includes its line feed. Unknown types are ignored.
   virtual void Log(ELogMessageType type, const char* module, const char* text) = 0;
   // Writes the stored messages to the sync file, oldest first.
   virtual void SyncLog() = 0;
-  // The watcher must stay alive until it is removed. Adding twice notifies twice.
+  // The watcher must stay valid until removed. One that is added twice is notified twice.
   virtual void AddErrorNotify(ILogErrorNotify* watcher) = 0;
   // Removes one registration of the watcher.
   virtual void RemoveErrorNotify(ILogErrorNotify* watcher) = 0;
-  // Directory of the per-day files with a trailing "/", or null when none was opened.
+  // Directory of the daily files with a trailing "/"; null if none was opened.
   virtual const char* GetLogPath() = 0;
-  // Calls back with name and full path of each per-day file until it returns false.
+  // Calls back with name and full path of each daily file until the callback returns false.
   virtual bool EnumerateLogs(bool (*callback)(const char*, const char*, void*), void* context) = 0;
   virtual ~IDailyLog2() = default;
 };

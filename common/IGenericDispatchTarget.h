@@ -7,8 +7,8 @@ namespace Velk {
 
 class IGenericDispatchTarget {
  public:
-  // Runs the call. Called on the queue's thread only, one call at a time. name may be empty, args may not
-  // be null. False: unknown name, or the handler rejects the arguments or failed.
+  // Runs one call, on the worker thread. name may be empty; args is never null. False: unknown name, or the
+  // handler rejected the arguments or failed.
   virtual bool Dispatch(const char* name, const IArgsList* args) = 0;
   virtual ~IGenericDispatchTarget() = default;
 };

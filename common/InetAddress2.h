@@ -1,18 +1,17 @@
-// Network layer: IPv4 endpoints. Uses LogPrinter for resolver warnings, nothing else.
+// Network layer: IPv4 endpoints. Logs only resolver warnings.
 #pragma once
 
 #include <netinet/in.h>
 
-// Writes n in decimal and a NUL at p. Returns the position of the NUL, so that calls can be chained.
-// Needs at most 11 bytes.
+// Writes n in decimal and a NUL to p, at most 11 bytes. Returns the position of the NUL.
 char* NumToString(char* p, unsigned int n);
 
-// An IPv4 address and a UDP port, kept as the socket address that the system calls take (ip(7)).
-// Addresses and ports come and go in host byte order; of a long address only the low 32 bits count, so a
-// 32-bit machine's negative long means the same endpoint. Lock outside if threads share one.
+// An IPv4 address and a UDP port, stored as a sockaddr_in, see ip(7). Addresses and ports are passed in host
+// byte order. Only the low 32 bits of a long address count, so a negative long on a 32-bit machine is the
+// same address. One thread at a time.
 class InetAddress2 {
  public:
-  // Room that any IPToString result fits in: "255.255.255.255:65535" and the NUL.
+  // Room for any result of IPToString(): "255.255.255.255:65535" and the NUL.
   static constexpr unsigned kMaxText = 22;
   // Longest host name that is looked up.
   static constexpr unsigned kMaxHost = 79;
@@ -28,18 +27,17 @@ class InetAddress2 {
   unsigned long GetIP() const;
   unsigned short GetPort() const;
 
-  // Address of a dotted quad that ends at ":" or the end of the text, or 0. *error (may be null) becomes
-  // true unless it was one.
+  // Parses a dotted quad up to ":" or the end of the text. Returns 0 and sets *error (may be null) if it is
+  // not one.
   static unsigned long StringToIP(const char* text, bool* error);
 
-  // Whether text has no port, or one from 1 to 65535 and nothing after it. Stricter than the next operation,
-  // for what a person wrote.
+  // Whether text has no port, or one from 1 to 65535 with nothing after it. Stricter than SetAddressString(),
+  // for user input.
   static bool HasValidPort(const char* text);
 
-  // Takes "host", "host:port", "quad" or "quad:port"; without a port the defaultPort. False leaves the
-  // object as it was: port 0, no host or one longer than kMaxHost, or the lookup failed (logged), with errno
-  // ENOMEM for want of memory.
-  // A host name other than "localhost" blocks in getaddrinfo(3).
+  // Accepts "host", "host:port", "quad" and "quad:port"; without a port, uses defaultPort. A host name other
+  // than "localhost" blocks in getaddrinfo(3). False, and the object is unchanged: port 0, no host, host
+  // longer than kMaxHost, or the lookup failed (logged); errno is ENOMEM if it ran out of memory.
   bool SetAddressString(const char* text, unsigned short defaultPort);
 
   // Writes "a.b.c.d", then ":port" unless port is 0, and a NUL. Returns the position of the NUL.
@@ -47,8 +45,7 @@ class InetAddress2 {
   // The same for this address, always without the port.
   char* GetIPString(char* buf) const;
 
-  // Checks the dotted-quad rules on the machine at hand. The first failing check is named on standard
-  // output.
+  // Tests StringToIP() on this machine. Prints the first failed check to standard output.
   static bool Test();
 
   // The socket address itself, for system calls.
@@ -56,8 +53,7 @@ class InetAddress2 {
   sockaddr_in& Native() { return m_address; }
 
  protected:
-  // Asks getaddrinfo(3) for the host's first address and returns that function's result. A test has its own
-  // hosts.
+  // Gets the host's first address and returns the result of getaddrinfo(3). Tests override it.
   virtual int LookUp(const char* host, in_addr* address) const;
 
  private:

@@ -1,18 +1,18 @@
 // Configuration layer: a text file of sections, keys and values, held in memory.
 #pragma once
 
-// Sections, and the keys of each, stay in the order in which they first appeared. Names are compared without
-// regard to case; the first spelling is kept. Lookups walk the lists, so the time to load grows with the
-// square of the keys. Not thread-safe.
+// Sections and their keys keep the order of first appearance. Names match without regard to case; the first
+// spelling is kept. Lookups are linear, so loading takes time quadratic in the number of keys. Not
+// thread-safe.
 //
-// How a section is named in every call: null means the keys before the first section header, "" means the
-// section "[]". A null key is never found and never set. Returned texts belong to the file and live until
-// the value is replaced or the file cleared.
+// A null section means the keys before the first section header; "" means the section "[]". A null key is
+// never found and never set. Returned texts belong to this object and are valid until the value is replaced
+// or the file cleared.
 //
-// The text form, line by line (a line of more than kLineSize - 1 bytes counts as several):
-//   # comment              only where # is the first character that is not blank
-//   [name]                 what follows the first ] is ignored
-//   key=value              the key keeps blanks before =, the value loses those after = and keeps later ones
+// The file format, by line (a line longer than kLineSize - 1 bytes counts as several):
+//   # comment              only if # is the first non-blank character
+//   [name]                 text after the first ] is ignored
+//   key=value              blanks before = belong to the key; blanks right after = are dropped
 //   key="value"            ends at the next double quote; the rest of the line is ignored
 // A backslash in a value makes the next character literal. All other lines are skipped.
 class IniFile3 {
@@ -36,7 +36,7 @@ class IniFile3 {
       return *this;
     }
 
-    // text may lie within the old text.
+    // text may point into the old text.
     void Set(const char* text);
     const char* Str() const { return m_text; }
 
@@ -64,61 +64,61 @@ class IniFile3 {
   IniFile3& operator=(const IniFile3&) = delete;
   ~IniFile3() { ClearAll(); }
 
-  // Forgets all content and the path.
+  // Drops all content and the path.
   void ClearAll();
-  // Replaces all content by that of a regular file of any size: 5,000 keys take 0.05 s and 0.5 MiB. Never
-  // blocks on a pipe or device. 0: no content, because the path is null or does not fit, or the file cannot
-  // be opened, is no regular one or cannot be read to its end. A path that fits is kept for Save() even so.
+  // Replaces all content by that of a regular file. 5,000 keys take 0.05 s and 0.5 MiB. Never blocks on a
+  // pipe or device. 0: there is no content; the path is null or too long, or the file cannot be opened or
+  // read or is not a regular file. Keeps the path for Save() even then, unless it is too long.
   int Load(const char* path);
-  // Writes all content to path, or to the path last loaded or saved when null. Comments are not kept. A
-  // regular file is replaced as a whole; a symbolic link to it stays. A pipe or device gets what it has
-  // room for at once, with or without a reader, and that counts as success. 0: no path, or it does not fit,
-  // or the file could not be written and is as it was.
+  // Writes all content to path; null: the path last loaded or saved. Comments are lost. Replaces a regular
+  // file atomically; a symbolic link to it stays. A pipe or device gets only what it takes without blocking,
+  // which counts as success. 0: no path, path too long, or writing failed and the file is unchanged.
   //
-  // Not everything that can be set survives the file: no value with a line feed, none without a space that
-  // begins with a tab or a double quote, no line longer than kLineSize, no name that its line would read
-  // differently (a key with =, a section with ]). A null value comes back as "".
+  // Some content cannot be loaded again: values with a line feed, values without a space that begin with a
+  // tab or a double quote, lines longer than kLineSize, keys with "=", sections with "]". A null value is
+  // loaded as "".
   int Save(const char* path);
-  // Kept for callers; nothing reads it.
+  // No effect; kept for old callers.
   void EnableDbgLog(bool on) { m_dbgLog = on; }
 
-  // The getters return def when the section, the key or the value is missing.
+  // The getters return def if the section, the key or the value is missing.
   const char* GetString(const char* section, const char* key, const char* def) const;
-  // Copies at most size bytes, NUL included, and returns buf; def leaves buf as it was. Null for size 0.
+  // Copies at most size bytes with the NUL and returns buf, or returns def and leaves buf unchanged. Null if
+  // size is 0.
   const char* GetString(const char* section, const char* key, char* buf, unsigned size,
                         const char* def) const;
-  // Decimal, limited to the range of int; 0 for what is no number.
+  // Decimal, clamped to the range of int; 0 if it is not a number.
   int GetInt(const char* section, const char* key, int def) const;
   double GetDouble(const char* section, const char* key, double def) const;
   // True for values that begin with T, t, Y, y or 1.
   bool GetBool(const char* section, const char* key, bool def) const;
-  // A value in decibel as a factor; a null value is 0 dB. def is a factor.
+  // Converts a value in decibels to a factor; a null value is 0 dB. def is a factor.
   float GetDb(const char* section, const char* key, float def) const;
 
-  // The setters add the section and the key where they are missing.
+  // The setters add a missing section or key.
   void SetString(const char* section, const char* key, const char* value) { AddValNode(section, key, value); }
   void SetInt(const char* section, const char* key, int value);
   // Six decimals; a magnitude below 1e-9 becomes 0.
   void SetDouble(const char* section, const char* key, double value);
   void SetBool(const char* section, const char* key, bool value);
-  // Stores the factor in decibel.
+  // Stores the factor in decibels.
   void SetDb(const char* section, const char* key, float factor);
 
-  // Call back in file order until the callback returns false; false when it did. The callback may set
+  // Call back in file order until the callback returns false, and then return false. The callback may set
   // values, but not load or clear.
   bool EnumSections(SectionCallback callback, void* user) const;
   bool EnumValues(const char* section, ValueCallback callback, void* user) const;
   bool EnumValues2(const SectNode* section, ValueCallback callback, void* user) const;
   bool EnumAllValues(ValueCallback callback, void* user) const;
 
-  // Null when there is none.
+  // Null: not found.
   ValNode* FindNode(const char* section, const char* key) const;
-  // Finds or appends.
+  // Finds or appends a section.
   SectNode* AddSectNode(const char* section);
-  // Finds or appends and replaces the value, unless it is the stored text itself. Null for a null key.
+  // Finds or appends a key and sets its value, which may be the stored text itself. Null: key is null.
   ValNode* AddValNode(const char* section, const char* key, const char* value);
 
-  // Factor to decibel and back. 0 is -100 dB.
+  // Factor to decibels and back. 0 is -100 dB.
   static double Float2Db(double x);
   static double Db2Float(double d);
 

@@ -1,13 +1,13 @@
 // Foundation layer: atomic counters.
 #pragma once
 
-// Adds one to *counter and returns the new value. Any thread may call; sequentially consistent.
+// Adds 1 to *counter and returns the new value. Any thread may call. Sequentially consistent.
 inline long InterlockedIncrement(long* counter) {
   return __atomic_add_fetch(counter, 1, __ATOMIC_SEQ_CST);
 }
 
-// Subtracts one from *counter and returns the new value. Any thread may call; sequentially consistent, so the
-// thread that gets 0 sees all that the others wrote before.
+// Subtracts 1 from *counter and returns the new value. Any thread may call. Sequentially consistent: the
+// thread that gets 0 sees all earlier writes of the others.
 inline long InterlockedDecrement(long* counter) {
   return __atomic_sub_fetch(counter, 1, __ATOMIC_SEQ_CST);
 }

@@ -1,4 +1,4 @@
-// Logging layer: the process-wide front through which every message goes.
+// Logging layer: the process-wide entry point for log messages.
 #pragma once
 
 #include <atomic>
@@ -11,18 +11,18 @@ namespace Velk {
 class GDQUdpBase;
 }
 
-// Formats a message once and hands it to up to three outlets, in this order: a remote peer, a sink, standard
-// output. Any thread may log. Sink, application name and flags are set at start-up, before other threads log.
-// Nothing is allocated but the remote call's texts, and no outlet's failure is reported.
+// Formats a message once and sends it to a remote peer, a sink and standard output, in this order, as far as
+// they are set. Any thread may log. Set sink, application name and flags at start-up, before other threads
+// log. Allocates only for the remote call. Failures are not reported.
 class LogPrinter {
  public:
-  // Longest message kept, in characters; the rest is cut off.
+  // Longest message in bytes; the rest is cut off.
   static constexpr unsigned kMaxMessage = 2046;
 
-  // The one instance, built on first use.
+  // The process's instance, created on first use.
   static LogPrinter* Instance();
 
-  // A printer of its own, with no remote queue; sink may be null and is not owned.
+  // A separate printer. sink may be null and is not owned.
   explicit LogPrinter(IDailyLog2* sink);
   ~LogPrinter() = default;
   LogPrinter(const LogPrinter&) = delete;
@@ -34,25 +34,25 @@ class LogPrinter {
   void Log(ELogMessageType type, const char* module, const char* format, ...)
       __attribute__((format(printf, 4, 5))) EXCLUDES(m_mutex);
 
-  // The same for text that is ready. Log(type, module, "%s", text) takes 16 % more instructions a line.
+  // Logs text without formatting. Log(type, module, "%s", text) takes 16 % more instructions a line.
   void LogText(ELogMessageType type, const char* module, const char* text) EXCLUDES(m_mutex);
 
-  // Writes one console line "[HH:MM:SS.mmm][# tid] module.level: text" (without "module." when that is null
-  // or empty), unless the console is off. The thread id is the kernel's, padded to four places.
+  // Writes "[HH:MM:SS.mmm][# tid] module.level: text" to the console if m_consoleEnabled. Omits "module." if
+  // module is null or empty. tid is the kernel's thread id, padded to four digits.
   void PrintToConsole(const char* level, const char* module, const char* text);
 
-  // A pair that always goes together and never nests: Begin keeps the printer locked until End, so on the
-  // same thread no Log may come between. End hands "file(line): 4294967295: message" to the sink as Info, or
-  // to standard error where there is no sink. Neither console nor remote peer see it.
+  // Always call both, without nesting: Begin locks the printer until End, so the thread must not call Log()
+  // in between. End writes "file(line): 4294967295: message" to the sink as Info, or to standard error if
+  // there is no sink. It does not reach console or remote peer.
   void LogDebugBegin(const char* file, unsigned int line) ACQUIRE(m_mutex);
   void LogDebugEnd(const char* format, ...) __attribute__((format(printf, 2, 3))) RELEASE(m_mutex);
 
-  // Sends every later message to queue too, as the call "logmsg" (type, module, message). The queue is not
-  // owned and must stay alive; there is no way back. The notice "UDP remote logging enabled" goes out before.
-  // What the queue itself logs while it sends stays here.
+  // Logs "UDP remote logging enabled", then also sends every later message to queue as the call "logmsg"
+  // (type, module, message). Cannot be undone; queue is not owned and must stay valid. Messages that the
+  // queue itself logs while sending are not sent.
   void SetLogToGDQUdp(Velk::GDQUdpBase* queue);
 
-  IDailyLog2* m_sink;  // not owned; null: console only. Must outlive every Log
+  IDailyLog2* m_sink;  // not owned, must outlive all logging; null: none
 
  private:
   bool IsFiltered(ELogMessageType type) const;

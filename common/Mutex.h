@@ -1,9 +1,9 @@
-// Threads and clock layer: a mutex whose use clang checks when it compiles (-Wthread-safety).
+// Threads and clock layer: a mutex whose use clang checks at compile time (-Wthread-safety).
 #pragma once
 
 #include <pthread.h>
 
-// What clang calls thread safety analysis: data says which mutex guards it, a function which mutex it needs.
+// Attributes of clang's thread safety analysis: which mutex guards data, and which mutex a function needs.
 #if defined(__clang__)
 #define VELK_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
 #else
@@ -19,7 +19,7 @@
 
 namespace Velk {
 
-// Not recursive. There is nothing to destroy, see pthread_mutex_destroy(3).
+// Not recursive. Needs no pthread_mutex_destroy(3).
 class VELK_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
  public:
   constexpr Mutex() = default;

@@ -9,15 +9,16 @@
 
 namespace Velk {
 
-// Keeps a record of each peer that ever connected, and which of them are admitted. The receive thread alone
-// connects and admits. Any thread may look up and walk meanwhile, without a lock: a record is complete before
-// it is linked, and none is freed before the table. A reader can at worst miss a peer that is being added.
+// Keeps a record of every peer that ever connected, and whether it is admitted. Only the receive thread calls
+// Connect() and Admit(). Any thread may look up and iterate at the same time, without a lock: a record is
+// complete before it is linked, and is never freed before the table. A reader may miss a peer that is just
+// being added.
 //
-// Anyone on the network can make records, so nothing walks all of them: look-up descends a tree. Walks follow
-// a list of the peers that were admitted at least once, which takes the password.
+// Anyone on the network can create records, so nothing iterates over all of them: lookup uses a tree, and
+// iteration a list of the peers that were admitted at least once, which takes the password.
 class PeerTable {
  public:
-  // May be loaded while it is replaced. The result is then a mix, which costs the peer one datagram.
+  // A cookie loaded while it is replaced is a mix of both, which costs the peer one datagram.
   class Cookie {
    public:
     void Store(const unsigned char* bytes);
@@ -33,11 +34,11 @@ class PeerTable {
     const uint32_t ip;               // host byte order
     const uint16_t port;             // host byte order
     bool isListed = false;           // for the receive thread only
-    std::atomic<bool> valid{false};  // has sent its latest cookie
+    std::atomic<bool> valid{false};  // admitted: has sent its latest cookie
     Cookie cookie;
-    std::atomic<Peer*> branch[2] = {{nullptr}, {nullptr}};  // in the tree
+    std::atomic<Peer*> branch[2] = {{nullptr}, {nullptr}};  // children in the tree
     std::atomic<Peer*> next{nullptr};                       // in the list
-    const uint64_t place;                                   // rises along the list, see FirstValid
+    const uint64_t place;                                   // sort key of the list, see FirstValid()
   };
 
   PeerTable() = default;
@@ -45,19 +46,18 @@ class PeerTable {
   PeerTable& operator=(const PeerTable&) = delete;
   ~PeerTable() { Free(m_root); }
 
-  // Gives the peer at this address its cookie. It is not admitted until it sends that.
+  // Stores the peer's new cookie. The peer is not admitted until it sends that cookie.
   void Connect(const InetAddress2& from, const unsigned char* cookie);
 
-  // Null: never connected. The product of address and port alone tells peers apart, on purpose: endpoints
-  // with the same one share a record, which has the address of the first and the cookie of the last.
+  // Null: never connected. The key is the product of address and port, on purpose: endpoints with the same
+  // product share a record, which keeps the address of the first and the cookie of the last.
   Peer* Find(const InetAddress2& from);
 
-  // The first time costs a walk to the peer's place in the list: 13 us among 10,000 admitted peers, as much
-  // as sending three datagrams (AdmitAmong in bench/micro.cpp).
+  // The first time it walks to the peer's place in the list: 13 us with 10,000 admitted peers, as long as
+  // sending three datagrams (AdmitAmong in bench/micro.cpp).
   void Admit(Peer* peer);
 
-  // The valid peers one by one, null after the last. The order is that of their keys modulo 31, and among
-  // equal ones that of their first connects.
+  // Iterate over the admitted peers; null after the last. Ordered by key modulo 31, then by first connect.
   const Peer* FirstValid() const { return ValidFrom(m_first); }
   static const Peer* NextValid(const Peer* peer) { return ValidFrom(peer->next); }
 
@@ -70,7 +70,7 @@ class PeerTable {
   void List(Peer* peer);
 
   Link m_root{nullptr};
-  Link m_first{nullptr};  // of the list, which never shrinks
+  Link m_first{nullptr};  // head of the list, which never shrinks
   uint32_t m_count = 0;   // of records
 };
 

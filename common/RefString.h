@@ -1,4 +1,4 @@
-// Foundation layer: the shared string of the dispatch framework.
+// Foundation layer: a reference-counted string, for the dispatch layer.
 #pragma once
 
 #include <cstdint>
@@ -7,27 +7,26 @@
 
 namespace Velk {
 
-// Copy-on-write byte string, one pointer wide, always NUL-terminated. Copies share one counted block and may
-// live in different threads; one object is for one thread at a time. Null C strings count as absent.
-// Lengths and capacities are in bytes without the NUL. Running out of memory ends the process.
+// Copy-on-write byte string, the size of a pointer, always NUL-terminated. Copies share one counted block and
+// may be used by different threads; each object by one thread at a time. Null C strings count as empty unless
+// noted. Lengths and capacities are in bytes without the NUL. Running out of memory ends the process.
 class RefString : public StringOps<RefString> {
  public:
-  // Comes before the characters in memory, which are a NUL more than the capacity. A block of capacity 0 is
-  // neither counted nor freed.
+  // Header of a block; m_capacity + 1 characters follow. A block of capacity 0 is neither counted nor freed.
   struct RefStringData {
     long m_refCount;
     uint32_t m_length;
     uint32_t m_capacity;
-    uint32_t m_growBy;  // rounding step of the capacity, 0: none
+    uint32_t m_growBy;  // rounding step of the capacity; 0: none
 
-    // An empty block, counted once, with room for len characters; with a growBy the room is rounded up to
-    // a multiple of growBy beyond len + 1, a whole step more when len + 1 is one already.
+    // Returns an empty block with one reference and room for len characters. With growBy, len + 1 is rounded
+    // up to the next larger multiple of growBy, even if it is a multiple already.
     static RefStringData* CreateInstance(unsigned long len, unsigned long growBy);
-    // Returns the characters of a new block, counted once, with a copy of the text and room for minLen
-    // characters or the text, rounded by this block's step.
+    // Returns the characters of a new block with one reference, a copy of the text, and room for at least
+    // minLen characters, rounded by m_growBy.
     char* Clone(unsigned long minLen);
     void AddRef();
-    // Frees the block when this was the last reference.
+    // Drops a reference and frees the block if it was the last.
     void RelRef();
     char* Text() { return reinterpret_cast<char*>(this + 1); }
   };
@@ -35,8 +34,7 @@ class RefString : public StringOps<RefString> {
   RefString() : StringOps(s_emptyData.m_text) {}
   // An empty string with room for len characters.
   RefString(unsigned long len, unsigned long growBy);
-  // Both copy the text; n is its length, 0 for none. A null s with an n gives an empty string with room for
-  // n.
+  // Copy the text; n is its length. A null s gives an empty string with room for n.
   RefString(const char* s);
   RefString(const char* s, unsigned n);
   // Shares the text.
@@ -49,23 +47,21 @@ class RefString : public StringOps<RefString> {
 
   // Shares the other's text.
   RefString& Set(const RefString& other);
-  // Keeps the buffer when it is not shared.
+  // Keeps the buffer if it is not shared.
   void Empty();
 
-  // Private characters, the old text included, with room for n of them and a NUL. In place only when the
-  // text is at least n long. ReleaseBuffer() must follow before any other call.
+  // Returns the text for writing, unshared, with room for n characters and a NUL. Allocates a new block if
+  // the text is shorter than n. Call ReleaseBuffer() before any other operation.
   char* GetBuffer(unsigned long n);
-  // Tells the length that was written, at most the capacity; negative: up to the first NUL within the
-  // length before.
+  // Sets the length, at most the capacity. Negative: up to the first NUL within the old length.
   void ReleaseBuffer(int n);
 
-  // n: how many bytes of s, 0 for all up to its NUL. s may lie within this string.
+  // n: number of bytes; 0: up to the NUL. s may point into this string.
   RefString& Append(const char* s, unsigned n = 0);
   RefString& Append(char c);
   RefString& Append(const RefString& s);
 
-  // A null or empty text equals only a null or empty one and sorts before all others; the order is that of
-  // unsigned bytes.
+  // Null equals the empty text. Ordered by unsigned bytes.
   bool operator==(const char* s) const;
   bool operator==(const RefString& s) const { return *this == s.m_text; }
   bool EqNoCase(const char* s) const;
@@ -75,7 +71,7 @@ class RefString : public StringOps<RefString> {
   bool operator>(const char* s) const;
   bool operator>(const RefString& s) const { return *this > s.m_text; }
 
-  // 32-bit hash of the text, the same on every machine.
+  // A 32-bit hash, the same on every machine.
   operator unsigned long() const;
 
  private:

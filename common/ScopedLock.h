@@ -1,4 +1,4 @@
-// Threads and clock layer: holds a mutex for the length of a block.
+// Threads and clock layer: locks a mutex for the duration of a block.
 #pragma once
 
 #include "common/Mutex.h"

@@ -1,8 +1,7 @@
 // Foundation layer: doubly linked list of small values.
 #pragma once
 
-// Keeps values in the order in which they were appended. Owns its nodes, not what the values point to. Not
-// thread-safe.
+// Keeps values in the order of appending. Owns its nodes, but not what the values point to. Not thread-safe.
 template <class T>
 class SimpleListDL {
  public:
@@ -23,7 +22,7 @@ class SimpleListDL {
     }
   }
 
-  // The oldest node, or null; walk on with m_next.
+  // The oldest node, or null.
   Node* Head() const { return m_head; }
   unsigned Count() const { return m_count; }
 

@@ -1,4 +1,4 @@
-// Foundation layer: the growable string of the log and the transport.
+// Foundation layer: a growable string, for the logging and transport layers.
 #pragma once
 
 #include <cstddef>
@@ -8,28 +8,28 @@
 
 namespace Velk {
 
-// Byte string with one owner, one pointer wide, always NUL-terminated. One thread at a time; only the block
-// that empty strings share is touched by several threads, and it never changes but for its growth step.
-// Null C strings count as absent. Lengths and capacities are in bytes without the NUL. A string that grows
-// adds whole growth steps to its capacity. Running out of memory ends the process.
+// Byte string with one owner, the size of a pointer, always NUL-terminated. One thread at a time. Empty
+// strings of all threads share one block, of which only the growth step ever changes. Null C strings count as
+// empty unless noted. Lengths and capacities are in bytes without the NUL. The capacity grows in whole growth
+// steps. Running out of memory ends the process.
 class SimpleString : public StringOps<SimpleString> {
  public:
-  // Comes before the characters in memory.
+  // Header of a block.
   struct StringData {
     uint32_t m_length;
     uint32_t m_capacity;
-    uint32_t m_growBy;  // growth step, 0: kDefaultGrowBy
-    char m_text[4];     // the first of capacity + 1 characters; the rest of the four is slack
+    uint32_t m_growBy;  // growth step; 0: kDefaultGrowBy
+    char m_text[4];     // start of m_capacity + 1 characters
 
     static StringData* Create(unsigned capacity);
-    // Null is allowed.
+    // data may be null.
     static void Destroy(StringData* data);
   };
 
   static constexpr unsigned kDefaultGrowBy = 32;
 
   SimpleString();
-  // Both copy the text; n is its length, 0 for none.
+  // Copy the text; n is its length.
   SimpleString(const char* s);
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.
@@ -44,43 +44,43 @@ class SimpleString : public StringOps<SimpleString> {
 
   // Keeps the buffer.
   void Empty();
-  // Meant to be called once, right after construction: on an empty string it takes a new block and gives up
-  // the old one.
+  // Call it at most once, right after construction: on an empty string it takes a new block and leaks the old
+  // one.
   void SetGrowBy(unsigned n);
-  // Makes room for n more characters than the capacity, in any case in a new block.
+  // Adds n to the capacity, rounded up to growth steps. Always takes a new block.
   void GrowStringBy(unsigned n);
 
   SimpleString& Append(char c);
-  // Appends the one character c; n is how many more the caller expects to append.
+  // Appends c once; n: how many characters to make room for if the string must grow.
   SimpleString& Append2(char c, unsigned n);
-  // n: how many bytes of s, 0 for all up to its NUL. s may lie within this string.
+  // n: number of bytes; 0: up to the NUL. s may point into this string.
   SimpleString& Append(const char* s, unsigned n = 0);
   SimpleString& Append(const SimpleString& s);
 
-  // Replace the text; the buffer is kept. A string set from its own characters stays as it is.
+  // Replace the text and keep the buffer. Setting a string from its own text does nothing.
   SimpleString& Set(char c);
   SimpleString& Set(const char* s, unsigned n = 0);
   SimpleString& Set(const SimpleString& s);
 
-  // Room for n characters and a NUL to be written in place, the old text included. ReleaseBuffer() must
-  // follow before any other call.
+  // Returns the text for writing, with room for n characters and a NUL. Call ReleaseBuffer() before any other
+  // operation.
   char* GetBuffer(unsigned n);
-  // Tells the length that was written, at most the capacity; negative: up to the first NUL.
+  // Sets the length, at most the capacity. Negative: up to the first NUL.
   void ReleaseBuffer(int n);
 
-  // A null C string equals nothing.
+  // A null C string is never equal.
   bool operator==(const char* s) const;
   bool operator==(const SimpleString& s) const { return *this == s.m_text; }
   bool operator!=(const char* s) const { return !(*this == s); }
   bool operator!=(const SimpleString& s) const { return !(*this == s.m_text); }
   bool EqNoCase(const char* s) const;
   bool EqNoCase(const SimpleString& s) const { return EqNoCase(s.m_text); }
-  // By unsigned bytes; empty strings come first.
+  // Ordered by unsigned bytes.
   bool operator<(const SimpleString& s) const;
   bool operator>(const SimpleString& s) const { return s < *this; }
 
-  // Compares without regard to case, only as far as the shorter text goes: 0 when one is a prefix of the
-  // other, else the difference of the first upper-cased bytes that differ. Null sorts first.
+  // Compares without regard to case, up to the length of the shorter text: 0 if one is a prefix of the other,
+  // otherwise the difference of the first upper-cased bytes that differ. Null sorts first.
   static int cmpni(const char* a, const char* b);
 
  private:
@@ -88,7 +88,7 @@ class SimpleString : public StringOps<SimpleString> {
 
   StringData* Data() const { return reinterpret_cast<StringData*>(m_text - offsetof(StringData, m_text)); }
   bool IsEmptyBlock() const { return Data() == &m_empty; }
-  void MakePrivate() {}  // only the empty block is shared, and has no text to change
+  void MakePrivate() {}  // only the empty block is shared, and it has no text
   void TakeBlock(unsigned capacity, unsigned growBy);
   void Release(StringData* data);
   StringData* Grow(unsigned shortfall);

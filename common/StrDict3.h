@@ -3,33 +3,33 @@
 
 #include <cstdint>
 
-// Maps texts to small values (flags, pointers, member-function pointers) in a trie of characters. Nodes come
-// from a pool and go back to it; a dictionary that shrank and grows again allocates nothing. Does not own
-// what its values point to. Not thread-safe. Null and empty keys are never present.
+// Maps texts to small values (flags, pointers, member-function pointers) with a trie. Nodes come from a pool
+// and return to it, so a dictionary that is cleared and filled again does not allocate. Does not own what its
+// values point to. Not thread-safe. Null and empty keys are never present.
 template <class T>
 class StrDict3 {
  public:
-  // Characters of a key that count; what follows is ignored alike by all operations.
+  // Longest key, in bytes. All operations ignore the rest of a longer key.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {
     bool m_hasValue;  // a key ends here
-    int8_t m_char;    // after folding; siblings ascend by it, as signed bytes on every machine
+    int8_t m_char;    // case-folded; siblings are sorted by it, as signed bytes on every machine
     Node* m_next;     // sibling
-    Node* m_child;    // first node of the following character
-    T m_value;        // valid with m_hasValue only
+    Node* m_child;    // first node of the next character
+    T m_value;        // valid only if m_hasValue
   };
 
   // Source of nodes.
   class IAllocator {
    public:
     virtual ~IAllocator() = default;
-    // A node with undefined content.
+    // The node's content is undefined.
     virtual Node* Get() = 0;
     virtual void Release(Node* node) = 0;
   };
 
-  // Takes nodes from the heap in blocks, which live as long as the allocator.
+  // Allocates nodes in blocks and frees them only when it is destroyed.
   template <unsigned kNodesPerBlock>
   class Allocator final : public IAllocator {
    public:
@@ -83,8 +83,8 @@ class StrDict3 {
     unsigned m_used = 0;
   };
 
-  // A dictionary that is not case-sensitive folds ASCII letters to upper case, or else to lower case. An
-  // allocator must outlive the dictionary; null: its own pool.
+  // Without caseSensitive, ASCII letters are folded to upper case (foldToUpper) or lower case. allocator must
+  // outlive the dictionary; null: its own pool.
   explicit StrDict3(bool caseSensitive = true, bool foldToUpper = false, IAllocator* allocator = nullptr)
       : m_allocator(allocator != nullptr ? allocator : &m_pool),
         m_caseSensitive(caseSensitive),
@@ -93,7 +93,8 @@ class StrDict3 {
   StrDict3& operator=(const StrDict3&) = delete;
   virtual ~StrDict3() { Clear(); }
 
-  // Stores value under at most maxLen characters of key, in place of an older value. False: no key.
+  // Stores value under the first maxLen characters of key and replaces an older one. False: null or empty
+  // key.
   bool Set0(unsigned maxLen, const char* key, T value) {
     if (key == nullptr || key[0] == '\0' || maxLen == 0) return false;
     Node** link = &m_root;
@@ -108,22 +109,22 @@ class StrDict3 {
     return true;
   }
 
-  // The value stored under key; T() (0, false, null) when there is none.
+  // The value stored under key; T() if there is none.
   T Get(const char* key) const {
     const Node* node = FindNode(key);
     return node != nullptr && node->m_hasValue ? node->m_value : T();
   }
 
-  // Forgets all keys. The pool keeps the nodes.
+  // Removes all keys. The pool keeps the nodes.
   void Clear() {
     ReleaseAllNodes(m_root);
     m_root = nullptr;
   }
 
-  // Gives the siblings from root on and all below them back to the allocator.
+  // Returns root, its next siblings and all their children to the allocator.
   void ReleaseAllNodes(Node* root) {
-    // Keys come from the network and may be long: no recursion. A node's children are done before its next
-    // sibling, so the rest of the siblings is appended to its children.
+    // Not recursive: keys come from the network and may be long. A node's remaining siblings are appended to
+    // its children.
     while (root != nullptr) {
       Node* node = root;
       root = node->m_next;
@@ -149,12 +150,12 @@ class StrDict3 {
     return static_cast<int8_t>(c);
   }
 
-  // The node of character c in the sibling list that *link starts, made where it is missing.
+  // Finds or inserts the node of c in the sibling list that starts at *link.
   Node* GetNode(Node** link, int8_t c) {
     while (*link != nullptr && (*link)->m_char < c) link = &(*link)->m_next;
     Node* next = *link;
     if (next != nullptr && next->m_char == c) return next;
-    // The own pool's calls are direct, without the virtual table.
+    // Calls to our own pool are not virtual.
     Node* node = m_allocator == &m_pool ? m_pool.Get() : m_allocator->Get();
     *node = Node{false, c, next, nullptr, T()};
     *link = node;

@@ -1,4 +1,4 @@
-// Foundation layer: what SimpleString and RefString do alike.
+// Foundation layer: operations that SimpleString and RefString share.
 #pragma once
 
 #include <ctype.h>
@@ -13,18 +13,18 @@
 
 namespace Velk {
 
-// Base of a string that is one pointer to its characters, always NUL-terminated. The string class itself,
-// String, says how a block is found, made and let go of. Lengths and capacities are in bytes without the NUL.
-// Upper and lower case go by the C library.
+// Base of a string class that holds one pointer to NUL-terminated characters. The derived class, String,
+// manages the memory. Lengths and capacities are in bytes without the NUL. Case conversion uses the C
+// library.
 template <class String>
 class StringOps {
  public:
-  // Valid until the string changes or ends; never null.
+  // Never null. Valid until the string changes or is destroyed.
   const char* Str() const { return m_text; }
   unsigned Length() const { return Self().Data()->m_length; }
   unsigned Capacity() const { return Self().Data()->m_capacity; }
   bool IsEmpty() const { return Length() == 0; }
-  // Unchecked: i is 0..Length().
+  // i must be from 0 to Length(); not checked.
   char operator[](int i) const { return m_text[i]; }
 
   String& AppendNum(unsigned long v) {
@@ -32,7 +32,7 @@ class StringOps {
     return Self().Append(digits, TextOps::PutNum(digits, v));
   }
 
-  // Replace the text as printf(3) does. No argument may point into this string.
+  // Replace the text, see printf(3). No argument may point into this string.
   __attribute__((format(printf, 2, 3))) void Format(const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
@@ -46,7 +46,7 @@ class StringOps {
     const int needed = vsnprintf(nullptr, 0, fmt, measure);
     va_end(measure);
     Self().GetBuffer(needed > 0 ? static_cast<unsigned>(needed) : 0);
-    if (Self().IsEmptyBlock()) return;  // nothing to print, and no room for any of it
+    if (Self().IsEmptyBlock()) return;  // the result is empty, and the shared block has no room for it
     EndText(vsnprintf(m_text, Capacity() + 1, fmt, args), Capacity());
   }
 
@@ -54,7 +54,7 @@ class StringOps {
   int Find(char c) const { return IndexOf(strchr(m_text, c)); }
   int FindRev(char c) const { return IndexOf(strrchr(m_text, c)); }
 
-  // A negative start is 0; what lies beyond the text is cut off; a negative count gives an empty string.
+  // A negative start counts as 0, a negative count gives an empty string, and the end is clamped to the text.
   String Mid(int start) const { return Mid(start, INT_MAX); }
   String Mid(int start, int count) const {
     const unsigned from = std::min(static_cast<unsigned>(std::max(start, 0)), Length());
@@ -79,7 +79,7 @@ class StringOps {
     std::reverse(m_text, End());
   }
 
-  // Trim space, tab, line feed and carriage return; a vertical tab or form feed is text.
+  // Trim space, tab, line feed and carriage return, but not vertical tab and form feed.
   void TrimRight() {
     unsigned length = Length();
     while (length > 0 && IsBlank(m_text[length - 1])) --length;
@@ -89,7 +89,7 @@ class StringOps {
   }
   void TrimLeft() {
     unsigned blanks = 0;
-    while (IsBlank(m_text[blanks])) ++blanks;  // the NUL at the end is none
+    while (IsBlank(m_text[blanks])) ++blanks;  // stops at the NUL
     if (blanks == 0) return;
     Self().MakePrivate();
     memmove(m_text, m_text + blanks, Length() - blanks);
@@ -105,14 +105,14 @@ class StringOps {
 
   explicit StringOps(char* text) : m_text(text) {}
 
-  // The block that all empty strings share stays as it is, which is empty.
+  // Never writes to the block that empty strings share.
   void SetLength(unsigned length) {
     if (Self().IsEmptyBlock()) return;
     Self().Data()->m_length = length;
     m_text[length] = '\0';
   }
 
-  // Sets the length to n, at most the capacity; negative: up to the first NUL within limit.
+  // Sets the length to n, at most the capacity. Negative: up to the first NUL within limit.
   void EndText(int n, unsigned limit) {
     const size_t length = n >= 0 ? static_cast<size_t>(n) : strnlen(m_text, limit);
     SetLength(static_cast<unsigned>(std::min<size_t>(length, Capacity())));

@@ -1,4 +1,4 @@
-// Foundation layer: what is done to characters in more than one place.
+// Foundation layer: helpers for text.
 #pragma once
 
 #include <string.h>
@@ -9,10 +9,10 @@
 
 namespace Velk {
 
-// Works on bare characters; lengths are in bytes, nothing here needs or writes a NUL unless it says so.
+// Lengths are in bytes. Any thread may call.
 class TextOps {
  public:
-  // Longest text that a string holds: positions are ints.
+  // Longest text of a string: positions are ints.
   static constexpr unsigned kMaxLength = 0x7FFFFFFF;
   // Most digits of a 64-bit number.
   static constexpr unsigned kMaxDigits = 20;
@@ -21,26 +21,26 @@ class TextOps {
   static const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
   static bool IsEmpty(const char* text) { return text == nullptr || *text == '\0'; }
 
-  // A copy to be freed with delete[]; null for null.
+  // Returns a copy, to be freed with delete[]; null for null.
   static char* Strdup(const char* text);
 
-  // For writev(2), whose type has no const. Without a length null counts as empty.
+  // For writev(2), whose iovec is not const. Null without a length counts as empty.
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
-  // The nearest place at or before at where a UTF-8 character starts, or at itself in text that is not UTF-8.
-  // text[at] must be there.
+  // The start of the UTF-8 character that contains text[at], or at if text is not UTF-8. text[at] must be
+  // valid.
   static size_t CharacterStart(const char* text, size_t at);
   // Whether c is a byte of a UTF-8 character, but not its first.
   static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }
 
-  // Writes value in decimal without a NUL and returns how many digits it took; out holds kMaxDigits.
+  // Writes value in decimal, without a NUL, and returns the number of digits. out has room for kMaxDigits.
   static unsigned PutNum(char* out, unsigned long long value);
 
-  // Reads decimal digits, modulo 2^64. Returns the first character that is none.
+  // Reads decimal digits, modulo 2^64. Returns the position after them.
   static const char* GetNum(const char* text, uint64_t* value);
 
-  // Ends the process, as a failed allocation does, when length is beyond kMaxLength.
+  // Ends the process, like a failed allocation, if length exceeds kMaxLength.
   static void CheckLength(unsigned long length);
 };
 

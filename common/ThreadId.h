@@ -3,8 +3,7 @@
 
 namespace Velk {
 
-// The id that gettid(2) gives. Kept per thread, which saves a system call a line; asked for again after
-// fork(2).
+// Returns gettid(2), cached per thread to save a system call a line. A forked child gets its own id.
 long ThreadId();
 
 }  // namespace Velk

@@ -1,17 +1,17 @@
-// Threads and clock layer: local time of day as text, for the console and the stored lines.
+// Threads and clock layer: local time of day as text.
 #pragma once
 
 namespace Velk {
 
-// Any thread may call. The local time is kept per thread and second: to work it out for each stamp would take
-// 74 % more instructions a line, and system calls. A changed zone file shows from the next second on (where
-// the C library reads it again on tzset(3)).
+// Any thread may call. Caches the local time for a second in each thread; without the cache a line takes 74 %
+// more instructions, and system calls. A changed time zone file takes effect within a second, if tzset(3)
+// reads it again.
 class TimeStamp {
  public:
   static constexpr unsigned kLength = 14;
 
-  // Writes "[HH:MM:SS.mmm]", kLength characters without a NUL, of the wall clock now. Returns the position
-  // after them.
+  // Writes the current time as "[HH:MM:SS.mmm]", kLength characters without a NUL. Returns the position after
+  // them.
   static char* Put(char* out);
 };
 

@@ -1,16 +1,16 @@
-// Threads and clock layer: the clock of timed messages.
+// Threads and clock layer: clocks.
 #pragma once
 
 namespace Velk {
 
 class Timer64x {
  public:
-  // Milliseconds since 1970-01-01 UTC. Wall-clock time: it jumps when the system time is set, and every
-  // timed message moves with it. Any thread may call.
+  // Milliseconds since 1970-01-01 UTC, for the due times of messages. Jumps when the system time is set. Any
+  // thread may call.
   static unsigned long long GetMsecCount64();
 };
 
-// Microseconds since some moment, which no setting of the time changes: for how long something takes.
+// Microseconds of the monotonic clock, for measuring durations. Any thread may call.
 unsigned long long NowUs();
 
 }  // namespace Velk
