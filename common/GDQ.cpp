@@ -22,7 +22,7 @@ timespec DeadlineIn(clockid_t clock, uint32_t waitMs) {
   return deadline;
 }
 
-// deadline null: without one. False: it has passed.
+// deadline null: no limit. False: the deadline has passed.
 bool WaitOn(pthread_cond_t* condition, Mutex& mutex, const timespec* deadline) REQUIRES(mutex) {
   return (deadline != nullptr ? pthread_cond_timedwait(condition, mutex.Native(), deadline)
                               : pthread_cond_wait(condition, mutex.Native())) == 0;
@@ -55,8 +55,8 @@ void GDQ::NodeList::DeleteAll() {
   m_count = 0;
 }
 
-// The place is the one that a walk from the head would find. From the tail a post costs the same however many
-// are pending, which peers decide; only timers are passed on the way, and peers cannot arm those.
+// Searches from the tail, so that a post takes constant time however many calls peers have pending. It only
+// passes timers, which peers cannot set.
 void GDQ::MessageList::AddOrdered(Node* node) {
   Node* after = m_nodes.m_tail;
   while (after != nullptr && after->m_dueMs > node->m_dueMs) after = after->m_prev;
@@ -91,7 +91,7 @@ void GDQ::MessageList::DeleteAll() {
 GDQ::GDQ(int first, int second, const char* threadName, bool autoDelete)
     : AppThread2(first, second, threadName, autoDelete) {
   pthread_cond_init(&m_wakeCondition, nullptr);
-  pthread_condattr_t monotonic;  // the time of day may be set back while a poster waits
+  pthread_condattr_t monotonic;  // the wall clock may be set back while a poster waits
   pthread_condattr_init(&monotonic);
   pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
   pthread_cond_init(&m_posterCondition, &monotonic);
@@ -105,8 +105,8 @@ GDQ::~GDQ() {
     m_free.DeleteAll();
   }
   pthread_cond_destroy(&m_posterCondition);
-  // The wake mutex and condition are left as they are: a program may end with the thread still asleep on
-  // them, and pthread_cond_destroy(3) would wait for it.
+  // Not m_wakeCondition: a program may exit while the worker thread still waits on it, and
+  // pthread_cond_destroy(3) would block.
 }
 
 bool GDQ::Run() {
@@ -119,9 +119,9 @@ bool GDQ::Run() {
 
 void GDQ::Stop() {
   {
-    // A thread that sleeps until the next post would not see that it is to end. A single signal could come
-    // before that and be used up, so it is kept up; Run() takes it back, as the object may be gone after
-    // this.
+    // Wakes a worker thread that sleeps until the next post. It could consume the signal before it sees that
+    // it must end, so m_keepSignalled keeps the signal set. Run() clears it, since the object may be gone
+    // after Stop().
     const ScopedLock lock(m_wakeMutex);
     m_keepSignalled = true;
     Wake();
@@ -149,15 +149,15 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
     node->m_periodMs = periodMs;
     node->m_timerId = timerId;
     node->m_target = target;
-    // Emptied and appended to, which keeps the buffers.
+    // Empty() and Append() keep the buffers.
     node->m_name.Empty();
     node->m_name.Append(name);
     node->m_args.Empty();
     node->m_args.Append(args);
     m_messages.AddOrdered(node);
   }
-  // Still up from an earlier post: the thread takes it down before it locks the list, so it has yet to look
-  // there. Saves 95 of 3,225 instructions a line (bench/instructions.sh).
+  // If still set by an earlier post, no wake-up is needed: the worker thread clears it before it locks the
+  // list, so it will find this message. Saves 95 of 3,225 instructions a line (bench/instructions.sh).
   if (m_signalled.load(std::memory_order_relaxed)) return;
   const ScopedLock lock(m_wakeMutex);
   Wake();
@@ -203,7 +203,7 @@ uint32_t GDQ::WaitForFewerPosts(uint32_t limit, uint32_t waitMs) {
   return count;
 }
 
-// False: the thread rests until the next post and must be woken first, otherwise both would wait for ever.
+// False: the worker thread sleeps until the next post. The caller must wake it, otherwise both wait for ever.
 bool GDQ::AwaitFewerPosts(uint32_t limit, const timespec* deadline, uint32_t& count) {
   const ScopedLock lock(m_listMutex);
   m_posterLimit = limit;
@@ -242,8 +242,8 @@ void GDQ::Driver() {
   WakePoster();
 }
 
-// Sleeps until there was a post, or at most waitMs milliseconds. A wake-up without a post starts the wait
-// again, which may make it longer; what is due is decided by the message clock alone.
+// Sleeps until there is a post, or about waitMs milliseconds: a spurious wake-up restarts the wait. What is
+// due depends only on NowMs().
 void GDQ::WaitForPost(uint32_t waitMs) {
   const ScopedLock lock(m_wakeMutex);
   while (!m_signalled && Sleep(m_wakeMutex, waitMs)) continue;
@@ -255,20 +255,20 @@ bool GDQ::Sleep(Mutex& wakeMutex, uint32_t waitMs) {
   return WaitOn(&m_wakeCondition, wakeMutex, waitMs != kForever ? &deadline : nullptr);
 }
 
-// A message in the thread's hands, to be used without any lock.
+// A message that is being delivered, used without a lock.
 struct GDQ::Delivery {
-  Node* m_oneShot = nullptr;  // owned until it is recycled; null for a periodic message
+  Node* m_oneShot = nullptr;  // owned until recycled; null for a periodic message
   IGenericDispatchTarget* m_target = nullptr;
   const char* m_name = nullptr;
   const char* m_args = nullptr;
-  // A periodic message is back in the list while it is dispatched. If it is cancelled then, perhaps by its
-  // own handler, the next post refills its node; a reference to the texts makes that post write into buffers
-  // of its own and leaves these to the handler and the error reporter.
+  // A periodic message is in the list again while it is dispatched. If it is cancelled then, perhaps by its
+  // own handler, the next post reuses its node. These references make that post copy on write, so the texts
+  // stay valid for the handler and the error reporter.
   RefString m_heldName;
   RefString m_heldArgs;
 };
 
-// Delivers one message after the other until none is due, and sets waitMs to the time until one will be.
+// Delivers messages until none is due, and sets waitMs to the time until the next one is.
 void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
   Node* done = nullptr;
   bool isParsed = true;
@@ -278,15 +278,15 @@ void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
     done = delivery.m_oneShot;
     isParsed = Deliver(delivery, parser);
   }
-  // Deliberately with the wait as it was: messages after one that does not parse are looked at when that wait
-  // ends or with the next post, so that a peer's garbage gets one look per post and no more.
+  // After a message that cannot be parsed, waitMs is left unchanged on purpose: the thread sleeps again, so
+  // garbage from a peer costs one look per post.
   const ScopedLock lock(m_listMutex);
   if (done != nullptr) Recycle(done);
   m_isResting = true;
   if (m_posterLimit != 0) WakePoster();
 }
 
-// done (may be null) is recycled first: one locking for both, as posters contend for it.
+// Recycles done (may be null) first, under the same lock, since posters contend for it.
 bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
   const ScopedLock lock(m_listMutex);
   if (done != nullptr) Recycle(done);
@@ -295,8 +295,8 @@ bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
     waitMs = kForever;
     return false;
   }
-  const uint64_t now = node->m_dueMs != 0 ? NowMs() : 0;  // a plain post needs no clock
-  // Only once the clock has passed it, so that no message comes early by a part of a millisecond.
+  const uint64_t now = node->m_dueMs != 0 ? NowMs() : 0;  // saves a system call for plain posts
+  // Due only once the clock has passed m_dueMs; otherwise it could be up to a millisecond early.
   if (node->m_dueMs != 0 && node->m_dueMs >= now) {
     waitMs = static_cast<uint32_t>(node->m_dueMs - now);
     return false;
@@ -312,14 +312,13 @@ bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
   }
   delivery.m_heldName.Set(node->m_name);
   delivery.m_heldArgs.Set(node->m_args);
-  // From now, not from when it was due: a thread that was held up does not catch up on what it missed.
+  // Counts from now, not from m_dueMs: after a delay, missed deliveries are not made up.
   node->m_dueMs = now + node->m_periodMs;
   m_messages.AddOrdered(node);
   return true;
 }
 
-// False: the arguments do not parse, which is reported. A periodic message stays armed all the same and is
-// reported again each time.
+// False: the arguments cannot be parsed, which is reported. A periodic message is reported each time.
 bool GDQ::Deliver(const Delivery& delivery, ArgsParser& parser) {
   IGenericDispatchTarget* target = delivery.m_target;
   const char* name = delivery.m_name;

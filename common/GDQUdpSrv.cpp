@@ -24,11 +24,11 @@ void logNonce(const char* label, unsigned char* bytes) {
 }
 
 bool GDQUdpSrv::Open(const char* password, unsigned short port) {
-  // Holds 1,300 short calls where the kernel's default holds 277, or 550 without the privilege to exceed its
-  // usual limit: a burst on loopback comes in less time than it takes to wake a thread.
+  // Holds 1,300 short calls, or 550 without CAP_NET_ADMIN; the kernel's default holds 277. A burst on
+  // loopback can arrive before the receive thread wakes up.
   constexpr int kReceiveBuffer = 512 << 10;
   if (!m_socket.Open() || !m_socket.Bind(port, INADDR_ANY)) return false;
-  // Another program could take the calls, and confirm them, if it may bind to the port.
+  // Otherwise another program could bind to the port, take the calls and acknowledge them.
   m_socket.ForbidSharing();
   m_socket.SetReceiveBuffer(kReceiveBuffer);
   m_password.Set(password);
@@ -37,14 +37,14 @@ bool GDQUdpSrv::Open(const char* password, unsigned short port) {
 
 namespace {
 
-// What one system call receives. At 100,000 lines a second the receive thread needs 1.0 us a line, with a
-// call for each 1.3 us.
+// The datagrams of one system call. At 100,000 lines a second the receive thread takes 1.0 us a line, with
+// one system call per datagram 1.3 us.
 struct Batch {
   static constexpr unsigned kMost = 8;
 
   struct Datagram {
     InetAddress2 from{0, 0};
-    // One byte more than a datagram may have: tells the longer ones apart, and has room for the NUL.
+    // One byte more than the longest datagram, to detect longer ones and for the NUL.
     unsigned char bytes[GDQUdpSrv::kMaxDatagram + 1];
     iovec space{bytes, sizeof bytes};
   };
@@ -79,9 +79,9 @@ void GDQUdpSrv::ReceiveTask() {
       AfterBatch(count < static_cast<int>(Batch::kMost));
       continue;
     }
-    // Without a socket nothing will ever come; the caller knows better what to do than to wait for it.
+    // The socket is closed.
     if (errno == EBADF || errno == ENOTSOCK) return;
-    // Interrupted or short of memory. It passes, but must not take the processor until it does.
+    // Interrupted or out of memory. The pause keeps a lasting error from using all CPU time.
     usleep(kErrorPause);
   }
 }
@@ -92,7 +92,7 @@ void GDQUdpSrv::HandleDatagram(const InetAddress2& from, unsigned char* packet, 
   const unsigned size = static_cast<unsigned>(length);
   if (size == sizeof kConnect && memcmp(packet, kConnect, sizeof kConnect) == 0) HandleConnect(from);
   if (size < kCookieSize || !IsValid(from, packet)) return;
-  if (size == kCookieSize) return;  // only wanted to be admitted
+  if (size == kCookieSize) return;  // no call: only admits the peer
   packet[size] = '\0';
   HandlePacket(from, packet, size);
 }
@@ -125,7 +125,7 @@ void GDQUdpSrv::HandleConnect(const InetAddress2& from) {
   md5.AddBinary(nonce, sizeof nonce);
   md5.AddString(m_password.Str());
   md5.GetDigest(cookie);
-  // In clear: the trace log is what a peer's author has to compare his own cookie with.
+  // Logged in clear, so that the author of a peer can compare cookies.
   logNonce("cookie", cookie);
 
   m_peers.Connect(from, cookie);
@@ -140,7 +140,7 @@ bool GDQUdpSrv::IsValid(const InetAddress2& from, unsigned char* cookie) {
   unsigned char expected[kCookieSize];
   peer->cookie.Load(expected);
   if (memcmp(expected, cookie, kCookieSize) != 0) {
-    // No line end: the two trace lines complete the message.
+    // No line feed: the two trace lines complete the message.
     LogPrinter::Instance()->Log(Error, nullptr, "Cookies do not match:");
     logNonce("expected cookie", expected);
     logNonce("received cookie", cookie);
@@ -150,7 +150,7 @@ bool GDQUdpSrv::IsValid(const InetAddress2& from, unsigned char* cookie) {
   return true;
 }
 
-// What cannot be sent is lost, like any datagram.
+// Errors are ignored: any datagram may be lost.
 void GDQUdpSrv::SendPacket(const PeerTable::Peer& peer, unsigned char* packet, unsigned size) {
   peer.cookie.Load(packet);
   Send(packet, size, InetAddress2(static_cast<long>(peer.ip), peer.port), true);
@@ -161,7 +161,7 @@ void GDQUdpSrv::HandlePacket(const InetAddress2& from, unsigned char* packet, un
     if (peer->ip != from.GetIP() || peer->port != from.GetPort()) SendPacket(*peer, packet, length);
   }
 
-  // The texts are used where they lie. A NUL that the peer sent ends them early.
+  // The texts stay in the packet. A NUL from the peer ends them early.
   char* name = reinterpret_cast<char*>(packet) + kCookieSize;
   const char* const args = SplitCall(&name);
   m_sender = from;
@@ -170,11 +170,11 @@ void GDQUdpSrv::HandlePacket(const InetAddress2& from, unsigned char* packet, un
 
 namespace {
 
-// Puts text after the room for a cookie. Returns the size of the packet; 0: too long for one.
+// Copies text to its place after the cookie. Returns the size of the packet; 0: too long.
 unsigned PutText(unsigned char* packet, const char* text) {
   const size_t length = strlen(text);
   if (length > GDQUdpSrv::kMaxText) return 0;
-  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the datagram's length ends the text.
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the size of the datagram ends the text.
   memcpy(packet + GDQUdpSrv::kCookieSize, text, length);
   return static_cast<unsigned>(GDQUdpSrv::kCookieSize + length);
 }

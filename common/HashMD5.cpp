@@ -6,10 +6,10 @@ namespace Velk {
 namespace {
 
 constexpr unsigned kBlockSize = 64;
-// Where the last block holds the message's length.
+// Offset of the message length in the last block.
 constexpr unsigned kLengthOffset = 56;
 
-// RFC 1321, 3.4: the integer part of 4294967296 times abs(sin(i)), i from 1, in radians.
+// RFC 1321, 3.4: the integer part of 4294967296 * abs(sin(i)), i from 1, in radians.
 constexpr uint32_t kSines[64] = {
     0xd76aa478, 0xe8c7b756, 0x242070db, 0xc1bdceee, 0xf57c0faf, 0x4787c62a, 0xa8304613, 0xfd469501,
     0x698098d8, 0x8b44f7af, 0xffff5bb1, 0x895cd7be, 0x6b901122, 0xfd987193, 0xa679438e, 0x49b40821,
@@ -20,7 +20,8 @@ constexpr uint32_t kSines[64] = {
     0xf4292244, 0x432aff97, 0xab9423a7, 0xfc93a039, 0x655b59c3, 0x8f0ccc92, 0xffeff47d, 0x85845dd1,
     0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391};
 
-// Per round of 16 steps: shifts of four steps in turn; message word of step i is (i * stride + start) % 16.
+// One round of 16 steps: the shifts repeat every four steps; step i uses message word (i * stride + start) %
+// 16.
 struct Round {
   unsigned char shifts[4];
   unsigned char stride;

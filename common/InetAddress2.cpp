@@ -43,8 +43,8 @@ unsigned short InetAddress2::GetPort() const {
 
 namespace {
 
-// Lenient on purpose: characters that are neither digit nor dot count as if they were not there, since
-// people write addresses with stray blanks and letters.
+// Lenient on purpose: ignores characters other than digits and dots, since people write addresses with stray
+// blanks and letters.
 bool ParseQuad(const char* text, uint32_t* ip) {
   uint32_t address = 0;
   unsigned octet = 0;
@@ -78,12 +78,12 @@ unsigned long InetAddress2::StringToIP(const char* text, bool* error) {
 
 namespace {
 
-// glibc ends a program whose first look-up runs out of memory (2.36: in nss_database.c). One takes some 10
-// KiB, answers of name servers up to 64 KiB more; with as much at hand it does not come to that, unless
-// another thread takes it meanwhile.
+// If the first lookup runs out of memory, glibc ends the program (2.36: nss_database.c). A lookup takes about
+// 10 KiB, and a name server's answer up to 64 KiB more. This check prevents that, unless another thread takes
+// the memory first.
 bool HasMemoryForLookUp() {
   constexpr size_t kBytes = 100000;
-  void* volatile const block = malloc(kBytes);  // volatile: else the compiler leaves it out
+  void* volatile const block = malloc(kBytes);  // volatile: otherwise the compiler removes it
   free(block);
   return block != nullptr;
 }
@@ -119,7 +119,7 @@ bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort
   if (text[hostLength] == ':') port = static_cast<unsigned short>(strtol(text + hostLength + 1, nullptr, 10));
   if (port == 0) return false;
 
-  // 0.0.0.0 is no destination; it is left to the resolver, which knows what this machine makes of it.
+  // 0.0.0.0 is not a destination: leave it to the resolver.
   const unsigned long ip = StringToIP(text, nullptr);
   if (ip != 0) {
     SetAddress(static_cast<long>(ip), port);
@@ -130,7 +130,7 @@ bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort
   char host[kMaxHost + 1];
   memcpy(host, text, hostLength);
   host[hostLength] = '\0';
-  if (strcmp(host, "localhost") == 0) {  // works without any resolver, which a device may not have
+  if (strcmp(host, "localhost") == 0) {  // a device may have no resolver
     SetAddress(INADDR_LOOPBACK, port);
     return true;
   }

@@ -27,8 +27,8 @@ class InetAddress2 {
   unsigned long GetIP() const;
   unsigned short GetPort() const;
 
-  // Parses a dotted quad up to ":" or the end of the text. Returns 0 and sets *error (may be null) if it is
-  // not one.
+  // Parses a dotted quad up to ":" or the end of the text. If it is not one, *error (may be null) is true and
+  // the result is 0.
   static unsigned long StringToIP(const char* text, bool* error);
 
   // Whether text has no port, or one from 1 to 65535 with nothing after it. Stricter than SetAddressString(),

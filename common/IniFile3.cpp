@@ -56,13 +56,13 @@ void IniFile3::ClearSections() {
 bool IniFile3::StorePath(const char* path) {
   const size_t length = strlen(path);
   if (length >= kPathSize) return false;
-  memmove(m_path, path, length + 1);  // may be the stored path itself
+  memmove(m_path, path, length + 1);  // path may be m_path
   return true;
 }
 
 namespace {
 
-// Finds the value of a key in one section, or the end of the list, where it belongs.
+// Returns the link to the key's node, or the link at the end of the list, where a new one belongs.
 IniFile3::ValNode** FindLink(IniFile3::SectNode* section, const char* key) {
   IniFile3::ValNode** link = &section->m_values.m_next;
   while (*link != nullptr && !IsSameName((*link)->m_key.Str(), key)) link = &(*link)->m_next;
@@ -84,7 +84,7 @@ char* SkipBlanks(char* text) {
   return text;
 }
 
-// Cuts the name out of "[name]". Null: no header.
+// Extracts the name from "[name]" in place. Null: not a header.
 const char* ParseHeader(char* text) {
   char* end = strchr(text, ']');
   if (end == nullptr) return nullptr;
@@ -92,13 +92,12 @@ const char* ParseHeader(char* text) {
   return text + 1;
 }
 
-// Takes the escapes out of a value, in place, up to the stop character or else the end of the line. False:
-// the line ended first.
+// Unescapes a value in place, up to the stop character or the end of the line. False: the line ended first.
 bool Unescape(char* text, char stop) {
   char* out = text;
   const char* in = text;
   for (; *in != stop && *in != '\n' && *in != '\0'; ++in) {
-    if (*in == '\\' && in[1] != '\0') ++in;  // a line feed too becomes part of the value
+    if (*in == '\\' && in[1] != '\0') ++in;  // an escaped line feed is part of the value
     *out++ = *in;
   }
   const bool isStopped = *in == stop;
@@ -106,7 +105,7 @@ bool Unescape(char* text, char stop) {
   return isStopped;
 }
 
-// Splits "key=value" in place. Null: the line has no "=" or lacks its closing quote; else the value.
+// Splits "key=value" in place and returns the value. Null: no "=", or no closing quote.
 const char* ParsePair(char* text) {
   char* equals = strchr(text, '=');
   if (equals == nullptr) return nullptr;
@@ -120,7 +119,7 @@ const char* ParsePair(char* text) {
 }  // namespace
 
 int IniFile3::Load(const char* path) {
-  const bool isStored = path != nullptr && StorePath(path);  // first: the path may be one of our values
+  const bool isStored = path != nullptr && StorePath(path);  // before ClearSections(): may be our own value
   ClearSections();
   if (!isStored) m_path[0] = '\0';
   const int fd = open(m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -140,7 +139,7 @@ bool IniFile3::ReadFrom(int fd) {
   }
   SectNode* section = nullptr;
   char line[kLineSize];
-  // Not beyond its present length: a file that grows as fast as it is read would have no end.
+  // Not beyond the initial size: a file that grows as fast as it is read would never end.
   while (ftello(file) < status.st_size && fgets(line, sizeof line, file) != nullptr) {
     char* text = SkipBlanks(line);
     if (*text == '#') continue;
@@ -159,7 +158,7 @@ bool IniFile3::ReadFrom(int fd) {
 
 namespace {
 
-// Quotes only what has a space; other values that would need quotes are not known to the format.
+// Quotes only values with a space; the format is fixed.
 void WriteValue(FILE* file, const char* value) {
   const bool isQuoted = strchr(value, ' ') != nullptr;
   if (isQuoted) fputc('"', file);
@@ -184,9 +183,9 @@ void WriteSections(FILE* file, const IniFile3::SectNode* first) {
   for (; first != nullptr; first = first->m_next) WriteSection(file, first);
 }
 
-// Opens a pipe or device without waiting for anything, now or when it is written to. Null: not writable.
+// Opens a pipe or device so that neither this nor a write blocks. Null: not writable.
 FILE* OpenSpecial(const char* path, mode_t mode) {
-  // Opened for reading too, a pipe needs no reader, see fifo(7).
+  // With O_RDWR a pipe needs no reader, see fifo(7).
   const int access = S_ISFIFO(mode) ? O_RDWR : O_WRONLY;
   const int fd = open(path, access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   FILE* file = fd >= 0 ? fdopen(fd, "w") : nullptr;
@@ -203,7 +202,7 @@ int IniFile3::Save(const char* path) {
     FILE* special = OpenSpecial(m_path, status.st_mode);
     if (special == nullptr) return 0;
     WriteSections(special, m_sections.m_next);
-    fclose(special);  // what found no room is lost
+    fclose(special);  // data that does not fit is lost
     return 1;
   }
   char target[PATH_MAX];
@@ -256,7 +255,7 @@ void IniFile3::SetInt(const char* section, const char* key, int value) {
 
 void IniFile3::SetDouble(const char* section, const char* key, double value) {
   constexpr double kSmallest = 1e-9;
-  char text[DBL_MAX_10_EXP + 16];  // the largest double has 309 digits before the point
+  char text[DBL_MAX_10_EXP + 16];  // sign, digits of the largest double, point, six decimals, NUL
   snprintf(text, sizeof text, "%lf", fabs(value) < kSmallest ? 0.0 : value);
   SetString(section, key, text);
 }
@@ -307,7 +306,7 @@ IniFile3::SectNode* IniFile3::AddSectNode(const char* section) {
   SectNode** link = &m_sections.m_next;
   while (*link != nullptr && !IsSameName((*link)->m_name.Str(), name)) link = &(*link)->m_next;
   if (*link != nullptr) return *link;
-  // Keys without a section have no header, so in the file their only place is before all others.
+  // Keys without a section have no header, so they must come first in the file.
   if (name == nullptr) link = &m_sections.m_next;
   auto* node = new SectNode;
   node->m_name = name;

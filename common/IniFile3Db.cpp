@@ -1,5 +1,5 @@
-// Configuration layer: the values in decibel of IniFile3. Apart from the rest, because they alone need libm,
-// which a program without them then does not load.
+// Configuration layer: the decibel functions of IniFile3. In their own file, so that only programs that use
+// them need libm.
 #include <math.h>
 #include <stdlib.h>
 

@@ -16,14 +16,14 @@ using Velk::TextOps;
 
 namespace {
 
-// LogDebugEnd fills it. Log keeps one character less, which programs that read its lines count on.
+// LogDebugEnd() uses all of it, Log() one byte less: programs that read the lines rely on both.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
-// What a queue logs about its sending (at Trace, each datagram) must not be sent in turn: it would never end,
-// and the mutex is held.
+// True while this thread sends to the remote peer. What the queue logs then (at Trace, a line for each
+// datagram) must not be sent: that would never end, and the mutex is held.
 thread_local bool t_sendsRemote = false;
 
-// Only errors are in capitals, so that a reader's eye and a plain grep find them.
+// Only errors are in capitals, so that people and grep(1) find them.
 const char* LevelWord(ELogMessageType type) {
   switch (static_cast<int>(type)) {
     case Trace:
@@ -39,7 +39,7 @@ const char* LevelWord(ELogMessageType type) {
   }
 }
 
-// Only the backslash separates: the names come from build machines that write paths so.
+// Only backslashes separate: the names come from build machines that use them in paths.
 const char* AfterLastBackslash(const char* file) {
   const char* last = strrchr(file, '\\');
   return last != nullptr ? last + 1 : file;
@@ -109,8 +109,8 @@ void LogPrinter::SendRemote(ELogMessageType type, const char* module, const char
 }
 
 void LogPrinter::SetLogToGDQUdp(Velk::GDQUdpBase* queue) {
-  // Always through the singleton, whichever printer is switched: its console is where people look. The queue
-  // is attached afterwards, so a peer does not hear about itself.
+  // Always logged by Instance(), since people watch its console. The queue is set afterwards, so the notice
+  // is not sent to the peer.
   LogPrinter::Instance()->Log(Info, nullptr, "UDP remote logging enabled\n");
   const Velk::ScopedLock lock(m_mutex);
   m_remoteQueue = queue;
@@ -141,7 +141,7 @@ void LogPrinter::LogDebugBegin(const char* file, unsigned int line) {
 
 void LogPrinter::LogDebugEnd(const char* format, ...) {
   char message[kBufferSize];
-  // The constant was once a thread number; programs that read these lines still split them there.
+  // UINT_MAX fills the field of a thread number, which programs that read these lines expect.
   int length = snprintf(message, sizeof message, "%s(%u): %u: ", m_debugFile, m_debugLine, UINT_MAX);
   if (length >= static_cast<int>(sizeof message)) length = static_cast<int>(sizeof message) - 1;
   va_list args;

@@ -43,18 +43,18 @@ PeerTable::Peer::Peer(const InetAddress2& address, uint32_t number)
       port(address.GetPort()),
       place(PlaceOf(KeyOf(address), number)) {}
 
-// Recursion is bounded: the tree has at most 33 levels, see FindLink.
+// The recursion is bounded: the tree has at most 33 levels, see FindLink().
 void PeerTable::Free(Peer* peer) {
   if (peer == nullptr) return;
   for (const Link& branch : peer->branch) Free(branch);
   delete peer;
 }
 
-// Where the tree has, or would have, the record with this key. Each step down follows one bit of the key,
-// scrambled one to one so that neighbours part early: after 32 steps any two keys have parted, even if an
-// attacker chose them.
+// Returns the link to the record with this key, or the null link where it belongs. Each level tests one bit
+// of the key, scrambled so that similar keys separate early. After 32 levels any two keys have separated,
+// even if an attacker chose them.
 PeerTable::Link* PeerTable::FindLink(uint32_t key) {
-  constexpr uint32_t kScramble = 0x9E3779B1;  // odd, so that no two keys become one
+  constexpr uint32_t kScramble = 0x9E3779B1;  // odd, so that different keys stay different
   uint32_t path = key * kScramble;
   Link* link = &m_root;
   for (;;) {

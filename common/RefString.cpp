@@ -8,16 +8,16 @@
 
 namespace Velk {
 
-// Never written: strings of all threads point at it.
+// Shared by all threads, so never written.
 RefString::EmptyData RefString::s_emptyData = {{1, 0, 0, 0}, {0}};
 
 RefString::RefStringData* RefString::RefStringData::CreateInstance(unsigned long len, unsigned long growBy) {
-  // Blocks without room are neither counted nor freed, so one serves for all.
+  // All strings without capacity share one block, which is neither counted nor freed.
   if (len == 0 && growBy == 0) return &s_emptyData.m_header;
   TextOps::CheckLength(len);
   TextOps::CheckLength(growBy);
   unsigned long size = len + 1;
-  // A whole step more for a size that is a multiple already, so that there is room to append.
+  // A multiple of growBy gets another step, so that there is room to append.
   if (growBy != 0) size = (size / growBy + 1) * growBy;
   TextOps::CheckLength(size);
   RefStringData* data = reinterpret_cast<RefStringData*>(new char[sizeof(RefStringData) + size]);
@@ -77,7 +77,7 @@ void RefString::Empty() {
 }
 
 char* RefString::GetBuffer(unsigned long n) {
-  // The length decides, not the capacity: a caller that asks for more than the text always gets a new block.
+  // Compares with the length, not the capacity: asking for more than the text always takes a new block.
   if (!IsUnshared() || Length() < n) MoveTo(Data()->Clone(n));
   return m_text;
 }
@@ -127,19 +127,19 @@ RefString::operator unsigned long() const {
   uint32_t hash = 0;
   for (unsigned i = 0; i < Length(); ++i) {
     const uint32_t mixed = (hash >> 24) ^ static_cast<unsigned char>(m_text[i]);
-    // The sign of the mixed byte fills the upper bits; hashes that others hold were made this way.
+    // Sign-extends the mixed byte: existing hashes were made that way.
     const uint32_t extended = (mixed ^ 0x80) - 0x80;
     hash = (hash << 8) | extended;
   }
   return hash;
 }
 
-// Acquire: the last holder must not write before the others have read.
+// Acquire: the last owner must not write before the others have finished reading.
 bool RefString::IsUnshared() const {
   return __atomic_load_n(&Data()->m_refCount, __ATOMIC_ACQUIRE) < 2;
 }
 
-// Lets go of the present block and takes over the caller's reference to another.
+// Releases the current block and takes over the caller's reference to another.
 void RefString::MoveTo(char* text) {
   Data()->RelRef();
   m_text = text;
@@ -149,7 +149,7 @@ void RefString::MakePrivate() {
   if (!IsUnshared()) MoveTo(Data()->Clone(0));
 }
 
-// s may lie within this string's text, so the old block lives until the bytes are copied.
+// s may point into this string's text, so the old block is kept until the bytes are copied.
 void RefString::AppendBytes(const char* s, unsigned n) {
   if (n == 0) return;
   const unsigned length = Length();

@@ -34,7 +34,7 @@ class RefString : public StringOps<RefString> {
   RefString() : StringOps(s_emptyData.m_text) {}
   // An empty string with room for len characters.
   RefString(unsigned long len, unsigned long growBy);
-  // Copy the text; n is its length. A null s gives an empty string with room for n.
+  // Copy the text; n is its length, and 0 gives an empty string. A null s gives an empty one with room for n.
   RefString(const char* s);
   RefString(const char* s, unsigned n);
   // Shares the text.

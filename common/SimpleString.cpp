@@ -19,7 +19,7 @@ int UpperByte(char c) {
 
 }  // namespace
 
-// Never freed; its length and text never change, its growth step is the last copied string's.
+// Never freed. Length and text never change; the growth step is that of the string copied last.
 SimpleString::StringData SimpleString::m_empty = {0, 0, 0, {0}};
 
 SimpleString::StringData* SimpleString::StringData::Create(unsigned capacity) {
@@ -57,8 +57,8 @@ SimpleString::SimpleString(unsigned capacity, unsigned growBy) : StringOps(nullp
 }
 
 SimpleString::SimpleString(const SimpleString& other) : StringOps(m_empty.m_text) {
-  // The step is passed on in the shared block, from which the first growth takes it. Another thread may
-  // change it in between; any step will do.
+  // Passes the step through the shared block; the first growth reads it there. Another thread may change it
+  // in between, but any step will do.
   const uint32_t growBy = __atomic_load_n(&other.Data()->m_growBy, __ATOMIC_RELAXED);
   __atomic_store_n(&m_empty.m_growBy, growBy, __ATOMIC_RELAXED);
   Append(other);
@@ -77,8 +77,8 @@ void SimpleString::SetGrowBy(unsigned n) {
     Data()->m_growBy = n;
     return;
   }
-  // The block before is not freed: pointers that callers got from the string stay valid. So each such call on
-  // an empty string that has a block of its own loses that.
+  // Does not free the old block, so that pointers into it stay valid. An empty string with its own block
+  // leaks that.
   TakeBlock(0, n);
 }
 
@@ -92,7 +92,7 @@ SimpleString& SimpleString::Append(char c) {
 }
 
 SimpleString& SimpleString::Append2(char c, unsigned n) {
-  // A hint of 0 would leave no room for c itself.
+  // n 0 would leave no room for c.
   if (Length() >= Capacity()) Release(Grow(n != 0 ? n : 1));
   return Append(c);
 }
@@ -149,7 +149,7 @@ bool SimpleString::operator<(const SimpleString& s) const {
   return strcmp(m_text, s.m_text) < 0;
 }
 
-// Names of calls and arguments are told by their first letters: a prefix must count as equal.
+// A prefix counts as equal: callers abbreviate names of calls and arguments.
 int SimpleString::cmpni(const char* a, const char* b) {
   if (a == b) return 0;
   if (a == nullptr) return -1;
@@ -165,20 +165,21 @@ void SimpleString::Release(StringData* data) {
   if (data != &m_empty) StringData::Destroy(data);
 }
 
-// Points at a new block without text; the one before is not freed.
+// Switches to a new empty block without freeing the old one.
 void SimpleString::TakeBlock(unsigned capacity, unsigned growBy) {
   StringData* data = StringData::Create(capacity);
   data->m_growBy = growBy;
   m_text = data->m_text;
 }
 
-// Moves the text to a new block, larger by shortfall rounded up to whole growth steps, and returns the old
-// block, which the caller releases once it needs no byte of it any more.
+// Moves the text to a new block, larger by shortfall rounded up to whole growth steps. Returns the old block,
+// which the caller must release.
 SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
   StringData* old = Data();
   const uint32_t growBy = __atomic_load_n(&old->m_growBy, __ATOMIC_RELAXED);
   const uint32_t step = growBy != 0 ? growBy : kDefaultGrowBy;
-  // A shortfall of 0 wraps round to a block of the same capacity; GetBuffer() and Format() rely on it.
+  // A shortfall of 0 wraps around and gives a block of the same capacity; GetBuffer() and Format() rely on
+  // it.
   const uint32_t extra = step * ((shortfall - 1) / step + 1);
   const uint32_t capacity = old->m_capacity + extra;
   const bool wrapped = extra < shortfall || capacity < extra;
@@ -190,7 +191,7 @@ SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
   return old;
 }
 
-// s may lie within this string's text.
+// s may point into this string's text.
 void SimpleString::AppendBytes(const char* s, unsigned n) {
   const unsigned length = Length();
   const unsigned room = Capacity() - length;

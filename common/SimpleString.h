@@ -29,7 +29,7 @@ class SimpleString : public StringOps<SimpleString> {
   static constexpr unsigned kDefaultGrowBy = 32;
 
   SimpleString();
-  // Copy the text; n is its length.
+  // Copy the text; n is its length, and 0 gives an empty string.
   SimpleString(const char* s);
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.

@@ -7,9 +7,9 @@
 namespace Velk {
 namespace {
 
-thread_local long t_id = 0;  // 0: not asked yet
+thread_local long t_id = 0;  // 0: not known yet
 
-// The only thread of a forked child carries its parent's cache.
+// A forked child inherits the cached id of its parent's thread.
 void ForgetId() {
   t_id = 0;
 }
@@ -17,7 +17,7 @@ void ForgetId() {
 long AskKernel() {
   static const int registered = pthread_atfork(nullptr, nullptr, ForgetId);
   const long id = syscall(SYS_gettid);
-  if (registered == 0) t_id = id;  // without the handler a cached id would outlive a fork
+  if (registered == 0) t_id = id;  // without the handler a child would keep its parent's id
   return id;
 }
 

@@ -14,14 +14,14 @@ struct SecondText {
 
 thread_local SecondText t_cache;
 
-// By hand: snprintf(3) for the milliseconds alone takes 48 % more instructions a line, which has two stamps.
+// snprintf(3) for the milliseconds alone would take 48 % more instructions a line, which has two stamps.
 void PutTwoDigits(char* at, int value) {
   at[0] = static_cast<char>('0' + value / 10 % 10);
   at[1] = static_cast<char>('0' + value % 10);
 }
 
 void Refresh(SecondText& cache, time_t second) {
-  // localtime_r alone would keep the first zone it saw for the life of the process.
+  // localtime_r(3) alone would never notice a changed time zone.
   tzset();
   tm local{};
   if (localtime_r(&second, &local) == nullptr) local = tm{};

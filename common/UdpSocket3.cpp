@@ -20,12 +20,12 @@ bool UdpSocket3::Open() {
 
 void UdpSocket3::Close() {
   if (m_socket < 0) return;
-  close(m_socket);  // the descriptor is gone whatever close says
+  close(m_socket);  // frees the descriptor even if it fails
   m_socket = -1;
 }
 
 bool UdpSocket3::Bind(unsigned short port, unsigned long ip) {
-  // 224.0.0.0 itself passes: only the addresses above it are known to be no interface of this machine.
+  // Multicast addresses are no interface of this machine. 224.0.0.0 itself is let through.
   constexpr unsigned long kHighestBindable = 0xE0000000;
   if (m_socket < 0 || ip > kHighestBindable) return false;
   InetAddress2 address(static_cast<long>(ip), port);
@@ -42,7 +42,7 @@ bool SetOption(int socket, int level, int option, const T& value) {
 }  // namespace
 
 bool UdpSocket3::BindAddress(InetAddress2& addr) {
-  // A restarted child gets its port at once, even while the one before it is still being torn down.
+  // Lets a restarted child bind while the previous child's socket still exists.
   if (!SetOption(m_socket, SOL_SOCKET, SO_REUSEADDR, 1)) return false;
   return bind(m_socket, reinterpret_cast<const sockaddr*>(&addr.Native()), sizeof(sockaddr_in)) == 0;
 }
@@ -54,8 +54,8 @@ unsigned long UdpSocket3::Inode() const {
 
 namespace {
 
-// One line of /proc/net/udp: "number: address:port remote:port state queues timer retransmits user timeout
-// inode".
+// Parses a line of /proc/net/udp: "number: address:port remote:port state queues timer retransmits user
+// timeout inode".
 bool IsHolder(char* line, unsigned short port, unsigned long ours) {
   constexpr int kInode = 9;
   char* rest = nullptr;
@@ -65,7 +65,7 @@ bool IsHolder(char* line, unsigned short port, unsigned long ours) {
     if (i == 1) local = field;
   }
   if (field == nullptr) return false;
-  const char* const colon = local + strspn(local, "0");  // every address is all zeros
+  const char* const colon = local + strspn(local, "0");  // all zeros: any address
   return *colon == ':' && strtoul(colon + 1, nullptr, 16) == port && strtoul(field, nullptr, 10) != ours;
 }
 
@@ -82,7 +82,7 @@ bool HasHolder(const char* table, unsigned short port, unsigned long ours) {
 }  // namespace
 
 bool UdpSocket3::IsHeldByOthers(unsigned short port, unsigned long ours) {
-  // Not /proc/net, which is missing where proc(5) is mounted with subset=pid, as systemd can.
+  // /proc/net is missing if proc(5) is mounted with subset=pid, as systemd can do.
   return HasHolder("/proc/self/net/udp", port, ours) || HasHolder("/proc/self/net/udp6", port, ours);
 }
 
@@ -105,7 +105,7 @@ int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
 int UdpSocket3::ReadMany(mmsghdr* headers, unsigned count) {
   const int received = recvmmsg(m_socket, headers, count, MSG_WAITFORONE, nullptr);
   if (received >= 0) return received;
-  // Perhaps a filter of system calls that knows recvfrom only, with whatever errno; if not, this fails too.
+  // A system call filter may allow only recvfrom(2), and set any errno. For other errors this fails too.
   msghdr& first = headers->msg_hdr;
   const ssize_t length = recvfrom(m_socket, first.msg_iov->iov_base, first.msg_iov->iov_len, 0,
                                   static_cast<sockaddr*>(first.msg_name), &first.msg_namelen);
@@ -132,7 +132,7 @@ int UdpSocket3::Send(const void* buf, long len, const InetAddress2* to, int flag
 namespace {
 
 int WaitFor(int socket, bool forRead, unsigned long ms) {
-  // An fd_set has no room for higher descriptors; FD_SET would write past its end.
+  // FD_SET would write past the end of the fd_set.
   if (socket < 0 || socket >= FD_SETSIZE) {
     errno = EBADF;
     return -1;
