@@ -19,8 +19,7 @@ void ErrReporter::OnParseError(Velk::IGenericDispatchTarget* target, const char*
   if (m_ackedCalls != nullptr) m_ackedCalls->OnParseError(target, name, args);
 }
 
-// Trace although the text says ERROR: unknown and rejected calls of peers must not fill the log, unless it
-// was started with "debug".
+// Trace, although the text says ERROR: otherwise peers could fill the log with unknown or rejected calls.
 void ErrReporter::OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) {
   LogPrinter::Instance()->Log(Trace, nullptr, "ERROR: OnDispatchError(%s,%s) -> 0x%x\n", name, args,
                               Address(target));

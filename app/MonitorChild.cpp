@@ -26,7 +26,7 @@ void FollowSupervisor(pid_t supervisor) {
 volatile bool* s_hasServed = nullptr;
 
 // A child that cannot serve (port taken, no memory for a thread, system call filtered) ends at once, and
-// would be restarted thousands of times a second. A child that was killed is restarted without a pause.
+// would be restarted a thousand times a second. A child that was killed is restarted without a pause.
 bool HasEndedByItself(int status) {
   if (WIFEXITED(status)) return true;
   const int signals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};

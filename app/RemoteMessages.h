@@ -1,4 +1,4 @@
-// Application layer: what a peer's calls do.
+// Application layer: the handlers of peers' calls.
 #pragma once
 
 #include "common/GDO.h"

@@ -246,7 +246,7 @@ void GDQUdpClient::OnSilence() {
   if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kMostSilentConnects != 0)) return;
   if (silences >= kUnansweredSilences) m_state = State::Unanswered;
   if (++m_forcedJoins % 2 == 0) {
-    // Another peer with the same endpoint may keep replacing our cookie: try another port.
+    // Another peer may share our record in the service and keep replacing our cookie: try another port.
     m_socket.SendConnect();
     m_socket.Close();
     m_socket.ChangePort();

@@ -14,13 +14,13 @@ namespace Velk {
 // A call is sent as "WithAck CLIENT NUMBER call". The service runs the numbers in order and answers each
 // datagram with "Ack CLIENT LAST ASKED REFUSED": all numbers up to LAST were run. A retransmitted call is not
 // run twice by the same process, and a call after a gap is not run. A restarted service does not know CLIENT;
-// unacknowledged calls are then sent again under a new name.
+// unacknowledged calls are then retransmitted under a new name.
 class SendWindow {
  public:
   static constexpr unsigned kNameLength = 12;
   static constexpr unsigned kMaxNumber = 18;                                  // digits
   static constexpr unsigned kMaxHead = 8 + kNameLength + 1 + kMaxNumber + 1;  // "WithAck NAME NUMBER "
-  static constexpr unsigned kMostUnanswered = 64;  // datagrams that fit a default receive buffer
+  static constexpr unsigned kMostUnanswered = 64;  // datagrams of any size that fit a default receive buffer
   static constexpr uint64_t kNever = UINT64_MAX;
 
   // Makes room for this many calls, see HeldLines. seed: random bits for the client names. False: out of
@@ -66,7 +66,7 @@ class SendWindow {
   // makes the unacknowledged calls due again and doubles the timeout, up to one second.
   uint64_t DueUs() const;
   void OnSilence(uint64_t nowUs);
-  unsigned Silences() const { return m_silences; }  // since a call was acknowledged
+  unsigned Silences() const { return m_silences; }  // timeouts since a call was acknowledged
   // Adapts the timeout to a measured round trip, of a call or of the handshake.
   void LearnAnswerTime(uint64_t tripUs);
 

@@ -1,4 +1,4 @@
-// Foundation layer: files that are replaced as a whole or stay as they were.
+// Foundation layer: replaces files atomically.
 #pragma once
 
 #include <stdio.h>

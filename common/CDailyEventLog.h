@@ -49,7 +49,7 @@ class CDailyEventLog {
   // warning about it does not count.
   void LimitSpaceUsedBytes(unsigned long bytes) { m_spaceLimit = bytes; }
 
-  // Does nothing, whatever daysToKeep is.
+  // Does nothing; daysToKeep has no effect.
   void DeleteOldLogs(long) {}
 
   // The directory with a "/" at its end; null before Open.
@@ -65,7 +65,7 @@ class CDailyEventLog {
 
   // Returns a copy, to be freed with delete[]; null for null.
   static char* Strdup(const char* text);
-  // Replaces what target owns with a copy of text.
+  // Frees target and sets it to a copy of text.
   static void StrAlloc(char*& target, const char* text);
 
  protected:

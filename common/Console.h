@@ -9,9 +9,9 @@ namespace Velk {
 // call. A line is lost on a permanent error (closed, device full, reader gone). SIGPIPE must be ignored.
 class Console {
  public:
-  // Writes a line, given in pieces, after flushing stdout. Lines of threads do not mix; those of several
-  // processes do not up to PIPE_BUF bytes. Blocks while a pipe or terminal is full. On a thread that never
-  // waits, drops the line instead; a warning with the number of dropped lines precedes the next line written.
+  // Writes a line, given in pieces, after flushing stdout. Lines of threads never mix; lines of processes
+  // do not mix up to PIPE_BUF bytes. Blocks while a pipe or terminal is full. On a thread that never waits,
+  // drops the line instead; a warning with the number of dropped lines precedes the next line written.
   static void WriteLine(const iovec* pieces, int count);
 
   // Makes WriteLine() on this thread, and in children it forks, neither block nor flush stdout. A child

@@ -49,7 +49,7 @@ const char* MakeHeader(char (&buffer)[kMaxHeader + 1], const char* module, const
 }
 
 // Facility local0 and the severity as "<n>" (RFC 3164, 4.1.1). Trace is sent as an error: many servers drop
-// lower severities, and someone has asked for the trace lines.
+// lower severities, and trace lines only exist if someone enabled them.
 const char* Priority(const char* typeWord) {
   switch (typeWord[0]) {
     case 'I':
@@ -293,8 +293,8 @@ void DailyLog2::EmptySlot(unsigned slot) {
   }
 }
 
-// Out of memory must not end the process here, as in other allocations: the supervisor logs here too, and
-// nothing restarts it.
+// Unlike other allocations, this one must not end the process when out of memory: the supervisor logs here
+// too, and nothing restarts it.
 DailyLog2::MessageChunk* DailyLog2::GetMessageChunk() {
   MessageChunk* const spare = m_free.PopFront();
   return spare != nullptr ? spare : new (std::nothrow_t{}) MessageChunk;
@@ -320,7 +320,7 @@ void DailyLog2::SyncLog() {
   LogPrinter::Instance()->Log(Error, nullptr, "Cannot write %s: %s\n", m_syncPath.Str(), why);
 }
 
-// False with errno. Must not wait for the disk: all other threads that log block meanwhile, also the receive
+// False with errno. Must not wait for the disk: it blocks all other threads that log, including the receive
 // thread.
 bool DailyLog2::WriteSyncFile() {
   const ScopedLock lock(m_mutex);

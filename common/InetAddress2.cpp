@@ -93,7 +93,7 @@ bool HasMemoryForLookUp() {
 int InetAddress2::LookUp(const char* host, in_addr* address) const {
   addrinfo hints{};
   hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_STREAM;  // one result per address is enough
+  hints.ai_socktype = SOCK_STREAM;  // otherwise there is a result per socket type
   addrinfo* results = nullptr;
   const int code = HasMemoryForLookUp() ? getaddrinfo(host, nullptr, &hints, &results) : EAI_MEMORY;
   if (code != 0) return code;

@@ -16,7 +16,7 @@ using Velk::TextOps;
 
 namespace {
 
-// LogDebugEnd() uses all of it, Log() one byte less: programs that read the lines rely on both.
+// LogDebugEnd() fills it. Log() uses one byte less, which programs that read its lines rely on.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
 // True while this thread sends to the remote peer. What the queue logs then (at Trace, a line for each

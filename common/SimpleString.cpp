@@ -149,7 +149,7 @@ bool SimpleString::operator<(const SimpleString& s) const {
   return strcmp(m_text, s.m_text) < 0;
 }
 
-// A prefix counts as equal: callers abbreviate names of calls and arguments.
+// A prefix counts as equal: names of calls and arguments are recognised by their first letters.
 int SimpleString::cmpni(const char* a, const char* b) {
   if (a == b) return 0;
   if (a == nullptr) return -1;
