@@ -1,4 +1,4 @@
-// Application layer: a server that slows down when the worker thread falls behind.
+// Application layer: a server that slows down when the worker thread is late.
 #pragma once
 
 #include "common/GDQ.h"
