@@ -34,9 +34,8 @@ namespace Velk {
 //
 // Any thread may call any operation except Open() and Close(), which no other call may overlap. A forked
 // child must open its own client: with its parent's, operations fail with EPERM, and Close() only frees
-// memory and descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors
-// without knowing them, the files that get their numbers are not touched, and new descriptors are opened;
-// Descriptor() changes then.
+// memory and descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors, the
+// files that reuse their numbers are not touched, new descriptors are opened, and Descriptor() changes.
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text in bytes
@@ -54,7 +53,7 @@ class GDQUdpClient final : public GDQUdpBase {
 
   enum class State {
     NotJoined,  // no nonce received
-    Joined,     // nonce received, and no sign that the service does not run our calls
+    Joined,     // nonce received, and no acknowledgement overdue for long
     // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
     // service does not know "WithAck". If none arrives within about 4 s of Open(), a reliable client sends
     // each call once, without "WithAck", until there is an answer.
@@ -73,8 +72,9 @@ class GDQUdpClient final : public GDQUdpBase {
   ~GDQUdpClient() override;
 
   // Starts to join the service at "host" or "host:port" and returns at once, even if the service is down.
-  // Copies both texts. A host name is resolved here only, which may block. False with errno: EINVAL port not
-  // a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or why a descriptor could not be created.
+  // Copies both texts. Resolves a host name only here, which may block. False with errno: EINVAL the port is
+  // not a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or why a descriptor could not be
+  // created.
   bool Open(const char* server, const char* password, const Options& options) NO_THREAD_SAFETY_ANALYSIS;
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 
