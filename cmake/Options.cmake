@@ -26,6 +26,8 @@ if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL 
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
   # On 32-bit machines it warns of the allocation size that GCC itself requests if an array's size overflows.
   add_link_options(-Wno-alloc-size-larger-than)
+  # For programs that are not optimised across files but link our libraries: otherwise GCC warns.
+  add_link_options(-flto=auto)
 endif()
 
 add_library(velk_options INTERFACE)
