@@ -89,13 +89,13 @@ namespace {
 
 }  // namespace
 
-// glibc 2.36 aborts a program whose first look-up runs out of memory.
+// glibc 2.36 aborts a program whose first lookup runs out of memory.
 TEST(InetAddress2, DoesNotResolveWithoutMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer has its own allocator";
 #endif
   if (access("/etc/hosts", R_OK) != 0) GTEST_SKIP() << "there is no /etc/hosts to look up localhost in";
-  testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new process, as only its first look-up matters
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new process, as only its first lookup matters
   EXPECT_EXIT(LookUpInChildren(), testing::ExitedWithCode(0), "");
 }
 
