@@ -12,7 +12,7 @@ if(VELK_MUSL)
 else()
   set(VELK_MUSL_LIB /usr/lib/${CMAKE_SYSTEM_PROCESSOR}-linux-musl)
 endif()
-# musl has a wrapper for gcc only, so g++ gets the same options and add the paths of the C++ headers. They use
+# musl has a wrapper for gcc only. g++ gets the same options, and the paths of the C++ headers. Those use
 # __GLIBC_PREREQ, which only glibc defines.
 set(VELK_FOR_MUSL -specs=${VELK_MUSL_LIB}/musl-gcc.specs)
 set(CMAKE_C_COMPILER gcc ${VELK_FOR_MUSL})
