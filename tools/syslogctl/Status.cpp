@@ -109,8 +109,10 @@ void PrintMemory(pid_t child, pid_t supervisor) {
 
 // Whether the service has not read the configuration as it is now.
 bool IsConfigurationNew(const Process& supervisor) {
+  constexpr time_t kMostSeconds = 2;  // by which the start is known too early: the kernel keeps it in ticks
   struct stat status;
-  return supervisor.start != 0 && stat(Velk::kConfigPath, &status) == 0 && status.st_mtime > supervisor.start;
+  return supervisor.start != 0 && stat(Velk::kConfigPath, &status) == 0 &&
+         status.st_mtime > supervisor.start + kMostSeconds;
 }
 
 void PrintForwarding(const History* history, const Process& supervisor) {
