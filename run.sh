@@ -4,6 +4,10 @@
 set -eu
 cd "$(dirname "$0")"
 
+if grep -qs '^ *[0-9]*: [0-9A-F]*:2AF9 ' /proc/net/udp; then
+  echo "UDP port 11001 is in use, probably by another syslog. End that first." >&2
+  exit 1
+fi
 tools/install.sh g++ cmake ninja-build
 echo "Building into build/ (about half a minute the first time) ..."
 cmake --preset release -DVELK_BUILD_TESTS=OFF >/dev/null
