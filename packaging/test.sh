@@ -60,6 +60,10 @@ if [ "$(id -u)" -ne 0 ]; then
   echo "left out: the start scripts in a BusyBox root: needs root"
   exit 0
 fi
+if ! unshare --mount --net --pid --fork true; then
+  echo "left out: the start scripts in a BusyBox root: unshare is refused here"
+  exit 0
+fi
 root=$work/root
 mkdir -p "$root"/{bin,sbin,dev,etc/init.d,proc,tmp,usr/bin,usr/sbin,var/run}
 cp "$(command -v busybox)" "$root/bin/busybox"
