@@ -136,12 +136,12 @@ void PrintForwarding(const History* history, const Process& supervisor) {
 }
 
 void PrintRestarts(const History* history, bool hasHadChildren) {
-  const unsigned restarts = history != nullptr ? history->Restarts() : 0;
+  const bool isKnown = history != nullptr && history->IsWhole();
   printf("%-12s ", "restarts");
-  if (!hasHadChildren) {
+  if (!hasHadChildren || (isKnown && history->Restarts() == 0)) {
     printf("none\n");
-  } else if (history != nullptr && history->IsWhole()) {
-    printf("%u\n", restarts);
+  } else if (isKnown) {
+    printf("%u\n", history->Restarts());
   } else {
     printf("unknown: the log does not go back to the start\n");
   }
