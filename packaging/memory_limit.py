@@ -117,7 +117,7 @@ def main():
     if len(sys.argv) not in (2, 3):
         sys.exit(__doc__)
     if os.geteuid() != 0:
-        print("left out: the memory limit: needs root, to forge addresses")
+        print("left out: all tests of the memory limit: needs root, to forge addresses")
         return
     limit = int(sys.argv[2] if len(sys.argv) == 3 else 16) << 20
     try:
@@ -127,7 +127,7 @@ def main():
         tests = os.path.dirname(namespace.__file__)
         namespace.prepare({"syslog": sys.argv[1], "tests": tests})
     except namespace.Unavailable as reason:
-        print(f"left out: the memory limit: {reason}")
+        print(f"left out: all tests of the memory limit: {reason}")
         return
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
     import harness  # only now: it needs the service in its place
