@@ -26,8 +26,8 @@ class CDailyEventLog {
   CDailyEventLog& operator=(const CDailyEventLog&) = delete;
   virtual ~CDailyEventLog();
 
-  // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts as
-  // empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
+  // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts
+  // as empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
   // directory. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
   // rotated. False: the log is closed; if the path is too long or the directory empty, the previous names
   // stay.
