@@ -42,8 +42,8 @@ void AppData::SetVarChanged(const char* name, bool flag) {
 
 namespace {
 
-// Iterations over subscribers in progress, in all lists. A callback may unsubscribe itself and others. Their
-// nodes then only lose the callback and are freed later, since an iteration may be at them.
+// Number of iterations in progress, over any list. Unsubscribing during one only sets the node's callback to
+// null, since the iteration may be at that node. A later Unsubscribe() frees it.
 unsigned s_walks = 0;
 
 template <class T>

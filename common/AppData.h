@@ -45,17 +45,17 @@ class AppData {
   // Returns def if there is no such variable. The text is valid until the variable is set or a file is
   // loaded.
   const char* GetVar(const char* name, const char* def) const;
-  // Sets a variable, and flags it if the value changes; a missing one counts as empty. Calls no subscriber.
+  // Sets a variable, and its change flag if the value differs; unset counts as "". Calls no subscriber.
   void SetVar(const char* name, const char* value);
-  // Asks the variable's subscribers, oldest first, and sets it if all agree. False: one refused. Nothing is
-  // changed then, and later subscribers are not asked.
+  // Asks the variable's subscribers, oldest first, and sets it if all agree. False: one refused; later ones
+  // are not asked and nothing changes.
   bool OnVarChanged(const char* name, const char* value);
 
   bool IsVarChanged(const char* name) const { return m_changed.Get(name); }
   void SetVarChanged(const char* name, bool flag);
 
   // A callback that subscribes twice is called twice. Unsubscribing removes all entries with that callback,
-  // whatever their user.
+  // regardless of user.
   void SubscribeVarChanges(const char* name, VarCallback callback, void* user);
   void UnsubscribeVarChanges(const char* name, VarCallback callback);
   void SubscribeDlgChanges(const char* dialog, DlgCallback callback, void* user);
@@ -63,7 +63,7 @@ class AppData {
   void SubscribeAnyDlgChanges(DlgCallback callback, void* user);
   void UnsubscribeAnyDlgChanges(DlgCallback callback);
 
-  // Call the dialog's subscribers, then those of any dialog. The latter always get flag true.
+  // Call the dialog's subscribers, then the subscribers to any dialog, which always get flag true.
   void OnEnterDialog(const char* dialog);
   void OnExitDialog(const char* dialog, bool flag);
 

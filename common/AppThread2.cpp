@@ -7,7 +7,7 @@
 
 namespace {
 
-// Microseconds between polls for the other thread.
+// Microseconds between polls while Stop() and the ending thread wait for each other.
 constexpr useconds_t kPollInterval = 100;
 
 }  // namespace
@@ -30,7 +30,7 @@ bool AppThread2::StartThread() {
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  // The default is "ulimit -s", often 8 MiB: half of what a memory limit leaves the service.
+  // The default is "ulimit -s", often 8 MiB, which is half of the start scripts' memory limit.
   pthread_attr_setstacksize(&attributes, kStackSize);
   pthread_t thread;
   const bool created = pthread_create(&thread, &attributes, DriverFunction0, this) == 0;

@@ -3,12 +3,12 @@
 
 #include <atomic>
 
-// The owner calls Run() and Stop(), from one thread at a time. The thread is detached: only Stop(), or the
-// deletion of the object with autoDelete, shows that it has ended.
+// The owner calls Run() and Stop(), from one thread at a time. The thread is detached: only the return of
+// Stop(), or with autoDelete the deletion of the object, shows that it has ended.
 class AppThread2 {
  public:
   // The numbers are ignored; pass 0. name is copied and may be null. autoDelete: the object is on the heap,
-  // and the thread deletes it when Driver() has ended.
+  // and the thread deletes it after OnExit().
   AppThread2(int, int, const char* name, bool autoDelete);
   AppThread2(const AppThread2&) = delete;
   AppThread2& operator=(const AppThread2&) = delete;
@@ -31,7 +31,7 @@ class AppThread2 {
   // at once if the driver has ended by itself. Must not be called on the thread itself.
   void Stop();
 
-  // Thread entry for pthread_create(3); self is the object. Without Run(), IsRunning() is false.
+  // Thread entry for pthread_create(3); self is the object. If called without Run(), IsRunning() is false.
   static void* DriverFunction0(void* self);
 
  protected:

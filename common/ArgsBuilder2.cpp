@@ -48,7 +48,7 @@ ArgsBuilder2& ArgsBuilder2::operator<<(unsigned long long value) {
 
 ArgsBuilder2& ArgsBuilder2::operator<<(const char* text) {
   text = TextOps::OrEmpty(text);
-  // Unlike a number, a text that comes first gets no blank: peers compare the calls of LogPrinter.
+  // No blank if the text comes first, unlike a number: peers may compare calls byte by byte.
   m_args.Append(m_args.IsEmpty() ? "`" : " `");
   while (*text != '\0') {
     const auto plain = static_cast<unsigned>(strcspn(text, "~`"));

@@ -7,8 +7,8 @@ namespace Velk {
 
 class IGenericDispatchObjBase;
 
-// Returned by a dispatch object's operator<<, as a temporary of the caller. The operators below append one
-// argument each; ArgsParser reads the result. One thread at a time.
+// Returned by value from a dispatch object's operator<<. The operators below append one argument each;
+// ArgsParser reads the result. One thread at a time.
 class ArgsBuilder2 {
  public:
   // target must outlive the builder. A null name counts as empty.

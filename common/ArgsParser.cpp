@@ -59,13 +59,13 @@ ArgsParser::~ArgsParser() {
   delete[] m_buffer;
 }
 
-// All copied arguments with their NULs fit the size of the text with its NUL: each argument is followed by
-// white space or the end, or loses its quotes.
+// strlen(text) + 1 bytes hold all arguments, each with a NUL: each argument is followed by white space or the
+// end, or loses its quotes.
 void ArgsParser::MakeRoomFor(const char* text) {
   const size_t needed = strlen(text) + 1;
   if (needed <= m_capacity) return;
-  // m_capacity stays the minimum size. Each longer text gets a buffer of its own size, so the memory of a
-  // very long one is freed by the next long one.
+  // m_capacity does not grow: each longer text gets a new buffer of its own size, so that the next one frees
+  // the memory of a very long one.
   delete[] m_buffer;
   m_buffer = new char[(needed + m_granule - 1) / m_granule * m_granule];
   // Values that this parse does not fill must not point into the old buffer.
@@ -88,8 +88,8 @@ size_t PlainLength(const char* text, char quote) {
   return tilde != nullptr ? static_cast<size_t>(static_cast<const char*>(tilde) - text) : length;
 }
 
-// Both copy one argument and a NUL, and move text and out past what they read and wrote. False: the closing
-// quote is missing.
+// This and the next function copy one argument and a NUL, and advance text and out. False: the closing quote
+// is missing.
 bool CopyQuoted(const char*& text, char*& out) {
   const char quote = *text++;
   const size_t plain = PlainLength(text, quote);

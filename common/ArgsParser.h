@@ -6,8 +6,8 @@
 namespace Velk {
 
 // Argument text: arguments separated by white space (isspace(3)). One that begins with ' ` or " ends at the
-// next such character, and a tilde in it makes the next character literal; the next argument may follow
-// at once. In any other argument no character is special.
+// next occurrence of the same character, where the next argument may follow at once; a tilde in it makes the
+// next character literal. In any other argument no character is special.
 //
 // One thread at a time. Keeps its buffers: parsing a text of up to 255 characters allocates nothing.
 class ArgsParser {
@@ -39,7 +39,7 @@ class ArgsParser {
   ArgsParser& operator=(const ArgsParser&) = delete;
   virtual ~ArgsParser();
 
-  // Parses text; null has no arguments. Invalidates the texts of the previous parse. False: more than maxArgs
+  // Parses text; null counts as empty. Invalidates the texts of the previous parse. False: more than maxArgs
   // arguments, a missing closing quote, or a tilde at the end of a quoted text. The arguments before the
   // error stay available.
   bool ParseArgs(const char* text);

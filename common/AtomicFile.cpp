@@ -12,10 +12,10 @@
 namespace Velk {
 namespace {
 
-// mkostemp(3) replaces the X. RemoveLeftovers() deletes files with such a name, so it must not be one that a
+// mkostemp(3) replaces each X. RemoveLeftovers() deletes files with such a name, so it must not be one that a
 // person would use for a copy.
 constexpr char kTempSuffix[] = ".unfinished-XXXXXX";
-constexpr size_t kFilledIn = 6;
+constexpr size_t kRandomLength = 6;
 
 // Opens a regular file for writing without changing it, or creates it. -1 with errno.
 int OpenTarget(const char* path, struct stat& status) {
@@ -43,8 +43,8 @@ bool WriteAt(int fd, const char* data, size_t size, size_t offset) {
 
 enum class Outcome { kDone, kFailed, kRefusedByDirectory };
 
-// Classifies errno after creating or renaming a file. If space, descriptors or memory are short, the old file
-// must not be overwritten, so that counts as a failure.
+// Classifies errno after creating or renaming a file. A lack of space, descriptors or memory is a failure, so
+// that the old file is not overwritten.
 Outcome OutcomeOfError() {
   switch (errno) {
     case EACCES:
@@ -88,7 +88,7 @@ Outcome ReplaceByRename(const SimpleString& path, Fill fill) {
 
 // Writes the bytes beyond the old end first: if that fails, the old content can be restored.
 bool Overwrite(int fd, const struct stat& old, const char* data, size_t size) {
-  // In a directory open to others, someone may have linked a file here to have it overwritten.
+  // In a directory open to others, someone may have made a hard link to another file to get it overwritten.
   if (old.st_nlink != 1) return false;
   const size_t common = old.st_size < static_cast<off_t>(size) ? static_cast<size_t>(old.st_size) : size;
   if (WriteAt(fd, data + common, size - common, common)) {
@@ -160,12 +160,12 @@ namespace {
 
 bool IsTempOf(const char* name, const char* entry) {
   const size_t length = strlen(name);
-  const size_t fixed = strlen(kTempSuffix) - kFilledIn;
+  const size_t fixed = strlen(kTempSuffix) - kRandomLength;
   if (strncmp(entry, name, length) != 0 || strncmp(entry + length, kTempSuffix, fixed) != 0) return false;
   const char* const filled = entry + length + fixed;
   const char* end = filled;
   while (isalnum(static_cast<unsigned char>(*end))) ++end;
-  return *end == '\0' && end - filled == kFilledIn;
+  return *end == '\0' && end - filled == kRandomLength;
 }
 
 }  // namespace

@@ -28,17 +28,17 @@ class AtomicFile {
   // is null, or out of memory.
   FILE* Open(const char* path);
 
-  // Replaces the file and waits for fsync(2), so that it is also whole after a power cut. Keeps its
-  // permissions; creates a missing file. False: not a regular file, not writable, or no space. A file that
-  // was just created then stays, empty.
+  // Replaces the file and waits for fsync(2), so that it is complete even after a power cut. Keeps its
+  // permissions; creates a missing file. False: not a regular file, not writable, or no space; a file that
+  // this call created remains, empty.
   bool Commit();
 
-  // For directories where others may create files: puts a new file owned by the caller, mode 0644 whatever
-  // the umask, in place of anything of that name except a directory. If the directory does not allow that,
+  // For directories where others may create files: replaces anything of that name, except a directory, with a
+  // new file owned by the caller, mode 0644 regardless of the umask. If the directory does not allow that,
   // overwrites the old file, but only if the caller owns it. Does not wait for the disk. False with errno.
   bool CommitAsOwn();
 
-  // Removes our temporary files that a process killed during a commit to path has left.
+  // Removes temporary files, owned by the caller, of processes that were killed during a commit to path.
   static void RemoveLeftovers(const char* path);
 
  private:

@@ -122,8 +122,8 @@ bool CDailyEventLog::OpenTodaysFile() {
 
 void CDailyEventLog::Print(const char* text) {
   if (m_file == nullptr || text == nullptr) return;
-  // If that fails, the log stays closed: retrying a full or missing device for each line would slow down
-  // every thread that logs. The owner can call OpenTodaysFile() later.
+  // If the new day's file cannot be opened, the log stays closed: retrying a full or missing device for each
+  // line would slow down every thread that logs. The owner can call OpenTodaysFile() later.
   if (m_nextRollover != 0 && Now() >= m_nextRollover && !OpenTodaysFile()) return;
   const unsigned long length = strlen(text);
   if (m_spaceLimit != 0 && (length >= m_spaceLimit || m_currentSize >= m_spaceLimit - length)) {

@@ -26,9 +26,9 @@ class CDailyEventLog {
   CDailyEventLog& operator=(const CDailyEventLog&) = delete;
   virtual ~CDailyEventLog();
 
-  // Names the files directory + "/" + baseName + "YYYY-MM-DD" + extension and opens today's. Defaults: no
-  // baseName, extension ".log" (null or empty), the working directory (null). The extension's dot is
-  // optional. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
+  // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts
+  // as empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
+  // directory. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
   // rotated. False: the log is closed; if the path is too long or the directory empty, the previous names
   // stay.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
@@ -46,7 +46,7 @@ class CDailyEventLog {
   bool IsOpen() const { return m_file != nullptr; }
 
   // Limit in bytes for one day's file; 0: none. A text that would just reach the limit is dropped too. The
-  // warning about it does not count.
+  // warning written in its place does not count.
   void LimitSpaceUsedBytes(unsigned long bytes) { m_spaceLimit = bytes; }
 
   // Does nothing; daysToKeep has no effect.

@@ -19,7 +19,7 @@
 namespace Velk {
 namespace {
 
-constexpr int kMostLooks = 10;  // retries: a terminal also seems full while another writer uses it
+constexpr int kMaxTries = 10;  // more than one: a terminal also seems full while another writer uses it
 thread_local bool t_neverWaits = false;
 // A thread that never waits uses its own non-blocking open file description. poll(2) alone is not enough: a
 // terminal takes the part of a line that fits and then blocks, and another process may fill the pipe after
@@ -38,22 +38,22 @@ bool IsWritable(int timeoutMs) {
 // False: drop the line; the lock's owner is blocked on the reader.
 bool Lock() {
   if (!t_neverWaits) flockfile(stdout);
-  for (int looks = 0; t_neverWaits && ftrylockfile(stdout) != 0; sched_yield())
-    if (!IsWritable(0) && ++looks == kMostLooks) return false;
+  for (int tries = 0; t_neverWaits && ftrylockfile(stdout) != 0; sched_yield())
+    if (!IsWritable(0) && ++tries == kMaxTries) return false;
   return true;
 }
 
-// False: dropped, perhaps partly written.
+// False: the line is dropped, perhaps partly written.
 bool Write(const void* text, size_t size) {
-  for (size_t done = 0, looks = 0; done < size;) {
+  for (size_t done = 0, tries = 0; done < size;) {
     const ssize_t written = write(t_fd, static_cast<const char*>(text) + done, size - done);
     if (written > 0) {
       done += static_cast<size_t>(written);
     } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
-      return true;  // a permanent error
+      return true;  // a permanent error: lost, but not counted as dropped
     } else if (!t_neverWaits) {
       IsWritable(-1);
-    } else if (sched_yield(); ++looks == kMostLooks) {
+    } else if (sched_yield(); ++tries == kMaxTries) {
       if (done != 0) s_isTorn = true;
       return false;
     }
@@ -61,7 +61,7 @@ bool Write(const void* text, size_t size) {
   return true;
 }
 
-// Flushes stdout, and writes the warning about dropped lines as a log line. False: drop the line.
+// Flushes stdout, and writes the warning about dropped lines, if any. False: drop the line.
 bool WriteWhatGoesFirst() {
   if (!t_neverWaits && __fpending(stdout) != 0) fflush_unlocked(stdout);
   if (t_neverWaits && t_fd == STDOUT_FILENO && !IsWritable(0)) return false;
@@ -82,7 +82,7 @@ bool WriteWhatGoesFirst() {
 void Console::WriteLine(const iovec* pieces, int count) {
   const bool isLocked = Lock();
   bool isWritten = isLocked && WriteWhatGoesFirst();
-  // Joins the pieces: copying costs less than the kernel's work for each piece.
+  // Joins the pieces: copying costs less than the kernel's work per piece in writev(2).
   char joined[PIPE_BUF];
   size_t length = 0;
   for (int i = 0; i < count && isWritten; ++i) {

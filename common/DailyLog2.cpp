@@ -150,8 +150,8 @@ bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
   // Some servers accept messages only from source port 514; if it is taken, use any other. If a collector on
-  // this machine listens there, do not bind: the newest socket would get its datagrams. The supervisor's own
-  // socket, m_firstSocket, which a child inherits, does not count.
+  // this machine has the local port, do not bind to it: our newer socket would get its datagrams. The
+  // supervisor's own socket, m_firstSocket, which a child inherits, does not count.
   if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstSocket) &&
       m_syslogSocket.Bind(localPort, 0) && m_firstSocket == 0)
     m_firstSocket = m_syslogSocket.Inode();
@@ -204,7 +204,7 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   {
     const ScopedLock lock(m_mutex);
     LogMsg(typeWord, module, text);
-    // A warning that a watcher logs during a notification does not notify again.
+    // A warning that a watcher logs must not notify it again.
     const bool outermost = m_notifyDepth.fetch_add(1, std::memory_order_relaxed) == 0;
     if (outermost && m_watchers.count > 0) {
       TakeSnapshot(snapshot);

@@ -16,8 +16,8 @@ struct _SYSTEMTIME {};
 // The sink of LogPrinter. Formats each message as "[HH:MM:SS.mmm] module.Type: text", then writes it to the
 // daily file and the console (if Open() enabled them), sends it to the syslog server, and stores it in the
 // ring. Any thread may call unless noted; one mutex serialises them. Without watchers, once the ring is full,
-// messages of the usual length need no allocation. Of all failures to write or send, only SyncLog() reports
-// its own.
+// messages of the usual length need no allocation. Failures to write or send are not reported, except by
+// SyncLog().
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
@@ -46,15 +46,15 @@ class DailyLog2 : public IDailyLog2 {
     char m_data[kChunkSize];
   };
 
-  // Keeps the last capacity messages; 0: keeps none. Creates the directory of syncPath if it is missing.
-  // syncPath null or empty: no sync file.
+  // Keeps the newest messages, at most capacity; 0: keeps none. Creates the directory of syncPath if it is
+  // missing. syncPath null or empty: no sync file.
   DailyLog2(unsigned int capacity, const char* syncPath);
   ~DailyLog2() override;
   DailyLog2(const DailyLog2&) = delete;
   DailyLog2& operator=(const DailyLog2&) = delete;
 
   // Starts the daily files, see CDailyEventLog::Open(). echoToConsole: also print every line to standard
-  // output, even if this fails.
+  // output, even if Open() fails.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep,
             bool echoToConsole);
 
@@ -69,8 +69,8 @@ class DailyLog2 : public IDailyLog2 {
   void SyncLog() override;
   // Removes the temporary files of processes that were killed during SyncLog().
   void RemoveLeftovers();
-  // A warning or error logged during a notification is stored, but not notified. Watchers get a copy of the
-  // ring; it is made even if all watchers have been removed.
+  // A warning or error that any thread logs during a notification is stored, but watchers are not told.
+  // Watchers get a copy of the ring, which is made even if all of them have been removed.
   void AddErrorNotify(ILogErrorNotify* watcher) override;
   // May return while another thread is still in the watcher's OnLogError().
   void RemoveErrorNotify(ILogErrorNotify* watcher) override;
@@ -150,14 +150,14 @@ class DailyLog2 : public IDailyLog2 {
   unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
   unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
   ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
-  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of the lines in the slots, untruncated
+  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each slot's line, before header truncation
   std::atomic<unsigned> m_notifyDepth{0};
   const Velk::SimpleString m_syncPath;
   ChunkList m_free GUARDED_BY(m_mutex);
   WatcherList m_watchers GUARDED_BY(m_mutex);
   Velk::Mutex m_mutex;
   bool m_syslogEnabled GUARDED_BY(m_mutex) = false;
-  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // inode of the first with the local port; 0: none
+  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // inode of the first socket bound; 0: none
   InetAddress2 m_syslogAddress GUARDED_BY(m_mutex){0, 0};
   UdpSocket3 m_syslogSocket GUARDED_BY(m_mutex);
 };

@@ -20,8 +20,8 @@ const char* Find(const char* text, char c, bool caseSensitive) {
 
 }  // namespace
 
-// Backtracks only to the last star: whatever an earlier star could match differently, the last one can match
-// as well.
+// Backtracks only to the last star: a longer match of an earlier star never helps, since the last star can
+// match the same characters.
 bool DosMatch2(const char* text, const char* pattern, bool caseSensitive) {
   text = TextOps::OrEmpty(text);
   pattern = TextOps::OrEmpty(pattern);
@@ -29,7 +29,7 @@ bool DosMatch2(const char* text, const char* pattern, bool caseSensitive) {
   const char* tried = nullptr;      // where its first character was last found in text
   bool exactFind = caseSensitive;   // whether that search is case-sensitive
   bool exact = caseSensitive;
-  // Ends with the text: a star that is left in the pattern does not match an empty rest.
+  // Ends with the text: a star then left in the pattern does not match, since it needs a character.
   while (*text != '\0') {
     if (*pattern == '*') {
       while (*pattern == '*' || *pattern == '?') ++pattern;

@@ -15,7 +15,7 @@ class GDOTimerBase : public IGenericDispatchTarget, public GDOBase {
   GDOTimerBase(const GDOTimerBase&) = delete;
   GDOTimerBase& operator=(const GDOTimerBase&) = delete;
   // Cancels pending messages. Does not wait for a call that is being dispatched: destroy the object on the
-  // worker thread or while that does not run.
+  // worker thread or while that thread is not running.
   ~GDOTimerBase() override;
 
   // Without a queue the call is dropped.

@@ -55,8 +55,8 @@ void GDQ::NodeList::DeleteAll() {
   m_count = 0;
 }
 
-// Searches from the tail, so that a post takes constant time however many calls peers have pending. It only
-// passes timers, which peers cannot set.
+// Searches from the tail, so that a post takes constant time however many calls are pending: it passes only
+// timers, which peers cannot set.
 void GDQ::MessageList::AddOrdered(Node* node) {
   Node* after = m_nodes.m_tail;
   while (after != nullptr && after->m_dueMs > node->m_dueMs) after = after->m_prev;
@@ -156,7 +156,7 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
     node->m_args.Append(args);
     m_messages.AddOrdered(node);
   }
-  // If still set by an earlier post, no wake-up is needed: the worker thread clears it before it locks the
+  // If an earlier post has set it, no wake-up is needed: the worker thread clears it before it locks the
   // list, so it will find this message. Saves 95 of 3,225 instructions a line (bench/instructions.sh).
   if (m_signalled.load(std::memory_order_relaxed)) return;
   const ScopedLock lock(m_wakeMutex);
@@ -203,7 +203,7 @@ uint32_t GDQ::WaitForFewerPosts(uint32_t limit, uint32_t waitMs) {
   return count;
 }
 
-// False: the worker thread sleeps until the next post. The caller must wake it, otherwise both wait for ever.
+// False: the worker thread may sleep until the next post. The caller must wake it, or both wait for ever.
 bool GDQ::AwaitFewerPosts(uint32_t limit, const timespec* deadline, uint32_t& count) {
   const ScopedLock lock(m_listMutex);
   m_posterLimit = limit;
@@ -242,8 +242,8 @@ void GDQ::Driver() {
   WakePoster();
 }
 
-// Sleeps until there is a post, or about waitMs milliseconds: a spurious wake-up restarts the wait. What is
-// due depends only on NowMs().
+// Sleeps until there is a post, or for about waitMs milliseconds, since a spurious wake-up restarts the wait.
+// It need not be exact: TakeDue() checks the clock.
 void GDQ::WaitForPost(uint32_t waitMs) {
   const ScopedLock lock(m_wakeMutex);
   while (!m_signalled && Sleep(m_wakeMutex, waitMs)) continue;
@@ -279,14 +279,14 @@ void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
     isParsed = Deliver(delivery, parser);
   }
   // After a message that cannot be parsed, waitMs is left unchanged on purpose: the thread sleeps again, so
-  // garbage from a peer costs one look per post.
+  // each wake-up handles at most one garbage call from a peer.
   const ScopedLock lock(m_listMutex);
   if (done != nullptr) Recycle(done);
   m_isResting = true;
   if (m_posterLimit != 0) WakePoster();
 }
 
-// Recycles done (may be null) first, under the same lock, since posters contend for it.
+// Recycles done (may be null) first, to take the lock only once: threads that post contend for it.
 bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
   const ScopedLock lock(m_listMutex);
   if (done != nullptr) Recycle(done);

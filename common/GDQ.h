@@ -49,9 +49,9 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // Drops pending messages without reporting them. Does not stop the worker thread.
   ~GDQ() override;
 
-  // Blocks until fewer than limit plain posts are pending, waitMs milliseconds have passed, or the worker
-  // thread is not running. Returns the number of pending posts, at once if waitMs is 0. One caller at a time,
-  // and not from a handler, which would wait for itself.
+  // Blocks until fewer than limit plain posts (messages of Post()) are pending, waitMs milliseconds have
+  // passed, or the worker thread is not running. Returns the number of pending plain posts, at once if waitMs
+  // is 0. One caller at a time, and not from a handler, which would wait for itself.
   uint32_t WaitForFewerPosts(uint32_t limit, uint32_t waitMs);
 
   // One message. Owned by the list that it is in, or by the worker thread while in none.
@@ -74,7 +74,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
     NodeList& operator=(const NodeList&) = delete;
     ~NodeList() { DeleteAll(); }
 
-    // after null: at the head.
+    // If after is null, inserts at the head.
     void InsertAfter(Node* after, Node* node);
     void Unlink(Node* node);
     void DeleteAll();
@@ -107,7 +107,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
  protected:
   // The clock for due times. Tests override it.
   virtual uint64_t NowMs() const;
-  // Waits for a post with wakeMutex released. False: waitMs milliseconds have passed.
+  // Waits for a post, releasing wakeMutex meanwhile. False: waitMs milliseconds have passed.
   virtual bool Sleep(Mutex& wakeMutex, uint32_t waitMs) REQUIRES(wakeMutex);
 
  private:
@@ -129,8 +129,8 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   Mutex m_listMutex;
   NodeList m_free GUARDED_BY(m_listMutex);
   MessageList m_messages GUARDED_BY(m_listMutex);
-  uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // of the blocked poster; 0: none
-  bool m_isResting GUARDED_BY(m_listMutex) = false;    // the worker thread left messages that are due
+  uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // limit of WaitForFewerPosts(); 0: not waiting
+  bool m_isResting GUARDED_BY(m_listMutex) = false;    // the worker thread sleeps though messages may be due
   pthread_cond_t m_posterCondition;  // with m_listMutex: few posts, or the worker thread rests or has ended
 
   Mutex m_wakeMutex;

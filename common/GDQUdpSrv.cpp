@@ -24,8 +24,8 @@ void logNonce(const char* label, unsigned char* bytes) {
 }
 
 bool GDQUdpSrv::Open(const char* password, unsigned short port) {
-  // Holds 1,300 short calls, or 550 without CAP_NET_ADMIN; the kernel's default holds 277. A burst on
-  // loopback can arrive before the receive thread wakes up.
+  // A buffer of this size holds 1,300 short calls; without CAP_NET_ADMIN it is smaller and holds 550. The
+  // default holds 277. A burst on loopback can arrive before the receive thread wakes up.
   constexpr int kReceiveBuffer = 512 << 10;
   if (!m_socket.Open() || !m_socket.Bind(port, INADDR_ANY)) return false;
   // Otherwise another program could bind to the port, take the calls and acknowledge them.
@@ -37,8 +37,8 @@ bool GDQUdpSrv::Open(const char* password, unsigned short port) {
 
 namespace {
 
-// The datagrams of one system call. At 100,000 lines a second the receive thread takes 1.0 us a line, with
-// one system call per datagram 1.3 us.
+// The datagrams of one system call. At 100,000 lines a second the receive thread takes 1.0 us a line; with
+// one system call per datagram it takes 1.3 us.
 struct Batch {
   static constexpr unsigned kMost = 8;
 

@@ -14,9 +14,8 @@ namespace Velk {
 // Logs "label:" and 16 bytes in hexadecimal, as Trace.
 void logNonce(const char* label, unsigned char* bytes);
 
-// A peer sends "CONN", receives a 16-byte nonce, and from then on starts each datagram with the cookie, the
-// MD5 of nonce and password, followed by the call. A call goes to the listeners and to every other admitted
-// peer.
+// A peer sends "CONN" and receives a 16-byte nonce. Each later datagram is the cookie (the MD5 of nonce and
+// password) followed by a call. A call goes to the listeners and to every other admitted peer.
 //
 // One thread, the receive thread, runs ReceiveTask(). Any thread may call SendMsg(), SendTo() and Call() at
 // the same time. There is no lock, see PeerTable.
@@ -61,8 +60,8 @@ class GDQUdpSrv : public GDQUdpBase {
 
   // time(2).
   virtual time_t Now() const;
-  // Sends one datagram and returns its size, or -1. If the socket's buffer is full, blocks with mayWait,
-  // otherwise fails.
+  // Sends one datagram and returns its size, or -1. If the socket's buffer is full, blocks if mayWait is true
+  // and fails otherwise.
   virtual int Send(const void* packet, unsigned size, const InetAddress2& to, bool mayWait);
 
  private:

@@ -26,9 +26,9 @@ class IDailyLog2 {
    public:
     // Never called; keeps its slot in the virtual table.
     virtual void OnLogEvent() {}
-    // messages: the first piece of each of the count stored messages, oldest first. totalBytes: the sum of
-    // their formatted lengths. Valid during the call only. Runs on the thread that logged, without the log's
-    // mutex.
+    // messages: count pointers, each to the first piece of a stored message, oldest first. totalBytes: the
+    // sum of their formatted lengths. Valid during the call only. Runs on the thread that logged, without the
+    // log's mutex.
     virtual void OnLogError(ILogDataBlock** messages, unsigned count, unsigned totalBytes) = 0;
 
    protected:

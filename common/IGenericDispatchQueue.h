@@ -13,12 +13,12 @@ class IGenericDispatchQueue {
   class IErrorReport;
 
   // Queues a call for delivery in periodMs milliseconds, and again periodMs milliseconds after each delivery
-  // until cancelled. periodMs 0: delivers once, as soon as no plain post is pending. Several timers may have
-  // the same id.
+  // until cancelled. periodMs 0: delivers once, as soon as no message of Post() is pending. Several timers
+  // may have the same id.
   virtual void PostTimer(unsigned int timerId, unsigned long periodMs, IGenericDispatchTarget* target,
                          const char* name, const char* args) = 0;
   // Drops the earliest pending message with this id and target, if any. A call that is being dispatched
-  // completes, but is not repeated. Plain posts have the id 0.
+  // completes, but is not repeated. Messages of Post() have the id 0.
   virtual void CancelTimer(unsigned int timerId, IGenericDispatchTarget* target) = 0;
   // Drops all pending messages of the target.
   virtual void CancelAllMessages(IGenericDispatchTarget* target) = 0;
@@ -29,8 +29,8 @@ class IGenericDispatchQueue {
   ~IGenericDispatchQueue() = default;
 };
 
-// Is notified of calls that failed, on the worker thread with no lock held. The texts are valid during the
-// call only.
+// Is notified of calls that failed: on the worker thread, with no lock held. The texts are valid during
+// the call only.
 class IGenericDispatchQueue::IErrorReport {
  public:
   // The argument text cannot be parsed; the target was not called.

@@ -78,9 +78,9 @@ unsigned long InetAddress2::StringToIP(const char* text, bool* error) {
 
 namespace {
 
-// If the first lookup runs out of memory, glibc ends the program (2.36: nss_database.c). A lookup takes about
-// 10 KiB, and a name server's answer up to 64 KiB more. This check prevents that, unless another thread takes
-// the memory first.
+// If the first lookup runs out of memory, glibc ends the program (2.36: nss_database.c). This check prevents
+// that, unless another thread takes the memory first. A lookup takes about 10 KiB, and a name server's answer
+// up to 64 KiB more.
 bool HasMemoryForLookUp() {
   constexpr size_t kBytes = 100000;
   void* volatile const block = malloc(kBytes);  // volatile: otherwise the compiler removes it

@@ -119,7 +119,7 @@ const char* ParsePair(char* text) {
 }  // namespace
 
 int IniFile3::Load(const char* path) {
-  const bool isStored = path != nullptr && StorePath(path);  // before ClearSections(): may be our own value
+  const bool isStored = path != nullptr && StorePath(path);  // first: path may be a value of this object
   ClearSections();
   if (!isStored) m_path[0] = '\0';
   const int fd = open(m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);

@@ -67,8 +67,8 @@ class IniFile3 {
   // Drops all content and the path.
   void ClearAll();
   // Replaces all content by that of a regular file. 5,000 keys take 0.05 s and 0.5 MiB. Never blocks on a
-  // pipe or device. 0: there is no content; the path is null or too long, or the file cannot be opened or
-  // read or is not a regular file. Keeps the path for Save() even then, unless it is too long.
+  // pipe or device. 0: the path is null or too long, or the file cannot be opened or read or is not a regular
+  // file; there is no content then. Keeps the path for Save() even then, unless it is too long.
   int Load(const char* path);
   // Writes all content to path; null: the path last loaded or saved. Comments are lost. Replaces a regular
   // file atomically; a symbolic link to it stays. A pipe or device gets only what it takes without blocking,
@@ -83,8 +83,8 @@ class IniFile3 {
 
   // The getters return def if the section, the key or the value is missing.
   const char* GetString(const char* section, const char* key, const char* def) const;
-  // Copies at most size bytes with the NUL and returns buf, or returns def and leaves buf unchanged. Null if
-  // size is 0.
+  // Copies the value, cut to size bytes with the NUL, and returns buf. If there is no value, returns def and
+  // leaves buf unchanged. Null if size is 0.
   const char* GetString(const char* section, const char* key, char* buf, unsigned size,
                         const char* def) const;
   // Decimal, clamped to the range of int; 0 if it is not a number.
