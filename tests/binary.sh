@@ -21,6 +21,6 @@ for binary in "$@"; do
   require "must check its stack" has '__stack_chk_fail'
   require "must use checked string functions" \
     has '__(vsnprintf|snprintf|memcpy|fprintf|recvfrom|recv|vfprintf|printf)_chk'
-  require "must have at most 100 KiB" is_small
+  require "must be at most 100 KiB" is_small
 done
 exit $status

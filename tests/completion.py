@@ -16,7 +16,7 @@ def run(*command):
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
 
-def said(*words):
+def tool_says(*words):
     return run(TOOL, *words)
 
 
@@ -32,8 +32,8 @@ def fish(*words):
     return [row.split("\t")[0] for row in run("fish", "-N", "-c", script).split("\n")]
 
 
-def ask(shell, complete):
-    """Makes a check that asks a shell for its completions."""
+def asking(shell, complete):
+    """Returns a check that asks the shell for its completions."""
     def check(wanted, *words):
         missing = set(wanted) - set(complete(*words))
         if missing:
@@ -41,16 +41,16 @@ def ask(shell, complete):
     return check
 
 
-def look(wanted, *words):
-    """zsh completes only at a terminal, so checks just that its file has the words."""
+def check_zsh_file(wanted, *words):
+    """Checks only that the file has the words, as zsh completes only at a terminal."""
     text = FILES["zsh"].read_text()
     faults.extend(f"zsh does not have {word}" for word in wanted
                   if not re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text))
 
 
-checks = [ask("bash", bash), look]
+checks = [asking("bash", bash), check_zsh_file]
 if shutil.which("fish"):
-    checks.append(ask("fish", fish))
+    checks.append(asking("fish", fish))
 else:
     print("left out: completion in fish: not installed")
 for shell in ("bash", "zsh", "fish"):
@@ -58,8 +58,8 @@ for shell in ("bash", "zsh", "fish"):
         run(shell, "-n", str(FILES[shell]))
 
 variables = re.findall(r'kRemoteLog\w+\[\] = "(\w+)"', (FOLDER / "common/ServiceNames.h").read_text())
-common = re.findall(r"--[\w-]+", said("--help"))
-commands = re.findall(r"^  (\w+) ", said("--help"), re.M)
+common = re.findall(r"--[\w-]+", tool_says("--help"))
+commands = re.findall(r"^  (\w+) ", tool_says("--help"), re.M)
 assert variables and common and len(commands) > 8, (variables, common, commands)
 for check in checks:
     check(commands, "")
@@ -67,6 +67,6 @@ for check in checks:
     for command in commands:
         if command != "help":
             # Skips the first line, the synopsis. The lines below name every option.
-            own = re.findall(r"--\w[\w-]*(?=[ =]|$)", said("help", command).partition("\n")[2])
+            own = re.findall(r"--\w[\w-]*(?=[ =]|$)", tool_says("help", command).partition("\n")[2])
             check({*common, *own}, command, "--")
 sys.exit("\n".join(faults) or 0)

@@ -1,4 +1,4 @@
-"""Fails if a file includes a higher layer or includes form a circle. A source and its header count as one file."""
+"""Fails if a file includes a higher layer, or itself through others. A source and its header count as one file."""
 import pathlib
 import re
 import sys

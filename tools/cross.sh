@@ -33,7 +33,7 @@ service test_each_function the library that makes calls fail runs on this machin
 service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_that_runs_out_of_memory the emulator needs more address space than the limit allows
 service test_its_longest_backlog_fits_the_start_scripts_limit the same limit
-service test_reports_missing_and_full_descriptors the shell that starts the emulator needs more descriptors
+service test_reports_missing_descriptors_and_a_full_device the shell that starts the emulator needs more descriptors
 service test_after_many_calls_that_take_long emulated, they take longer than the tool waits
 END
 }
@@ -43,7 +43,7 @@ native_limits() {
   cat <<'END'
 service test_each_function the library that makes calls fail is for 64-bit programs
 service test_serves_where_recvmmsg_is_refused the same library
-service test_reports_missing_and_full_descriptors the shell that starts the program needs more descriptors
+service test_reports_missing_descriptors_and_a_full_device the shell that starts the program needs more descriptors
 END
 }
 

@@ -1,4 +1,4 @@
-/* Makes each allocation of libvelk fail in turn: the caller must get an error, and the program go on. */
+/* Makes each allocation of libvelk fail in turn: the call must return an error, and the program go on. */
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -6,7 +6,7 @@
 
 void* __libc_malloc(size_t size);
 
-static int until_failure = -1; /* -1: none fails */
+static int until_failure = -1; /* allocations before the one that fails; -1: none fails */
 
 void* malloc(size_t size) {
   if (until_failure < 0 || until_failure-- > 0) return __libc_malloc(size);
@@ -14,13 +14,13 @@ void* malloc(size_t size) {
   return NULL;
 }
 
-/* Returns 1 if the call failed with ENOMEM, 0 if no allocation failed, -1 otherwise. */
+/* Logs while allocation `at` fails. Returns 1 if that gave ENOMEM, 0 if it was not reached, -1 otherwise. */
 static int with_failure(int at) {
   until_failure = at;
   velk* log = velk_open("127.0.0.1:9", "password", VELK_NOWAIT);
   int result = log != NULL ? velk_log(log, VELK_INFO, "test", "%2000d", 1) : -1;
   if (result != 0) result = errno == ENOMEM && until_failure < 0 ? 1 : -1;
-  if (result == 0 && until_failure < 0) result = -1; /* one failed, and no one said so */
+  if (result == 0 && until_failure < 0) result = -1; /* a failure was not reported */
   until_failure = -1;
   velk_close(log);
   return result;

@@ -40,7 +40,7 @@ int main(void) {
     return 1;
   }
   if (!is_refused_in_child(log)) {
-    fputs("a forked child\n", stderr);
+    fputs("a forked child can use the handle\n", stderr);
     return 1;
   }
   if (velk_flush(log, 0) != 1 || errno != ENOTCONN) return 1; /* the parent still holds its line */

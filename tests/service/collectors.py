@@ -7,14 +7,14 @@ import namespace
 
 FOLDER = os.path.join(namespace.FILES, "collectors")
 CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
-HOST = "127.0.0.2"  # own address: the service sends from port 514 on all others
+HOST = "127.0.0.2"  # a separate address: the service binds port 514 of all others to send from it
 MOST_FILES = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 
 
 def configuration(*names, host=HOST, **changes):
-    """The text of configurations, joined, with files below /tmp and the port of one address only.
+    """Returns the joined text of the configurations, changed to keep files in /tmp and to listen only at host.
 
-    changes: words to replace, which must exist.
+    changes: other words to replace. They must exist.
     """
     text = ""
     for name in names:
@@ -30,7 +30,7 @@ def configuration(*names, host=HOST, **changes):
 
 
 class Collector:
-    """A collector that runs until stop(). names: its configurations; the first one tells which program runs."""
+    """A collector that runs until stop(). names: its configurations. The first decides which program runs."""
 
     def __init__(self, *names, files="/tmp/own", **options):
         os.makedirs(files, exist_ok=True)

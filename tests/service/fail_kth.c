@@ -1,5 +1,4 @@
-// Preloaded into the service: makes one call of a function fail, the k-th in all processes together, or every
-// call.
+// Preloaded into the service: makes call k of a function fail, counted over all processes, or every call.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -14,10 +13,10 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-// Mapped from the file that FAIL_FILE names; the test shares it.
+// Mapped from the file that FAIL_FILE names, which the test writes and reads.
 static struct {
-  unsigned at;  // which call fails; 0: every call, with errno number
-  int number;
+  unsigned at;  // which call fails, from 1; 0: every call
+  int number;   // errno if every call fails
   unsigned count;
   char function[32];
 } * shared;
@@ -66,12 +65,12 @@ int open64(const char* path, int flags, ...) {
   if (fails("open64", EMFILE)) return -1;
   va_list more;
   va_start(more, flags);
-  const mode_t mode = va_arg(more, mode_t);  // if there is none, no one looks at it
+  const mode_t mode = va_arg(more, mode_t);  // garbage if there is none, but then unused
   va_end(more);
   return open(path, flags, mode);
 }
 
-// All three count as malloc. Not with dlsym(3), which may allocate memory itself.
+// All three count as malloc. They avoid dlsym(3), which may allocate memory itself.
 #define LET_FAIL_MEMORY(name, parameters, arguments)                 \
   void* __libc_##name parameters;                                    \
   void* name parameters {                                            \

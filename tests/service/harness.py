@@ -15,7 +15,7 @@ import namespace
 BINARY = os.path.join(namespace.FILES, "syslog")
 TOOL = os.path.join(namespace.FILES, "syslogctl")
 os.environ["TSAN_OPTIONS"] = f"suppressions={namespace.FILES}/tests/tsan.txt"
-WITH_TOOL = {**os.environ, "PATH": f"{namespace.FILES}:{os.environ['PATH']}"}  # an environment
+WITH_TOOL = {**os.environ, "PATH": f"{namespace.FILES}:{os.environ['PATH']}"}  # environment with the tool in PATH
 CONFIG = "/flash/conf/kavlune.conf"
 SYNC_FILE = "/tmp/synclog"
 SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
@@ -197,17 +197,17 @@ class Service:
         until(lambda: self.count(text) >= count, lambda: "\n".join(self.texts()[-40:] + [f"line {text!r}"]))
 
     def fence(self, peer, insist=False):
-        """Waits until everything sent before was handled.
+        """Waits until all earlier calls have been handled.
 
-        insist: ask again and again, because a full socket may drop the question, and a call that does not
-        parse delays those after it until the next one comes.
+        insist: repeat the line of the fence. A full socket may drop it, and after a call that cannot be parsed,
+        pending calls wait until another call arrives.
         """
         self._fences += 1
         line = f"fence {self._fences}"
-        ask = lambda: peer.log(b"\n%s\n" % line.encode())  # on a line of its own
-        ask()
+        send = lambda: peer.log(b"\n%s\n" % line.encode())  # on a line of its own
+        send()
         if insist:
-            until(lambda: self.count(line) or ask(), line)
+            until(lambda: self.count(line) or send(), line)
         self.wait_for(line)
 
     def child(self):
@@ -242,13 +242,13 @@ class ServiceTest(unittest.TestCase):
     started = None
 
     def setUp(self):
-        signal.signal(signal.SIGALRM, self.is_late)
+        signal.signal(signal.SIGALRM, self.fail_late)
         signal.alarm(LONGEST)
         self.addCleanup(signal.alarm, 0)
         self.clear_files()
         self.addCleanup(self.check_no_process_left)
 
-    def is_late(self, *_):
+    def fail_late(self, *_):
         raise AssertionError(f"the test has not ended within {LONGEST} s")
 
     def clear_files(self):

@@ -8,8 +8,8 @@ import time
 
 
 def lines_of(service, module):
-    """Returns the module's Info lines on the service's console. They may follow "Cookies do not match:", which a late
-    CONN can cause and which has no line end."""
+    """Returns the module's Info lines on the service's console. A late CONN can put
+    "Cookies do not match:", which has no line feed, before one."""
     texts = (text.partition(f"{module}.Info: ") for text in service.console())
     return [text for _, mark, text in texts if mark]
 

@@ -1,7 +1,7 @@
 """Mount, network and process namespaces for the running service, which end with the tests.
 
 The service's paths and ports are fixed, so its tests need a machine on which /flash, /tmp and UDP ports 514
-and 11001 belong to no one. All happens on a tmpfs that only this namespace sees; nothing outside changes.
+and 11001 are free. Everything happens on a tmpfs that only this namespace sees; nothing outside changes.
 """
 import ctypes
 import fcntl
@@ -95,7 +95,7 @@ def prepare(files):
         for name in ("tmp", "flash", "proc", FILES):
             os.mkdir(os.path.join(root, name.lstrip("/")))
         mount("proc", os.path.join(root, "proc"), "proc")
-        _raise_loopback()
+        _set_loopback_up()
     except OSError as error:
         raise Unavailable(str(error)) from error
     for name, path in files.items():
@@ -114,7 +114,7 @@ def _bind(entry, target):
         mount(entry.path, target, None, MS_BIND | MS_REC)
 
 
-def _raise_loopback():
+def _set_loopback_up():
     SIOCSIFFLAGS, IFF_UP = 0x8914, 1
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_socket:
         fcntl.ioctl(any_socket, SIOCSIFFLAGS, struct.pack("16sH14x", b"lo", IFF_UP))

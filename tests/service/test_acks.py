@@ -41,7 +41,7 @@ class Acks(ServiceTest):
                                       (b"c", 4, line(b"four"))),
                          ["c 1 1 0", "c 2 2 0", "c 2 2 0", "c 2 1 0", "c 2 0 0", "c 2 4 0", "c 3 3 0", "C 0 3 0",
                           "C 0 0 0", "C 1 1 0", "c 4 4 0"])
-        # Mixed with calls without a number, in order.
+        # Calls without a number keep their place between those with one.
         for number in range(5, 25):
             self.ask(b"c", number, line(b"%d" % number))
             self.asker.call(line(b"after %d" % number))
@@ -56,7 +56,7 @@ class Acks(ServiceTest):
         self.asker = self.peer()
         self.assertEqual(self.answers((b"c", 25), (b"c", 1), (b"c", 2)), ["c 0 25 0", "c 1 1 0", "c 2 2 0"])
 
-    def test_refused_calls_take_their_numbers_and_are_counted(self):
+    def test_refused_calls_use_up_their_numbers_and_are_counted(self):
         self.assertEqual(self.answers((b"c", 1, b"Nonsense x"), (b"c", 2, b"LogMsg 1 test"),
                                       (b"c", 3, b"WithAck c 4 SyncVar"), (b"c", 3, b"Nonsense"), (b"c", 4, b"''"),
                                       (b"c", 5, UNPARSABLE), (b"c", 5, UNPARSABLE), (b"c", 7, UNPARSABLE),
@@ -71,15 +71,15 @@ class Acks(ServiceTest):
             f"Syslog.ERROR: OnParseError(WithAck {ip}:{port},c 5 LogMsg 1 test `open)"] * 2)
 
     def test_answers_only_a_valid_client_and_number(self):
-        good, most = b"x1" * 16, b"0" * 17 + b"1"
+        longest, most_digits = b"x1" * 16, b"0" * 17 + b"1"
         calls = [b"", b"`open", b"c", b"c `1", b"c `1~`", b"`c"]
-        for head in (b"c-d 1", b"\xe4 1", b"'' 1", b"'a b' 1", good + b"x 1", b"c +1", b"c -1", b"c ''", b"c one",
-                     b"c 1x", b"c 0x1", b"c ' 1'", b"c " + most + b"0"):
+        for head in (b"c-d 1", b"\xe4 1", b"'' 1", b"'a b' 1", longest + b"x 1", b"c +1", b"c -1", b"c ''", b"c one",
+                     b"c 1x", b"c 0x1", b"c ' 1'", b"c " + most_digits + b"0"):
             calls += [head, head + b" LogMsg 1 test 'never\n'", head + b" LogMsg 1 test `open"]
         for call in calls:
             self.asker.call(b"WithAck " + call)
-        self.asker.call(b"wITHaCK  '%s'\t%s LogMsg 1 test 'at last\n'" % (good, most))
-        self.assertEqual(self.ack(), f"{good.decode()} 1 1 0")
+        self.asker.call(b"wITHaCK  '%s'\t%s LogMsg 1 test 'at last\n'" % (longest, most_digits))
+        self.assertEqual(self.ack(), f"{longest.decode()} 1 1 0")
         self.assertEqual(self.lines(), ["test.Info: at last"])
 
     def test_only_the_asker_is_answered(self):

@@ -27,19 +27,19 @@ class SlowReader(threading.Thread):
 @unittest.skipUnless(os.path.exists(TOOL), "no syslogctl next to the service")
 class Confirmed(ServiceTest):
     def log(self):
-        said = subprocess.run([TOOL, "log", "confirmed"], stderr=subprocess.PIPE, text=True, timeout=3 * DEADLINE)
-        self.assertEqual(said.returncode, 0, said.stderr)
+        result = subprocess.run([TOOL, "log", "confirmed"], stderr=subprocess.PIPE, text=True, timeout=3 * DEADLINE)
+        self.assertEqual(result.returncode, 0, result.stderr)
 
     def check_after(self, calls):
         """Checks that the line is in the log when the tool ends, although another peer's calls came first."""
         service, peer = self.service(), self.peer()
-        for _ in range(500):  # for SyncLog to write
+        for _ in range(500):  # makes SyncLog slow
             peer.log(b"x" * 1000 + b"\n")
         service.fence(peer, insist=True)
         for call in calls:
             peer.call(call)
         self.log()
-        # It may follow a line without an end, as of a late handshake.
+        # A late handshake can put "Cookies do not match:", which has no line feed, before it.
         self.assertEqual(sum(text.endswith("syslogctl.Info: confirmed") for text in service.texts()), 1)
 
     def test_after_calls_that_do_not_parse(self):

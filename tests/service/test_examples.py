@@ -14,7 +14,7 @@ import velk_logging  # noqa: E402  (found by the line above)
 
 PROGRAMS = [*([sys.executable, os.path.join(namespace.FILES, name)] for name in ("peer.py", "velk_logging.py")),
             *([os.path.join(namespace.FILES, name)] for name in ("log_c", "log_cpp", "log.sh", "wire.sh"))]
-ENTRANCE = 11002  # of a path that loses datagrams
+ENTRANCE = 11002  # port of a path that loses datagrams
 LINE = "100%s `~\\ ä"
 
 
@@ -34,7 +34,7 @@ class Examples(ServiceTest):
                 service.fence(peer)
                 self.assertEqual(service.count("net.Warning: " + LINE.encode().decode("latin-1")), number)
 
-    def test_the_shell_finds_its_answer_among_other_calls(self):
+    def test_wire_sh_finds_its_answer_among_other_calls(self):
         self.service()
         stop, peer = threading.Event(), self.peer()
 
@@ -57,7 +57,7 @@ class Examples(ServiceTest):
         say("early\n")
         service = self.service()
         service.wait_for("net.Warning: early")
-        service.fence(self.peer())  # then its ack has been sent too
+        service.fence(self.peer())  # by then the line's ack has been sent
         service.kill_child()
         say("one\ntwo\nno end")
         service.wait_for("net.Warning: two")
@@ -124,7 +124,7 @@ class Handler(ServiceTest):
         self.assertEqual(handler.flush(20), [])
         self.assertEqual(lines_of(service, "py"), lines)
 
-    def test_what_is_not_confirmed_is_told_and_tried_further(self):
+    def test_unconfirmed_records_are_reported_and_retried(self):
         log, handler = self.logger(most=3)
         for number in range(5):
             log.info("line %d", number)

@@ -1,4 +1,4 @@
-"""One call of one function fails, each in its turn: the service goes on, or ends cleanly and is started again."""
+"""Makes one call of one function fail at a time: the service must go on, restart its child, or exit with status 1."""
 import contextlib
 import errno
 import os
@@ -66,7 +66,7 @@ class Faults(ServiceTest):
         return self.ended()
 
     def run_once(self, function, at, number=0):
-        """Runs the service with call number `at` of the function failing; at 0: every call, with errno `number`."""
+        """Runs the service while call `at` of the function fails. If 0, every call fails with errno `number`."""
         self.clear_files()
         self.configure(SYSLOG_ON % "127.0.0.2")
         with open(FAIL_FILE, "wb") as state:

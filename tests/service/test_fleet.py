@@ -15,7 +15,7 @@ import collectors
 import namespace
 from harness import SYSLOG_ON, SYSLOG_PORT, WITH_TOOL, ServiceTest, until
 
-PROGRAMS = {"rsyslog": ".._.._up", "syslog-ng": "______up"}  # and their file name for module "../../up"
+PROGRAMS = {"rsyslog": ".._.._up", "syslog-ng": "______up"}  # program to its file name for module "../../up"
 DEVICES = [f"127.1.{i // 250}.{1 + i % 250}" for i in range(min(1000, collectors.MOST_FILES // 4))]  # two files each
 FILES = "/tmp/devices"
 
@@ -111,11 +111,11 @@ class Fleet(FleetTest):
                 until(lambda: "Syslog.last" in found(), found)
                 self.assertEqual(found(), {line.replace(b"Info: ", b"").replace(b"Warning: ", b"").decode()
                                            for line in kept}, names)
-                self.peer_of_a_service().log(b"from a service\n", module=b"net")  # a real handshake before it
+                self.peer_of_a_service().log(b"from a service\n", module=b"net")  # after a real handshake
                 until(lambda: any(line["module"] == "net" for line in lines("127.0.0.1")), "its line")
                 self.assertEqual([line for line in lines("127.0.0.1") if "srv wrote" in line["text"]], [], names)
 
-    def test_many_devices_are_split(self):
+    def test_each_device_and_module_gets_its_own_file(self):
         def at(device, module):
             lines = lines_of(f"{FILES}/{device}/{module}.json")
             return [(line["severity"], line["module"], line["text"]) for line in lines]
@@ -203,7 +203,7 @@ class ToLoki(FleetTest):
 
 @unittest.skipUnless(os.path.exists("/etc/hosts"), "there is no /etc/hosts to put the name in")
 class Late(FleetTest):
-    def test_boot_lines_reach_the_collector_when_its_name_comes_up_late(self):
+    def test_boot_lines_reach_a_collector_whose_name_resolves_late(self):
         self.collector("rsyslog-fleet", "rsyslog-to-files")
         self.configure(SYSLOG_ON % "collector.test")
         service = self.service()
@@ -223,7 +223,7 @@ class Late(FleetTest):
         self.addCleanup(namespace.unmount, "/etc/hosts")
         self.assertEqual(hook.wait(20), 0)
         peer.log(b"late\n", module=b"app")
-        subprocess.run(hook.args, env=environment, check=True)  # the network returns: nothing is sent twice
+        subprocess.run(hook.args, env=environment, check=True)  # as when the network returns: must send nothing twice
 
         def lines():
             return [line for name in ("app", "my net") for line in lines_of(f"{FILES}/127.0.0.1/{name}.json")]

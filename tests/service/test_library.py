@@ -1,4 +1,4 @@
-"""Lines that the library or the tool confirmed have arrived, whatever happened to the service."""
+"""Every line that the library or the tool has confirmed is in the log, even if children were killed."""
 import os
 import subprocess
 import threading
@@ -9,7 +9,7 @@ from harness import TOOL, ServiceTest, until
 THREAD = "1"  # VELK_THREAD
 LINES = 50000
 KILLS = 10
-WINDOW = 64  # calls
+WINDOW = 64  # calls that a client sends before it waits for an ack
 
 
 class Counter(threading.Thread):
@@ -44,7 +44,7 @@ class Lines(ServiceTest):
     def check_while_killing_children(self, command):
         """Kills children while the command logs "line 0" to "line 49999" as module lib, type Info, with acks.
 
-        Every line must arrive, in order. Only lines in the window when a child died may come twice.
+        Every line must arrive, in order. Only lines that had no ack when a child died may come twice.
         """
         service, collector = self.forwarding_service()
         until(service.child, "a child")

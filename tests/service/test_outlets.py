@@ -12,7 +12,7 @@ from harness import (DEADLINE, PREFIX, SYNC_FILE, SYSLOG_ON, ServiceTest, read_s
 
 class Console(ServiceTest):
     def check_serves(self):
-        """Checks without a console that a line reaches another peer and the sync file."""
+        """Checks that a line reaches another peer and the sync file. Needs no console."""
         peer, listener = self.peer(), self.peer()
         peer.log(b"a line\n")
         self.assertEqual(listener.receive(), listener.cookie + b"LogMsg 1 `test` `a line\n`")
@@ -88,7 +88,7 @@ class Console(ServiceTest):
         service.kill_child()
 
     def own_lines(self, service, text):
-        """Returns how many lines of the supervisor, and of others, are shown or counted as dropped."""
+        """Returns how many "Syslog" lines of the supervisor, and of other threads, are shown or counted as dropped."""
         counts = [0, 0]
         for thread, line in re.findall(rb"^\[[\d:.]+\]\[# *(\d+)\] Syslog\.(.+)$", text, re.MULTILINE):
             dropped = re.match(rb"Warning: Console lines dropped here: (\d+)$", line)
@@ -96,7 +96,7 @@ class Console(ServiceTest):
         return counts
 
     def service_at(self, ends):
-        """Returns the end to read from, and a service that alone has the other end."""
+        """Starts a service whose console is the second end. Returns the first end, to read from, and the service."""
         reader, writer = ends
         self.addCleanup(os.close, reader)
         service = self.service(stdout=writer)
@@ -147,7 +147,7 @@ class SyncFile(ServiceTest):
         check_refused("No space left on device")
         os.unlink("/tmp/filler")
         os.chmod("/tmp", 0o555)
-        # Its own file, which it cannot replace, is overwritten.
+        # The service cannot replace its own file now, so it overwrites it.
         before = len(read_sync())
         self.assertGreater(len(sync()), before)
 
@@ -163,15 +163,15 @@ class RemoteSyslog(ServiceTest):
         elsewhere = self.collector()
         for host, is_local in ((elsewhere.host, False), (elsewhere.host, True), ("127.0.0.1", True)):
             here = self.collector(host="") if is_local else None
-            goal = elsewhere if host == elsewhere.host else here
+            target = elsewhere if host == elsewhere.host else here
             self.configure(SYSLOG_ON % host)
             service = self.service()
             for _ in range(2):  # switched on by the supervisor, then by a child
                 peer = self.peer()
-                goal.heard()
+                target.heard()
                 peer.log(b"forwarded\n")
-                until(lambda: goal.receive() == b"<134>test.Info: forwarded\n", "the line")
-                self.assertEqual(goal.sender[1] != 514, is_local)
+                until(lambda: target.receive() == b"<134>test.Info: forwarded\n", "the line")
+                self.assertEqual(target.sender[1] != 514, is_local)
                 if is_local:
                     here.heard()
                     sender.sendto(b"a device's", ("127.0.0.1", 514))
@@ -186,7 +186,7 @@ class RemoteSyslog(ServiceTest):
                 here.socket.close()
 
     def test_collector_that_starts_later(self):
-        # It holds port 514, so the service sends from another port and its datagrams can be refused.
+        # This one holds port 514, so the service sends from another port and its datagrams can be refused.
         other = self.collector(host="127.0.0.9", share=False)
         self.configure(SYSLOG_ON % "127.0.0.2")
         service, peer = self.service(), self.peer()

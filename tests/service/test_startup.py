@@ -30,7 +30,7 @@ class StartUp(ServiceTest):
         self.assertIn(service.console()[0][:9], [time.strftime("[%H:%M:%S", time.localtime(second))
                                                  for second in range(int(before), int(time.time()) + 1)])
 
-    def test_debug_alone_and_in_any_case_turns_trace_on(self):
+    def test_debug_as_the_only_argument_turns_trace_on(self):
         for arguments, debug in [(["DEBUG"], True), (["debug", "x"], False), (["debug "], False)]:
             with self.subTest(arguments=arguments):
                 service = self.service(*arguments)

@@ -31,7 +31,7 @@ class Supervision(ServiceTest):
         print(f"restart: {statistics.median(times) * 1000:.1f} ms, at most {max(times) * 1000:.1f} ms")
         self.assertLess(statistics.median(times), 1.0 if SANITIZED else 0.1)
 
-        # A peer admitted before is a stranger; what was configured still holds.
+        # The new child does not know earlier peers, but still forwards as configured.
         old.log(b"from the old\n")
         peer = self.peer()
         collector.heard()
@@ -49,7 +49,7 @@ class Supervision(ServiceTest):
         unfinished = f"{SYNC_FILE}.unfinished-aB3xYz"
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("", PORT))
-            with open(unfinished, "w"):  # as by a service that has the port
+            with open(unfinished, "w"):  # as if a service that has the port were writing it
                 pass
             service = self.service(environment={"TSAN_OPTIONS": os.environ["TSAN_OPTIONS"] + ":atexit_sleep_ms=0"})
             # After pauses of 10, 20, 40 ms and so on, up to a second.
@@ -58,7 +58,7 @@ class Supervision(ServiceTest):
             service.wait_for(RESTART % 256, 8)
             self.assertGreater(time.monotonic() - begin, 0.9)
             self.assertTrue(os.path.exists(unfinished))
-        # In the words of glibc or of musl.
+        # glibc and musl word it differently.
         told = [text for text in service.texts() if re.match(r"Syslog.ERROR: UDP port 11001: Address (already )?in use", text)]
         self.assertGreaterEqual(len(told), 8)
         self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 8)
@@ -89,8 +89,8 @@ class Supervision(ServiceTest):
             service.kill_child()
             self.peer()  # the next child has the port
 
-    def service_with_full_console(self, limit, **limits):
-        """Starts one with this limit of address space and a full pipe as its console. Returns it and the reader."""
+    def service_with_full_console(self, address_space, **limits):
+        """Starts a service with a full pipe as its console and these limits. Returns it and the end to read from."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
         os.set_blocking(writer, False)
@@ -101,13 +101,13 @@ class Supervision(ServiceTest):
 
         def prepare():
             os.dup2(writer, 2)
-            for name, value in {"RLIMIT_AS": limit, **limits}.items():
+            for name, value in {"RLIMIT_AS": address_space, **limits}.items():
                 resource.setrlimit(getattr(resource, name), (value, value))
         service = self.service(stdout=writer, prepare=prepare)
         os.close(writer)
         return service, reader
 
-    @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
+    @unittest.skipIf(SANITIZED, "sanitizers need more address space than the limit allows")
     def test_restarts_a_child_that_runs_out_of_memory(self):
         service, _ = self.service_with_full_console(6 << 20)
         peer = self.peer()
@@ -122,7 +122,7 @@ class Supervision(ServiceTest):
         until(piled_up, "the end of the child")
         self.peer()
 
-    @unittest.skipIf(SANITIZED, "sanitizers need more address space than such a limit leaves")
+    @unittest.skipIf(SANITIZED, "sanitizers need more address space than the limit allows")
     def test_its_longest_backlog_fits_the_start_scripts_limit(self):
         service, reader = self.service_with_full_console(16 << 20, RLIMIT_STACK=64 << 20)
         peer = self.peer()

@@ -68,7 +68,7 @@ class Log(ToolTest):
         service.fence(peer)
         self.assertEqual(sum(": srv wrote 16 to " in text for text in service.texts()), 2 * 5 + 1)
 
-    def test_a_signal_stops_it_in_order(self):
+    def test_a_signal_stops_it_cleanly(self):
         service = self.service()
         tool = self.start_tool("log", "-t", "cut", stdin=subprocess.PIPE)
         tool.stdin.write(b"first\nbegun")
@@ -149,13 +149,13 @@ class Commands(ToolTest):
 
     def forge(self):
         if not namespace.is_real_root():
-            self.skipTest("only root can make a file that is another user's")
+            self.skipTest("only root can give a file to another user")
         with open(SYNC_FILE, "w") as file:
             file.write("[00:00:00.000] forged.Info: line\n")
         os.chown(SYNC_FILE, 12345, 12345)
 
     def forge_by_second_name(self):
-        """A file of the service's that others write and it does not."""
+        """Makes a file of the service's user that the service must not overwrite, as it has another name."""
         os.mknod(SYNC_FILE)
         os.chmod(SYNC_FILE, 0o666)
         os.link(SYNC_FILE, "/tmp/second")
@@ -266,7 +266,7 @@ class Bridge(ToolTest):
         result = subprocess.run(["unshare", "--mount", "sh", "-c", script], stderr=subprocess.PIPE, cwd="/",
                                 timeout=DEADLINE)
         self.assertEqual(result.returncode, DONE)
-        self.assertRegex(result.stderr, rb"^[^\n]*continuing without it\n$")  # /dev/kmsg is empty
+        self.assertRegex(result.stderr, rb"^[^\n]*continuing without it\n$")  # /dev/kmsg is /dev/null here
         self.assertRegex(self.module_lines(service, "py")[0], rb"^ERROR: \[\d+\] by libc$")
 
     def test_keeps_a_burst_and_reports_losses(self):
@@ -282,9 +282,9 @@ class Bridge(ToolTest):
         text = "\n".join(service.texts())
         # Calls retransmitted while the child was stopped were run only once.
         numbers = list(map(int, re.findall(r"^n\.Info: (\d+)$", text, re.M)))
-        told = list(map(int, re.findall(r"^syslogctl\.Warning: (\d+) messages were lost here$", text, re.M)))
+        reported = list(map(int, re.findall(r"^syslogctl\.Warning: (\d+) messages were lost here$", text, re.M)))
         gaps = [after - before - 1 for before, after in zip([-1, *numbers], [*numbers, total]) if after - before != 1]
-        self.assertEqual(told, gaps)
+        self.assertEqual(reported, gaps)
         self.assertTrue(numbers and gaps)
 
     def test_replaces_only_dead_sockets(self):
@@ -346,7 +346,7 @@ class Trouble(ToolTest):
                 password.write(text)
             self.run_tool("--password-file", "/tmp/password", "log", "x")
 
-    def test_reports_a_password_that_does_not_come(self):
+    def test_reports_a_password_that_does_not_arrive(self):
         self.service()
         os.mkfifo("/tmp/password")
         log = ["--password-file", "/tmp/password", "log", "x"]
@@ -357,7 +357,7 @@ class Trouble(ToolTest):
         self.assertIn("--timeout", self.run_tool(*log[:2], "--timeout", "0.2", "log", "x", code=USAGE)[1])
         tool = self.start_tool(*log, stdin=subprocess.DEVNULL)
         os.write(writer, b"mos")
-        time.sleep(0.05)  # it comes in pieces
+        time.sleep(0.05)  # the rest arrives later
         os.write(writer, b"k\n")
         self.assertEqual((tool.wait(20), tool.stderr.read()), (DONE, b""))
         tool = self.start_tool("--timeout", "60", *log, stdin=subprocess.DEVNULL)
@@ -366,7 +366,7 @@ class Trouble(ToolTest):
         said = self.run_tool("--password-file", "/tmp", "log", "x", code=USAGE)[1]
         self.assertIn("Is a directory", said)
 
-    def test_reports_missing_and_full_descriptors(self):
+    def test_reports_missing_descriptors_and_a_full_device(self):
         service = self.service()
 
         def closing(*descriptors):

@@ -100,7 +100,7 @@ class Dump(ToolTest):
 
 
 class Status(ToolTest):
-    def test_shows_what_the_machine_and_the_log_tell(self):
+    def test_shows_what_the_machine_and_the_log_say(self):
         self.assertIn("no program uses UDP port 11001", self.run_tool("--timeout", "0.2", "status", code=NO_ANSWER)[0])
         service, collector = self.forwarding_service()
         out = self.run_tool("status")[0]
@@ -139,7 +139,7 @@ class Check(ToolTest):
         self.assertEqual((result.returncode, result.stderr), (NOT_CONFIRMED, ""), result.stdout)
         return re.findall(r"^/flash/conf/kavlune\.conf:(\d+): (.*)$", result.stdout, re.M)
 
-    def test_finds_what_the_service_does_not_do_as_meant(self):
+    def test_finds_each_mistake_and_its_line(self):
         self.assertIn("not there, so nothing is set", self.run_tool("check")[0])
         good = "# c\n[data]\nREMOTELOG_TYPE= \"SysLog server\" # c\nremotelog_addr=log-1.example\n[other]\nx=1\n;x\n\n"
         self.configure(good)

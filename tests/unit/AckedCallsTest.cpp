@@ -16,7 +16,7 @@ struct PostCounter final : Velk::IGenericDispatchQueue {
 
 }  // namespace
 
-TEST(AckedCalls, WakesTheWorkerForCallsThatWaitOnly) {
+TEST(AckedCalls, WakesTheWorkerOnlyIfCallsAreWaiting) {
   PostCounter queue;
   RemoteMessages messages;
   UnpluggedServer server;

@@ -34,7 +34,7 @@ TEST(AppData, FlagsChangesUntilSaved) {
   EXPECT_FALSE(data->IsVarChanged("remotelog_type") || data->IsVarChanged("absent"));
   data->SetVar("RemoteLog_Type", "none");
   EXPECT_STREQ("none", data->GetVar("remotelog_type", ""));
-  EXPECT_TRUE(data->IsVarChanged("RemoteLog_Type") && !data->IsVarChanged("remotelog_type"));  // one spelling
+  EXPECT_TRUE(data->IsVarChanged("RemoteLog_Type") && !data->IsVarChanged("remotelog_type"));  // case counts
   data->SetVarChanged("other", true);
   data->Save();
   EXPECT_FALSE(data->IsVarChanged("RemoteLog_Type") || data->IsVarChanged("other"));
@@ -72,7 +72,7 @@ TEST(AppData, AsksSubscribersInOrderAndAcceptsAVeto) {
   EXPECT_EQ("aab", s_calls);
 }
 
-TEST(AppData, TellsAnyDialogSubscribersTrueAlways) {
+TEST(AppData, AlwaysPassesTrueToSubscribersOfAnyDialog) {
   data->SubscribeAnyDlgChanges(OnDlg, Letter("any:"));
   data->SubscribeDlgChanges("d", OnDlg, Letter("one:"));
   data->OnEnterDialog("d");
@@ -84,7 +84,7 @@ TEST(AppData, TellsAnyDialogSubscribersTrueAlways) {
   EXPECT_EQ("one:d<1 any:d<1 one:d>0 any:d>1 any:e>1 ", s_calls);
 }
 
-// Unsubscribes, together with its second subscription and the one that would be asked next.
+// Ends both its own subscriptions and OnVar's, which would be asked next.
 bool LeaveAll(const char* name, const char*, void*) {
   s_calls += "l";
   data->UnsubscribeVarChanges(name, LeaveAll);

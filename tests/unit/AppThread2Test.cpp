@@ -5,9 +5,9 @@
 namespace {
 
 struct Counts {
-  std::atomic<int> starts{0};   // of the thread
-  std::atomic<int> exits{0};    // on that thread, not before the driver may end
-  std::atomic<int> deleted{0};  // on that thread
+  std::atomic<int> starts{0};   // calls of Driver()
+  std::atomic<int> exits{0};    // calls of OnExit() on the same thread, once Driver() may return
+  std::atomic<int> deleted{0};  // calls of the destructor on the same thread
 };
 
 struct Worker : AppThread2 {
@@ -33,7 +33,7 @@ struct Worker : AppThread2 {
 
 }  // namespace
 
-TEST(AppThread2, RunsUntilStoppedOrDoneAndAgain) {
+TEST(AppThread2, RunsAgainAfterItWasStoppedOrReturned) {
   Counts counts;
   Worker worker(counts, false);
   EXPECT_STREQ("worker", worker.GetName());
@@ -65,7 +65,7 @@ TEST(AppThread2, MayBeDestroyedAfterStop) {
   }
 }
 
-TEST(AppThread2, EntryWithoutRunReturns) {
+TEST(AppThread2, EntryFunctionReturnsIfNotRun) {
   Counts counts;
   Worker worker(counts, false);
   AppThread2::DriverFunction0(&worker);
@@ -75,7 +75,7 @@ TEST(AppThread2, EntryWithoutRunReturns) {
   EXPECT_EQ(3, counts.exits);
 }
 
-TEST(AppThread2, RunFailsUntilAFailureIsAcknowledged) {
+TEST(AppThread2, RunFailsAfterAFailureUntilStopIsCalled) {
   struct Starved : Worker {
     explicit Starved(Counts& counts) : Worker(counts, false) {}
     bool StartThread() override { return !std::exchange(m_isStarved, false) && Worker::StartThread(); }

@@ -45,12 +45,12 @@ struct CallKeeper final : Velk::IGenericDispatchObj {
   std::string m_args;
 };
 
-// Parses text with at most maxArgs arguments, builds it again from the result, and parses that.
+// Compares the parsers on a text, then builds a text from the arguments and parses it.
 inline void CheckArgs(Velk::ArgsParser& parser, unsigned maxArgs, const std::string& text) {
   SCOPED_TRACE(text);
   Lines expected;
   const bool isGood = ParsePlainly(text, maxArgs, expected);
-  ASSERT_EQ(isGood, parser.ParseArgs(std::string(text).c_str()));  // a copy that ends where the text ends
+  ASSERT_EQ(isGood, parser.ParseArgs(std::string(text).c_str()));  // a copy of exact size, for sanitizers
   const Velk::IArgsList& args = *parser.GetArgs();
   ASSERT_EQ(expected, TextsOf(args));
 

@@ -33,12 +33,12 @@ TEST(ArgsParser, ReadsNumbers) {
   }
 }
 
-TEST(ArgsParser, ReachesOneSlotBeyondByIndexOnly) {
+TEST(ArgsParser, OnlyIndexingReachesOneSlotBeyondTheLast) {
   Velk::ArgsParser parser(2);
   EXPECT_EQ(nullptr, parser.GetArgs()->GetItem(0));
   ASSERT_TRUE(parser.ParseArgs(nullptr) && parser.ParseArgs("one two"));
-  EXPECT_NE(nullptr, (*parser.GetArgs())[2]);  // full: still a slot
-  // A text that needs another buffer must leave no slot in the old one.
+  EXPECT_NE(nullptr, (*parser.GetArgs())[2]);  // even if all are used
+  // A longer text gets another buffer. No slot may still point into the old one.
   ASSERT_TRUE(parser.ParseArgs(std::string(300, 'x').c_str()));
   const Velk::IArgsList& args = *parser.GetArgs();
   EXPECT_EQ(1u, args.GetCount());

@@ -56,7 +56,7 @@ TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
   EXPECT_EQ(3, m_dir.CountFiles());
 }
 
-TEST_F(AtomicFileTest, ReplacesAnyOldFileByItsOwn) {
+TEST_F(AtomicFileTest, ReplacesAnyOldFileWithItsOwn) {
   m_dir.Write("victim", "keep");
   m_dir.Write("private", "old");
   const mode_t before = umask(077);
@@ -73,7 +73,7 @@ TEST_F(AtomicFileTest, ReplacesAnyOldFileByItsOwn) {
   umask(before);
   EXPECT_EQ("keep", m_dir.Read("victim"));
 
-  m_dir.Write(m_longName, "longer old text");  // can't be renamed to: it is written over, but is its own
+  m_dir.Write(m_longName, "longer old text");  // no room for a suffix, so it is overwritten
   ASSERT_EQ(0, chmod(m_dir.Path(m_longName).c_str(), 0666));
   EXPECT_TRUE(SaveAsOwn(m_longName, "new"));
   EXPECT_EQ("new", m_dir.Read(m_longName));
@@ -99,7 +99,7 @@ TEST_F(AtomicFileTest, RemovesWhatAKilledProcessLeft) {
   Velk::AtomicFile::RemoveLeftovers("/none/file");
 }
 
-TEST_F(AtomicFileTest, RefusesOtherThanRegularFilesWithoutBlocking) {
+TEST_F(AtomicFileTest, RefusesAllButRegularFilesWithoutBlocking) {
   m_dir.Write("victim", "keep");
   ASSERT_EQ(0, symlink("victim", m_dir.Path("link").c_str()));
   for (const char* fifo : {"fifo", "read fifo"}) ASSERT_EQ(0, mkfifo(m_dir.Path(fifo).c_str(), 0600));

@@ -80,7 +80,7 @@ TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, m_dir.path.c_str(), 1));
   m_log.LimitSpaceUsedBytes(100);
   m_log.Print("123456789\n");
-  m_log.Print(std::string(40, 'x').c_str());  // would be exactly 100
+  m_log.Print(std::string(40, 'x').c_str());  // would make exactly 100
   m_log.Print("y");
   EXPECT_EQ(before + "\nWARNING: File size limit of 100 bytes reached! Logging stopped until next day.\n\n",
             m_dir.Read(today));
@@ -149,6 +149,6 @@ TEST_F(CDailyEventLogTest, WritesToStandardOutput) {
   ASSERT_TRUE(m_log.OpenTodaysFile());
   m_log.Print("three ");
   m_log.Close();
-  puts("four");  // still open
+  puts("four");  // standard output is still open
   EXPECT_EQ("one two three four\n", testing::internal::GetCapturedStdout());
 }

@@ -9,7 +9,7 @@ class CapturedLog : public IDailyLog2 {
   explicit CapturedLog(bool trace = false) { Set(this, trace); }
   ~CapturedLog() override { Set(nullptr, false); }
 
-  // The lines so far, each with its type's number in front: "0:text". Forgets them.
+  // Returns and forgets the lines so far, each after the number of its type: "0:text".
   std::vector<std::string> Take() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return std::move(m_lines);

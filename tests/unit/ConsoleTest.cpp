@@ -64,7 +64,7 @@ TEST(Console, DropsNothingIfTheLockIsHeldBriefly) {
   EXPECT_EQ(out.Read(), "a line\nprinted, another\n");
 }
 
-TEST(Console, DropsWhereTheLocksOwnerWaitsForTheReader) {
+TEST(Console, DropsWhileTheLocksOwnerWaitsForTheReader) {
   const std::string large = std::string(200000, '#') + "\n";
   StdoutPipe out;
   std::thread waiting(WriteLine, large);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// "[12:34:56.789] " becomes "# ", wherever it is, so that texts compare.
+// Replaces each "[12:34:56.789] " with "# ", so that texts can be compared.
 std::string WithoutTimes(std::string text) {
   for (size_t at = 0; (at = text.find('[', at)) != std::string::npos; ++at) {
     int length = 0;
@@ -57,7 +57,7 @@ struct DailyLog2Test : testing::Test {
 
 }  // namespace
 
-TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
+TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
@@ -69,8 +69,8 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
     for (unsigned count = 1; count <= 1500; ++count) {
       const std::string module(random() % 4 == 0 ? random() % 140 : random() % 10, 'm');
       const std::string text(random() % 8 == 0 ? random() % 3000 : random() % 300, "%s\n[ab"[count % 6]);
-      const bool isLookedAt = random() % 32 == 0 || (count + 1 >= capacity && count <= capacity + 1);
-      const unsigned type = isLookedAt ? 3 : static_cast<unsigned>(random() % 4);
+      const bool isChecked = random() % 32 == 0 || (count + 1 >= capacity && count <= capacity + 1);
+      const unsigned type = isChecked ? 3 : static_cast<unsigned>(random() % 4);
       const std::string header = (module.empty() ? "" : module + ".") + kWords[type];
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
@@ -79,7 +79,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyLength) {
                       text.size());  // bytes that are cut are counted too
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
-      if (!isLookedAt) continue;
+      if (!isChecked) continue;
       const std::string expected = std::accumulate(model.begin(), model.end(), std::string());
       ASSERT_EQ(expected, WithoutTimes(watcher.shown)) << count;
       ASSERT_EQ(std::accumulate(sizes.begin(), sizes.end(), size_t{0}), watcher.total) << count;
@@ -114,7 +114,7 @@ TEST_F(DailyLog2Test, NotifiesEveryWatcherOfEveryWarningAndError) {
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
   EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));
-  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // once more than added
+  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // second too often
   EXPECT_EQ("5 2", callsAfter(Error));
   log.RemoveErrorNotify(&first);
   EXPECT_EQ("5 2", callsAfter(Error));
@@ -158,7 +158,7 @@ TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
   EXPECT_EQ("# net.Info: up\n", WithoutTimes(m_dir.Read(name)));
 }
 
-// The rest of forwarding shows on the running service.
+// The service tests cover the rest of forwarding.
 TEST_F(DailyLog2Test, ForwardsToPort514WhateverTheAddressSays) {
   UdpSocket3 server;
   constexpr unsigned long kIp = 0x7F4D0001;  // 127.77.0.1, which no real server uses
@@ -170,7 +170,7 @@ TEST_F(DailyLog2Test, ForwardsToPort514WhateverTheAddressSays) {
   EXPECT_EQ(1, server.WaitForRead(0));
 }
 
-TEST_F(DailyLog2Test, KeepsLinesWholeBetweenThreads) {
+TEST_F(DailyLog2Test, KeepsLinesOfManyThreadsWhole) {
   constexpr unsigned kCapacity = 50, kThreads = 3;
   DailyLog2 log(kCapacity, m_path.c_str());
   Watcher always, comesAndGoes[kThreads];

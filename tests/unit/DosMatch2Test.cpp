@@ -5,8 +5,8 @@
 
 TEST(DosMatch2, MatchesAsListed) {
   const std::tuple<const char*, const char*, bool, bool> rows[] = {
-      // whether they match, also in any case
-      {"A.LOG", "*.log", true, true},  // after the found "." case no longer counts
+      // text, pattern, match, match if case is ignored
+      {"A.LOG", "*.log", true, true},  // case counts only up to the character after a star
       {"", "*", false, false},         // a star needs a character
       {"a", "*?", true, true},         // a "?" after a star needs none
       {"\xE4", "\xC4", false, false},  // only ASCII has case

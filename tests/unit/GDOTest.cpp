@@ -47,7 +47,7 @@ TEST(GDO, FindsHandlersByTheWholeNameInAnyCase) {
   EXPECT_EQ(30, lamp.m_level);
 }
 
-TEST(GDO, PostsCallsAndTakesThemBack) {
+TEST(GDO, PostsCallsAndCancelsThem) {
   auto* const lamp = new Lamp;
   PostKeeper first, second;
   const std::pair<Target*, std::string> dim(lamp, "Dim 30"), cancelled(lamp, "cancelled");

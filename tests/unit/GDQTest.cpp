@@ -31,7 +31,7 @@ TEST(GDQ, AgreesWithASortedVector) {
   QueueModel(Choices::Random(3, 300000)).Run();
 }
 
-// On one processor, where the woken thread usually runs before its waker continues.
+// Runs on one processor, where the woken thread usually runs before its waker continues.
 TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
   constexpr size_t kRounds = 1000;
   cpu_set_t all, one;
@@ -45,7 +45,7 @@ TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
     for (size_t round = 0; round <= kRounds; ++round) {
       ASSERT_TRUE(queue.Run());
       ASSERT_TRUE(round % 20 != 0 || WaitFor([&] { return target.m_count >= round; }));
-      queue.Stop();  // at work, asleep, or about to
+      queue.Stop();  // while it is at work, asleep, or about to sleep
       queue.Post(&target, "Pending", nullptr);
     }
   }

@@ -19,18 +19,18 @@ namespace {
 
 constexpr unsigned kLongMs = 20000;
 
-std::string Number(size_t number) {
+std::string CallText(size_t number) {
   return "Call " + std::to_string(number);
 }
 
-Lines Numbers(unsigned first, unsigned end) {
+Lines Calls(unsigned first, unsigned end) {
   Lines lines;
-  while (first < end) lines.push_back(Number(first++));
+  while (first < end) lines.push_back(CallText(first++));
   return lines;
 }
 
-bool SendNumbers(GDQUdpClient& client, unsigned first, unsigned end) {
-  while (first < end && client.SendMsg(Number(first).c_str())) ++first;
+bool SendCalls(GDQUdpClient& client, unsigned first, unsigned end) {
+  while (first < end && client.SendMsg(CallText(first).c_str())) ++first;
   return first == end;
 }
 
@@ -60,9 +60,9 @@ bool HoldsInChild(Condition condition) {
 struct GDQUdpClientTest : testing::Test {
   bool Open(GDQUdpClient& opened) const { return opened.Open(service.Address().c_str(), "mosk", options); }
 
-  // Sends numbers and waits for their acks.
+  // Sends calls and waits for their acks.
   bool Deliver(unsigned first, unsigned end) {
-    return SendNumbers(client, first, end) && client.Flush(kLongMs) == 0;
+    return SendCalls(client, first, end) && client.Flush(kLongMs) == 0;
   }
 
   StubService service;
@@ -72,19 +72,19 @@ struct GDQUdpClientTest : testing::Test {
 
 }  // namespace
 
-TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceStartsAndLeavesNothingOpen) {
+TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceStartsAndLeavesItWhenClosed) {
   service.Stop();
   EXPECT_EQ(-1, client.Descriptor());
   EXPECT_FALSE(client.SendMsg("x"));
   EXPECT_EQ(EBADF, errno);
-  ASSERT_TRUE(Open(client) && SendNumbers(client, 0, 300));
+  ASSERT_TRUE(Open(client) && SendCalls(client, 0, 300));
   EXPECT_EQ(300u, client.Flush(150));
   EXPECT_EQ(State::NotJoined, client.GetStatus().state);
 
   ASSERT_TRUE(service.Start());
   EXPECT_EQ(0u, client.Flush(kLongMs));
   EXPECT_EQ(State::Joined, client.GetStatus().state);
-  EXPECT_EQ(Numbers(0, 300), service.Ran());
+  EXPECT_EQ(Calls(0, 300), service.Ran());
   EXPECT_EQ(1u, service.m_connects);
   EXPECT_EQ(1u, service.Admitted().size());
   client.Close();
@@ -100,14 +100,14 @@ TEST_F(GDQUdpClientTest, ReportsMissingAcksAndThenSendsOnce) {
   EXPECT_LE(service.m_wrongCookies, 6u);
 
   service.m_knowsAcks = false;
-  ASSERT_TRUE(Open(client) && SendNumbers(client, 0, 3));
+  ASSERT_TRUE(Open(client) && SendCalls(client, 0, 3));
   EXPECT_EQ(3u, client.Flush(kLongMs));
   EXPECT_EQ(State::Unanswered, client.GetStatus().state);
   EXPECT_EQ(3u, client.GetStatus().sentOnce);
   EXPECT_EQ(0u, client.Flush(0));
   EXPECT_TRUE(WaitFor([&] {
     const Lines lines = service.Ran();
-    return lines.size() > 3 && Lines(lines.end() - 3, lines.end()) == Numbers(0, 3);
+    return lines.size() > 3 && Lines(lines.end() - 3, lines.end()) == Calls(0, 3);
   }));
 
   service.m_answersRubbish = true;
@@ -132,12 +132,12 @@ TEST_F(GDQUdpClientTest, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
 TEST_F(GDQUdpClientTest, RetransmitsOnlyUnacknowledgedCalls) {
   ASSERT_TRUE(Open(client) && Deliver(0, 10));
   service.m_isBlocked = true;
-  ASSERT_TRUE(SendNumbers(client, 10, 20));
+  ASSERT_TRUE(SendCalls(client, 10, 20));
   client.Flush(50);
   service.Restart();
   service.m_isBlocked = false;
   ASSERT_TRUE(Deliver(20, 30));
-  EXPECT_EQ(Numbers(0, 30), service.Ran());
+  EXPECT_EQ(Calls(0, 30), service.Ran());
   EXPECT_EQ(1u, client.GetStatus().forgotten);
   client.SendMsg("Unknown");
   client.SendMsg("");
@@ -150,7 +150,7 @@ TEST_F(GDQUdpClientTest, BlocksForRoomOnlyIfAsked) {
   options.waitMs = 0;
   options.heldLines = 16;
   ASSERT_TRUE(Open(client));
-  EXPECT_TRUE(SendNumbers(client, 0, 16));
+  EXPECT_TRUE(SendCalls(client, 0, 16));
   EXPECT_FALSE(client.SendMsg("x"));
   EXPECT_EQ(EAGAIN, errno);
   const std::string longest(GDQUdpClient::kMaxCall, 'x');
@@ -171,9 +171,9 @@ TEST_F(GDQUdpClientTest, BlocksForRoomOnlyIfAsked) {
 TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
   options.reliable = false;
   ASSERT_TRUE(Open(client) && Deliver(0, 50));
-  EXPECT_TRUE(WaitFor([&] { return service.Ran() == Numbers(0, 50); }));
+  EXPECT_TRUE(WaitFor([&] { return service.Ran() == Calls(0, 50); }));
   service.Stop();
-  client.SendMsg("x");  // is refused, which shows the restart
+  client.SendMsg("x");  // its refusal tells the client of the restart
   ASSERT_TRUE(service.Start() && Deliver(50, 55));
   EXPECT_TRUE(WaitFor([&] { return service.Ran().size() >= 55; }));
 }
@@ -191,7 +191,7 @@ TEST_F(GDQUdpClientTest, UsesTheSamePortsForAnyNumberOfRuns) {
   for (GDQUdpClient& each : clients) EXPECT_EQ(0u, each.Flush(kLongMs));
 }
 
-TEST_F(GDQUdpClientTest, HearsTheCallsOfOthersOnly) {
+TEST_F(GDQUdpClientTest, HearsOnlyTheCallsOfOthers) {
   struct Ear final : Velk::GDOBase {
     void Call(const char* name, const char* args) override {
       heard.push_back(std::string(name) + "|" + args);
@@ -236,11 +236,11 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithItsOwn) {
 
 TEST_F(GDQUdpClientTest, HoldsNoLockAfterAThreadIsCancelled) {
 #ifdef __SANITIZE_ADDRESS__
-  GTEST_SKIP() << "the sanitizer takes a cancelled thread's frames to be in use";
+  GTEST_SKIP() << "the sanitizer treats a cancelled thread's frames as still in use";
 #endif
   service.Stop();
   options.heldLines = 16;
-  ASSERT_TRUE(Open(client) && SendNumbers(client, 0, 16));
+  ASSERT_TRUE(Open(client) && SendCalls(client, 0, 16));
   for (int round = 0; round < 20; ++round) {
     pthread_t sender;
     const auto block = [](void* opened) -> void* {
@@ -316,8 +316,8 @@ std::vector<int> DescriptorsOf(Operation operation) {
   return opened;
 }
 
-// A program's descriptors that replaced the client's under the same numbers: connected sockets with unread
-// input, or running timers.
+// Descriptors of the program under numbers that were the client's: connected sockets with unread input, or
+// running timers.
 class Strangers {
  public:
   Strangers(const std::vector<int>& numbers, bool areTimers) : m_numbers(numbers), m_areTimers(areTimers) {
@@ -334,7 +334,7 @@ class Strangers {
     for (const int fd : {m_pair[0], m_pair[1], m_timer}) close(fd);
   }
 
-  // None was closed, written, read or set.
+  // True if none was closed, written, read or set.
   bool AreUntouched() const {
     char text[8];
     itimerspec left{};
@@ -373,14 +373,14 @@ TEST_F(GDQUdpClientTest, DoesNotTouchDescriptorsThatReplacedItsOwn) {
     }));
     EXPECT_TRUE(Deliver(next + 1, next + 3)) << round;
     client.Process();
-    EXPECT_TRUE(SendNumbers(client, next + 3, next + 4));
+    EXPECT_TRUE(SendCalls(client, next + 3, next + 4));
     EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().held == 0; })) << round;
     EXPECT_TRUE(strangers.AreUntouched()) << round;
     client.Close();
     EXPECT_TRUE(strangers.AreUntouched()) << round;
     next += 4;
   }
-  EXPECT_EQ(Numbers(0, next), service.Ran());
+  EXPECT_EQ(Calls(0, next), service.Ran());
 }
 
 TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
@@ -396,7 +396,7 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     Velk::ClientThread thread;
     std::vector<int> own = DescriptorsOf([&] { return Open(client) && thread.Start(&client); });
     ASSERT_TRUE(Deliver(round, round + 1));
-    // The first one is what the thread polls. Its current poll(2) goes on after the number is closed.
+    // The thread polls the first one. A poll(2) in progress goes on after its descriptor is closed.
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
@@ -408,7 +408,7 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     if (areClosed) {
       for (const int fd : own) EXPECT_LT(fcntl(fd, F_GETFD), 0) << round;
     }
-    EXPECT_TRUE(SendNumbers(client, round + 1, round + 2));
+    EXPECT_TRUE(SendCalls(client, round + 1, round + 2));
     const auto begin = usedMs();
     usleep(500000);
     EXPECT_LT(usedMs() - begin, 100) << round;

@@ -24,10 +24,10 @@ TEST(GDQUdpSrv, AgreesWithAListOfPeers) {
   ServerModel(Choices::Random(7, 300000)).Run();
 }
 
-TEST(GDQUdpSrv, KeepsItsPasswordWhereThePortIsTaken) {
+TEST(GDQUdpSrv, KeepsItsPasswordIfThePortIsTaken) {
   CapturedLog log(false);
   UnpluggedServer server, owner;
-  server.ReceiveTask();  // stops without a socket
+  server.ReceiveTask();  // returns, as there is no socket
   auto port = static_cast<unsigned short>(20000 + getpid() % 10000);
   OpenOnFreePort(server, "mosk", port);
   OpenOnFreePort(owner, "", port);
@@ -39,7 +39,7 @@ TEST(GDQUdpSrv, KeepsItsPasswordWhereThePortIsTaken) {
 }
 
 // All keys are in one bucket: if the server walked the whole chain, the test would time out.
-TEST(GDQUdpSrv, DoesNotWalkPeersThatProvedNothing) {
+TEST(GDQUdpSrv, DoesNotWalkPeersThatWereNeverAdmitted) {
   CapturedLog log(false);
   UnpluggedServer server;
   for (uint32_t i = 1; i <= 200000; ++i) {

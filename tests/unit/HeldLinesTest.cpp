@@ -2,11 +2,11 @@
 
 #include "tests/unit/Test.h"
 
-TEST(HeldLines, KeepsTextsInOrderBesideADeque) {
+TEST(HeldLines, AgreesWithADeque) {
   std::mt19937 random(3);
   Velk::HeldLines lines;
   EXPECT_FALSE(lines.Append("x", 1));
-  ASSERT_TRUE(lines.Open(20));  // 32 of 256 bytes
+  ASSERT_TRUE(lines.Open(20));  // rounded up to 32, of 256 bytes on average
   std::deque<std::string> model;
   size_t refused = 0;
   for (int step = 0; step < 100000; ++step) {
@@ -18,7 +18,7 @@ TEST(HeldLines, KeepsTextsInOrderBesideADeque) {
         model.push_back(text);
       } else {
         ++refused;
-        // A gap at the end of the memory wastes less than one text.
+        // A gap at the end of the memory wastes less than the longest text.
         ASSERT_TRUE(model.size() == 32 || held + text.size() + 1 > 32 * 256 - 1401) << held;
       }
     } else if (!model.empty()) {

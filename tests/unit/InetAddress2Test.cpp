@@ -26,7 +26,7 @@ TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysUnchanged) {
   CapturedLog log(false);
   const std::string longestLookup(79, 'a');  // too long for a label: fails without a DNS query
   const std::tuple<std::string, unsigned short, const char*> rows[] = {
-      // default port; null: refused
+      // text, default port, result; null: refused
       {"255.255.255.255:65535", 1, "255.255.255.255:65535"},
       {"10.0.0.1", 514, "10.0.0.1:514"},
       {"10.0.0.1:514 and more", 1, "10.0.0.1:514"},
@@ -56,7 +56,7 @@ TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysUnchanged) {
 
 namespace {
 
-// Resolves a name with this number of bytes of memory. Does not return.
+// Resolves a name with only this many bytes of memory left, and exits.
 [[noreturn]] void LookUpWith(size_t bytes) {
   free(malloc(1 << 20));  // initialises the heap
   void* const left = malloc(bytes);
@@ -74,7 +74,7 @@ namespace {
   _exit(isFound || errno == ENOMEM ? 0 : 1);
 }
 
-// The same in a child for many amounts. Exits with 0 if all succeed.
+// Calls LookUpWith() in children, with more and more bytes. Exits with 0 if all succeed.
 [[noreturn]] void LookUpInChildren() {
   LogPrinter::Instance()->m_consoleEnabled = false;
   size_t bytes = 0;

@@ -114,7 +114,7 @@ TEST_F(IniFile3Test, LoadsRegularFilesOnlyAndSavesToOthersToo) {
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
   const std::string tooLong = m_dir.Path(std::string(300, 'p'));
   const std::tuple<std::string, bool> rows[] = {
-      // can be written
+      // path, whether it can be written
       {m_dir.path, false}, {fifo, true}, {"/dev/zero", true}, {m_dir.Path("none/a.ini"), false},
       {tooLong, false},    {"", false},
   };

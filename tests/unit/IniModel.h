@@ -29,7 +29,7 @@ inline std::string Dump(const IniFile3& ini) {
 }
 
 // Whether the format can represent this value.
-inline bool Survives(const char*, const char* key, const char* value, void*) {
+inline bool IsRepresentable(const char*, const char* key, const char* value, void*) {
   if (strchr(value, '\n') != nullptr) return false;
   const bool isQuoted = strchr(value, ' ') != nullptr;
   if (!isQuoted && (*value == '"' || isspace(static_cast<unsigned char>(*value)) != 0)) return false;
@@ -37,7 +37,7 @@ inline bool Survives(const char*, const char* key, const char* value, void*) {
   return strlen(key) + 2 * strlen(value) + kMarks <= IniFile3::kLineSize;
 }
 
-// Checks that values which the format can represent survive saving and loading. Returns whether all are.
+// Checks that saving and loading keeps the values, if the format can represent all. Returns whether it can.
 inline bool CheckSavedAndLoaded(const TempDirectory& directory, const std::string& text) {
   const std::string path = directory.Path("f");
   directory.Write("f", text);
@@ -48,9 +48,9 @@ inline bool CheckSavedAndLoaded(const TempDirectory& directory, const std::strin
   };
   EXPECT_TRUE(ini.EnumAllValues(finds, &ini));
   const std::string content = Dump(ini);
-  const bool isTold = ini.EnumAllValues(Survives, nullptr);
+  const bool isRepresentable = ini.EnumAllValues(IsRepresentable, nullptr);
   EXPECT_NE(0, ini.Save(path.c_str()));
   EXPECT_NE(0, ini.Load(path.c_str()));
-  EXPECT_TRUE(!isTold || content == Dump(ini)) << text << "\n-> " << content << "\n-> " << Dump(ini);
-  return isTold;
+  EXPECT_TRUE(!isRepresentable || content == Dump(ini)) << text << "\n-> " << content << "\n-> " << Dump(ini);
+  return isRepresentable;
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Also collects the modules' names. Silences the singleton while it exists.
+// Also keeps the module of each line. Silences the singleton while it exists.
 struct Sink : CapturedLog {
   void Log(ELogMessageType type, const char* module, const char* text) override {
     seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);

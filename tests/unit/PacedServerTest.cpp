@@ -37,17 +37,16 @@ struct Service : Velk::IGenericDispatchTarget {
 TEST(PacedServer, BoundsPendingCalls) {
   Service service;
   service.Receive(PacedServer::kMaxPendingCalls - 8, false);
-  std::thread reader([&] {
+  std::thread releaser([&] {
     usleep(20000);  // time for an unbounded receive thread to read ahead
     service.m_mayGoOn = true;
   });
   service.Receive(3 * PacedServer::kMaxPendingCalls, true);
   EXPECT_GE(PacedServer::kMaxPendingCalls + 8, service.m_mostPending);
-  reader.join();
+  releaser.join();
 }
 
-// A burst must be read out of the kernel's buffer, and peers must be relayed to while the worker thread is
-// blocked.
+// While the worker thread is blocked, a burst must still be read from the kernel's buffer and relayed.
 TEST(PacedServer, PausesBrieflyAndOnlyWithoutPendingDatagrams) {
   const auto sleeps = [] {
     rusage usage;

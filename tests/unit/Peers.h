@@ -1,4 +1,4 @@
-// Peers of the server, as datagrams.
+// A server without a socket, and the datagrams that it takes and sends.
 #pragma once
 
 #include "common/GDQUdpSrv.h"
@@ -27,7 +27,7 @@ inline InetAddress2 AddressOf(const Endpoint& endpoint) {
   return InetAddress2(static_cast<long>(endpoint.first), endpoint.second);
 }
 
-// The cookie, computed from the nonce and the password.
+// Makes a nonce from its seed, or a cookie from nonce and password.
 inline std::string Md5(const std::string& bytes) {
   Velk::HashMD5 md5;
   char digest[Velk::kMD5DigestLength];
@@ -36,7 +36,7 @@ inline std::string Md5(const std::string& bytes) {
   return std::string(digest, sizeof digest);
 }
 
-// Passes one datagram to the server, in a buffer of exactly its size.
+// Passes one datagram to the server, in a buffer with just the spare byte for the NUL that the server adds.
 inline void Give(Velk::GDQUdpSrv& server, const Endpoint& from, const std::string& datagram) {
   std::vector<unsigned char> packet(datagram.begin(), datagram.end());
   packet.push_back(0xFF);

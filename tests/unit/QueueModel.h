@@ -11,7 +11,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
  public:
   explicit QueueModel(Choices choices) : m_choices(choices) {
     m_queue.m_errorReporter = this;
-    for (Target& target : m_targets) target.m_run = this;
+    for (Target& target : m_targets) target.m_model = this;
   }
 
   void Run() {
@@ -45,19 +45,19 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
 
   struct Target final : Velk::IGenericDispatchTarget {
     bool Dispatch(const char* name, const Velk::IArgsList* args) override {
-      m_run->Deliver(this, name);
-      m_run->Operate();  // may reuse the node of the timer being dispatched
-      EXPECT_EQ(m_run->m_delivered, name);
+      m_model->Deliver(this, name);
+      m_model->Operate();  // may reuse the node of the timer being dispatched
+      EXPECT_EQ(m_model->m_delivered, name);
       EXPECT_TRUE(args->GetCount() == 0 || args->GetItem(1)->AsStr() == std::string("two"));
-      return this != &m_run->m_targets[0];
+      return this != &m_model->m_targets[0];
     }
-    QueueModel* m_run = nullptr;
+    QueueModel* m_model = nullptr;
   };
 
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
     EXPECT_TRUE(args == std::string(kOpen) || args == std::string(kMany)) << args;
     Deliver(target, name);
-    // Without a post, the queue looks at the rest only after a wait as long as the last one.
+    // Unless something is posted, the queue waits as long as last time before it takes the next message.
     m_keepsWait = !m_isSignalled;
     m_isSignalled = false;
   }

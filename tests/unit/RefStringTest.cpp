@@ -39,7 +39,7 @@ TEST(RefString, SharesUntilChanged) {
   EXPECT_STREQ("abc", text.Str());
   EXPECT_EQ(block, text.GetBuffer(3));
   text.Empty();
-  EXPECT_EQ(block, text.Str());  // kept, being unshared
+  EXPECT_EQ(block, text.Str());  // kept, as it is not shared
   EXPECT_EQ(RefString().Str(), RefString("").Str());
 }
 

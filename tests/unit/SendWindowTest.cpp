@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint64_t kMs = 1000;
 
-// Returns the calls sent now, without "WithAck" and the client's name.
+// Sends all that may be sent now. Returns the calls, without "WithAck" and the client's name.
 Lines SendAll(SendWindow& window, uint64_t nowUs) {
   Lines sent;
   for (SendWindow::Piece piece; window.Next(&piece); window.Sent(nowUs)) {
@@ -80,12 +80,12 @@ TEST_F(SendWindowTest, RetransmitsOnceForAGapThenOnlyAfterSilence) {
   EXPECT_EQ(SendWindow::kNever, window.DueUs());
 }
 
-TEST_F(SendWindowTest, GivesUpANameThatIsForgottenOrCountedOtherwise) {
+TEST_F(SendWindowTest, GivesUpANameThatTheServiceForgotOrCountsDifferently) {
   Begin();
   Append(2);
   SendAll(window, 0);
   EXPECT_TRUE(Answer(0, 2));
-  EXPECT_TRUE(Answer(0, 0));  // an unknown name, which the next one is
+  EXPECT_TRUE(Answer(0, 0));  // the service does not know the new name either
   EXPECT_EQ(1u, window.Forgotten());
   for (unsigned number = 1; number <= 2; ++number) {
     SendAll(window, 0);

@@ -36,7 +36,7 @@ TEST(SimpleString, CapacityGrowsInWholeSteps) {
   EXPECT_EQ(35u, tens.Capacity());
   tens.ReleaseBuffer(INT_MAX);
   EXPECT_EQ(35u, tens.Length());
-  // The copy has its own growth step, not the original's capacity.
+  // The copy has the original's growth step, not its capacity.
   EXPECT_EQ(40u, SimpleString(tens).Capacity());
   tens.Empty();
   EXPECT_EQ(35u, tens.Capacity());

@@ -1,4 +1,4 @@
-// Replaces standard output by a pipe or a socket while it exists.
+// Replaces standard output with a pipe or a socket while it exists.
 #pragma once
 
 #include <fcntl.h>

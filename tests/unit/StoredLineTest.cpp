@@ -27,7 +27,7 @@ TEST(SyslogctlStoredLine, NewLinesAreThoseAfterTheLastSeen) {
       {Lines("aaa"), Lines("aaaa"), Lines("a"), true},
       {Lines("abc"), Lines("fgh"), Lines("fgh"), false},
       {Lines("abde"), Lines("abfg"), Lines("fg"), false},  // the supervisor's a and b are in both
-      {Lines("rst"), Lines("abuv"), Lines("uv"), false},   // a and b had left the old log
+      {Lines("rst"), Lines("abuv"), Lines("uv"), false},   // the old log no longer had a and b
       {"[23:59:00.000] m.Info: x\n", "[00:00:00.000] m.Info: y\n", "[00:00:00.000] m.Info: y\n", false},
       {Lines("a") + "second\n", Lines("a") + "second\n" + "[10:01:00.000] no end", "[10:01:00.000] no end",
        true},

@@ -1,4 +1,4 @@
-// A stub of the service for clients, which can lose datagrams, restart and be blocked.
+// A stub of the service, for tests of clients. It can drop calls, restart, and answer rubbish.
 #pragma once
 
 #include "common/UdpSocket3.h"

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kMost = 16;
 
-// Returns the pieces of text after it went through a pipe in parts of random size.
+// Writes the text to a pipe in parts of random size. Returns the pieces that are read.
 Lines Pieces(const std::string& text, std::mt19937& random) {
   int fds[2];
   EXPECT_EQ(pipe(fds), 0);
@@ -54,7 +54,7 @@ TEST(SyslogctlLines, AreSplitWithoutLossAndBetweenCharacters) {
 
 TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
   const std::tuple<const char*, const char*, const char*> rows[] = {
-      // on a screen, in JSON
+      // text, on a screen, in JSON
       {"link ä€😀 \"C:\\\"", "link ä€😀 \"C:\\\"", "\"link ä€😀 \\\"C:\\\\\\\"\""},
       {"\x1b[2J\t\r\x7f", "\\x1b[2J\t\\x0d\\x7f", "\"\\u001b[2J\\u0009\\u000d\\u007f\""},
       {"\xc2\x9b", "\\xc2\\x9b", "\"\\u009b\""},       // a terminal's CSI
@@ -108,7 +108,7 @@ TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
       {"<14>2024-01-02T10:00:00Z no tag here", "1|user||||no tag here"},
       {"<14>2024-01-02T10:00Z net: up", "1|user||||2024-01-02T10:00Z net: up"},
       {"<14>2024-01-02T10:00:00Znet: up", "1|user||||2024-01-02T10:00:00Znet: up"},
-      {"<14>Jan 12 10:00:00 my app: b", "1|user||||my app: b"},  // RFC 3164 has no host here
+      {"<14>Jan 12 10:00:00 my app: b", "1|user||||my app: b"},  // this form has no host
       // RFC 5424.
       {"<13>1 2024-01-02T10:00:00.123456+01:00 box root 77 ID [a@1 k=\"v\"] \xEF\xBB\xBFup: ä",
        "1|root|77|ID|[a@1 k=\"v\"]|up: ä"},
@@ -177,7 +177,7 @@ TEST(SyslogctlLines, OfTheKernelAreUnderstood) {
   for (const char* bad : {"", "6", "6,", "6,1", "6,1,2,-", "x,1,2,-;a", ";a"}) EXPECT_EQ(parse(bad), "none");
 }
 
-// A model says which records were dropped; reports are where they would have been.
+// A report must be where the lost records would have been, and have their number.
 TEST(SyslogctlRecordRing, ReportsEveryLossInItsPlace) {
   std::mt19937 random(11);
   const auto ring = std::make_unique<Ctl::RecordRing>();

@@ -45,7 +45,7 @@ TEST(UdpSocket3, OwnsAtMostOneDescriptor) {
   EXPECT_EQ(free, NextDescriptor());
 }
 
-TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
+TEST(UdpSocket3, DoesNotSelectOnADescriptorTooLargeForAnFdSet) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlimit raised{limit.rlim_max, limit.rlim_max};
@@ -60,7 +60,7 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorThatNoFdSetHolds) {
 }
 
 TEST(UdpSocket3, JoinsAndLeavesAGroup) {
-  // A group of our own: Linux delivers a group while any process on the machine is a member.
+  // Other runs must not use the group: Linux delivers it while any process on the machine is a member.
   const long ip = static_cast<long>(0xEF010000 + static_cast<unsigned>(getpid()) % 65536);
   UdpSocket3 receiver, sender;
   InetAddress2 group(ip, static_cast<unsigned short>(30000 + getpid() % 10000));

@@ -122,7 +122,7 @@ class WindowModel {
     }
   }
 
-  // Calls run first in order, and again only after the service forgot us.
+  // Calls run for the first time in order, and run again only after the service forgot us.
   void NoteRun(size_t call, bool isLate) {
     size_t next = m_firstRun.empty() ? 0 : m_firstRun.rbegin()->first + 1;
     while (next < m_isRefusable.size() && m_isRefusable[next]) ++next;
