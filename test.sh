@@ -60,7 +60,8 @@ service() {
   python3 tests/service/run.py --binary "$(folder "$1")/syslog" "${more[@]}"
 }
 
-tools/collectors.sh build/collectors >/dev/null 2>&1 || echo "left out: tests with rsyslog and syslog-ng: cannot download them"
+tools/collectors.sh build/collectors >/dev/null 2>&1 ||
+  echo "left out: tests with rsyslog and syslog-ng: cannot download them"
 step "format" bash -c "tools/sources.sh .h .cpp .c | xargs clang-format --dry-run --Werror"
 step "layers" python3 tests/layers.py
 for preset in release asan tsan; do
@@ -78,10 +79,11 @@ step_with "mandoc" "man pages" mandoc -T lint -W warning man/*
 step_with "mandoc lowdown" "protocol page" tools/protocol.sh check
 step_with "clang libclang-rt-dev" "fuzz regressions" fuzz/run.sh 0
 step_with "shellcheck" "shell scripts" bash -c "tools/sources.sh .sh | xargs shellcheck -S warning"
-step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. --error-exitcode=1 \
-  --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common client runtime tools
+step_with "cppcheck" "cppcheck" cppcheck --enable=warning,performance,portability --std=c++17 -q -I. \
+  --error-exitcode=1 --suppress=missingIncludeSystem --suppressions-list=.cppcheck app common client runtime tools
 # Checks the lock annotations of common/Mutex.h.
-step_with "clang" "locks" clang++ -std=c++17 -I. -fsyntax-only -Wthread-safety -Werror app/*.cpp common/*.cpp client/*.cpp
+step_with "clang" "locks" clang++ -std=c++17 -I. -fsyntax-only -Wthread-safety -Werror \
+  app/*.cpp common/*.cpp client/*.cpp
 # The compile commands are GCC's, so clang-tidy must ignore options that clang does not have.
 step "clang-tidy" bash -c "tools/sources.sh .cpp | grep -E '^(app|common|runtime|client|tools)/' |
   xargs -P 2 -n 4 clang-tidy -p build --quiet --extra-arg=-Wno-ignored-optimization-argument"

@@ -59,8 +59,9 @@ class Supervision(ServiceTest):
             self.assertGreater(time.monotonic() - begin, 0.9)
             self.assertTrue(os.path.exists(unfinished))
         # glibc and musl word it differently.
-        told = [text for text in service.texts() if re.match(r"Syslog.ERROR: UDP port 11001: Address (already )?in use", text)]
-        self.assertGreaterEqual(len(told), 8)
+        reports = [text for text in service.texts()
+                   if re.match(r"Syslog.ERROR: UDP port 11001: Address (already )?in use", text)]
+        self.assertGreaterEqual(len(reports), 8)
         self.assertGreaterEqual(service.count("Syslog.ERROR: Unable to open GDQ client!"), 8)
         self.peer()
         self.assertFalse(os.path.exists(unfinished))
