@@ -46,7 +46,7 @@ class GDQUdpClient final : public GDQUdpBase {
 
   struct Options {
     bool reliable = true;        // false: each call is sent once and not acknowledged
-    bool listen = false;         // receive relayed calls; only with reliable does this survive a restart
+    bool listen = false;         // receive relayed calls; unless reliable, a restart may end this
     unsigned waitMs = kForever;  // how long SendMsg() blocks while there is no room for the call
     unsigned heldLines = 2048;   // room for this many calls of 256 bytes on average
   };
