@@ -7,9 +7,9 @@
 // least recently used one. One thread at a time.
 class AckClients {
  public:
-  // Several times the number of programs on a device; each takes 72 bytes.
+  // Several times the number of programs on a device; a client takes 72 bytes.
   static constexpr unsigned kMost = 256;
-  // In characters: 128 random bits in hexadecimal, so that no two clients choose the same name.
+  // Characters: enough for 128 random bits in hexadecimal, so that no two clients choose the same name.
   static constexpr unsigned kLongestName = 32;
 
   struct Client {
@@ -26,7 +26,7 @@ class AckClients {
   AckClients(const AckClients&) = delete;  // the chains point into the object
   AckClients& operator=(const AckClients&) = delete;
 
-  // Marks the client as used now. Valid until the next Add(). Null: not known.
+  // Returns the client and marks it as used; null: not known. Valid until the next Add().
   Client* Find(const char* name);
   // Adds a client that Find() does not know. name has at most kLongestName characters.
   Client* Add(const char* name);

@@ -26,10 +26,10 @@ class RemoteMessages;
 //   Ack CLIENT LAST NUMBER REFUSED
 //
 // All numbers up to LAST were run. REFUSED of them were refused: unknown name, wrong arguments, or text that
-// cannot be parsed. One acknowledgement therefore makes up for all lost before it. LAST 0: the client is not
-// known; only number 1 makes it known. A call without CLIENT and NUMBER gets no acknowledgement.
+// cannot be parsed. One acknowledgement therefore replaces all that were lost before it. LAST 0: the client
+// is not known; only number 1 makes it known. A call without CLIENT and NUMBER gets no acknowledgement.
 //
-// The server's only listener: passes all other calls on to the messages. Call() runs on the receive thread,
+// The server's only listener: passes all other calls on to RemoteMessages. Call() runs on the receive thread,
 // everything else on the worker thread.
 class AckedCalls final : public Velk::GDOTimerBase {
  public:
@@ -59,5 +59,5 @@ class AckedCalls final : public Velk::GDOTimerBase {
   Velk::GDQUdpSrv& m_server;
   AckClients m_clients;
   Velk::ArgsParser m_head{3};          // CLIENT, NUMBER and one more, which proves that NUMBER is complete
-  std::atomic<uint32_t> m_pending{0};  // calls posted, and not yet dispatched or reported
+  std::atomic<uint32_t> m_pending{0};  // calls posted, but not yet dispatched or found faulty
 };

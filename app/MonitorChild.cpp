@@ -25,8 +25,8 @@ void FollowSupervisor(pid_t supervisor) {
 // In shared memory: whether the current child has served a peer. Null: no shared memory.
 volatile bool* s_hasServed = nullptr;
 
-// A child that cannot serve (port taken, no memory for a thread, system call filtered) ends at once, and
-// would be restarted a thousand times a second. A child that was killed is restarted without a pause.
+// False: the child was killed from outside. One that cannot serve (port taken, no memory for a thread, system
+// call filtered) ends by itself at once, and without pauses would be restarted a thousand times a second.
 bool HasEndedByItself(int status) {
   if (WIFEXITED(status)) return true;
   const int signals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};

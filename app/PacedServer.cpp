@@ -18,7 +18,7 @@ void PacedServer::AfterBatch(bool isEmpty) {
   ReportServing();
   const uint32_t pending = m_queue.WaitForFewerPosts(0, 0);
   if (pending >= kMaxPendingCalls) {
-    // Half, not one less: otherwise the two threads would take turns, one call each.
+    // Waits for half of them: if it waited for one, the two threads would take turns, one call each.
     m_queue.WaitForFewerPosts(kMaxPendingCalls / 2, Velk::GDQ::kForever);
   } else if (isEmpty && pending >= kPausePendingCalls) {
     // The receive thread is ahead and would sleep before each datagram, which costs more than receiving it.

@@ -35,11 +35,10 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
   const char* const type = data->GetVar(kRemoteLogType, "");
   const char* const address = data->GetVar(kRemoteLogAddress, "");
   if (type != nullptr && strcmp(type, Velk::kSyslogServerType) == 0 && address != nullptr) {
+    // A missing address reads as "": it fails to resolve, and forwarding stays as it was.
     UseSyslogServer(log->m_sink, address);
     return true;
   }
-  // Also if the address is missing, which is an error at start-up. The address "" is not missing: it fails to
-  // resolve, and forwarding stays as it was.
   log->Log(Info, nullptr, "Remote syslog server logging disabled\n");
   log->m_sink->DisableSyslog();
   return true;

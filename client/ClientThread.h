@@ -19,8 +19,8 @@ class ClientThread {
   ClientThread& operator=(const ClientThread&) = delete;
   ~ClientThread() { Stop(); }
 
-  // The client must be open and stay open until Stop(). It is not owned. True if the thread already runs;
-  // false with errno if it cannot be created.
+  // The client is not owned, and must be open and stay open until Stop(). Does nothing if the thread already
+  // runs. False with errno: the thread cannot be created.
   bool Start(GDQUdpClient* client);
   // Waits until the thread has ended. Does nothing in a forked child: fork(2) does not copy the thread.
   void Stop();
@@ -30,7 +30,7 @@ class ClientThread {
 
   GDQUdpClient* m_client = nullptr;
   pthread_t m_thread{};
-  pid_t m_process = 0;  // the process that has the thread; 0: none
+  pid_t m_process = 0;  // the process that created the thread; 0: no thread
   std::atomic<bool> m_end{false};
 };
 

@@ -19,14 +19,14 @@ namespace {
 constexpr uint64_t kMs = 1000;
 constexpr unsigned kConnectMs = 30;
 constexpr unsigned kMostConnectMs = 1000;
-constexpr unsigned kReopenConnects = 4;  // CONNs per socket: the host's address may have changed
+constexpr unsigned kReopenConnects = 4;  // CONNs before a new socket: our local address may have changed
 constexpr unsigned kUnansweredSilences = 4;
-constexpr unsigned kMostSilentConnects = 32;  // most silences between two CONNs
+constexpr unsigned kSilencesPerConnect = 32;  // at most this many timeouts between two CONNs
 constexpr unsigned kFallbackSilences = 7;     // about 4 s
 constexpr uint64_t kKeepAliveUs = 1000 * kMs;
-constexpr uint64_t kTrustUs = 5000 * kMs;  // how long we assume to be admitted without acknowledgements
+constexpr uint64_t kTrustUs = 5000 * kMs;  // how long a nonce is trusted when calls are sent once
 constexpr uint64_t kBlockedUs = 10 * kMs;
-constexpr unsigned kHeardCalls = 1024;  // more than fit a default receive buffer
+constexpr unsigned kHeardCalls = 1024;  // more than a default receive buffer holds
 constexpr unsigned kReadsAtOnce = 256;
 
 uint64_t EndUs(unsigned timeoutMs) {
@@ -86,7 +86,7 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   m_window.SetOnce(!options.reliable);
   m_state = State::NotJoined;
   m_isAnswered = false;
-  m_forcedJoins = m_toldOnce = 0;
+  m_forcedJoins = m_reportedOnce = 0;
   m_connectMs = kConnectMs;
   StartJoin(true);
   Arm();
@@ -115,9 +115,9 @@ bool GDQUdpClient::IsUsable() const {
   return false;
 }
 
-// Call before using descriptors: if the program has closed ours, opens new ones after settleMs. isThorough
-// checks all descriptors; otherwise only the socket, which costs 0.4 us for each call sent.
-void GDQUdpClient::Mend(bool isThorough, unsigned settleMs) {
+// If the program has closed our descriptors, opens new ones after settleMs. Call it before using them. Checks
+// only the socket unless isThorough: that check takes 0.4 us for each call sent.
+void GDQUdpClient::ReplaceClosed(bool isThorough, unsigned settleMs) {
   if (m_readiness.Descriptor() >= 0) {
     if (m_socket.IsOurs() && (!isThorough || m_readiness.IsOurs())) return;
     m_readiness.Suspend();
@@ -128,8 +128,8 @@ void GDQUdpClient::Mend(bool isThorough, unsigned settleMs) {
   if (settleMs == 0) SendConnect();
 }
 
-// isAtOnce is false after a send error: if every CONN is answered and the call after it fails again, the
-// CONNs would fill the service's log.
+// isAtOnce: sends CONN now, not after m_connectMs. False after an error: if each CONN were answered but the
+// next call failed again, the CONNs would fill the service's log.
 void GDQUdpClient::StartJoin(bool isAtOnce) {
   m_isJoined = m_isBlocked = false;
   m_connects = 0;
@@ -242,8 +242,8 @@ void GDQUdpClient::OnSilence() {
   m_window.OnSilence(NowUs());
   const unsigned silences = m_window.Silences();
   if (!m_isAnswered && silences == kFallbackSilences) m_window.SetOnce(true);
-  // Rejoin at the 2nd, 4th, 8th and so on only: each CONN is a line in the service's log.
-  if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kMostSilentConnects != 0)) return;
+  // Rejoins only at the 2nd, 4th, 8th, 16th and each 32nd timeout: each CONN is a line in the service's log.
+  if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kSilencesPerConnect != 0)) return;
   if (silences >= kUnansweredSilences) m_state = State::Unanswered;
   if (++m_forcedJoins % 2 == 0) {
     // Another peer may share our record in the service and keep replacing our cookie: try another port.
@@ -254,11 +254,11 @@ void GDQUdpClient::OnSilence() {
   StartJoin(true);
 }
 
-// Leaves an earlier time set, which saves system calls for each call sent.
+// Keeps an earlier time that is still to come, which saves system calls for each call sent.
 void GDQUdpClient::Arm() {
   const uint64_t due = m_heard.IsEmpty() && !m_isWoken ? DueUs() : 1;
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
-  Mend(true, kSettleMs);
+  ReplaceClosed(true, kSettleMs);
   m_readiness.SetTime(due);
   m_armedUs = due;
 }
@@ -280,7 +280,7 @@ bool GDQUdpClient::WaitUnlocked(uint64_t endUs) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   m_mutex.Lock();
   m_cancelState = state;
-  Mend(false, 0);
+  ReplaceClosed(false, 0);
   return true;
 }
 
@@ -290,7 +290,7 @@ bool GDQUdpClient::SendMsg(const char* text) {
   errno = EMSGSIZE;
   if (length > kMaxCall || !IsUsable()) return false;
   const Lock lock(this);
-  Mend(false, 0);
+  ReplaceClosed(false, 0);
   const uint64_t now = NowUs();
   if (now >= DueUs()) Advance();
   if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
@@ -333,14 +333,14 @@ unsigned GDQUdpClient::Flush(unsigned timeoutMs) {
   if (!IsUsable()) return errno == EPERM ? 1 : 0;
   const Lock lock(this);
   const uint64_t end = EndUs(timeoutMs);
-  Mend(false, 0);
+  ReplaceClosed(false, 0);
   do {
     Advance();
   } while (m_window.Held() != 0 && WaitUnlocked(end));
   Arm();
   if (!m_options.reliable) return m_window.Held();
-  const unsigned sentOnce = m_window.SentOnce() - m_toldOnce;
-  m_toldOnce += sentOnce;
+  const unsigned sentOnce = m_window.SentOnce() - m_reportedOnce;
+  m_reportedOnce += sentOnce;
   return m_window.Held() + sentOnce;
 }
 
@@ -354,10 +354,10 @@ void GDQUdpClient::Process(unsigned settleMs) {
   if (!IsUsable()) return;
   {
     const Lock lock(this);
-    Mend(false, settleMs);
+    ReplaceClosed(false, settleMs);
     m_isWoken = false;
-    // If there was no work, the readable descriptor may be the program's own file, and stay readable.
-    if (!Advance()) Mend(true, settleMs);
+    // If there was no work, the readable descriptor may now be the program's own file and stay readable.
+    if (!Advance()) ReplaceClosed(true, settleMs);
   }
   while (DeliverCall()) continue;
   const Lock lock(this);
@@ -371,7 +371,7 @@ void GDQUdpClient::Wake() {
   Arm();
 }
 
-// False: there is none.
+// False: no call is waiting.
 bool GDQUdpClient::DeliverCall() {
   char text[kMaxText + 1];
   {

@@ -1,4 +1,4 @@
-// Client layer: the peer's end of the UDP call channel. Logs only while Open() resolves a name.
+// Client layer: the peer's end of the UDP call channel. Logs nothing but Open()'s failure to resolve a name.
 #pragma once
 
 #include <sys/types.h>
@@ -26,8 +26,8 @@ namespace Velk {
 //   client.Flush(5000);
 //
 // Holds each call until the service acknowledges it, see SendWindow. Every call is run, in order, even if
-// datagrams are lost or the service restarts or is down. A call is run twice only if the service ends after
-// running it and before acknowledging it, or if the service was merely busy when we assumed Unanswered.
+// datagrams are lost or the service restarts or is down. A call is run twice only if the service restarts or
+// forgets us before its acknowledgement arrives, or blocks for the first 4 s, see Unanswered.
 //
 // Joins and rejoins by itself. For that, an event loop must call Process() whenever Descriptor() is readable,
 // or a ClientThread must run. Without either, work is done only inside SendMsg() and Flush().
@@ -46,23 +46,23 @@ class GDQUdpClient final : public GDQUdpBase {
 
   struct Options {
     bool reliable = true;        // false: each call is sent once and not acknowledged
-    bool listen = false;         // receive relayed calls; needs reliable, to notice a restart while idle
+    bool listen = false;         // receive relayed calls; unless reliable, a restart may end this
     unsigned waitMs = kForever;  // how long SendMsg() blocks while there is no room for the call
     unsigned heldLines = 2048;   // room for this many calls of 256 bytes on average
   };
 
   enum class State {
     NotJoined,  // no nonce received
-    Joined,     // nonce received, and no acknowledgement overdue for long
+    Joined,     // nonce received, and acknowledgements are not long overdue
     // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
     // service does not know "WithAck". If none arrives within about 4 s of Open(), a reliable client sends
-    // each call once, without "WithAck", until there is an answer.
+    // each call once, without "WithAck", until an acknowledgement arrives.
     Unanswered,
   };
 
   struct Status {
     State state = State::NotJoined;
-    unsigned held = 0;  // these four: see SendWindow
+    unsigned held = 0;  // this and the next three: see SendWindow
     unsigned refused = 0;
     unsigned forgotten = 0;
     unsigned sentOnce = 0;
@@ -72,13 +72,13 @@ class GDQUdpClient final : public GDQUdpBase {
   ~GDQUdpClient() override;
 
   // Starts to join the service at "host" or "host:port" and returns at once, even if the service is down.
-  // Copies both texts. Resolves a host name only here, which may block. False with errno: EINVAL the port is
-  // not a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or why a descriptor could not be
-  // created.
+  // Resolving a host name may block; no other operation does it. Copies what it needs of both texts. False
+  // with errno: EINVAL the port is not a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or the
+  // error of the system call that creates a descriptor.
   bool Open(const char* server, const char* password, const Options& options) NO_THREAD_SAFETY_ANALYSIS;
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 
-  // Leaves the service, which then stops relaying to us, and drops held calls: call Flush() first.
+  // Leaves the service, which stops relaying to us. Drops the calls still held: call Flush() first.
   void Close() NO_THREAD_SAFETY_ANALYSIS;
 
   // Sends or holds one call. An empty text is a ping: it goes through the service's queue and does nothing.
@@ -93,18 +93,18 @@ class GDQUdpClient final : public GDQUdpBase {
   // tail was not accepted; errno as for SendMsg(), but EMSGSIZE means that the module is too long.
   bool Log(ELogMessageType type, const char* module, const char* text);
 
-  // Waits at most timeoutMs until every call is acknowledged (if not reliable: sent). Returns how many calls
-  // are not and will be retried, plus those sent only once since the last Flush() because the service did not
-  // answer. Returns 1 in a forked child.
+  // Waits until every call is acknowledged (if not reliable: sent), but at most timeoutMs. Returns the number
+  // of calls still held, plus those that were sent only once since the last Flush() because the service did
+  // not answer. Returns 1 in a forked child.
   unsigned Flush(unsigned timeoutMs);
   Status GetStatus();
 
   // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: not open.
   int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
   // Does the work that is due and never blocks. Hands relayed calls to the listeners, in order as long as
-  // only one thread calls this; a "WithAck" is unwrapped. A listener may call SendMsg(), Call(), Log() and
-  // GetStatus(). settleMs: delay before closed descriptors are opened again. Use it on a thread that runs
-  // beside one that may still be closing descriptors.
+  // only one thread calls this; of a "WithAck" call, only the call inside it. A listener may call SendMsg(),
+  // Call(), Log() and GetStatus(). settleMs delays the opening of new descriptors after the program closed
+  // ours; use it if another thread may still be closing descriptors.
   void Process(unsigned settleMs = 0);
   // Makes the descriptor readable until the next Process().
   void Wake();
@@ -118,7 +118,7 @@ class GDQUdpClient final : public GDQUdpBase {
 
   bool IsFallback() const REQUIRES(m_mutex) { return m_options.reliable && m_window.IsOnce(); }
   void StartJoin(bool isAtOnce) REQUIRES(m_mutex);
-  void Mend(bool isThorough, unsigned settleMs) REQUIRES(m_mutex);
+  void ReplaceClosed(bool isThorough, unsigned settleMs) REQUIRES(m_mutex);
   void SendConnect() REQUIRES(m_mutex);
   void TakeNonce(const char* nonce) REQUIRES(m_mutex);
   bool Advance() REQUIRES(m_mutex);
@@ -134,7 +134,7 @@ class GDQUdpClient final : public GDQUdpBase {
   bool WaitUnlocked(uint64_t endUs) REQUIRES(m_mutex);
 
   Mutex m_mutex;
-  int m_cancelState GUARDED_BY(m_mutex) = 0;  // that the mutex's holder restores
+  int m_cancelState GUARDED_BY(m_mutex) = 0;  // the mutex's holder restores it
   std::atomic<pid_t> m_process{0};            // the process that opened it; 0: closed
   InetAddress2 m_server{0, 0};
   char* m_password = nullptr;
@@ -156,9 +156,9 @@ class GDQUdpClient final : public GDQUdpBase {
   uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement
   // How long to wait for a nonce. Doubles until an acknowledgement arrives.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
-  unsigned m_connects GUARDED_BY(m_mutex) = 0;     // CONNs without a nonce
-  unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;  // joins because of silence
-  unsigned m_toldOnce GUARDED_BY(m_mutex) = 0;     // part of SentOnce() that Flush() has reported
+  unsigned m_connects GUARDED_BY(m_mutex) = 0;      // CONNs without a nonce
+  unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;   // rejoins because acknowledgements timed out
+  unsigned m_reportedOnce GUARDED_BY(m_mutex) = 0;  // part of SentOnce() that Flush() has reported
 };
 
 }  // namespace Velk

@@ -15,7 +15,7 @@ class HeldLines {
   struct Line {
     uint32_t offset;
     uint32_t length;  // without the NUL
-    uint64_t sentUs;  // the caller's
+    uint64_t sentUs;  // set by the caller
   };
 
   HeldLines() = default;
@@ -23,8 +23,8 @@ class HeldLines {
   HeldLines(const HeldLines&) = delete;
   HeldLines& operator=(const HeldLines&) = delete;
 
-  // Allocates room for this many texts, rounded up to a power of two from 16 to 2^20. Nothing else allocates.
-  // False: out of memory.
+  // Allocates room for this many texts, rounded up to a power of two from 16 to 2^20. No other operation
+  // allocates. False: out of memory.
   bool Open(unsigned lines);
   void Close();
 
@@ -46,7 +46,7 @@ class HeldLines {
   bool FindPlace(uint32_t size, uint32_t* offset) const;
 
   Line* m_lines = nullptr;
-  char* m_bytes = nullptr;  // in the block of m_lines
+  char* m_bytes = nullptr;  // in the same block, after the lines
   uint32_t m_mask = 0;
   uint32_t m_size = 0;  // of m_bytes
   uint32_t m_first = 0;

@@ -20,7 +20,7 @@ class LogCall {
   // valid until the last Next().
   LogCall(const char* name, const char* args);
 
-  // False: the module leaves no room for text, or the last argument of args is not a quoted text.
+  // False: what precedes the text takes more than half a call, or args does not end with a quoted text.
   bool IsValid() const { return m_isValid; }
   // The next call, or null after the last one. Valid until the next Next().
   const char* Next();

@@ -20,12 +20,12 @@ class OwnDescriptor {
   bool Take(int fd);
   // Closes the descriptor if it is still ours.
   void Close();
-  // Makes Get() return -1 until Close(). Stops using the descriptor now, but closes it later, when the
-  // program has finished closing descriptors.
+  // Makes Get() return -1 until Close(). While the program is closing descriptors, ours must stay open: the
+  // program could reuse the number between our check and close(2).
   void Suspend() { m_isSuspended = true; }
 
   int Get() const { return m_isSuspended ? -1 : m_fd; }  // -1: none
-  // Makes one system call. True if there is no descriptor.
+  // Whether the number still refers to our socket; true if there is none. Makes one system call.
   bool IsOurs() const;
 
   // Moves fd off the standard descriptors, which a program may close and reopen at any time. Returns fd or

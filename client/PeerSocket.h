@@ -24,7 +24,7 @@ class PeerSocket {
   PeerSocket(const PeerSocket&) = delete;
   PeerSocket& operator=(const PeerSocket&) = delete;
 
-  // Opens a new socket connected to server, on the previous port if possible. False: the socket is closed.
+  // Opens a new socket connected to server, on the previous port if possible. If false, the socket is closed.
   bool Open(const InetAddress2& server);
   void Close();
   int Descriptor() const { return m_socket.Get(); }  // -1: closed
@@ -35,7 +35,7 @@ class PeerSocket {
 
   // Asks for a nonce. This ends our admission. Failures are ignored: the caller asks again anyway.
   void SendConnect();
-  // Computes the cookie from nonce and password. False: it is the one that we have.
+  // Computes the cookie from nonce and password. False: we already have that one.
   bool TakeNonce(const char* nonce, const char* password);
   bool HasCookie() const { return m_hasCookie; }
   // Whether the datagram, of at least kCookieSize bytes, begins with our cookie.

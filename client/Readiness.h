@@ -17,11 +17,11 @@ class Readiness {
   Readiness(const Readiness&) = delete;
   Readiness& operator=(const Readiness&) = delete;
 
-  // Closes open descriptors first. False with errno: it is closed.
+  // Closes open descriptors first. False with errno; it stays closed.
   bool Open();
   // In a forked child this does not affect the parent.
   void Close();
-  // See OwnDescriptor. Until Close(), Watch() and SetTime() do nothing.
+  // See OwnDescriptor::Suspend(). Watch() and SetTime() do nothing until the next Open().
   void Suspend() { m_shown = -1; }
 
   int Descriptor() const { return m_shown; }  // -1: closed or suspended
@@ -29,11 +29,11 @@ class Readiness {
   // closed.
   bool IsOurs() const;
 
-  // The socket must be the caller's. False: our descriptors are closed or no longer ours.
+  // socket must still be the caller's. False: our descriptors are closed or no longer ours.
   bool Watch(int socket);
   void Unwatch(int socket);
   // Sets the time, in microseconds of NowUs(); UINT64_MAX: never. The descriptor stays readable until the
-  // next SetTime(). Requires IsOurs() or Suspend().
+  // next SetTime(). Call it only if IsOurs(), or after Suspend().
   void SetTime(uint64_t us);
 
  private:

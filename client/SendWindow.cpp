@@ -10,10 +10,10 @@ namespace {
 
 constexpr uint64_t kMs = 1000;
 constexpr unsigned kFirstWindow = 4;
-constexpr unsigned kLeastAnswerMs = 30;
-constexpr unsigned kMostAnswerMs = 1000;
+constexpr unsigned kLeastTimeoutMs = 30;
+constexpr unsigned kMostTimeoutMs = 1000;
 constexpr unsigned kMostDoublings = 6;
-constexpr unsigned kSilencesOfAName = 16;  // about 12 s, longer than an answer can be delayed
+constexpr unsigned kRenameSilences = 16;  // about 12 s, longer than an answer can be delayed
 
 }  // namespace
 
@@ -22,7 +22,7 @@ bool SendWindow::Open(unsigned lines, uint64_t seed) {
   m_seed = seed;
   m_isOnce = false;
   m_refused = m_forgotten = m_sentOnce = 0;
-  m_answerMs = kLeastAnswerMs * 2;
+  m_timeoutMs = kLeastTimeoutMs * 2;
   m_window = kFirstWindow;
   Rename();
   return true;
@@ -70,7 +70,7 @@ bool SendWindow::Next(Piece* piece) {
     return true;
   }
   const uint32_t unanswered = m_next - m_lines.First();
-  // The first call is sent alone: afterwards, "unknown client" can only mean that the service forgot us.
+  // The first call is sent alone: once it is acknowledged, LAST 0 can only mean that the service forgot us.
   if (unanswered >= (m_isFresh ? 1 : m_window)) return false;
   *piece = WithHead(m_number + unanswered, text, length);
   return true;
@@ -123,10 +123,10 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
 
 void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   const uint64_t answered = last + 1 - m_number;
-  // Less than acknowledged before: the answer was overtaken by a later one. If this persists, the service has
+  // LAST is lower than before: a later answer has overtaken this one. If this persists, the service has
   // forgotten us and taken a late copy of our first call for a new client's.
   if (answered > m_sent - m_lines.First()) {
-    if (m_silences >= kSilencesOfAName) Rename();
+    if (m_silences >= kRenameSilences) Rename();
     return;
   }
   if (answered != 0) {
@@ -139,8 +139,8 @@ void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
     if (static_cast<int32_t>(m_lines.First() - m_next) > 0) m_next = m_lines.First();
     if (m_window < kMostUnanswered) ++m_window;
   }
-  // A gap: the calls after it were not run, so retransmit all from there. Only once per gap, as each datagram
-  // still in flight is answered alike.
+  // A gap: the calls after it were not run, so retransmit all from there. Only once per gap: the datagrams
+  // that are still in flight all report the same one.
   if (asked <= last || Held() == 0 || (m_hasHole && m_hole == m_lines.First())) return;
   m_hasHole = true;
   m_hole = m_next = m_lines.First();
@@ -150,16 +150,16 @@ void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
 // The timeout is two round trips. It rises at once and falls slowly.
 void SendWindow::LearnAnswerTime(uint64_t tripUs) {
   const uint64_t tripMs = tripUs / kMs * 2;
-  m_answerMs -= m_answerMs / 8;
-  if (m_answerMs < tripMs)
-    m_answerMs = tripMs < kMostAnswerMs ? static_cast<unsigned>(tripMs) : kMostAnswerMs;
-  if (m_answerMs < kLeastAnswerMs) m_answerMs = kLeastAnswerMs;
+  m_timeoutMs -= m_timeoutMs / 8;
+  if (m_timeoutMs < tripMs)
+    m_timeoutMs = tripMs < kMostTimeoutMs ? static_cast<unsigned>(tripMs) : kMostTimeoutMs;
+  if (m_timeoutMs < kLeastTimeoutMs) m_timeoutMs = kLeastTimeoutMs;
 }
 
 uint64_t SendWindow::DueUs() const {
   if (m_isOnce || m_next == m_lines.First()) return kNever;
-  const unsigned waitMs = m_answerMs << (m_silences < kMostDoublings ? m_silences : kMostDoublings);
-  return m_sinceUs + (waitMs < kMostAnswerMs ? waitMs : kMostAnswerMs) * kMs;
+  const unsigned waitMs = m_timeoutMs << (m_silences < kMostDoublings ? m_silences : kMostDoublings);
+  return m_sinceUs + (waitMs < kMostTimeoutMs ? waitMs : kMostTimeoutMs) * kMs;
 }
 
 void SendWindow::OnSilence(uint64_t nowUs) {

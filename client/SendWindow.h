@@ -1,4 +1,4 @@
-// Client layer: decides what to send when, so that each call is run once and in order.
+// Client layer: decides what to send and when, so that each call is run once and in order.
 #pragma once
 
 #include <cstdint>
@@ -11,16 +11,16 @@ namespace Velk {
 // no socket, clock or lock: the caller sends what Next() gives and passes the time in microseconds of a
 // monotonic clock. One thread at a time.
 //
-// A call is sent as "WithAck CLIENT NUMBER call". The service runs the numbers in order and answers each
-// datagram with "Ack CLIENT LAST ASKED REFUSED": all numbers up to LAST were run. A retransmitted call is not
-// run twice by the same process, and a call after a gap is not run. A restarted service does not know CLIENT;
-// unacknowledged calls are then retransmitted under a new name.
+// A call is sent as "WithAck CLIENT NUMBER call". The service runs the numbers in order, each once, and none
+// after a gap. It answers each datagram with "Ack CLIENT LAST ASKED REFUSED": all numbers up to LAST were
+// run, REFUSED of them were refused, and ASKED is the datagram's NUMBER. A restarted service does not know
+// CLIENT; unacknowledged calls are then retransmitted under a new name.
 class SendWindow {
  public:
   static constexpr unsigned kNameLength = 12;
   static constexpr unsigned kMaxNumber = 18;                                  // digits
   static constexpr unsigned kMaxHead = 8 + kNameLength + 1 + kMaxNumber + 1;  // "WithAck NAME NUMBER "
-  static constexpr unsigned kMostUnanswered = 64;  // datagrams of any size that fit a default receive buffer
+  static constexpr unsigned kMostUnanswered = 64;  // a default receive buffer holds that many of any size
   static constexpr uint64_t kNever = UINT64_MAX;
 
   // Makes room for this many calls, see HeldLines. seed: random bits for the client names. False: out of
@@ -35,7 +35,7 @@ class SendWindow {
   unsigned Held() const { return m_lines.End() - m_lines.First(); }
   // Acknowledged calls that the service refused: unknown name or wrong arguments.
   unsigned Refused() const { return m_refused; }
-  // How many times the service had forgotten us, normally because it restarted and lost its ring.
+  // How many times the service had forgotten us, normally because it restarted (its ring is lost then).
   unsigned Forgotten() const { return m_forgotten; }
   // Calls that were sent without waiting for an acknowledgement.
   unsigned SentOnce() const { return m_sentOnce; }
@@ -50,8 +50,8 @@ class SendWindow {
     const char* text;
     unsigned length;
   };
-  // The next datagram to send, the same one until Sent(). Valid until the next operation. False: nothing is
-  // due.
+  // Gives the next datagram to send; the same one again if Sent() was not called. Its pointers are valid
+  // until the next operation. False: nothing is due.
   bool Next(Piece* piece);
   void Sent(uint64_t nowUs);
   // A ping that is not held. Shows whether the service answers at all.
@@ -62,8 +62,8 @@ class SendWindow {
   // Handles a text from the service. False: it is not an "Ack" for this client.
   bool TakeAnswer(const char* text, uint64_t nowUs);
 
-  // When the acknowledgement times out; kNever: none is expected. The caller then calls OnSilence(), which
-  // makes the unacknowledged calls due again and doubles the timeout, up to one second.
+  // When the wait for an acknowledgement times out; kNever: none is expected. At that time call OnSilence(),
+  // which makes the unacknowledged calls due again and doubles the timeout, up to one second.
   uint64_t DueUs() const;
   void OnSilence(uint64_t nowUs);
   unsigned Silences() const { return m_silences; }  // timeouts since a call was acknowledged
@@ -84,14 +84,14 @@ class SendWindow {
   uint64_t m_number = 1;  // NUMBER of First() under this name
   uint32_t m_hole = 0;    // the call that was last retransmitted because of a gap
   bool m_hasHole = false;
-  unsigned m_window = 0;  // most calls in flight
-  bool m_isFresh = true;  // no call was acknowledged under this name
+  unsigned m_window = 0;  // maximum number of calls in flight
+  bool m_isFresh = true;  // no call acknowledged yet under this name
   bool m_isOnce = false;
   unsigned m_silences = 0;
-  unsigned m_answerMs = 0;  // the timeout before any doubling
-  uint64_t m_sinceUs = 0;   // when the timeout started
+  unsigned m_timeoutMs = 0;  // before any doubling
+  uint64_t m_sinceUs = 0;    // when the timeout started
   uint64_t m_seed = 0;
-  uint64_t m_seenRefused = 0;  // under this name
+  uint64_t m_seenRefused = 0;  // the last REFUSED under this name
   unsigned m_refused = 0;
   unsigned m_forgotten = 0;
   unsigned m_sentOnce = 0;

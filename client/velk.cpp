@@ -16,7 +16,7 @@ using Velk::GDQUdpClient;
 
 struct velk {
   GDQUdpClient client;
-  Velk::ClientThread thread;  // ends before the client
+  Velk::ClientThread thread;  // destroyed before the client, which it uses
 };
 
 velk* velk_open(const char* server, const char* password, unsigned flags) {

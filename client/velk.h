@@ -7,8 +7,8 @@
  *   velk_close(log);
  *
  * A line is held and retransmitted until the service confirms that it has logged it. Lines survive lost
- * datagrams and restarts of the service; only a restart can make a line appear twice. Up to 2048 lines (512
- * KiB) are held.
+ * datagrams and restarts of the service. A restart or a blocked service can make a line appear twice. Up to
+ * 2048 lines (512 KiB) are held.
  *
  * Any thread may use a handle, but no call may overlap velk_close(). After fork(2) the child must open its
  * own handle: with its parent's, velk_log() and velk_flush() fail with EPERM, and velk_close() only frees it.
@@ -38,7 +38,7 @@ enum { VELK_TRACE = 0, VELK_INFO = 1, VELK_WARNING = 2, VELK_ERROR = 3 };
 
 /* Flags of velk_open(). */
 enum {
-  VELK_THREAD = 1, /* waits and retransmits on the library's own thread */
+  VELK_THREAD = 1, /* receives and retransmits on the library's own thread */
   VELK_NOWAIT = 2, /* velk_log() fails with EAGAIN instead of blocking when no more lines can be held */
   VELK_ONCE = 4    /* sends each line once and never retransmits: lost lines stay lost */
 };
@@ -55,14 +55,14 @@ VELK_API int velk_log(velk* log, int type, const char* module, const char* forma
 VELK_API int velk_vlog(velk* log, int type, const char* module, const char* format, va_list args)
     VELK_PRINTF(4, 0);
 
-/* Waits at most timeout_ms milliseconds until every line is confirmed (with VELK_ONCE: sent). Returns how
- * many lines are not, with errno: ETIMEDOUT the service is up, ENOTCONN it does not answer, EACCES
- * it answers but confirms nothing: the password is wrong, or it is blocked or too old. These lines are still
- * retransmitted, except those sent once to a service that has never confirmed any. In a forked child returns
- * 1 with EPERM. */
+/* Waits until every line is confirmed (with VELK_ONCE: sent), but at most timeout_ms milliseconds. Returns
+ * the number of lines that are not, with errno: ETIMEDOUT the service needs more time, ENOTCONN it does not
+ * answer, EACCES it confirms nothing: the password is wrong, or the service is blocked or too old. The
+ * library goes on retransmitting these lines, except those sent once to a service that has never confirmed
+ * any. In a forked child returns 1 with EPERM. */
 VELK_API unsigned velk_flush(velk* log, unsigned timeout_ms);
 
-/* For event loops, instead of VELK_THREAD: call velk_process() whenever the descriptor is readable. It never
+/* For event loops, instead of VELK_THREAD: call velk_process() whenever velk_fd() is readable. It never
  * blocks. In a forked child velk_fd() returns -1 and velk_process() does nothing. */
 VELK_API int velk_fd(velk* log);
 VELK_API void velk_process(velk* log);

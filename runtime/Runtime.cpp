@@ -1,6 +1,6 @@
 // Foundation layer: the few C++ run-time functions that the compiler calls, so that no libstdc++ is needed.
 // Linked into the executables and into libvelk, which hides the names. Not part of common/: a program that
-// embeds that has its own run-time.
+// embeds common/ has its own run-time.
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>
