@@ -9,7 +9,7 @@ set -eu
 collector=$1
 marker=${MARKER:-/run/syslog-boot-lines-sent}  # in memory, so that a reboot removes it
 
-# Whether the service forwards to the collector. Only its log says whether it could resolve the name.
+# Makes the service forward to the collector. Only its log says whether it could resolve the name.
 forwards() {
   syslogctl remote on "$collector" || return 1
   lines=$(syslogctl dump) || return 1

@@ -26,7 +26,7 @@ import weakref
 CALL_MOST = 1434  # bytes of a call in a datagram
 HEAD_MOST = len("WithAck ") + 16 + 1 + 18 + 1
 ON_THE_WAY = 64  # window in calls: more could overflow the service's receive buffer
-AFTER_LOSS = 4  # window after a loss; each ack adds to it
+AFTER_LOSS = 4  # smallest window after a loss; each confirmed call adds one
 PAUSE, PAUSE_MOST = 0.25, 4  # seconds to wait for an ack: at first, at most
 PORTS = range(11101, 11133)  # the service keeps a record of every port it has seen, so use few
 
@@ -76,7 +76,7 @@ class VelkHandler(logging.Handler):
                 if self._ending or len(self._held) + len(more) > self._most:
                     raise BufferError("closed" if self._ending else "cannot hold more records")
                 if not self._held:
-                    self._wait(0)
+                    self._set_due(0)
                 self._held.extend(more)
             self._wake()
         except Exception:
@@ -112,7 +112,7 @@ class VelkHandler(logging.Handler):
         self._ending = False
         self._socket = self._cookie = None
         self._rename()
-        self._wait(0)
+        self._set_due(0)
         self._waker, self._woken = socket.socketpair()
         self._waker.setblocking(False)
         self._thread = threading.Thread(target=self._run, name="velk", daemon=True)
@@ -122,7 +122,7 @@ class VelkHandler(logging.Handler):
         with contextlib.suppress(OSError):  # buffer full: the thread will wake anyway
             self._waker.send(b"\0")
 
-    def _wait(self, silences):
+    def _set_due(self, silences):
         self._silences = silences
         self._due = time.monotonic() + min(PAUSE * 2 ** min(silences, 10), PAUSE_MOST)
 
@@ -132,7 +132,7 @@ class VelkHandler(logging.Handler):
         self._known = False
         self._first = 1  # number of the oldest held call
         self._sent = 0  # number of held calls that were sent
-        self._gap = 0  # number that the service last missed
+        self._gap = 0  # number of the last call retransmitted because of a gap
         self._window = ON_THE_WAY
 
     def _run(self):
@@ -166,7 +166,7 @@ class VelkHandler(logging.Handler):
             self._sent += 1
 
     def _silence(self):
-        self._wait(self._silences + 1)
+        self._set_due(self._silences + 1)
         if self._silences == 1 and self._cookie:
             self._sent, self._window = 0, AFTER_LOSS
         else:
@@ -177,7 +177,7 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another each time: the service may mix up two ports
+        for port in PORTS[self._silences % 8:]:  # another port each time: the service may mix up two
             with contextlib.suppress(OSError):  # taken
                 self._socket.bind(("", port))
                 break
@@ -221,9 +221,9 @@ class VelkHandler(logging.Handler):
         self._confirmed += run
         self._sent = max(self._sent - run, 0)
         self._window = min(self._window + run, ON_THE_WAY)
-        if asked > last == self._first - 1 != self._gap - 1:  # once for each that is missing
+        if asked > last == self._first - 1 != self._gap - 1:  # once for each missing call
             self._gap, self._sent, self._window = self._first, 0, max(self._window // 2, AFTER_LOSS)
-        self._wait(0)
+        self._set_due(0)
         self._changed.notify_all()
 
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Shows that a memory limit turns a flood of forged connects into a restart: memory_limit.py SYSLOG [MIB]
 
-Every forged address costs the child a small record. At the limit, of a control group (systemd's unit) or of the
-address space (the other start scripts), the child ends, the next one serves, and peers join again.
+Every forged address costs the child a small record. At the limit the child ends, the next one serves, and peers join
+again. Tries a limit on the address space, as most start scripts set it, and on a control group, as systemd does.
 """
 import contextlib
 import os
@@ -31,7 +31,7 @@ def connect_from(address, port, to_port):
 
 @contextlib.contextmanager
 def control_group(limit):
-    """Yields a function that joins a group with this limit, for the child process; None without control groups."""
+    """Yields a function that moves its process into a group with this limit; None if no group can be made."""
     version2 = os.path.exists("/sys/fs/cgroup/cgroup.controllers")
     group = f"/sys/fs/cgroup/{'' if version2 else 'memory/'}velk-test-{os.getpid()}-{random.randrange(1 << 30)}"
     settings = ({"memory.max": limit, "memory.swap.max": 0} if version2

@@ -21,7 +21,7 @@ work=$(mktemp -d /var/tmp/velk-deb.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 root=$work/root
 mkdir "$root"
-# shellcheck disable=SC1091  # of the machine
+# shellcheck disable=SC1091  # this machine's file
 suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
 if [ -e "$cache" ]; then
   tar -x -C "$root" -f "$cache"

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs in the root of packaging/test.sh, with BusyBox alone: check.sh init|sysv.
+# Runs in the root file system of packaging/test.sh, with BusyBox alone: check.sh init|sysv.
 set -eu
 mount -t proc proc /proc
 ifconfig lo up
