@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures how many devices' lines a collector takes and loses: prints the figures of docs/fleet.md.
+"""Measures how many lines a collector writes and loses if many devices send: prints the figures of docs/fleet.md.
 
 rates    lines per second from 10, 100 and 1,000 devices, with the kernel's default receive buffer and a large one
 bursts   1,000 devices that each send 20 lines at the same moment, with several receive buffers
@@ -23,7 +23,7 @@ import namespace  # noqa: E402
 LOGS = "/tmp/devices"
 # Each program, and the receive buffer as its configuration writes it.
 PROGRAMS = {"rsyslog": '"16m"', "syslog-ng": "(16777216)"}
-# The kernel doubles the value: 106,496 gives the default of 212,992 bytes. The others need a higher limit.
+# The kernel doubles the value: 106,496 gives the default of 212,992 bytes. The others need a higher rmem_max.
 BUFFERS = {106496: "usual", 1 << 20: "1 MiB", 4 << 20: "4 MiB", 16 << 20: "16 MiB"}
 IDLE = 1  # seconds without work after which the collector is done
 
@@ -60,7 +60,7 @@ def cpu_seconds(pid):
         return sum(map(int, stat.read().rpartition(")")[2].split()[11:13])) / os.sysconf("SC_CLK_TCK")
 
 
-def rss_mib(pid):
+def peak_rss_mib(pid):
     with open(f"/proc/{pid}/status") as status:
         return int(next(line for line in status if line.startswith("VmHWM")).split()[1]) / 1024
 
@@ -96,7 +96,7 @@ def measure(program, devices, rate, lines, buffer):
     until_idle(pid)
     spent = time.monotonic() - begin - IDLE
     result = {"sent": sent["sent"], "rate": sent["sent"] / sent["seconds"], "drops": kernel_drops() - drops,
-              "cpu": cpu_seconds(pid) - cpu, "rss": rss_mib(pid)}
+              "cpu": cpu_seconds(pid) - cpu, "rss": peak_rss_mib(pid)}
     collector.stop()
     result["lost"] = result["sent"] - (lines_written() - before)
     result["written"] = (result["sent"] - result["lost"]) / spent

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Measures how much a collector takes from many devices: bench/fleet.sh rates|bursts, see bench/fleet.py.
+# Measures how many lines from many devices a collector writes: bench/fleet.sh rates|bursts, see bench/fleet.py.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc python3

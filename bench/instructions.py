@@ -12,7 +12,7 @@ FEW, MANY = 2000, 12000
 
 
 def count(folder, lines):
-    """Returns the instructions of the child from start to end, with this number of lines."""
+    """Returns the instructions of a child that starts, logs this number of lines, and ends."""
     command = ["valgrind", "--tool=callgrind", "--trace-children=yes", f"--callgrind-out-file={folder}/{lines}.%p",
                os.path.abspath("build/syslog")]
     row = compare.Row("syslog", command, "call", "11001", "")

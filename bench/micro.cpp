@@ -90,7 +90,7 @@ class Server : public Velk::GDQUdpSrv {
     HandleDatagram(PeerAddress(index), connect, 4);
   }
 
-  // Computes the nonce, a digest of time, address and port. Returns the datagram that the peer would send.
+  // Admits a peer: computes the nonce, a digest of time, address and port. Returns the peer's datagram.
   std::vector<unsigned char> Admit(unsigned index, const std::string& call) {
     std::vector<unsigned char> packet(16 + call.size() + 1);
     for (;;) {

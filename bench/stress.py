@@ -2,12 +2,12 @@
 """Stress tests of the running service. Prints the results; exit status 1 if a bound was exceeded.
 
 restart [COUNT]   time from a killed child to the next nonce
-soak MINUTES      several peers, random calls, killed children: checks memory, descriptors and order
+soak [MINUTES]    several peers, random calls, killed children: checks memory, descriptors and order
 flood [SECONDS]   two processes of a peer send as fast as they can: memory, and whether others are still admitted
 burst [TIMES]     a peer sends many lines at once, without waiting: how many are lost
 strangers [COUNT] connects from distinct addresses: memory, and the throughput of an admitted peer
-confirmed [COUNT] kills the child COUNT times during `syslogctl log`, without and with two kinds of busy peers: no line
-                  is lost, few are repeated, and lines flow again soon
+confirmed [COUNT] kills the child COUNT times during `syslogctl log`, with no other peer and with two kinds of busy
+                  peers: no line is lost, few are repeated, and lines flow again soon
 lossy [SEEDS]     500 lines through a network that loses, duplicates and reorders: each once, in order, and how fast
 tool [LINES]      `syslogctl log`: lines per second from a pipe, time for one line, memory
 peers [LINES]     cost of a line to the service with 0 to 100 other peers
@@ -169,8 +169,8 @@ def soak(harness, minutes):
     print(f"{sent:,} calls, {console.lines:,} lines, {restarts} restarts in {minutes} min; supervisor "
           f"{samples[0][0]} to {samples[-1][0]} KiB, child at most {max(sample[2] for sample in samples)} KiB")
     require(console.disorder == 0, "every peer's lines in order")
-    require(samples[-1][0] - samples[0][0] < 64, "the supervisor's memory stays")
-    require(len({sample[1] for sample in samples}) == 1, "the supervisor's descriptors stay")
+    require(samples[-1][0] - samples[0][0] < 64, "the supervisor's memory grows by less than 64 KiB")
+    require(len({sample[1] for sample in samples}) == 1, "the number of the supervisor's descriptors does not change")
     require(zombies == 0, "no zombie")
     require(max(sample[2] for sample in samples) < 12 * 1024, "the child's memory is bounded")
 
@@ -235,7 +235,7 @@ def burst(harness, times):
     for lines in (250, 500, 1000, 2000, 4000):
         lost = [load(harness, lines, lines)["lost"] for _ in range(times)]
         print(f"{lines} lines at once: {statistics.median(lost):.0f} lost (median), {max(lost)} at most")
-        require(lines > 1000 or max(lost) == 0, "up to 1,000 are held")
+        require(lines > 1000 or max(lost) == 0, "of up to 1,000 lines none is lost")
     service.stop()
 
 
@@ -386,16 +386,16 @@ def judge(killed, arrived, lines, others):
     pauses = [(new[next_new] - before) / 1e6 for before, after in killed
               if (next_new := bisect.bisect_right(new, after)) < len(new)]
     counts = [repeats[number] for number in range(1, len(killed) + 1)]
-    print(f"{len(killed)} kills, {lines:,} lines, {lines - sum(seen)} lost, {disorder} before an earlier one, "
+    print(f"{len(killed)} kills, {lines:,} lines, {lines - sum(seen)} lost, {disorder} out of order, "
           f"{others:,} calls of another peer")
     print(f"repeats per kill: mean {statistics.mean(counts):.1f}, median {statistics.median(counts):.0f}, most "
           f"{max(counts)}; {repeats[0]} before the first")
     print(f"kill to the next new line: median {statistics.median(pauses):.1f} ms, 99 % "
           f"{sorted(pauses)[int(len(pauses) * 0.99)]:.1f} ms, longest {max(pauses):.1f} ms")
     require(all(seen), "every line reached the collector")
-    require(disorder == 0, "in order")
+    require(disorder == 0, "lines in order")
     require(max(counts) <= 64 and statistics.mean(counts) <= 10, "at most 64 repeats per kill, 10 on average")
-    require(len(pauses) == len(killed) and statistics.median(pauses) <= 200, "flows within 200 ms, median")
+    require(len(pauses) == len(killed) and statistics.median(pauses) <= 200, "lines flow again within 200 ms, median")
 
 
 def lossy(harness, seeds):
@@ -535,7 +535,7 @@ def main():
         files.update({f"old-{name}": f"{args.old}/{name}" for name in ("syslog", "syslogctl")})
     namespace.prepare(files)
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
-    import harness  # only now: it needs the service in its place
+    import harness  # only now: it needs the files that prepare() copies
     builds = [Build("this build", harness.BINARY, harness.TOOL)]
     if args.old:
         builds.append(Build("old build", *(f"{namespace.FILES}/old-{name}" for name in ("syslog", "syslogctl")),

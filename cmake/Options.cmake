@@ -17,16 +17,16 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
-# Link-time optimisation of releases: 12 % fewer instructions per line, and 4 KiB less. If a toolchain passes the check
-# but fails to link, use -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=OFF.
+# Link-time optimisation of releases: 12 % fewer instructions per logged line, and 4 KiB smaller. If a toolchain passes
+# the check but fails to link, use -DCMAKE_INTERPROCEDURAL_OPTIMIZATION=OFF.
 if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT VELK_SANITIZE
     AND PROJECT_IS_TOP_LEVEL
     AND CMAKE_C_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   include(CheckIPOSupported)
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
-  # On 32-bit machines it warns of the allocation size that GCC itself requests if an array's size overflows.
+  # On 32-bit machines GCC then warns of the huge size that it requests itself if an array's size overflows.
   add_link_options(-Wno-alloc-size-larger-than)
-  # For programs that are not optimised across files but link our libraries: otherwise GCC warns.
+  # Programs that are built without it but link our libraries need this, otherwise GCC warns.
   add_link_options(-flto=auto)
 endif()
 

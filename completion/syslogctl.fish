@@ -3,7 +3,7 @@
 set -l commands log set remote dump watch status check ping call bridge help
 set -l levels trace info warning error debug notice warn err crit alert emerg
 
-function __syslogctl_in --description 'Whether the line has one of these commands; with -l, as its last word'
+function __syslogctl_in --description 'Whether the command line has one of these words; with -l, as its last one'
     argparse l -- $argv
     set -l words (commandline -opc)
     set -q _flag_l; and set words $words[-1]
@@ -38,7 +38,7 @@ complete -c syslogctl -n '__syslogctl_in log dump watch' -s t -l tag -x -d 'The 
 complete -c syslogctl -n '__syslogctl_in dump watch ping' -s n -l count -x -d 'At most this many'
 complete -c syslogctl -n '__syslogctl_in dump watch' -l json -d 'One JSON object per line'
 complete -c syslogctl -n '__syslogctl_in dump' -s f -l follow -d 'Then print new lines'
-complete -c syslogctl -n '__syslogctl_in dump' -l all -d 'Also handshakes'
+complete -c syslogctl -n '__syslogctl_in dump' -l all -d 'Also lines about joining'
 complete -c syslogctl -n '__syslogctl_in ping' -s c -x -d 'At most this many'
 complete -c syslogctl -n '__syslogctl_in ping' -s i -l interval -x -d 'Seconds between calls'
 complete -c syslogctl -n '__syslogctl_in bridge' -l socket -r -F -d 'Instead of /dev/log'

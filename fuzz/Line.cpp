@@ -19,7 +19,7 @@ bool HasUpperControl(const std::string& text) {  // U+0080 to U+009F
   return at != std::string::npos;
 }
 
-// Every part lies in the record, and only the text may have line feeds, which would make lines of their own.
+// Every part lies in the record, and only the text may have line feeds, which begin another line of the log.
 void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   ASSERT_NE('\0', line.module[0]);
   ASSERT_LT(strlen(line.module), sizeof line.module);
@@ -66,8 +66,8 @@ void CheckScreen(const char* text) {
   ASSERT_TRUE(!IsUtf8(text) || decoded == text) << decoded;
 }
 
-// Treats it as the service's file: its lines must join to the whole, and reading it again must find no new
-// line.
+// Treats the input as the service's file: its lines must cover all of it, and reading it again must find no
+// new line.
 void CheckStored(const std::string& file) {
   const char* const end = file.data() + file.size();
   const char* at = file.data();

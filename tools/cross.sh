@@ -28,20 +28,20 @@ emulator_limits() {
   cat <<'END'
 unit UdpSocket3.JoinsAndLeavesAGroup qemu-user has no IP_MULTICAST_IF
 unit UdpSocket3.SetsTheOptionsOfIp qemu-user has no IP_MULTICAST_IF
-unit InetAddress2.DoesNotResolveWithoutMemory the emulator itself gets the memory limit
-service test_each_function the library that makes calls fail runs on this machine only, not on the emulated one
+unit InetAddress2.DoesNotResolveWithoutMemory the memory limit applies to the emulator too
+service test_each_function the preloaded library that makes system calls fail is built for this machine only
 service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_that_runs_out_of_memory the emulator needs more address space than the limit allows
 service test_its_longest_backlog_fits_the_start_scripts_limit the same limit
 service test_reports_missing_descriptors_and_a_full_device the shell that starts the emulator needs more descriptors
-service test_after_many_calls_that_take_long emulated, they take longer than the tool waits
+service test_after_many_calls_that_take_long under the emulator they take longer than the tool waits
 END
 }
 
 # This machine's kernel runs i386 code natively, so more tests can run.
 native_limits() {
   cat <<'END'
-service test_each_function the library that makes calls fail is for 64-bit programs
+service test_each_function the preloaded library that makes system calls fail is for 64-bit programs
 service test_serves_where_recvmmsg_is_refused the same library
 service test_reports_missing_descriptors_and_a_full_device the shell that starts the program needs more descriptors
 END

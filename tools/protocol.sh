@@ -1,7 +1,7 @@
 #!/bin/sh
 # Generates man/velk-protocol.7 from docs/protocol.md and copies examples/wire.sh into both. Edit docs/protocol.md
-# only. "tools/protocol.sh check" changes nothing and fails if they differ. Needs mandoc and lowdown 1.0 (Debian 12);
-# other versions may write other macros.
+# only. "tools/protocol.sh check" changes nothing and fails if one of them is out of date. Needs mandoc and lowdown 1.0
+# (Debian 12); other versions may write other macros.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -17,8 +17,8 @@ awk -v example=examples/wire.sh '
   /^```/ && fences && --fences == 1 { while ((getline line <example) > 0) print line }
 ' "$text" >"$made/text"
 
-# Adds the NAME section, then adapts lowdown's output to terminals: headings in capitals, literals in bold with plain
-# quotes and dashes, so that they can be pasted into a shell, and tables as wide as the page.
+# Adds the NAME section. Adapts lowdown's output to terminals: headings in capitals, tables as wide as the page, and
+# literals in bold with plain quotes and dashes, so that they can be pasted into a shell.
 date=$(sed -n 's/^<!-- Date: \(.*\) -->$/\1/p' "$text")
 sed '1s/.*/# Name\n\nvelk-protocol - calls to the log service over UDP\n\n# Description/; s/^##/#/' "$made/text" |
   lowdown -s -t man --nroff-nolinks --out-no-smarty --parse-no-super \
@@ -51,7 +51,7 @@ mandoc -T lint -W warning "$made/page.7"
 
 if [ "${1:-}" = check ]; then
   if ! diff -u "$text" "$made/text" || ! diff -u "$page" "$made/page.7"; then
-    echo "protocol.sh: $text and $page differ from what it generates: run tools/protocol.sh"
+    echo "protocol.sh: $text or $page is out of date: run tools/protocol.sh"
     exit 1
   fi
 else

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Builds the statically linked executables, tests the service in each form, and prints their size on disk and in
-# memory. Writes to build*/ only.
+# Builds three forms of the static executables: with glibc, with musl, and with a musl built for size. Tests the
+# first and the last, and prints the sizes of all on disk and in memory. Writes to build*/ only.
 # shellcheck disable=SC2317  # step() runs the functions
 set -u
 cd "$(dirname "$0")/.." || exit 1
@@ -10,13 +10,13 @@ tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 
 limits() {
   local starved=test_restarts_a_child_that_runs_out_of_memory
   cat <<END
-static test_each_function a static program does not load the library that makes calls fail
+static test_each_function a static program does not preload the library that makes system calls fail
 static test_serves_where_recvmmsg_is_refused the same library
-static $starved it needs less address space than the limit
-small test_each_function a static program does not load the library that makes calls fail
+static $starved a static service needs less address space than the test allows
+small test_each_function a static program does not preload the library that makes system calls fail
 small test_serves_where_recvmmsg_is_refused the same library
-small $starved it needs less address space than the limit
-small test_switches_forwarding_whatever_it_was_before musl waits for name servers longer than the tool for the service
+small $starved a static service needs less address space than the test allows
+small test_switches_forwarding_whatever_it_was_before musl waits longer for name servers than the tool for the service
 END
 }
 
@@ -49,7 +49,7 @@ service() {
   tools/service.sh "build-$1/stage" "${left_out[@]}"
 }
 
-needs_nothing() { ! readelf -d "$1" | grep NEEDED; }
+needs_no_library() { ! readelf -d "$1" | grep NEEDED; }
 
 failed=0
 step() {
@@ -61,9 +61,9 @@ step() {
 }
 
 row() {
-  local file=$2 rss pss
-  read -r rss pss < <(memory "$file/syslog")
-  printf '%-14s %10s %10s %9s %9s\n' "$1" "$(stat -c %s "$file/syslog")" "$(stat -c %s "$file/syslogctl")" "$rss" "$pss"
+  local dir=$2 rss pss
+  read -r rss pss < <(memory "$dir/syslog")
+  printf '%-14s %10s %10s %9s %9s\n' "$1" "$(stat -c %s "$dir/syslog")" "$(stat -c %s "$dir/syslogctl")" "$rss" "$pss"
 }
 
 mkdir -p build/logs
@@ -75,7 +75,7 @@ limits | sed 's/ /: /2; s/^/left out: /'
 for form in static small; do step service $form; done
 for form in static musl small; do
   for program in syslog syslogctl; do
-    needs_nothing build-$form/$program || failed=1
+    needs_no_library build-$form/$program || failed=1
   done
 done
 printf '%-14s %10s %10s %9s %9s\n' form syslog syslogctl "RSS, KiB" "PSS, KiB"

@@ -13,7 +13,7 @@ if [ "${1:-}" != inside ]; then
   exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
 fi
 
-# The tree may be under /tmp, which is hidden next.
+# The tree may be under /tmp, which an empty one hides below.
 mount --bind "$PWD" /mnt
 cd /mnt
 mount -t tmpfs tmpfs /tmp

@@ -1,5 +1,5 @@
 # The machine's g++ with musl: from musl-tools, or with -DVELK_MUSL=FOLDER the smaller one that tools/musl.sh installed
-# there. Debian has no C++ library for musl. The device's binaries need none: they use only header-only parts.
+# there. Debian has no C++ library for musl, but the device's binaries need only g++'s headers.
 execute_process(COMMAND gcc -print-multiarch OUTPUT_VARIABLE VELK_MULTIARCH OUTPUT_STRIP_TRAILING_WHITESPACE)
 execute_process(COMMAND g++ -dumpversion OUTPUT_VARIABLE VELK_GXX OUTPUT_STRIP_TRAILING_WHITESPACE)
 set(CMAKE_SYSTEM_NAME Linux)

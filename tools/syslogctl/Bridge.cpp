@@ -115,7 +115,7 @@ int Bridge::Open() {
   return m_session.Open(Holding(kHeldLines));
 }
 
-// Ends a record that was cut with the number of bytes cut off. Returns its new length.
+// Ends a cut record with a note of how many bytes are missing. Returns its new length.
 size_t MarkCut(char* record, size_t wholeLength) {
   constexpr size_t kMarkRoom = 40;
   const size_t kept = RecordRing::kMaxRecord - kMarkRoom;
@@ -145,7 +145,7 @@ void Bridge::ReadNetwork() {
 }
 
 void Bridge::WaitAndRead() {
-  // While the ring is full the kernel keeps its messages. Programs must still be read, or they would block.
+  // While the ring is full the kernel keeps its messages. But programs would block if we did not read theirs.
   const int kernel = m_ring.HasRoom() ? m_kernel.Descriptor() : -1;
   // poll(2) ignores negative descriptors.
   pollfd inputs[] = {
@@ -172,7 +172,7 @@ void Bridge::BeginLine(unsigned sender) {
   m_text.Append(address).Append(' ');
 }
 
-// False: the client has no room. m_callsTaken skips what it took when the record is tried again.
+// False: the client has no room. When the record is tried again, m_callsTaken skips what the client took.
 bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
   m_module.Empty();
   AppendWithoutControls(m_module, line.module, strlen(line.module));

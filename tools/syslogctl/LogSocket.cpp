@@ -23,7 +23,7 @@ sockaddr_un AddressOf(const char* path) {
   return address;
 }
 
-// Whether a process reads the socket. Only ECONNREFUSED means no: another type of socket gives another error.
+// Whether a process reads the socket. Only ECONNREFUSED means no: another type of socket gives other errors.
 bool IsInUse(const char* path) {
   const int fd = OpenDatagramSocket();
   if (fd < 0) return true;

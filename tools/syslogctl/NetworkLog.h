@@ -10,7 +10,7 @@ namespace Ctl {
 // A UDP port that receives RFC 3164 and RFC 5424 datagrams. Never blocks.
 class NetworkLog {
  public:
-  // where: "port" of all IPv4 addresses, or "address:port". False: it failed and printed why.
+  // where: "port" for all IPv4 addresses, or "address:port". False: it failed and printed why.
   bool Open(const char* where);
 
   // Reads one datagram, cut to size, and the sender's IPv4 address in host byte order. Returns the length

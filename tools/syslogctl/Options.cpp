@@ -246,7 +246,7 @@ const char* LongName(int letter) {
 
 enum Outcome { kGoOn, kEndWell, kEndBadly };
 
-Outcome EndWritten() {
+Outcome FlushAndEnd() {
   if (fflush(stdout) == 0 && ferror(stdout) == 0) return kEndWell;
   Say("cannot write to standard output: %s", strerror(errno));
   return kEndBadly;
@@ -256,13 +256,13 @@ Outcome PrintHelp(const Command* commands) {
   printf("Usage: syslogctl COMMAND [OPTION]... [ARGUMENT]...\n\n");
   for (; commands->name != nullptr; ++commands) printf("  %-8s %s\n", commands->name, commands->summary);
   printf("  help     Print this, or more about COMMAND\n%s", kCommonOptions);
-  return EndWritten();
+  return FlushAndEnd();
 }
 
 Outcome PrintHelpOf(const Command& command) {
   printf("Usage: syslogctl %s %s\n\n%s.\n%s\nOptions of all commands: syslogctl help\n", command.name,
          command.form, command.summary, command.details);
-  return EndWritten();
+  return FlushAndEnd();
 }
 
 const Command* FindCommand(const Command* commands, const char* name) {
@@ -308,7 +308,7 @@ Outcome Parser::ParseOptions(int argc, char** argv, const char* letters) {
   while ((letter = getopt_long(argc, argv, letters, kLongOptions, nullptr)) != -1) {
     if (letter == 'V') {
       fputs("syslogctl " VELK_VERSION "\n", stdout);
-      return EndWritten();
+      return FlushAndEnd();
     }
     if (letter == '?' || letter == ':') return RefuseOption(letter, argv[optind - 1]);
     if (letter == 'c') letter = 'n';  // ping(8) calls it -c

@@ -11,8 +11,8 @@ namespace Ctl {
 // Exit values, documented in syslogctl(1).
 enum ExitValue {
   kDone = 0,
-  kNotConfirmed = 1,  // in time, or refused; also for a wrong password
-  kUsage = 2,         // also for files, sockets and outputs that cannot be used
+  kNotConfirmed = 1,  // late, refused or wrong password; also mistakes that check found
+  kUsage = 2,         // also files, sockets and outputs that cannot be used
   kNoAnswer = 3,
 };
 
@@ -22,7 +22,7 @@ struct Options {
   // For all commands.
   const char* server = Velk::kServiceHere;
   const char* password = Velk::kServicePassword;
-  const char* passwordFile = nullptr;  // where password was read from; null: the default
+  const char* passwordFile = nullptr;  // that password was read from; null: the default
   unsigned timeoutMs = 5000;
   bool quiet = false;
 
@@ -54,8 +54,8 @@ struct Command {
   int (*run)(const Options& options);
 };
 
-// Parses the command line. A null name ends the list of commands. Null: exit with *exitValue; help or an
-// error was printed.
+// Parses the command line. A null name ends the list of commands. Returns null if it printed help or an
+// error: the program then exits with *exitValue.
 const Command* ParseCommandLine(int argc, char** argv, const Command* commands, Options* options,
                                 int* exitValue);
 

@@ -83,7 +83,7 @@ bool ReadProcess(pid_t pid, Process* process) {
   unsigned long minor = 0;
   unsigned long major = 0;
   unsigned long long ticks = 0;
-  // Starts at the state, the third field. Reads parent, minor and major faults of children, and start time.
+  // Starts at the state, the third field. Reads parent, page faults of ended children (two), and start time.
   constexpr char kForm[] =
       ") %*c %d %*d %*d %*d %*d %*u %*u %lu %*u %lu %*u %*u %*d %*d %*d %*d %*d %*d %llu";
   if (sscanf(name, kForm, &parent, &minor, &major, &ticks) != 4) return false;

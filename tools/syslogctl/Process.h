@@ -16,7 +16,7 @@ struct Process {
 // See proc(5). False: no such process, or it is hidden.
 bool ReadProcess(pid_t pid, Process* process);
 
-// Finds the process that has the socket. Users who may not see sockets get a process with the service's name
+// Finds the process that has the socket or, if the user may not see that, a process with the service's name
 // whose parent has the same name. False: not found.
 bool FindServing(unsigned long socketInode, Process* process);
 

@@ -9,7 +9,7 @@ namespace Ctl {
 // one record in their place reports how many. One thread.
 class RecordRing {
  public:
-  // Longer records are cut. More than syslog(3) writes or /dev/kmsg returns at once.
+  // Longer records are cut. Those of /dev/kmsg are never longer, those of syslog(3) seldom.
   static constexpr size_t kMaxRecord = 8192;
 
   struct Record {

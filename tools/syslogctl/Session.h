@@ -31,27 +31,27 @@ inline unsigned long long NowMs() {
 Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
 
-// A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait in
-// order, the second ends the process. One session at a time, on one thread.
+// A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait,
+// the same signal again ends the process. One session at a time, on one thread.
 class Session {
  public:
   static constexpr int kMostDescriptors = 3;
 
   explicit Session(const Options& options);
 
-  // Starts to join and returns at once. Anything but kDone: it failed and printed why; so below.
+  // Starts to join and returns at once. Any result but kDone, here and below: it failed and printed why.
   int Open(const Velk::GDQUdpClient::Options& how);
   // The same, and waits for an answer until the timeout. An answer does not mean that the service runs our
   // calls: the password may be wrong.
   int Join(const Velk::GDQUdpClient::Options& how);
 
-  // Sends or holds a call. Waits for room as long as there is progress.
+  // Sends or holds a call. Waits for room until the timeout.
   int Send(const CallText& call) { return Send(call.Str()); }
   int Send(const char* call);
   // The same for a line of the log, given without a line feed. A long line becomes several calls.
   int SendLine(ELogMessageType type, const char* module, const char* text);
-  // Waits until the service has run all calls, as long as there is progress. Otherwise reports the calls that
-  // were refused or may not have been run.
+  // Waits until the service has run all calls, as long as there is progress. Then reports the calls that were
+  // refused or may not have been run.
   int Finish();
   // Prints why nothing is acknowledged. Returns the exit value.
   int ExplainSilence();

@@ -27,7 +27,7 @@ class History {
 
   // The log goes back to the start of the service.
   bool IsWhole() const { return m_isWhole; }
-  // The log goes back to the start of the child, which begins with the configured forwarding.
+  // The log goes back to the start of the child, which first forwards as configured.
   bool HasStart() const { return m_starts != 0; }
   unsigned Restarts() const { return m_starts != 0 ? m_starts - 1 : 0; }
   // Forwarding was changed since the start of the child.
@@ -107,9 +107,9 @@ void PrintMemory(pid_t child, pid_t supervisor) {
   }
 }
 
-// Whether the service has not read the configuration as it is now.
+// Whether the configuration file has changed since the service read it.
 bool IsConfigurationNew(const Process& supervisor) {
-  constexpr time_t kMostSeconds = 2;  // by which the start is known too early: the kernel keeps it in ticks
+  constexpr time_t kMostSeconds = 2;  // how much too early the start can read: the kernel keeps it in ticks
   struct stat status;
   return supervisor.start != 0 && stat(Velk::kConfigPath, &status) == 0 &&
          status.st_mtime > supervisor.start + kMostSeconds;

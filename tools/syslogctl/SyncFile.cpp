@@ -145,9 +145,9 @@ int SyncFile::Get(const Options& options, Session& session, bool waits) {
     if (result != kDone || (waits && Session::IsInterrupted())) return result;
     if (!Read()) return ExplainError(errno);
     if (!IsOfService(options)) {
-      Say("%s, mode %03o, belongs to user %u, not to root or the service's user alone: it may be forged, so "
-          "remove it",
-          kSyncPath, static_cast<unsigned>(m_mode & 0777), static_cast<unsigned>(m_owner));
+      Say("%s may be forged: only root or the service's user may own and write it, but it has user %u and "
+          "mode %03o; remove it",
+          kSyncPath, static_cast<unsigned>(m_owner), static_cast<unsigned>(m_mode & 0777));
       return kUsage;
     }
     // An empty file: the disk was full.

@@ -19,9 +19,9 @@ class SyncFile {
   SyncFile& operator=(const SyncFile&) = delete;
   ~SyncFile();
 
-  // Makes the service write the file, and reads it; after kDone it is not empty. waits: without a timeout,
-  // until interrupted, which also returns kDone: ask Session::IsInterrupted(). Anything but kDone: it failed
-  // and printed why.
+  // Makes the service write the file, and reads it. kDone: it is new and not empty. Any other result: it
+  // failed and printed why. waits: the wait for the service has no timeout; an interrupt ends it with kDone
+  // and no file, so ask Session::IsInterrupted().
   int Get(const Options& options, Session& session, bool waits);
 
   const char* Begin() const { return m_bytes; }

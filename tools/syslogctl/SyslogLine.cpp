@@ -69,7 +69,7 @@ bool IsTagCharacter(char c) {
 }
 
 // Whether a reader could take name for the reserved one. Ignores case and bytes beyond ASCII, which a screen
-// may not show. Anything may follow it that does not continue the word, as in "Syslog.Error".
+// may not show, and what follows a character that ends the word, as in "Syslog.Error".
 bool ReadsAs(const char* name, const char* reserved) {
   for (; *name != '\0'; ++name) {
     const auto byte = static_cast<unsigned char>(*name);

@@ -20,9 +20,9 @@ struct SyslogLine {
   static constexpr size_t kMarkLength = 7;  // "local[" and "]"
 
   ELogMessageType type;
-  // The tag, or else the facility. Never empty, no control characters. A name that could be taken for the
-  // service's or, in a record not from the kernel, for the kernel's becomes "local[name]". No tag can look
-  // like that, as a bracket ends a tag.
+  // The tag, or else the facility. Never empty, no control characters. If a program's name could be taken for
+  // the service's or the kernel's, it becomes "local[name]". No tag can look like that, as a bracket ends a
+  // tag.
   char module[kMaxModule + kMarkLength + 1];
   RecordPart pid;   // in brackets after the tag, or PROCID of RFC 5424
   RecordPart id;    // MSGID of RFC 5424
@@ -35,7 +35,7 @@ struct SyslogLine {
 //   the same with a time of RFC 3339 and an optional host: "<PRI>2024-01-02T10:00:00.5Z host tag: text";
 //   RFC 5424: "<PRI>1 TIME HOST APP PROCID MSGID DATA text".
 // In the first two, each part but the text may be missing; anything else is text. Drops times, hosts, and
-// line feeds and NULs at the end. hasHost: RFC 3164 has a host before the tag, as it does over a network.
+// line feeds and NULs at the end. hasHost: in RFC 3164 a host may precede the tag, as it does over a network.
 SyslogLine ParseSyslog(const char* record, size_t length, bool hasHost = false);
 
 // Parses one record of /dev/kmsg, "PRI,SEQUENCE,...;text" and a line feed. False: it is malformed.

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The service's limit, less the client's name, the number and the call's name that go with them.
+// The service's limit includes three more arguments: the client's name, the number and the call's name.
 constexpr int kMostArguments = 29;
 static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service must be able to read all of them");
 
@@ -70,8 +70,8 @@ const Ctl::Command kCommands[] = {
     {nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
-// If a standard descriptor is closed, the next socket would get its number. It is opened for the wrong
-// direction, so that using it still fails with EBADF.
+// If a standard descriptor is closed, the next socket would get its number, so /dev/null gets it. It is
+// opened for the wrong direction, so that reading or writing still fails with EBADF.
 void OccupyStandardDescriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
