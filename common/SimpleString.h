@@ -44,8 +44,8 @@ class SimpleString : public StringOps<SimpleString> {
 
   // Keeps the buffer.
   void Empty();
-  // Sets the growth step. An empty string takes a new block for it and leaks an old one of its own, so pass the
-  // step to the constructor instead.
+  // Sets the growth step. An empty string takes a new block for it and leaks an old one of its own, so pass
+  // the step to the constructor instead.
   void SetGrowBy(unsigned n);
   // Adds n, rounded up to whole growth steps, to the capacity. Always takes a new block.
   void GrowStringBy(unsigned n);
