@@ -19,7 +19,7 @@
 
 namespace Velk {
 
-// Not recursive. Needs no pthread_mutex_destroy(3).
+// Not recursive. Has no destructor: on Linux pthread_mutex_destroy(3) frees nothing.
 class VELK_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
  public:
   constexpr Mutex() = default;

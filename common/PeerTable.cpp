@@ -32,8 +32,8 @@ uint32_t KeyOf(const InetAddress2& address) {
 }
 
 uint64_t PlaceOf(uint32_t key, uint32_t number) {
-  constexpr uint32_t kBuckets = 31;
-  return static_cast<uint64_t>(key % kBuckets) << 32 | number;
+  constexpr uint32_t kModulus = 31;
+  return static_cast<uint64_t>(key % kModulus) << 32 | number;
 }
 
 }  // namespace

@@ -12,7 +12,6 @@ namespace Velk {
 RefString::EmptyData RefString::s_emptyData = {{1, 0, 0, 0}, {0}};
 
 RefString::RefStringData* RefString::RefStringData::CreateInstance(unsigned long len, unsigned long growBy) {
-  // All strings without capacity share one block, which is neither counted nor freed.
   if (len == 0 && growBy == 0) return &s_emptyData.m_header;
   TextOps::CheckLength(len);
   TextOps::CheckLength(growBy);
@@ -77,7 +76,6 @@ void RefString::Empty() {
 }
 
 char* RefString::GetBuffer(unsigned long n) {
-  // Compares with the length, not the capacity: asking for more than the text always takes a new block.
   if (!IsUnshared() || Length() < n) MoveTo(Data()->Clone(n));
   return m_text;
 }
@@ -127,7 +125,7 @@ RefString::operator unsigned long() const {
   uint32_t hash = 0;
   for (unsigned i = 0; i < Length(); ++i) {
     const uint32_t mixed = (hash >> 24) ^ static_cast<unsigned char>(m_text[i]);
-    // Sign-extends the mixed byte: existing hashes were made that way.
+    // Always sign-extended, even where char is unsigned: the hash must not depend on the machine.
     const uint32_t extended = (mixed ^ 0x80) - 0x80;
     hash = (hash << 8) | extended;
   }

@@ -7,12 +7,13 @@
 
 namespace Velk {
 
-// Copy-on-write byte string, the size of a pointer, always NUL-terminated. Copies share one counted block and
-// may be used by different threads; each object by one thread at a time. Null C strings count as empty unless
-// noted. Lengths and capacities are in bytes without the NUL. Running out of memory ends the process.
+// Copy-on-write byte string, the size of a pointer, always NUL-terminated. Copies share one counted block.
+// Threads may use different copies at once, but not the same object. Null C strings count as empty. Lengths
+// and capacities are in bytes without the NUL. Running out of memory ends the process.
 class RefString : public StringOps<RefString> {
  public:
-  // Header of a block; m_capacity + 1 characters follow. A block of capacity 0 is neither counted nor freed.
+  // Header of a block; m_capacity + 1 characters follow. Strings of capacity 0 share one block, which is
+  // neither counted nor freed.
   struct RefStringData {
     long m_refCount;
     uint32_t m_length;
@@ -22,8 +23,8 @@ class RefString : public StringOps<RefString> {
     // Returns an empty block with one reference and room for len characters. With growBy, len + 1 is rounded
     // up to the next larger multiple of growBy, even if it is a multiple already.
     static RefStringData* CreateInstance(unsigned long len, unsigned long growBy);
-    // Returns the characters of a new block with one reference, a copy of the text, and room for at least
-    // minLen characters, rounded by m_growBy.
+    // Copies the text to a new block with one reference and room for at least minLen characters, rounded by
+    // m_growBy. Returns the new block's characters.
     char* Clone(unsigned long minLen);
     void AddRef();
     // Drops a reference and frees the block if it was the last.
@@ -51,7 +52,8 @@ class RefString : public StringOps<RefString> {
   void Empty();
 
   // Returns the text for writing, unshared, with room for n characters and a NUL. Allocates a new block if
-  // the text is shorter than n. Call ReleaseBuffer() before any other operation.
+  // the text is shorter than n, even if the capacity suffices. Call ReleaseBuffer() before any other
+  // operation.
   char* GetBuffer(unsigned long n);
   // Sets the length, at most the capacity. Negative: up to the first NUL within the old length.
   void ReleaseBuffer(int n);

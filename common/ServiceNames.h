@@ -9,7 +9,7 @@ constexpr char kServicePassword[] = "mosk";         // needed to be admitted
 constexpr char kSyncPath[] = "/tmp/synclog";        // written by "SyncLog"
 constexpr char kConfigPath[] = "/flash/conf/kavlune.conf";
 
-// The configuration variables, and the only type that enables forwarding (case-sensitive).
+// Configuration variables for forwarding, and the only type that enables it (case-sensitive).
 constexpr char kRemoteLogType[] = "remotelog_type";
 constexpr char kRemoteLogAddress[] = "remotelog_addr";
 constexpr char kSyslogServerType[] = "SysLog server";

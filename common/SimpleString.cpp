@@ -57,8 +57,8 @@ SimpleString::SimpleString(unsigned capacity, unsigned growBy) : StringOps(nullp
 }
 
 SimpleString::SimpleString(const SimpleString& other) : StringOps(m_empty.m_text) {
-  // Passes the step through the shared block; the first growth reads it there. Another thread may change it
-  // in between, but any step will do.
+  // Append() takes the growth step from the shared block. Another thread may change it before that, but any
+  // step will do.
   const uint32_t growBy = __atomic_load_n(&other.Data()->m_growBy, __ATOMIC_RELAXED);
   __atomic_store_n(&m_empty.m_growBy, growBy, __ATOMIC_RELAXED);
   Append(other);
@@ -77,8 +77,7 @@ void SimpleString::SetGrowBy(unsigned n) {
     Data()->m_growBy = n;
     return;
   }
-  // Does not free the old block, so that pointers into it stay valid. An empty string with its own block
-  // leaks that.
+  // Does not free the old block, so that pointers into it stay valid.
   TakeBlock(0, n);
 }
 
@@ -149,7 +148,6 @@ bool SimpleString::operator<(const SimpleString& s) const {
   return strcmp(m_text, s.m_text) < 0;
 }
 
-// A prefix counts as equal: names of calls and arguments are recognised by their first letters.
 int SimpleString::cmpni(const char* a, const char* b) {
   if (a == b) return 0;
   if (a == nullptr) return -1;
@@ -178,8 +176,8 @@ SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
   StringData* old = Data();
   const uint32_t growBy = __atomic_load_n(&old->m_growBy, __ATOMIC_RELAXED);
   const uint32_t step = growBy != 0 ? growBy : kDefaultGrowBy;
-  // A shortfall of 0 wraps around and gives a block of the same capacity; GetBuffer() and Format() rely on
-  // it.
+  // GetBuffer() passes 0 if n equals the capacity. That wraps around: the new block has the same capacity, or
+  // less than a step more.
   const uint32_t extra = step * ((shortfall - 1) / step + 1);
   const uint32_t capacity = old->m_capacity + extra;
   const bool wrapped = extra < shortfall || capacity < extra;
@@ -191,7 +189,7 @@ SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
   return old;
 }
 
-// s may point into this string's text.
+// s may point into this string's text, so the old block is kept until the bytes are copied.
 void SimpleString::AppendBytes(const char* s, unsigned n) {
   const unsigned length = Length();
   const unsigned room = Capacity() - length;

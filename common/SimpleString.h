@@ -8,9 +8,9 @@
 
 namespace Velk {
 
-// Byte string with one owner, the size of a pointer, always NUL-terminated. One thread at a time. Empty
-// strings of all threads share one block, of which only the growth step ever changes. Null C strings count as
-// empty unless noted. Lengths and capacities are in bytes without the NUL. The capacity grows in whole growth
+// Byte string with one owner, the size of a pointer, always NUL-terminated. One thread at a time. Some
+// empty strings share one static block; only its growth step ever changes. Null C strings count as empty
+// unless noted. Lengths and capacities are in bytes without the NUL. The capacity grows in whole growth
 // steps. Running out of memory ends the process.
 class SimpleString : public StringOps<SimpleString> {
  public:
@@ -44,10 +44,10 @@ class SimpleString : public StringOps<SimpleString> {
 
   // Keeps the buffer.
   void Empty();
-  // Call it at most once, right after construction: on an empty string it takes a new block and leaks the old
-  // one.
+  // Sets the growth step. An empty string takes a new block for it and leaks an old one of its own, so pass
+  // the step to the constructor instead.
   void SetGrowBy(unsigned n);
-  // Adds n to the capacity, rounded up to growth steps. Always takes a new block.
+  // Adds n, rounded up to whole growth steps, to the capacity. Always takes a new block.
   void GrowStringBy(unsigned n);
 
   SimpleString& Append(char c);
@@ -80,7 +80,7 @@ class SimpleString : public StringOps<SimpleString> {
   bool operator>(const SimpleString& s) const { return s < *this; }
 
   // Compares without regard to case, up to the length of the shorter text: 0 if one is a prefix of the other,
-  // otherwise the difference of the first upper-cased bytes that differ. Null sorts first.
+  // otherwise the difference of the first two bytes that differ in upper case. Null sorts first.
   static int cmpni(const char* a, const char* b);
 
  private:

@@ -9,14 +9,14 @@
 template <class T>
 class StrDict3 {
  public:
-  // Longest key, in bytes. All operations ignore the rest of a longer key.
+  // Longest key, in bytes: the maxLen for Set0(). Get() ignores the rest of a longer key.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {
     bool m_hasValue;  // a key ends here
     int8_t m_char;    // case-folded; siblings are sorted by it, as signed bytes on every machine
     Node* m_next;     // sibling
-    Node* m_child;    // first node of the next character
+    Node* m_child;    // first of the nodes for the next character
     T m_value;        // valid only if m_hasValue
   };
 
@@ -84,7 +84,7 @@ class StrDict3 {
   };
 
   // Without caseSensitive, ASCII letters are folded to upper case (foldToUpper) or lower case. allocator must
-  // outlive the dictionary; null: its own pool.
+  // outlive the dictionary; null: the dictionary's own pool.
   explicit StrDict3(bool caseSensitive = true, bool foldToUpper = false, IAllocator* allocator = nullptr)
       : m_allocator(allocator != nullptr ? allocator : &m_pool),
         m_caseSensitive(caseSensitive),
@@ -93,8 +93,8 @@ class StrDict3 {
   StrDict3& operator=(const StrDict3&) = delete;
   virtual ~StrDict3() { Clear(); }
 
-  // Stores value under the first maxLen characters of key and replaces an older one. False: null or empty
-  // key.
+  // Stores value under the first maxLen characters of key and replaces an older value. False: key is null
+  // or empty, or maxLen is 0.
   bool Set0(unsigned maxLen, const char* key, T value) {
     if (key == nullptr || key[0] == '\0' || maxLen == 0) return false;
     Node** link = &m_root;
@@ -155,7 +155,7 @@ class StrDict3 {
     while (*link != nullptr && (*link)->m_char < c) link = &(*link)->m_next;
     Node* next = *link;
     if (next != nullptr && next->m_char == c) return next;
-    // Calls to our own pool are not virtual.
+    // Avoids a virtual call if the pool is our own.
     Node* node = m_allocator == &m_pool ? m_pool.Get() : m_allocator->Get();
     *node = Node{false, c, next, nullptr, T()};
     *link = node;

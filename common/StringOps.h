@@ -14,8 +14,8 @@
 namespace Velk {
 
 // Base of a string class that holds one pointer to NUL-terminated characters. The derived class, String,
-// manages the memory. Lengths and capacities are in bytes without the NUL. Case conversion uses the C
-// library.
+// manages the memory. Lengths and capacities are in bytes without the NUL. Case conversion is that
+// of toupper(3) and tolower(3).
 template <class String>
 class StringOps {
  public:
@@ -46,7 +46,7 @@ class StringOps {
     const int needed = vsnprintf(nullptr, 0, fmt, measure);
     va_end(measure);
     Self().GetBuffer(needed > 0 ? static_cast<unsigned>(needed) : 0);
-    if (Self().IsEmptyBlock()) return;  // the result is empty, and the shared block has no room for it
+    if (Self().IsEmptyBlock()) return;  // the result is empty; the shared block must not be written
     EndText(vsnprintf(m_text, Capacity() + 1, fmt, args), Capacity());
   }
 

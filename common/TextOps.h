@@ -28,8 +28,8 @@ class TextOps {
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
-  // The start of the UTF-8 character that contains text[at], or at if text is not UTF-8. text[at] must be
-  // valid.
+  // Returns the start of the UTF-8 character that contains text[at], for cutting text. If text is not UTF-8
+  // there, or the start is 0 and a cut would leave nothing, returns at. Reads text[at].
   static size_t CharacterStart(const char* text, size_t at);
   // Whether c is a byte of a UTF-8 character, but not its first.
   static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }

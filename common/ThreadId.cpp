@@ -15,9 +15,9 @@ void ForgetId() {
 }
 
 long AskKernel() {
-  static const int registered = pthread_atfork(nullptr, nullptr, ForgetId);
+  static const int error = pthread_atfork(nullptr, nullptr, ForgetId);
   const long id = syscall(SYS_gettid);
-  if (registered == 0) t_id = id;  // without the handler a child would keep its parent's id
+  if (error == 0) t_id = id;  // without the handler a child would keep its parent's id
   return id;
 }
 

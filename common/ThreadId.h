@@ -3,7 +3,7 @@
 
 namespace Velk {
 
-// Returns gettid(2), cached per thread to save a system call a line. A forked child gets its own id.
+// Returns gettid(2), cached per thread to save a system call per line. A forked child gets its own id.
 long ThreadId();
 
 }  // namespace Velk

@@ -3,9 +3,9 @@
 
 namespace Velk {
 
-// Any thread may call. Caches the local time for a second in each thread; without the cache a line takes 74 %
-// more instructions, and system calls. A changed time zone file takes effect within a second, if tzset(3)
-// reads it again.
+// Any thread may call. Each thread caches the local time for a second; without the cache a line would cost
+// system calls and 74 % more instructions. A change of the time zone file takes effect within a second if
+// the C library's tzset(3) reads the file again.
 class TimeStamp {
  public:
   static constexpr unsigned kLength = 14;

@@ -25,7 +25,7 @@ void UdpSocket3::Close() {
 }
 
 bool UdpSocket3::Bind(unsigned short port, unsigned long ip) {
-  // Multicast addresses are no interface of this machine. 224.0.0.0 itself is let through.
+  // No interface has an address from the multicast range up. 224.0.0.0 itself is let through.
   constexpr unsigned long kHighestBindable = 0xE0000000;
   if (m_socket < 0 || ip > kHighestBindable) return false;
   InetAddress2 address(static_cast<long>(ip), port);
@@ -105,7 +105,7 @@ int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
 int UdpSocket3::ReadMany(mmsghdr* headers, unsigned count) {
   const int received = recvmmsg(m_socket, headers, count, MSG_WAITFORONE, nullptr);
   if (received >= 0) return received;
-  // A system call filter may allow only recvfrom(2), and set any errno. For other errors this fails too.
+  // A system call filter may refuse recvmmsg(2), with any errno, but allow this. Other errors recur here.
   msghdr& first = headers->msg_hdr;
   const ssize_t length = recvfrom(m_socket, first.msg_iov->iov_base, first.msg_iov->iov_len, 0,
                                   static_cast<sockaddr*>(first.msg_name), &first.msg_namelen);
@@ -132,7 +132,7 @@ int UdpSocket3::Send(const void* buf, long len, const InetAddress2* to, int flag
 namespace {
 
 int WaitFor(int socket, bool forRead, unsigned long ms) {
-  // FD_SET would write past the end of the fd_set.
+  // FD_SET would write outside the fd_set.
   if (socket < 0 || socket >= FD_SETSIZE) {
     errno = EBADF;
     return -1;

@@ -30,15 +30,15 @@ class UdpSocket3 {
 
   // The socket's inode number in proc(5); 0: closed.
   unsigned long Inode() const;
-  // Whether a socket other than the one with inode ours is bound to port on all addresses. False if /proc
-  // cannot be read.
+  // Whether port is bound on all addresses by a socket whose inode number is not ours. False if /proc cannot
+  // be read.
   static bool IsHeldByOthers(unsigned short port, unsigned long ours);
 
-  // Ends the sharing of the port that binding allows: other programs can no longer bind to it.
+  // Keeps other programs from binding to the same port, which Bind() allows. Call it after Bind().
   void ForbidSharing();
 
-  // Sets the kernel's buffer for received datagrams. The kernel doubles bytes for its overhead, and limits it
-  // to net.core.rmem_max without CAP_NET_ADMIN, see socket(7).
+  // Sets the kernel's buffer for received datagrams. The kernel doubles bytes for its overhead. Without
+  // CAP_NET_ADMIN it limits bytes to net.core.rmem_max, see socket(7).
   void SetReceiveBuffer(int bytes);
 
   // Blocks for one datagram and stores its sender in from. Returns its size, truncated to len, or -1.
