@@ -167,7 +167,7 @@ log {{ source(s); destination(f); destination(n); }};
     found = [
         Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "`bench/floor.c`"),
         Row("floor, two threads", [f"{WORK}/floor", "3515", f"{folder}/floor2.log", COLLECTOR, "two"], "raw", "3515",
-            "the same, but one thread receives and hands over"),
+            "the same, but one thread receives and another writes"),
         Row("this service", [os.path.abspath("build/syslog")], "call", "11001", "this tree"),
         Row("rsyslogd, batches", [rsyslogd, "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
             f"rsyslog {version(rsyslogd, '-v')} with its defaults, which writes lines in batches"),

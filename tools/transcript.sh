@@ -51,8 +51,8 @@ finish() {
   sed 's/^/(from the background) /' /tmp/background
 }
 
-echo "The first five minutes, as tools/transcript.sh played them on $(date +%F). What is after the bar comes from the"
-echo "service, in a terminal of its own."
+echo "The first five minutes, as tools/transcript.sh ran them on $(date +%F). Text after the bar comes from the service,"
+echo "in another terminal."
 
 remark "The service. It needs no configuration; in a device's image it gets one."
 printf '$ build/syslog\n'
@@ -90,7 +90,7 @@ remark "The recent log, from memory, and how the service is."
 run 'build/syslogctl dump -n 5'
 run 'build/syslogctl status'
 
-remark "A collector: rsyslog with examples/collectors/rsyslog.conf, on an address of its own as all is one machine here."
+remark "A collector: rsyslog with examples/collectors/rsyslog.conf, at 127.0.0.2 as all this is one machine."
 sed 's/port="514"/address="127.0.0.2" port="514"/' examples/collectors/rsyslog.conf >/tmp/rsyslog.conf
 build/collectors/rsyslogd -n -i /tmp/pid -f /tmp/rsyslog.conf &
 collector=$!
