@@ -7,20 +7,20 @@
 
 namespace Velk {
 
-// Writes "LogMsg" calls of at most kMost bytes each. A line that does not fit into one call is split between
+// Writes calls of at most kMost bytes each. A line that does not fit into one call is split between
 // UTF-8 characters. Each piece ends with a line feed. One thread at a time.
 class LogCall {
  public:
   static constexpr unsigned kMost = GDQUdpBase::kMaxText - SendWindow::kMaxHead;  // 1394
 
-  // Null counts as empty. Copies module; text must stay valid until the last Next().
+  // Writes "LogMsg" calls. Null counts as empty. Copies module; text must stay valid until the last Next().
   LogCall(ELogMessageType type, const char* module, const char* text);
 
-  // Splits a finished call. args is as ArgsBuilder2 writes it, with the text as last argument, and must stay
-  // valid until the last Next().
+  // Splits an existing call. args is as ArgsBuilder2 writes it, with the text last, and must stay valid until
+  // the last Next().
   LogCall(const char* name, const char* args);
 
-  // False: what precedes the text takes more than half a call, or args does not end with a quoted text.
+  // False: what precedes the text takes more than half a call, or args does not end with quoted text.
   bool IsValid() const { return m_isValid; }
   // The next call, or null after the last one. Valid until the next Next().
   const char* Next();

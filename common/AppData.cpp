@@ -42,9 +42,9 @@ void AppData::SetVarChanged(const char* name, bool flag) {
 
 namespace {
 
-// Number of iterations in progress, over any list. Unsubscribing during one only sets the node's callback to
-// null, since the iteration may be at that node. A later Unsubscribe() frees it.
-unsigned s_walks = 0;
+// Number of iterations in progress, over any list. During one, Unsubscribe() only sets the node's callback to
+// null, since the iteration may be at that node. A later call, as in ForEach(), frees it.
+unsigned s_iterations = 0;
 
 template <class T>
 void Subscribe(StrDict3<SimpleListDL<T>*>& lists, const char* name, const T& subscriber) {
@@ -64,24 +64,24 @@ void Unsubscribe(SimpleListDL<T>* list, decltype(T::m_callback) callback) {
   for (auto* node = list != nullptr ? list->Head() : nullptr; node != nullptr;) {
     auto* const next = node->m_next;
     if (node->m_value.m_callback == callback) node->m_value.m_callback = nullptr;
-    if (node->m_value.m_callback == nullptr && s_walks == 0) list->Remove(node);
+    if (node->m_value.m_callback == nullptr && s_iterations == 0) list->Remove(node);
     node = next;
   }
 }
 
-// Calls visit for each subscriber, oldest first, until it returns false, and then returns false.
+// Calls visit for each subscriber, oldest first. Stops and returns false if visit does.
 template <class T, class Visit>
 bool ForEach(SimpleListDL<T>* list, Visit visit) {
-  bool goesOn = true;
-  ++s_walks;
-  for (auto* node = list != nullptr ? list->Head() : nullptr; goesOn && node != nullptr;) {
+  bool goOn = true;
+  ++s_iterations;
+  for (auto* node = list != nullptr ? list->Head() : nullptr; goOn && node != nullptr;) {
     auto* const next = node->m_next;
-    if (node->m_value.m_callback != nullptr) goesOn = visit(node->m_value);
+    if (node->m_value.m_callback != nullptr) goOn = visit(node->m_value);
     node = next;
   }
-  --s_walks;
+  --s_iterations;
   Unsubscribe(list, nullptr);
-  return goesOn;
+  return goOn;
 }
 
 }  // namespace
@@ -138,7 +138,7 @@ void AppData::NotifyDlg(const char* dialog, EDlgAction action, bool flag) {
     subscriber.m_callback(dialog, action, flag, subscriber.m_user);
     return true;
   });
-  // Always true: subscribers to all dialogs rely on it.
+  // The flag is always true: subscribers to all dialogs rely on it.
   ForEach(&m_anyDlgSubscribers, [=](const DlgNode& subscriber) {
     subscriber.m_callback(dialog, action, true, subscriber.m_user);
     return true;

@@ -196,7 +196,7 @@ uint32_t GDQ::WaitForFewerPosts(uint32_t limit, uint32_t waitMs) {
   }
   if (waitMs == 0 || count < limit) return count;
   const timespec deadline = DeadlineIn(CLOCK_MONOTONIC, waitMs);
-  while (!AwaitFewerPosts(limit, waitMs != kForever ? &deadline : nullptr, count)) {
+  while (!WaitUnlessResting(limit, waitMs != kForever ? &deadline : nullptr, count)) {
     const ScopedLock lock(m_wakeMutex);
     Wake();
   }
@@ -204,7 +204,7 @@ uint32_t GDQ::WaitForFewerPosts(uint32_t limit, uint32_t waitMs) {
 }
 
 // False: the worker thread may sleep until the next post. The caller must wake it, or both wait for ever.
-bool GDQ::AwaitFewerPosts(uint32_t limit, const timespec* deadline, uint32_t& count) {
+bool GDQ::WaitUnlessResting(uint32_t limit, const timespec* deadline, uint32_t& count) {
   const ScopedLock lock(m_listMutex);
   m_posterLimit = limit;
   bool isInTime = true;

@@ -15,14 +15,14 @@
 namespace Velk {
 
 // Delivers messages one at a time on its worker thread, in order of due time, then of posting. A delivered
-// message is kept as a spare with its two buffers, so a steady flow allocates nothing. Spares are never freed
-// before the queue.
+// message is kept as a spare with its two buffers, so a steady flow allocates nothing. Spares live as long
+// as the queue.
 //
 // Two mutexes: one guards messages and spares, the other the wake-up of the worker thread. They are never
 // held together, and neither is held during a dispatch.
 class GDQ : public IGenericDispatchQueue, private AppThread2 {
  public:
-  // Most arguments of a message; one with more cannot be parsed.
+  // A message with more arguments cannot be parsed.
   static constexpr unsigned kMaxArgs = 32;
 
   // A wait without a time limit.
@@ -49,7 +49,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // Drops pending messages without reporting them. Does not stop the worker thread.
   ~GDQ() override;
 
-  // Blocks until fewer than limit plain posts (messages of Post()) are pending, waitMs milliseconds have
+  // Blocks until fewer than limit plain posts (from Post()) are pending, waitMs milliseconds have
   // passed, or the worker thread is not running. Returns the number of pending plain posts, at once if waitMs
   // is 0. One caller at a time, and not from a handler, which would wait for itself.
   uint32_t WaitForFewerPosts(uint32_t limit, uint32_t waitMs);
@@ -118,7 +118,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   Node* TakeSpare() REQUIRES(m_listMutex);
   void Recycle(Node* node) REQUIRES(m_listMutex) { m_free.InsertAfter(nullptr, node); }
   void Wake() REQUIRES(m_wakeMutex);
-  bool AwaitFewerPosts(uint32_t limit, const timespec* deadline, uint32_t& count);
+  bool WaitUnlessResting(uint32_t limit, const timespec* deadline, uint32_t& count);
   void WakePoster() REQUIRES(m_listMutex);
   void WakePosterIfFew() REQUIRES(m_listMutex);
   void WaitForPost(uint32_t waitMs);
@@ -130,13 +130,13 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   NodeList m_free GUARDED_BY(m_listMutex);
   MessageList m_messages GUARDED_BY(m_listMutex);
   uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // limit of WaitForFewerPosts(); 0: not waiting
-  bool m_isResting GUARDED_BY(m_listMutex) = false;    // the worker thread sleeps though messages may be due
-  pthread_cond_t m_posterCondition;  // with m_listMutex: few posts, or the worker thread rests or has ended
+  bool m_isResting GUARDED_BY(m_listMutex) = false;    // may sleep with messages due, see DeliverDue()
+  pthread_cond_t m_posterCondition;  // with m_listMutex: few posts are left, or the worker rests or ended
 
   Mutex m_wakeMutex;
   pthread_cond_t m_wakeCondition;
-  // There was a post since the worker thread last woke. Written with m_wakeMutex held; atomic because
-  // Enqueue() reads it without.
+  // A post has come since the worker thread last woke. Written with m_wakeMutex held; atomic because
+  // Enqueue() reads it unlocked.
   std::atomic<bool> m_signalled{false};
   bool m_keepSignalled GUARDED_BY(m_wakeMutex) = false;  // Stop() was called: never sleep again
 

@@ -10,9 +10,10 @@
 
 #ifdef __cplusplus
 #include <string>
+/* Uses the program's operator new, not the library's. */
 static std::string text() {
   return std::string(100, 'x');
-} /* uses the program's operator new, not the library's */
+}
 #define TEXT text().c_str()
 #else
 #define TEXT "x"
@@ -23,8 +24,8 @@ static int is_refused_in_child(velk* log) {
   int status = -1;
   const pid_t child = fork();
   if (child == 0) {
-    const int isRight = velk_log(log, VELK_INFO, "test", "x") == -1 && velk_flush(log, 100) != 0;
-    _exit(isRight && errno == EPERM ? 0 : 1);
+    const int refused = velk_log(log, VELK_INFO, "test", "x") == -1 && velk_flush(log, 100) != 0;
+    _exit(refused && errno == EPERM ? 0 : 1);
   }
   return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }

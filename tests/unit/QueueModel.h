@@ -1,6 +1,5 @@
-// Compares the queue with a sorted vector: posts, timers and cancels, from outside and from handlers. The
-// choices drive its clock. The caller's thread runs the queue, and the choices decide what happens while it
-// would wait.
+// Compares the queue with a sorted vector: posts, timers and cancels, made in handlers and while the queue
+// would sleep. The choices also set its clock and end its sleeps. The queue runs on the caller's thread.
 #pragma once
 
 #include "common/GDQ.h"
@@ -46,7 +45,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   struct Target final : Velk::IGenericDispatchTarget {
     bool Dispatch(const char* name, const Velk::IArgsList* args) override {
       m_model->Deliver(this, name);
-      m_model->Operate();  // may reuse the node of the timer being dispatched
+      m_model->Act();  // may reuse the node of the timer being dispatched
       EXPECT_EQ(m_model->m_delivered, name);
       EXPECT_TRUE(args->GetCount() == 0 || args->GetItem(1)->AsStr() == std::string("two"));
       return this != &m_model->m_targets[0];
@@ -55,10 +54,10 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   };
 
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
-    EXPECT_TRUE(args == std::string(kOpen) || args == std::string(kMany)) << args;
+    EXPECT_TRUE(args == std::string(kUnclosed) || args == std::string(kTooMany)) << args;
     Deliver(target, name);
-    // Unless something is posted, the queue waits as long as last time before it takes the next message.
-    m_keepsWait = !m_isSignalled;
+    // The queue now waits again, as long as last time, unless something was posted since.
+    m_waitsAgain = !m_isSignalled;
     m_isSignalled = false;
   }
   void OnDispatchError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
@@ -70,29 +69,29 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   void OnPostError(Velk::IGenericDispatchTarget*, const char*, const char*) override { FAIL(); }
 
   bool Sleep(uint32_t waitMs) {
-    if (!m_keepsWait) {
+    if (!m_waitsAgain) {
       m_waitMs = m_pending.empty() ? Queue::kForever : m_pending[0].dueMs - m_nowMs;
       EXPECT_TRUE(m_pending.empty() || m_pending[0].dueMs >= m_nowMs) << "due, but not delivered";
     }
     EXPECT_EQ(m_waitMs, waitMs);
     const uint64_t deadlineMs = m_nowMs + waitMs;
     m_isSignalled = false;
-    Operate();
+    Act();
     if (!m_choices.AreLeft()) m_queue.Stop();
     const bool timesOut = waitMs != Queue::kForever && !m_isSignalled && m_choices.Below(2) == 0;
-    m_keepsWait = !timesOut && !m_isSignalled;
+    m_waitsAgain = !timesOut && !m_isSignalled;
     m_isSignalled = false;
     if (timesOut) m_nowMs = std::max(m_nowMs, deadlineMs);
     return !timesOut;
   }
 
   void Add(const Message& message) {
-    const auto later = [](const Message& a, const Message& b) { return a.dueMs < b.dueMs; };
-    m_pending.insert(std::upper_bound(m_pending.begin(), m_pending.end(), message, later), message);
+    const auto sooner = [](const Message& a, const Message& b) { return a.dueMs < b.dueMs; };
+    m_pending.insert(std::upper_bound(m_pending.begin(), m_pending.end(), message, sooner), message);
   }
 
   void Deliver(const Velk::IGenericDispatchTarget* target, const char* name) {
-    m_keepsWait = false;
+    m_waitsAgain = false;
     ASSERT_FALSE(m_pending.empty());
     Message message = m_pending[0];
     m_pending.erase(m_pending.begin());
@@ -105,15 +104,15 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     if (message.periodMs != 0) Add(message);
   }
 
-  void Operate() {
-    for (unsigned n = m_choices.Below(4); n != 0; --n) OperateOnce();
+  void Act() {
+    for (unsigned n = m_choices.Below(4); n != 0; --n) ActOnce();
     const auto posts =
         std::count_if(m_pending.begin(), m_pending.end(), [](auto& m) { return m.dueMs == 0; });
     EXPECT_EQ(posts, m_queue.WaitForFewerPosts(1, 0));
   }
 
-  void OperateOnce() {
-    const char* const kArgs[] = {"", "one 'two'", nullptr, kOpen, kMany};
+  void ActOnce() {
+    const char* const kArgs[] = {"", "one 'two'", nullptr, kUnclosed, kTooMany};
     const unsigned operation = m_choices.Below(8);
     const unsigned which = m_choices.Below(4);
     Velk::IGenericDispatchTarget* target = which != 3 ? &m_targets[which] : nullptr;
@@ -135,7 +134,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     Add(message);
   }
 
-  // Cancels all messages of the target, or the next one with an id; posts have id 0.
+  // Cancels all the target's messages, or its next one with a random id; posts have id 0.
   void Cancel(Velk::IGenericDispatchTarget* target, bool all) {
     const unsigned id = all ? 0 : m_choices.Below(3);
     if (all) m_queue.CancelAllMessages(target);
@@ -147,8 +146,8 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
     }
   }
 
-  static constexpr char kOpen[] = "'open";
-  static constexpr char kMany[] =
+  static constexpr char kUnclosed[] = "'open";
+  static constexpr char kTooMany[] =
       "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24 25 26 27 28 29 30 31 32 33";
 
   Choices m_choices;
@@ -158,7 +157,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   unsigned m_count = 0;
   uint64_t m_nowMs = 1000000;
   uint64_t m_waitMs = 0;
-  bool m_keepsWait = true;  // the next wait is as long as the last one
+  bool m_waitsAgain = true;  // the next wait is as long as the last one
   bool m_isSignalled = false;
   Target m_targets[3];
   Queue m_queue{*this};

@@ -59,7 +59,7 @@ class Pinger {
 
  private:
   int SendOne();
-  bool WaitUntilTaken(unsigned long long sentUs);
+  bool WaitUntilAnswered(unsigned long long sentUs);
   bool IsLast() const { return m_options.count != 0 && m_statistics.Sent() >= m_options.count; }
 
   const Options& m_options;
@@ -67,8 +67,8 @@ class Pinger {
   Statistics m_statistics;
 };
 
-// With --count it gives up after the timeout; otherwise only an interrupt ends the wait.
-bool Pinger::WaitUntilTaken(unsigned long long sentUs) {
+// False: interrupted or, with --count, no answer within the timeout.
+bool Pinger::WaitUntilAnswered(unsigned long long sentUs) {
   while (m_session.Status().held != 0) {
     const unsigned long long waitedMs = (NowUs() - sentUs) / 1000;
     if (Session::IsInterrupted() || (m_options.count != 0 && waitedMs >= m_options.timeoutMs)) return false;
@@ -83,10 +83,10 @@ int Pinger::SendOne() {
   const unsigned long long sentUs = NowUs();
   const int sent = m_session.Send("");
   if (sent != kDone) return sent;
-  const bool isTaken = WaitUntilTaken(sentUs);
+  const bool isAnswered = WaitUntilAnswered(sentUs);
   const unsigned long long micros = NowUs() - sentUs;
   // Unanswered: the client sent the call once without waiting for an ack, so there is nothing to measure.
-  if (isTaken && m_session.Status().state != State::Unanswered) {
+  if (isAnswered && m_session.Status().state != State::Unanswered) {
     m_statistics.Add(micros);
     if (m_options.quiet) return kDone;
     printf("answer from %s: seq=%lu time=%.3f ms\n", m_options.server, m_statistics.Sent(),
