@@ -140,7 +140,7 @@ class Check(ToolTest):
         return re.findall(r"^/flash/conf/kavlune\.conf:(\d+): (.*)$", result.stdout, re.M)
 
     def test_finds_each_mistake_and_its_line(self):
-        self.assertIn("not there, so nothing is set", self.run_tool("check")[0])
+        self.assertIn("missing, so nothing is set", self.run_tool("check")[0])
         good = "# c\n[data]\nREMOTELOG_TYPE= \"SysLog server\" # c\nremotelog_addr=log-1.example\n[other]\nx=1\n;x\n\n"
         self.configure(good)
         self.assertEqual(self.run_tool("check")[0], "/flash/conf/kavlune.conf: ok\n")
@@ -157,6 +157,7 @@ class Check(ToolTest):
                 ("[Data]\nremotelog_type\n", 2, "missing '='"),
                 ('[Data]\nremotelog_type="none"x\n', 2, "closing quote"),
                 ("[Data]\nremotelog_type=none \n", 2, "blanks"),
+                ('[Data]\nremotelog_type="SysLog server "\n', 2, "unknown type"),
                 ("[Data]\nremotelog_type=syslog server\n", 2, "unknown type"),
                 (data % "10.0.0.7:514", 3, "514"),
                 (data % "10.0.0.7 # rack 3", 3, "10.0.0.73"),

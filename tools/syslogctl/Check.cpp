@@ -30,12 +30,12 @@ const char* SkipBlanks(const char* text) {
   return text;
 }
 
-bool IsSame(const char* name, const char* known) {
+bool IsSameName(const char* name, const char* known) {
   return strcasecmp(name, known) == 0;
 }
 
-// Text as a message shows it.
-SimpleString Shown(const char* text) {
+// Returns text made safe to print.
+SimpleString Printable(const char* text) {
   SimpleString shown;
   AppendPrintable(shown, text);
   return shown;
@@ -92,14 +92,14 @@ void Checker::CheckHeader(const char* text) {
   const char* const end = strchr(text, ']');
   if (end == nullptr) {
     return Report(m_line, "missing ']': the line is skipped, and the lines after it belong to section '%s'",
-                  Shown(m_section.Str()).Str());
+                  Printable(m_section.Str()).Str());
   }
   const auto length = static_cast<unsigned>(end - text - 1);
   m_section.Empty();
   if (length != 0) m_section.Set(text + 1, length);
   SimpleString trimmed = m_section;
   trimmed.TrimRight();
-  if (!IsSame(m_section.Str(), kSection) && IsSame(SkipBlanks(trimmed.Str()), kSection)) {
+  if (!IsSameName(m_section.Str(), kSection) && IsSameName(SkipBlanks(trimmed.Str()), kSection)) {
     Report(m_line, "section '%s' has blanks, so it is not section '%s'", m_section.Str(), kSection);
   }
   const char* const rest = SkipBlanks(end + 1);
@@ -107,19 +107,19 @@ void Checker::CheckHeader(const char* text) {
 }
 
 void Checker::CheckKey(const char* key) {
-  const bool isData = IsSame(m_section.Str(), kSection);
+  const bool isData = IsSameName(m_section.Str(), kSection);
   const size_t length = strlen(key);
   Variable* variable = nullptr;
   SimpleString trimmed(key);
   trimmed.TrimRight();
   for (Variable* const each : {&m_type, &m_address}) {
-    if (IsSame(trimmed.Str(), each->name)) variable = each;
+    if (IsSameName(trimmed.Str(), each->name)) variable = each;
   }
   if (length != 0 && IsBlank(key[length - 1])) {
-    Report(m_line, "the blanks before '=' become part of the name '%s': write '%s='", Shown(key).Str(),
-           Shown(trimmed.Str()).Str());
+    Report(m_line, "the blanks before '=' become part of the name '%s': write '%s='", Printable(key).Str(),
+           Printable(trimmed.Str()).Str());
   } else if (isData && variable == nullptr) {
-    Report(m_line, "the service does not use '%s'", Shown(key).Str());
+    Report(m_line, "the service does not use '%s'", Printable(key).Str());
   } else if (!isData && variable != nullptr) {
     Report(m_line, "'%s' is ignored outside section '%s'", key, kSection);
   } else if (variable != nullptr) {
@@ -171,7 +171,7 @@ void Checker::CheckPiece(char* text) {
     return Report(m_line, "the byte order mark becomes part of the line: remove it");
   }
   while (IsBlank(*text)) ++text;
-  // IniFile3 has no ';' comments, but ignores such a line as well.
+  // IniFile3 has no ';' comments, but no variable's name begins with ';'.
   if (*text == '\0' || *text == '#' || *text == ';') return;
   if (*text == '[') {
     CheckHeader(text);
@@ -181,14 +181,14 @@ void Checker::CheckPiece(char* text) {
 }
 
 void Checker::CheckLine(const char* line, size_t length) {
-  constexpr size_t kMost = IniFile3::kLineSize - 1;
-  if (memchr(line, '\0', length) != nullptr) Report(m_line, "the line is cut at a NUL byte");
-  if (length > kMost && line[kMost] != '\n') {
-    Report(m_line, "the line is longer than %zu bytes and is read as several", kMost);
+  constexpr size_t kMax = IniFile3::kLineSize - 1;
+  if (memchr(line, '\0', length) != nullptr) Report(m_line, "the line ends at a NUL byte");
+  if (length > kMax && line[kMax] != '\n') {
+    Report(m_line, "the line is longer than %zu bytes and is read as several", kMax);
   }
-  for (size_t done = 0; done < length; done += kMost) {
-    char piece[kMost + 1];
-    const size_t size = length - done < kMost ? length - done : kMost;
+  for (size_t done = 0; done < length; done += kMax) {
+    char piece[kMax + 1];
+    const size_t size = length - done < kMax ? length - done : kMax;
     memcpy(piece, line + done, size);
     piece[size] = '\0';
     CheckPiece(piece);
@@ -201,8 +201,8 @@ void Checker::CheckType(const char* type) {
     if (m_address.line == 0)
       Report(m_type.line, "missing %s: there is nowhere to forward to", m_address.name);
   } else if (*type != '\0' && strcmp(type, "none") != 0) {
-    Report(m_type.line, "unknown type '%s': write '%s', exactly so, to forward the log, or 'none'",
-           Shown(type).Str(), Velk::kSyslogServerType);
+    Report(m_type.line, "unknown type '%s': write exactly '%s' to forward the log, or 'none'",
+           Printable(type).Str(), Velk::kSyslogServerType);
   }
 }
 
@@ -210,7 +210,7 @@ void Checker::CheckType(const char* type) {
 void Checker::CheckAddress(const char* address) {
   static const char kNameCharacters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-_";
   const size_t length = strlen(address);
-  const SimpleString shown = Shown(address);
+  const SimpleString shown = Printable(address);
   const unsigned long ip = InetAddress2::StringToIP(address, nullptr);
   const bool isNumeric = strspn(address, "0123456789.") == length;
   if (length == 0) {
@@ -230,21 +230,18 @@ void Checker::CheckAddress(const char* address) {
   }
 }
 
-// CheckBare() has reported the blanks at the end.
-SimpleString Trimmed(const char* value) {
-  SimpleString trimmed(value);
-  trimmed.TrimRight();
-  return trimmed;
-}
-
 void Checker::CheckValues() {
-  if (m_type.line != 0) CheckType(Trimmed(m_file.GetString(kSection, m_type.name, "")).Str());
+  if (m_type.line != 0) CheckType(m_file.GetString(kSection, m_type.name, ""));
   if (m_address.line == 0) return;
-  CheckAddress(Trimmed(m_file.GetString(kSection, m_address.name, "")).Str());
+  CheckAddress(m_file.GetString(kSection, m_address.name, ""));
   if (m_type.line == 0) Report(m_address.line, "missing %s: nothing is forwarded", m_type.name);
 }
 
 bool Checker::Run() {
+  if (strlen(m_path) >= IniFile3::kPathSize) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
   // Load() first: it refuses all but regular files, and fopen() would block on a pipe.
   FILE* const file = m_file.Load(m_path) != 0 ? fopen(m_path, "re") : nullptr;
   if (file == nullptr) return false;
@@ -266,11 +263,10 @@ int RunCheck(const Options& options) {
   errno = 0;
   if (!checker.Run()) {
     if (errno == ENOENT && options.wordCount == 0) {
-      if (!options.quiet) printf("%s: not there, so nothing is set\n", path);
+      if (!options.quiet) printf("%s: missing, so nothing is set\n", path);
       return FlushOutput() ? kDone : kUsage;
     }
-    Say("cannot read %s: %s", path,
-        errno != 0 ? strerror(errno) : "not a regular file, or the path is too long");
+    Say("cannot read %s: %s", path, errno != 0 ? strerror(errno) : "not a regular file");
     return kUsage;
   }
   if (checker.IsClean() && !options.quiet) printf("%s: ok\n", path);
