@@ -13,11 +13,11 @@
 
 namespace {
 
-// Makes the kernel kill the child when the supervisor ends. An orphan would keep the port from the next
-// supervisor's child.
-void FollowSupervisor(pid_t supervisor) {
+// Makes the kernel kill the child when the supervisor ends. An orphan would hold the port that the
+// next supervisor's child needs.
+void DieWithSupervisor(pid_t supervisor) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // The supervisor may have ended before prctl(2). 0: it is in another PID namespace.
+  // The supervisor may have ended before prctl(2). A parent of 0 is in another PID namespace.
   const pid_t parent = getppid();
   if (parent != supervisor && parent != 0) _exit(1);
 }
@@ -26,7 +26,7 @@ void FollowSupervisor(pid_t supervisor) {
 volatile bool* s_hasServed = nullptr;
 
 // False: the child was killed from outside. One that cannot serve (port taken, no memory for a thread, system
-// call filtered) ends by itself at once, and without pauses would be restarted a thousand times a second.
+// call filtered) ends at once: without pauses it would be restarted a thousand times a second.
 bool HasEndedByItself(int status) {
   if (WIFEXITED(status)) return true;
   const int signals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};
@@ -36,7 +36,7 @@ bool HasEndedByItself(int status) {
   return false;
 }
 
-// Pauses before the next child: 10 ms, doubled for each child in a row that did not serve, up to one second.
+// The pause before the next child: 10 ms, doubling up to one second while children end without serving.
 class Pace {
  public:
   void Wait(int status) {
@@ -86,7 +86,7 @@ bool MonitorChild() {
       return false;
     }
     if (child == 0) {
-      FollowSupervisor(self);
+      DieWithSupervisor(self);
       log->Log(Info, nullptr, "Child process...\n");
       return true;
     }
@@ -97,7 +97,7 @@ bool MonitorChild() {
       log->Log(Error, nullptr, "Waitpid returned %d instead of %d! Exiting...\n", ended, child);
       exit(1);
     }
-    // The raw status word: programs that watch the console compare it.
+    // The raw status word: programs that watch the console match it.
     log->Log(Info, nullptr, "Child exited with code %d, restarting...\n", status);
     pace.Wait(status);
   }

@@ -14,13 +14,13 @@ constexpr uint32_t kMaxPauseMs = 2;
 
 }  // namespace
 
-void PacedServer::AfterBatch(bool isEmpty) {
+void PacedServer::AfterBatch(bool isDrained) {
   ReportServing();
   const uint32_t pending = m_queue.WaitForFewerPosts(0, 0);
   if (pending >= kMaxPendingCalls) {
     // Waits for half of them: if it waited for one, the two threads would take turns, one call each.
     m_queue.WaitForFewerPosts(kMaxPendingCalls / 2, Velk::GDQ::kForever);
-  } else if (isEmpty && pending >= kPausePendingCalls) {
+  } else if (isDrained && pending >= kPausePendingCalls) {
     // The receive thread is ahead and would sleep before each datagram, which costs more than receiving it.
     // During the pause datagrams accumulate.
     m_queue.WaitForFewerPosts(kFewPendingCalls, kMaxPauseMs);

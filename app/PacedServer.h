@@ -1,11 +1,11 @@
-// Application layer: a server that slows down when the worker thread is late.
+// Application layer: a server that slows down when the worker thread lags.
 #pragma once
 
 #include "common/GDQ.h"
 #include "common/GDQUdpSrv.h"
 
-// Makes the receive thread wait for the worker thread when too many calls are pending, and when a short pause
-// lets it receive several datagrams at once.
+// Pauses the receive thread when too many calls are pending, and briefly when it is ahead of the worker
+// thread, so that it receives several datagrams at once.
 class PacedServer final : public Velk::GDQUdpSrv {
  public:
   // The queue is not owned and must outlive the server.
@@ -15,7 +15,7 @@ class PacedServer final : public Velk::GDQUdpSrv {
   // wait in the socket's buffer; the kernel drops those that do not fit.
   static constexpr uint32_t kMaxPendingCalls = 2000;
 
-  void AfterBatch(bool isEmpty) override;
+  void AfterBatch(bool isDrained) override;
 
  private:
   Velk::GDQ& m_queue;

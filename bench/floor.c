@@ -3,7 +3,8 @@
  *
  *   floor PORT FILE COLLECTOR-ADDRESS [two]
  *
- * two: with two threads. One receives, another writes and sends, so that peers are served while that blocks. */
+ * two: with two threads. One receives, another writes and sends, so that peers are served while that
+ * blocks. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -6,8 +6,8 @@
 namespace Velk {
 
 // Argument text: arguments separated by white space (isspace(3)). One that begins with ' ` or " ends at the
-// next occurrence of the same character, where the next argument may follow at once; a tilde in it makes the
-// next character literal. In any other argument no character is special.
+// next such quote, and the next argument may follow without white space; a tilde in it makes the next
+// character literal. In any other argument no character is special.
 //
 // One thread at a time. Keeps its buffers: parsing a text of up to 255 characters allocates nothing.
 class ArgsParser {

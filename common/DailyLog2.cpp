@@ -26,8 +26,8 @@ constexpr char kWarningWord[] = "Warning: ";
 constexpr char kErrorWord[] = "Error: ";
 
 constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with a blank
-constexpr unsigned kMaxHeader = 126;       // after a longer module name the type word is cut off
-constexpr unsigned kMaxText = 0x7FFFFFFF;  // so that the length of a line fits an unsigned
+constexpr unsigned kMaxHeader = 126;       // a longer module name crowds out the type word
+constexpr unsigned kMaxText = 0x7FFFFFFF;  // so that the length of a line fits in an unsigned
 
 // Copies as much of text as fits before end. Returns the position after it. Null counts as empty.
 char* Put(char* at, const char* end, const char* text) {
@@ -142,7 +142,7 @@ bool DailyLog2::Open(const char* baseName, const char* extension, const char* di
 
 bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   InetAddress2 server(0, 0);
-  // Without the mutex: it may block on a name server, and it logs to this object.
+  // Without the mutex: the lookup may block on a name server, and it logs to this object.
   if (!server.SetAddressString(host, kSyslogPort)) return false;
   server.SetAddress(static_cast<long>(server.GetIP()), kSyslogPort);
 
@@ -150,11 +150,11 @@ bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
   // Some servers accept messages only from source port 514; if it is taken, use any other. If a collector on
-  // this machine has the local port, do not bind to it: our newer socket would get its datagrams. The
-  // supervisor's own socket, m_firstSocket, which a child inherits, does not count.
-  if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstSocket) &&
-      m_syslogSocket.Bind(localPort, 0) && m_firstSocket == 0)
-    m_firstSocket = m_syslogSocket.Inode();
+  // this machine has the local port, do not bind to it: our newer socket would get its datagrams. Sockets
+  // with the inode m_firstInode do not count: children inherit the supervisor's.
+  if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstInode) &&
+      m_syslogSocket.Bind(localPort, 0) && m_firstInode == 0)
+    m_firstInode = m_syslogSocket.Inode();
   return m_syslogEnabled;
 }
 
@@ -218,21 +218,21 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   m_notifyDepth.fetch_sub(1, std::memory_order_relaxed);
 }
 
-// Copies all stored messages, oldest first: other threads may log while watchers read.
+// Copies all stored messages, oldest first, since other threads may log while watchers read.
 void DailyLog2::TakeSnapshot(Snapshot& snapshot) {
-  unsigned pieces = 0;
-  for (unsigned slot = 0; slot < m_stored; ++slot) pieces += m_slots[slot].count;
-  snapshot.pieces = new MessageChunk[pieces];
+  unsigned chunks = 0;
+  for (unsigned slot = 0; slot < m_stored; ++slot) chunks += m_slots[slot].count;
+  snapshot.chunks = new MessageChunk[chunks];
   snapshot.messages = new ILogDataBlock*[m_stored];
   snapshot.count = m_stored;
-  MessageChunk* copy = snapshot.pieces;
+  MessageChunk* copy = snapshot.chunks;
   unsigned slot = OldestSlot();
   for (unsigned i = 0; i < m_stored; ++i, slot = NextSlot(slot)) {
     snapshot.messages[i] = copy;
     snapshot.totalBytes += m_sizes[slot];
-    for (MessageChunk* piece = m_slots[slot].head; piece != nullptr; piece = piece->GetNext(), ++copy) {
-      copy->AddData(piece->GetDataPtr(), piece->GetDataSize());
-      copy->SetNext(piece->GetNext() != nullptr ? copy + 1 : nullptr);
+    for (MessageChunk* chunk = m_slots[slot].head; chunk != nullptr; chunk = chunk->GetNext(), ++copy) {
+      copy->AddData(chunk->GetDataPtr(), chunk->GetDataSize());
+      copy->SetNext(chunk->GetNext() != nullptr ? copy + 1 : nullptr);
     }
   }
 }
@@ -264,12 +264,12 @@ void DailyLog2::Store(const char* stamp, const char* header, unsigned headerLeng
                       unsigned textLength) {
   EmptySlot(m_writeIndex);
   MessageChunk* chunk = GetMessageChunk();
-  if (chunk == nullptr) return;  // cannot happen once the ring is full: EmptySlot() freed a piece
+  if (chunk == nullptr) return;  // cannot happen once the ring is full: EmptySlot() freed a chunk
   if (m_stored < m_capacity) ++m_stored;
   ChunkList& slot = m_slots[m_writeIndex];
   slot.PushBack(chunk);
   chunk->AddData(stamp, kStampLength);
-  // Readers expect stamp and header in the first piece, so a header that does not fit is truncated.
+  // Readers expect stamp and header in the first chunk, so a header that does not fit is truncated.
   chunk->AddData(header, headerLength);
   unsigned done = chunk->AddData(text, textLength);
   while (done < textLength) {
@@ -338,8 +338,8 @@ void DailyLog2::RemoveLeftovers() {
 void DailyLog2::WriteStored(FILE* file) {
   unsigned slot = OldestSlot();
   for (unsigned i = 0; i < m_stored; ++i, slot = NextSlot(slot)) {
-    for (ILogDataBlock* piece = m_slots[slot].head; piece != nullptr; piece = piece->GetNext()) {
-      fwrite(piece->GetDataPtr(), 1, piece->GetDataSize(), file);
+    for (ILogDataBlock* chunk = m_slots[slot].head; chunk != nullptr; chunk = chunk->GetNext()) {
+      fwrite(chunk->GetDataPtr(), 1, chunk->GetDataSize(), file);
     }
   }
 }

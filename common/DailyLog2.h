@@ -24,7 +24,7 @@ class DailyLog2 : public IDailyLog2 {
   static constexpr unsigned short kSyslogPort = 514;
   // Longest syslog datagram in bytes; longer ones are truncated (RFC 3164, 4.1).
   static constexpr unsigned kMaxPacket = 1024;
-  // Bytes in one piece of a stored message.
+  // Bytes in one chunk of a stored message.
   static constexpr unsigned kChunkSize = 128;
 
   class MessageChunk final : public ILogDataBlock {
@@ -124,11 +124,11 @@ class DailyLog2 : public IDailyLog2 {
     Snapshot& operator=(const Snapshot&) = delete;
     ~Snapshot() {
       delete[] messages;
-      delete[] pieces;
+      delete[] chunks;
     }
 
-    MessageChunk* pieces = nullptr;
-    ILogDataBlock** messages = nullptr;  // the first piece of each
+    MessageChunk* chunks = nullptr;
+    ILogDataBlock** messages = nullptr;  // the first chunk of each
     unsigned count = 0;
     unsigned totalBytes = 0;
   };
@@ -157,7 +157,7 @@ class DailyLog2 : public IDailyLog2 {
   WatcherList m_watchers GUARDED_BY(m_mutex);
   Velk::Mutex m_mutex;
   bool m_syslogEnabled GUARDED_BY(m_mutex) = false;
-  unsigned long m_firstSocket GUARDED_BY(m_mutex) = 0;  // inode of the first socket bound; 0: none
+  unsigned long m_firstInode GUARDED_BY(m_mutex) = 0;  // inode of the first socket bound; 0: none
   InetAddress2 m_syslogAddress GUARDED_BY(m_mutex){0, 0};
   UdpSocket3 m_syslogSocket GUARDED_BY(m_mutex);
 };

@@ -53,8 +53,8 @@ class GDQUdpSrv : public GDQUdpBase {
 
  protected:
   // ReceiveTask() calls this after each batch of datagrams. While it blocks, further datagrams wait in the
-  // socket's buffer. isEmpty: no more datagrams were waiting.
-  virtual void AfterBatch(bool isEmpty) { static_cast<void>(isEmpty); }
+  // socket's buffer. isDrained: no more datagrams were waiting.
+  virtual void AfterBatch(bool isDrained) { static_cast<void>(isDrained); }
 
   // Tests override these two.
 

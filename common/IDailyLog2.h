@@ -7,14 +7,14 @@ enum ELogMessageType : int { Trace = 0, Info = 1, Warning = 2, Error = 3 };
 // A store of log messages: the sink of LogPrinter. Any thread may call.
 class IDailyLog2 {
  public:
-  // Read-only view of one piece of a stored message.
+  // Read-only view of one chunk of a stored message.
   class ILogDataBlock {
    public:
-    // The bytes of the piece, not NUL-terminated.
+    // The bytes of the chunk, not NUL-terminated.
     virtual const char* GetDataPtr() = 0;
     // The number of bytes at GetDataPtr().
     virtual unsigned GetDataSize() = 0;
-    // The next piece of the same message; null after the last.
+    // The next chunk of the same message; null after the last.
     virtual ILogDataBlock* GetNext() = 0;
 
    protected:
@@ -26,7 +26,7 @@ class IDailyLog2 {
    public:
     // Never called; keeps its slot in the virtual table.
     virtual void OnLogEvent() {}
-    // messages: count pointers, each to the first piece of a stored message, oldest first. totalBytes: the
+    // messages: count pointers, each to the first chunk of a stored message, oldest first. totalBytes: the
     // sum of their formatted lengths. Valid during the call only. Runs on the thread that logged, without the
     // log's mutex.
     virtual void OnLogError(ILogDataBlock** messages, unsigned count, unsigned totalBytes) = 0;

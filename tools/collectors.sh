@@ -16,12 +16,12 @@ for package in *.deb; do dpkg -x "$package" . && rm "$package"; done
 rm -rf usr/share/doc usr/share/man usr/share/locale
 
 libraries=$(cd usr/lib && echo *-linux-gnu)
-runner() {
-  # shellcheck disable=SC2016  # for the script to expand
+wrap() {
+  # shellcheck disable=SC2016  # the new script expands it
   printf '#!/bin/sh\nhere=$(dirname "$0")\n%s="$here/usr/lib/%s:$here/lib/%s:$here/usr/lib/syslog-ng" exec "$here/%s" "$@" %s\n' \
     LD_LIBRARY_PATH "$libraries" "$libraries" "$2" "${3:-}" >"$1.new"
   chmod +x "$1.new"
   mv "$1.new" "$1"
 }
-runner rsyslogd usr/sbin/rsyslogd "-M \"\$here/usr/lib/$libraries/rsyslog\""
-runner syslog-ng usr/sbin/syslog-ng "--module-path \"\$(echo \"\$here\"/usr/lib/syslog-ng/3.*)\""
+wrap rsyslogd usr/sbin/rsyslogd "-M \"\$here/usr/lib/$libraries/rsyslog\""
+wrap syslog-ng usr/sbin/syslog-ng "--module-path \"\$(echo \"\$here\"/usr/lib/syslog-ng/3.*)\""

@@ -27,10 +27,10 @@ struct Watcher final : IDailyLog2::ILogErrorNotify {
     total = totalBytes;
     shown.clear();
     for (unsigned i = 0; i < count; ++i) {
-      for (auto* piece = messages[i]; piece != nullptr; piece = piece->GetNext()) {
-        shown.append(piece->GetDataPtr(), piece->GetDataSize());
-        EXPECT_TRUE(piece->GetDataSize() == DailyLog2::kChunkSize ||
-                    (piece->GetDataSize() != 0 && piece->GetNext() == nullptr));
+      for (auto* chunk = messages[i]; chunk != nullptr; chunk = chunk->GetNext()) {
+        shown.append(chunk->GetDataPtr(), chunk->GetDataSize());
+        EXPECT_TRUE(chunk->GetDataSize() == DailyLog2::kChunkSize ||
+                    (chunk->GetDataSize() != 0 && chunk->GetNext() == nullptr));
       }
     }
     EXPECT_LE(shown.size(), totalBytes);

@@ -16,11 +16,11 @@ struct Service : Velk::IGenericDispatchTarget {
     WaitFor([&] { return m_mayGoOn.load(); });
     return ++m_done != 0;
   }
-  void Receive(unsigned calls, bool isEmpty) {
+  void Receive(unsigned calls, bool isDrained) {
     for (unsigned i = 0; i < calls; ++i) {
       ++m_received;
       m_queue.Post(this, "Call", nullptr);
-      if (i % 8 == 7) m_server.AfterBatch(isEmpty);
+      if (i % 8 == 7) m_server.AfterBatch(isDrained);
       m_mostPending = std::max(m_mostPending, m_received - m_done);
     }
   }
