@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the service and runs it in the foreground with the arguments given ("debug" keeps trace lines).
+# Builds the service and runs it in the foreground with the arguments given ("debug" logs trace messages).
 # Ctrl-C ends supervisor and child.
 set -eu
 cd "$(dirname "$0")"

@@ -246,8 +246,8 @@ def report(found, syscalls, rounds, lines):
         before, _, rest = file.read().partition("<!-- compare: begin -->\n")
         _, _, after = rest.partition("<!-- compare: end -->\n")
     legend = "".join(f"- {row.name}: {row.what}\n" for row in found)
-    write_file(path, f"{before}<!-- compare: begin -->\nMedians of {rounds} rounds of {lines:,} lines, "
-                     f"ratios taken within each, at most {WINDOW} outstanding.\n{machine()}.\n\n{legend}\n{text}"
+    write_file(path, f"{before}<!-- compare: begin -->\nMedians of {rounds} rounds of {lines:,} lines; "
+                     f"ratios are medians of the rounds' ratios.\n{machine()}.\n\n{legend}\n{text}"
                      f"<!-- compare: end -->\n{after}")
 
 
