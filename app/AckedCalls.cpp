@@ -38,7 +38,7 @@ bool ReadNumber(const char* text, uint64_t* number) {
   return *end == '\0' && end != text && end - text <= static_cast<int>(AckedCalls::kMostDigits);
 }
 
-// The arguments after the first skipped ones.
+// All arguments but the first m_skipped.
 class Rest final : public IArgsList {
  public:
   Rest(const IArgsList& all, unsigned skipped) : m_all(all), m_skipped(skipped) {}
@@ -64,12 +64,12 @@ void AckedCalls::Call(const char* name, const char* args) {
 }
 
 void AckedCalls::Post(const char* args) {
-  char named[sizeof kName + InetAddress2::kMaxText];
-  char* const address = stpcpy(stpcpy(named, kName), " ");
+  char queuedName[sizeof kName + InetAddress2::kMaxText];
+  char* const address = stpcpy(stpcpy(queuedName, kName), " ");
   const InetAddress2& sender = m_server.Sender();
   InetAddress2::IPToString(address, sender.GetIP(), sender.GetPort());
   ++m_pending;  // before the worker thread can see the call and decrement
-  GDOTimerBase::Call(named, args);
+  GDOTimerBase::Call(queuedName, args);
 }
 
 bool AckedCalls::Dispatch(const char* name, const IArgsList* args) {
@@ -83,7 +83,7 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
   if (target == this) {
     --m_pending;
     m_head.ParseArgs(args);  // fails where the queue failed, or at the fourth argument
-    // With fewer arguments, NUMBER may be cut off.
+    // With fewer than three, NUMBER may be cut off.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
   // After a call that cannot be parsed, the queue sleeps until the next post. There may be none: a client
@@ -99,14 +99,14 @@ bool AckedCalls::RunAndAnswer(const InetAddress2& sender, const IArgsList* args,
 
   AckClients::Client* client = m_clients.Find(name);
   if (client == nullptr && number == 1) client = m_clients.Add(name);
-  bool isDone = true;
+  bool isRefused = false;
   if (client != nullptr && number == client->last + 1) {
-    isDone = isParsed && Run(args);
+    isRefused = !isParsed || !Run(args);
     client->last = number;  // refused calls too: a retransmission would only be refused again
-    if (!isDone) ++client->refused;
+    if (isRefused) ++client->refused;
   }
   Answer(sender, name, client, number);
-  return isDone;
+  return !isRefused;
 }
 
 bool AckedCalls::Run(const IArgsList* args) {

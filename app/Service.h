@@ -15,6 +15,6 @@ struct ServiceValues {
 // Runs the service: sets up the log, forks the serving child and supervises it. Logs trace messages too if
 // the only argument is "debug", in upper or lower case. Call it on the first thread, before there are others.
 //
-// Returns 1 in the supervisor if fork(2) fails, and in a child if its worker thread cannot be created. Once
-// that runs, the child ends with _exit(2): 1 if the UDP server cannot be opened, 0 if it stops receiving.
+// Returns 1 in the supervisor if fork(2) fails, and in a child if its worker thread cannot be created.
+// Otherwise the child ends with _exit(2): 1 if the UDP server cannot be opened, 0 if it stops receiving.
 int RunService(const ServiceValues& values, int argc, char** argv);

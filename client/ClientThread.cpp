@@ -28,7 +28,7 @@ bool ClientThread::Start(GDQUdpClient* client) {
 }
 
 void* ClientThread::Run(void* self) {
-  // If the program closes the descriptor during poll(2), nothing else ends the wait.
+  // If the program closes the descriptor during poll(2), only this limit ends the wait.
   constexpr int kLongestMs = 2000;
   const auto* const thread = static_cast<ClientThread*>(self);
   while (!thread->m_end) {

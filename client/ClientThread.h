@@ -19,10 +19,10 @@ class ClientThread {
   ClientThread& operator=(const ClientThread&) = delete;
   ~ClientThread() { Stop(); }
 
-  // The client is not owned, and must be open and stay open until Stop(). Does nothing if the thread already
-  // runs. False with errno: the thread cannot be created.
+  // The client is not owned, and must be open and stay open until Stop(). Does nothing if the thread is
+  // already running. False with errno: the thread cannot be created.
   bool Start(GDQUdpClient* client);
-  // Waits until the thread has ended. Does nothing in a forked child: fork(2) does not copy the thread.
+  // Ends and joins the thread. Does nothing in a forked child: fork(2) does not copy the thread.
   void Stop();
 
  private:

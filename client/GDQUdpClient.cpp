@@ -19,7 +19,7 @@ namespace {
 constexpr uint64_t kMs = 1000;
 constexpr unsigned kConnectMs = 30;
 constexpr unsigned kMostConnectMs = 1000;
-constexpr unsigned kReopenConnects = 4;  // CONNs before a new socket: our local address may have changed
+constexpr unsigned kReopenConnects = 4;  // CONNs from one socket: our local address may have changed
 constexpr unsigned kUnansweredSilences = 4;
 constexpr unsigned kSilencesPerConnect = 32;  // at most this many timeouts between two CONNs
 constexpr unsigned kFallbackSilences = 7;     // about 4 s
@@ -116,7 +116,7 @@ bool GDQUdpClient::IsUsable() const {
 }
 
 // If the program has closed our descriptors, opens new ones after settleMs. Call it before using them. Checks
-// only the socket unless isThorough: that check takes 0.4 us for each call sent.
+// only the socket unless isThorough, which takes 0.4 us for each call sent.
 void GDQUdpClient::ReplaceClosed(bool isThorough, unsigned settleMs) {
   if (m_readiness.Descriptor() >= 0) {
     if (m_socket.IsOurs() && (!isThorough || m_readiness.IsOurs())) return;
@@ -128,8 +128,8 @@ void GDQUdpClient::ReplaceClosed(bool isThorough, unsigned settleMs) {
   if (settleMs == 0) SendConnect();
 }
 
-// isAtOnce: sends CONN now, not after m_connectMs. False after an error: if each CONN were answered but the
-// next call failed again, the CONNs would fill the service's log.
+// isAtOnce: sends CONN now, not after m_connectMs. Pass false after an error: if each CONN were answered but
+// the next call failed again, the CONNs would fill the service's log.
 void GDQUdpClient::StartJoin(bool isAtOnce) {
   m_isJoined = m_isBlocked = false;
   m_connects = 0;
@@ -145,7 +145,7 @@ void GDQUdpClient::SendConnect() {
   m_socket.SendConnect();
 }
 
-// Also called when joined: a delayed CONN may have just ended our admission.
+// Also called while joined: a delayed CONN may have just ended our admission.
 void GDQUdpClient::TakeNonce(const char* nonce) {
   if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
@@ -256,7 +256,7 @@ void GDQUdpClient::OnSilence() {
 
 // Keeps an earlier time that is still to come, which saves system calls for each call sent.
 void GDQUdpClient::Arm() {
-  const uint64_t due = m_heard.IsEmpty() && !m_isWoken ? DueUs() : 1;
+  const uint64_t due = m_heard.IsEmpty() && !m_isWoken ? DueUs() : 1;  // 1: at once (0 would disarm)
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
   ReplaceClosed(true, kSettleMs);
   m_readiness.SetTime(due);

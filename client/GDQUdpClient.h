@@ -27,15 +27,15 @@ namespace Velk {
 //
 // Holds each call until the service acknowledges it, see SendWindow. Every call is run, in order, even if
 // datagrams are lost or the service restarts or is down. A call is run twice only if the service restarts or
-// forgets us before its acknowledgement arrives, or blocks for the first 4 s, see Unanswered.
+// forgets us before the acknowledgement arrives, or blocks for the first 4 s, see Unanswered.
 //
 // Joins and rejoins by itself. For that, an event loop must call Process() whenever Descriptor() is readable,
 // or a ClientThread must run. Without either, work is done only inside SendMsg() and Flush().
 //
-// Any thread may call any operation except Open() and Close(), which no other call may overlap. A forked
-// child must open its own client: with its parent's, operations fail with EPERM, and Close() only frees
-// memory and descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors, the
-// files that reuse their numbers are not touched, new descriptors are opened, and Descriptor() changes.
+// Any thread may call any operation, but no other call may overlap Open() or Close(). A forked child
+// must open its own client: with its parent's, operations fail with EPERM, and Close() only frees memory and
+// descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors, the files that
+// reuse their numbers are not touched, new descriptors are opened, and Descriptor() changes.
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text in bytes
@@ -46,17 +46,17 @@ class GDQUdpClient final : public GDQUdpBase {
 
   struct Options {
     bool reliable = true;        // false: each call is sent once and not acknowledged
-    bool listen = false;         // receive relayed calls; unless reliable, a restart may end this
+    bool listen = false;         // receive relayed calls; if not reliable, a service restart may end that
     unsigned waitMs = kForever;  // how long SendMsg() blocks while there is no room for the call
     unsigned heldLines = 2048;   // room for this many calls of 256 bytes on average
   };
 
   enum class State {
-    NotJoined,  // no nonce received
+    NotJoined,  // no nonce received yet, or no answer to the last few CONNs
     Joined,     // nonce received, and acknowledgements are not long overdue
     // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
-    // service does not know "WithAck". If none arrives within about 4 s of Open(), a reliable client sends
-    // each call once, without "WithAck", until an acknowledgement arrives.
+    // service does not know "WithAck". If the first call has none within about 4 s, a reliable client
+    // sends each call once, without "WithAck", until an acknowledgement arrives.
     Unanswered,
   };
 
@@ -72,18 +72,18 @@ class GDQUdpClient final : public GDQUdpBase {
   ~GDQUdpClient() override;
 
   // Starts to join the service at "host" or "host:port" and returns at once, even if the service is down.
-  // Resolving a host name may block; no other operation does it. Copies what it needs of both texts. False
-  // with errno: EINVAL the port is not a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or the
-  // error of the system call that creates a descriptor.
+  // Resolving a host name may block; no other operation resolves names. Copies what it needs of both texts.
+  // False with errno: EINVAL the port is not a number from 1 to 65535, EHOSTUNREACH no such host, ENOMEM, or
+  // the error of the system call that creates a descriptor.
   bool Open(const char* server, const char* password, const Options& options) NO_THREAD_SAFETY_ANALYSIS;
   bool Open(const char* server, const char* password) { return Open(server, password, Options()); }
 
   // Leaves the service, which stops relaying to us. Drops the calls still held: call Flush() first.
   void Close() NO_THREAD_SAFETY_ANALYSIS;
 
-  // Sends or holds one call. An empty text is a ping: it goes through the service's queue and does nothing.
-  // False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no room within Options::waitMs, EBADF not open,
-  // EPERM forked child.
+  // Takes one call and sends it as soon as possible. An empty text is a ping: it goes through the service's
+  // queue and does nothing. False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no room within
+  // Options::waitMs, EBADF not open, EPERM forked child.
   bool SendMsg(const char* text) override;
 
   // Splits a "LogMsg" that is too long into several, as Log() does.
@@ -94,17 +94,17 @@ class GDQUdpClient final : public GDQUdpBase {
   bool Log(ELogMessageType type, const char* module, const char* text);
 
   // Waits until every call is acknowledged (if not reliable: sent), but at most timeoutMs. Returns the number
-  // of calls still held, plus those that were sent only once since the last Flush() because the service did
+  // of calls still held, plus those since the last Flush() that were sent only once because the service did
   // not answer. Returns 1 in a forked child.
   unsigned Flush(unsigned timeoutMs);
   Status GetStatus();
 
-  // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: not open.
+  // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: none at present.
   int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
   // Does the work that is due and never blocks. Hands relayed calls to the listeners, in order as long as
   // only one thread calls this; of a "WithAck" call, only the call inside it. A listener may call SendMsg(),
-  // Call(), Log() and GetStatus(). settleMs delays the opening of new descriptors after the program closed
-  // ours; use it if another thread may still be closing descriptors.
+  // Call(), Log() and GetStatus(). settleMs delays the opening of new descriptors after the program has
+  // closed ours; use it if another thread may still be closing descriptors.
   void Process(unsigned settleMs = 0);
   // Makes the descriptor readable until the next Process().
   void Wake();
@@ -134,7 +134,7 @@ class GDQUdpClient final : public GDQUdpBase {
   bool WaitUnlocked(uint64_t endUs) REQUIRES(m_mutex);
 
   Mutex m_mutex;
-  int m_cancelState GUARDED_BY(m_mutex) = 0;  // the mutex's holder restores it
+  int m_cancelState GUARDED_BY(m_mutex) = 0;  // of the mutex's holder, which restores it
   std::atomic<pid_t> m_process{0};            // the process that opened it; 0: closed
   InetAddress2 m_server{0, 0};
   char* m_password = nullptr;
@@ -142,7 +142,7 @@ class GDQUdpClient final : public GDQUdpBase {
   Readiness m_readiness GUARDED_BY(m_mutex);
 
   // All times are microseconds of the monotonic clock.
-  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // when m_readiness becomes readable
+  uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // the time set in m_readiness
   PeerSocket m_socket GUARDED_BY(m_mutex){kFirstLocalPort, m_readiness};
   SendWindow m_window GUARDED_BY(m_mutex);
   HeldLines m_heard GUARDED_BY(m_mutex);  // relayed calls, not yet delivered
@@ -153,7 +153,7 @@ class GDQUdpClient final : public GDQUdpBase {
   bool m_isAnswered GUARDED_BY(m_mutex) = false;  // acknowledged at least once since Open()
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the last join
   uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // last CONN or nonce, or when the socket filled up
-  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement
+  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement or keep-alive ping
   // How long to wait for a nonce. Doubles until an acknowledgement arrives.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
   unsigned m_connects GUARDED_BY(m_mutex) = 0;      // CONNs without a nonce

@@ -8,17 +8,17 @@
 namespace Velk {
 
 LogCall::LogCall(ELogMessageType type, const char* module, const char* text)
-    : m_text(module != nullptr ? module : ""), m_textEnd(m_text + strlen(m_text)), m_isQuoted(false) {
-  m_head += snprintf(m_call, sizeof m_call, "LogMsg %d ", static_cast<int>(type));
-  m_head = PutQuoted(m_head, m_call + kMost / 2, "");
+    : m_text(module != nullptr ? module : ""), m_textEnd(m_text + strlen(m_text)), m_isEscaped(false) {
+  m_headEnd += snprintf(m_call, sizeof m_call, "LogMsg %d ", static_cast<int>(type));
+  m_headEnd = PutQuoted(m_headEnd, m_call + kMost / 2, "");
   m_isValid = m_text == m_textEnd;
-  *m_head++ = ' ';
+  *m_headEnd++ = ' ';
   m_text = text != nullptr ? text : "";
   m_textEnd = m_text + strlen(m_text);
   if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
 }
 
-LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(args), m_isQuoted(true) {
+LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(args), m_isEscaped(true) {
   bool isInside = false;
   const char* in = args;
   for (; *in != '\0'; ++in) {
@@ -32,7 +32,7 @@ LogCall::LogCall(const char* name, const char* args) : m_text(args), m_textEnd(a
   const int head = snprintf(m_call, kMost / 2, "%s %.*s", name, static_cast<int>(m_text - args), args);
   m_isValid = !isInside && m_textEnd > m_text && m_textEnd + 1 == in && head < static_cast<int>(kMost / 2);
   if (!m_isValid) return;
-  m_head += head;
+  m_headEnd += head;
   ++m_text;
   if (m_textEnd != m_text && m_textEnd[-1] == '\n') --m_textEnd;
 }
@@ -47,7 +47,7 @@ char* LogCall::PutQuoted(char* out, const char* end, const char* ending) {
     const bool isSpecial = *in == '~' || *in == '`';
     if (end - out < (isSpecial ? 2 : 1)) break;
     if (isSpecial) *out++ = '~';
-    if (isSpecial && m_isQuoted && in + 1 != m_textEnd) ++in;
+    if (isSpecial && m_isEscaped && in + 1 != m_textEnd) ++in;
     *out++ = *in++;
   }
   if (in != m_textEnd) {
@@ -64,7 +64,7 @@ char* LogCall::PutQuoted(char* out, const char* end, const char* ending) {
 
 const char* LogCall::Next() {
   if (m_isDone || !m_isValid) return nullptr;
-  *PutQuoted(m_head, m_call + kMost, "\n") = '\0';
+  *PutQuoted(m_headEnd, m_call + kMost, "\n") = '\0';
   m_isDone = m_text == m_textEnd;
   return m_call;
 }

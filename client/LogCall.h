@@ -29,10 +29,10 @@ class LogCall {
   char* PutQuoted(char* out, const char* end, const char* ending);
 
   char m_call[kMost + 1];
-  char* m_head = m_call;  // end of the fixed part: the quoted text goes here
+  char* m_headEnd = m_call;  // the quoted text goes here, after the fixed part
   const char* m_text;
   const char* m_textEnd;
-  bool m_isQuoted;  // m_text is already escaped with tildes
+  bool m_isEscaped;  // m_text already contains the tildes
   bool m_isValid;
   bool m_isDone = false;
 };

@@ -8,8 +8,8 @@ namespace Velk {
 
 // Does not set SO_REUSEADDR, which would let two programs share a port.
 bool PeerSocket::Open(const InetAddress2& server) {
-  const auto native = [](const InetAddress2& end) {
-    return reinterpret_cast<const sockaddr*>(&end.Native());
+  const auto native = [](const InetAddress2& endpoint) {
+    return reinterpret_cast<const sockaddr*>(&endpoint.Native());
   };
   Close();
   if (!m_socket.Take(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))) return false;

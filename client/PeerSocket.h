@@ -35,7 +35,7 @@ class PeerSocket {
 
   // Asks for a nonce. This ends our admission. Failures are ignored: the caller asks again anyway.
   void SendConnect();
-  // Computes the cookie from nonce and password. False: we already have that one.
+  // Computes the cookie from nonce and password. False: we already have that cookie.
   bool TakeNonce(const char* nonce, const char* password);
   bool HasCookie() const { return m_hasCookie; }
   // Whether the datagram, of at least kCookieSize bytes, begins with our cookie.

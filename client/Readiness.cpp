@@ -46,7 +46,7 @@ void Readiness::Close() {
 }
 
 // epoll(7) identifies members by file and number. EPOLL_CTL_MOD with the same events changes nothing if both
-// are ours, and fails if either number is another file's.
+// descriptors are ours, and fails if either number is another file's.
 bool Readiness::IsEpollOurs() const {
   return m_anchor.Get() >= 0 && m_anchor.IsOurs() &&
          Control(m_epoll, EPOLL_CTL_MOD, m_anchor.Get(), kNothing);

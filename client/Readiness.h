@@ -17,7 +17,7 @@ class Readiness {
   Readiness(const Readiness&) = delete;
   Readiness& operator=(const Readiness&) = delete;
 
-  // Closes open descriptors first. False with errno; it stays closed.
+  // Closes open descriptors first. False with errno; then none is open.
   bool Open();
   // In a forked child this does not affect the parent.
   void Close();
@@ -32,8 +32,8 @@ class Readiness {
   // socket must still be the caller's. False: our descriptors are closed or no longer ours.
   bool Watch(int socket);
   void Unwatch(int socket);
-  // Sets the time, in microseconds of NowUs(); UINT64_MAX: never. The descriptor stays readable until the
-  // next SetTime(). Call it only if IsOurs(), or after Suspend().
+  // Sets the time, in microseconds of NowUs(); UINT64_MAX: never. From that time on, the descriptor is
+  // readable until the next SetTime(). Call it only if IsOurs(), or after Suspend().
   void SetTime(uint64_t us);
 
  private:

@@ -36,7 +36,7 @@ void SendWindow::SetOnce(bool isOnce) {
 
 // Starts a new name at number 1. All held calls are due again.
 void SendWindow::Rename() {
-  // splitmix64: different seeds give different names.
+  // splitmix64: similar seeds give unrelated names.
   m_seed += 0x9E3779B97F4A7C15;
   uint64_t bits = m_seed;
   bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9;

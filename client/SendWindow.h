@@ -35,7 +35,7 @@ class SendWindow {
   unsigned Held() const { return m_lines.End() - m_lines.First(); }
   // Acknowledged calls that the service refused: unknown name or wrong arguments.
   unsigned Refused() const { return m_refused; }
-  // How many times the service had forgotten us, normally because it restarted (its ring is lost then).
+  // How many times the service had forgotten us, normally because it restarted (and lost its recent lines).
   unsigned Forgotten() const { return m_forgotten; }
   // Calls that were sent without waiting for an acknowledgement.
   unsigned SentOnce() const { return m_sentOnce; }
@@ -66,7 +66,7 @@ class SendWindow {
   // which makes the unacknowledged calls due again and doubles the timeout, up to one second.
   uint64_t DueUs() const;
   void OnSilence(uint64_t nowUs);
-  unsigned Silences() const { return m_silences; }  // timeouts since a call was acknowledged
+  unsigned Silences() const { return m_silences; }  // timeouts since a call was last acknowledged
   // Adapts the timeout to a measured round trip, of a call or of the handshake.
   void LearnAnswerTime(uint64_t tripUs);
 

@@ -78,7 +78,7 @@ int velk_vlog(velk* log, int type, const char* module, const char* format, va_li
 }
 
 unsigned velk_flush(velk* log, unsigned timeout_ms) {
-  // A forked child has sent nothing; 0 would mean that all lines are confirmed.
+  // A forked child must get EPERM; the switch below would make it ENOTCONN.
   errno = 0;
   if (log->client.Descriptor() < 0 && errno == EPERM) return 1;
   const unsigned left = log->client.Flush(timeout_ms);

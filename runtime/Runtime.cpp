@@ -27,7 +27,7 @@ pthread_mutex_t s_guardMutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t s_guardDone = PTHREAD_COND_INITIALIZER;
 
 // Guard object of a function-local static (Itanium C++ ABI, 3.3.2). Byte 0 is non-zero once the object is
-// built; the compiler's inline code reads it. Byte 1 is ours: a thread is building the object.
+// built; the compiler's inline code reads it. Byte 1 is ours: non-zero while a thread builds the object.
 struct Guard {
   unsigned char built;
   unsigned char building;
