@@ -10,7 +10,7 @@
 namespace Velk {
 
 bool ClientThread::Start(GDQUdpClient* client) {
-  if (m_process != 0) return true;
+  if (m_process == getpid()) return true;
   m_client = client;
   m_end = false;
   // Blocks all signals: the program's handlers must run on the program's threads.
