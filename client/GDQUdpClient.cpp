@@ -151,7 +151,7 @@ void GDQUdpClient::TakeNonce(const char* nonce) {
   m_sinceUs = NowUs();
   if (!m_isAnswered) m_window.LearnAnswerTime(m_sinceUs - m_startUs);  // later, acks are more accurate
   m_isJoined = true;
-  if (m_state == State::NotJoined) m_state = State::Joined;
+  if (m_state == State::NotJoined) m_state = IsFallback() ? State::Unanswered : State::Joined;
   m_window.Rewind(m_sinceUs);
   if (m_options.listen) m_socket.Send("", 0, "", 0);  // admits us before there is anything to send
   if (IsFallback()) Send(m_window.Probe());

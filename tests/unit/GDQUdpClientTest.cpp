@@ -109,6 +109,11 @@ TEST_F(GDQUdpClientTest, ReportsMissingAcksAndThenSendsOnce) {
     const Lines lines = service.Ran();
     return lines.size() > 3 && Lines(lines.end() - 3, lines.end()) == Calls(0, 3);
   }));
+  service.Stop();
+  client.SendMsg("x");
+  EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().state == State::NotJoined; }));
+  ASSERT_TRUE(service.Start());
+  EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().state == State::Unanswered; }));
 
   service.m_answersRubbish = true;
   ASSERT_TRUE(Open(client));
@@ -264,6 +269,7 @@ TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
   EXPECT_EQ(0u, client.Flush(kLongMs));
   const unsigned connects = service.m_connects;
   EXPECT_TRUE(HoldsInChild([&] {
+    thread.Stop();
     client.Close();
     return true;
   }));
@@ -272,10 +278,10 @@ TEST_F(GDQUdpClientTest, BelongsToTheProcessThatOpenedIt) {
   EXPECT_TRUE(HoldsInChild([&] {
     const bool isRefused = !client.SendMsg("child") && errno == EPERM && client.Descriptor() == -1;
     client.Process();
-    thread.Stop();
     client.Close();
     GDQUdpClient own;
-    const bool isFine = Open(own) && thread.Start(&own) && own.SendMsg("own") && own.Flush(kLongMs) == 0;
+    const bool isFine = Open(own) && thread.Start(&own) && own.SendMsg("own") &&
+                        WaitFor([&] { return own.GetStatus().held == 0; });
     thread.Stop();
     return isRefused && isFine && client.SendMsg("closed") == false && errno == EBADF;
   }));
