@@ -1,4 +1,4 @@
-// A C++ program whose whole log goes to the service too: build/examples/log_cpp "link down"
+// A C++ program that prints its log and sends it to the service: build/examples/log_cpp "link down"
 #include <stdio.h>
 
 #include "client/GDQUdpClient.h"
