@@ -214,13 +214,13 @@ class VelkHandler(logging.Handler):
             self._rename()
             return
         self._known = True
-        run = min(max(last - self._first + 1, 0), len(self._held))
-        for _ in range(run):
+        confirmed = min(max(last - self._first + 1, 0), len(self._held))
+        for _ in range(confirmed):
             self._held.popleft()
-        self._first += run
-        self._confirmed += run
-        self._sent = max(self._sent - run, 0)
-        self._window = min(self._window + run, ON_THE_WAY)
+        self._first += confirmed
+        self._confirmed += confirmed
+        self._sent = max(self._sent - confirmed, 0)
+        self._window = min(self._window + confirmed, ON_THE_WAY)
         if asked > last == self._first - 1 != self._gap - 1:  # once for each missing call
             self._gap, self._sent, self._window = self._first, 0, max(self._window // 2, AFTER_LOSS)
         self._set_due(0)
