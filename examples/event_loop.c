@@ -12,7 +12,7 @@ static void log_text(velk* log, size_t length) {
   if (velk_log(log, VELK_WARNING, "net", "%.*s", (int)length, text) != 0) perror("velk_log");
 }
 
-/* Logs the lines that are complete. Returns 0 at the end of the input. */
+/* Logs each complete line, or a full buffer. At the end of the input, logs the rest and returns 0. */
 static int read_input(velk* log) {
   const ssize_t more = read(STDIN_FILENO, text + size, sizeof text - size);
   if (more > 0) size += (size_t)more;
@@ -30,7 +30,7 @@ static int read_input(velk* log) {
 }
 
 int main(void) {
-  /* velk_log() must not block the loop: it fails if 2,048 lines are held. */
+  /* VELK_NOWAIT: if 2,048 lines are held, velk_log() fails instead of blocking the loop. */
   velk* log = velk_open("127.0.0.1", "mosk", VELK_NOWAIT);
   if (log == NULL) {
     perror("velk_open");

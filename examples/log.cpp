@@ -1,4 +1,4 @@
-// A C++ program whose whole log goes to the service too: build/examples/log_cpp "link down"
+// A C++ program that prints its log and sends it to the service: build/examples/log_cpp "link down"
 #include <stdio.h>
 
 #include "client/GDQUdpClient.h"
@@ -7,7 +7,7 @@
 int main(int argc, char** argv) {
   static Velk::GDQUdpClient client;  // static: the printer keeps a pointer to it
   if (!client.Open("127.0.0.1", "mosk")) {
-    perror("cannot reach the log service");
+    perror("GDQUdpClient::Open");
     return 1;
   }
   LogPrinter* const log = LogPrinter::Instance();

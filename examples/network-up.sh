@@ -1,5 +1,5 @@
 #!/bin/sh
-# Run this when the network is up. It forwards the log to the collector and sends, once, the lines logged before.
+# Run this when the network is up. It makes the service forward to the collector, and sends the earlier lines once.
 #
 #   network-up.sh COLLECTOR
 #
@@ -27,8 +27,8 @@ done
 
 [ ! -e "$marker" ] || exit 0
 
-# The lines before the service began to forward. If the configuration names an address, forwarding began earlier, and
-# the last of these lines arrive twice.
+# Prints the lines from before the service began to forward. If the configuration names an address, it began even
+# earlier, and the last of these lines arrive twice.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }

@@ -33,14 +33,14 @@ def receive(peer, is_wanted):
 def main(text, password="mosk"):
     peer = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     for port in range(11101, 11133):  # the service keeps a record of every port it has seen, so use few
-        with contextlib.suppress(OSError):  # taken
+        with contextlib.suppress(OSError):  # the port is taken
             peer.bind(("", port))
             break
     peer.connect(SERVICE)
     peer.settimeout(1)
     client = secrets.token_hex(8).encode()
     call = b"WithAck %s 1 LogMsg 2 net %s" % (client, quote(os.fsencode(text) + b"\n"))
-    for _ in range(4):  # any datagram may be lost; the same client and number are logged only once
+    for _ in range(4):  # any datagram may be lost; a repeated call is logged only once
         peer.send(b"CONN")
         nonce = receive(peer, lambda datagram: len(datagram) == 16)
         if nonce is None:

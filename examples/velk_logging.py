@@ -23,7 +23,7 @@ import threading
 import time
 import weakref
 
-CALL_MOST = 1434  # bytes of a call in a datagram
+CALL_MOST = 1434  # bytes of the longest call
 HEAD_MOST = len("WithAck ") + 16 + 1 + 18 + 1
 ON_THE_WAY = 64  # window in calls: more could overflow the service's receive buffer
 AFTER_LOSS = 4  # smallest window after a loss; each confirmed call adds one
@@ -55,8 +55,8 @@ def calls(kind, module, text):
 class VelkHandler(logging.Handler):
     """Any thread may log and none blocks: if too many records are held, handleError() is called.
 
-    A thread of the handler sends, and joins again after the service restarts. A forked child starts with nothing held.
-    host: an IPv4 address; a name would be resolved at each join. most: the number of lines held.
+    A thread of the handler sends, and joins the service again if it restarts. A forked child starts with nothing held.
+    host: an IPv4 address; a name would be resolved at each join. most: the largest number of lines to hold.
     """
 
     def __init__(self, host="127.0.0.1", port=11001, password="mosk", most=2048):
@@ -177,8 +177,8 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another port each time: the service may mix up two
-            with contextlib.suppress(OSError):  # taken
+        for port in PORTS[self._silences % 8:]:  # another port each time: the service may take us for another peer
+            with contextlib.suppress(OSError):  # the port is taken
                 self._socket.bind(("", port))
                 break
         with contextlib.suppress(OSError):  # no such host, no network: retried later
@@ -214,13 +214,13 @@ class VelkHandler(logging.Handler):
             self._rename()
             return
         self._known = True
-        run = min(max(last - self._first + 1, 0), len(self._held))
-        for _ in range(run):
+        confirmed = min(max(last - self._first + 1, 0), len(self._held))
+        for _ in range(confirmed):
             self._held.popleft()
-        self._first += run
-        self._confirmed += run
-        self._sent = max(self._sent - run, 0)
-        self._window = min(self._window + run, ON_THE_WAY)
+        self._first += confirmed
+        self._confirmed += confirmed
+        self._sent = max(self._sent - confirmed, 0)
+        self._window = min(self._window + confirmed, ON_THE_WAY)
         if asked > last == self._first - 1 != self._gap - 1:  # once for each missing call
             self._gap, self._sent, self._window = self._first, 0, max(self._window // 2, AFTER_LOSS)
         self._set_due(0)

@@ -31,7 +31,7 @@ def connect_from(address, port, to_port):
 
 @contextlib.contextmanager
 def control_group(limit):
-    """Yields a function that moves its process into a group with this limit; None if no group can be made."""
+    """Yields a function that moves the calling process into a group with this limit; None if none can be made."""
     version2 = os.path.exists("/sys/fs/cgroup/cgroup.controllers")
     group = f"/sys/fs/cgroup/{'' if version2 else 'memory/'}velk-test-{os.getpid()}-{random.randrange(1 << 30)}"
     settings = ({"memory.max": limit, "memory.swap.max": 0} if version2
@@ -85,7 +85,7 @@ def survive(harness, kind, prepare):
     reader, writer = os.pipe()
     exits = []
 
-    def read_console():  # not a file: /tmp's memory would count too
+    def read_console():  # from a pipe: the memory of a file in /tmp would count too
         with os.fdopen(reader, encoding="latin-1") as console:
             exits.extend(line.strip() for line in console if "Child exited" in line)
     console = threading.Thread(target=read_console)

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Tests the start scripts in a root with only BusyBox, which needs root, and the recipes with make and stubs for what
-# they include. test-deb.sh tests Debian's package.
+# Tests the start scripts in a file system with only BusyBox, and the recipes with make and stubs for what they
+# include. Only the former needs root. test-deb.sh tests Debian's package.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh g++ cmake ninja-build busybox-static shellcheck make

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Checks that the release binaries need only libc, are hardened, and small: tests/binary.sh BINARY...
+# Checks that the release binaries need only libc, are hardened and are small: tests/binary.sh BINARY...
 set -u
 status=0
 require() {

@@ -42,9 +42,9 @@ def asking(shell, complete):
 
 
 def check_zsh_file(wanted, *words):
-    """Checks only that the file has the words, as zsh completes only at a terminal."""
+    """Checks only that zsh's file has the wanted words, as zsh completes only at a terminal."""
     text = FILES["zsh"].read_text()
-    faults.extend(f"zsh does not have {word}" for word in wanted
+    faults.extend(f"the zsh file does not have {word}" for word in wanted
                   if not re.search(rf"(?<![\w-]){re.escape(word)}(?![\w-])", text))
 
 

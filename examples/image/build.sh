@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds a small file system for a device: BusyBox, the static service and tool, and four text files.
+# Builds a small file system for a device: BusyBox, the static service and tool, kernel modules and scripts.
 #
 #   examples/image/build.sh [FOLDER]
 #

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Boots the image in QEMU, logs with logger(1) inside and receives the line outside. Needs no network: it runs in its
-# own namespace, where the syslog port is free.
+# Builds the image, boots it in QEMU, logs with logger(1) inside and receives the line outside. The boot runs in a
+# network namespace, where the syslog port is free.
 set -eu
 cd "$(dirname "$0")/../.."
 tools/install.sh qemu-system-x86 python3 iproute2

@@ -13,10 +13,10 @@ until_true() {
   done
 }
 serves() { syslogctl --timeout 1 log "$1"; }
-services() { pidof syslog | wc -w; }
+process_count() { pidof syslog | wc -w; }
 gone() { for pid in $1; do [ ! -d "/proc/$pid" ] || return 1; done; }
 supervisor() { for pid in $(pidof syslog); do grep -q "^PPid:.1$" "/proc/$pid/status" && echo "$pid"; done; }
-both() { [ "$(services)" -eq 2 ]; }
+both() { [ "$(process_count)" -eq 2 ]; }
 
 if [ "$1" = sysv ]; then
   script=/etc/init.d/velk
@@ -31,7 +31,7 @@ if [ "$1" = sysv ]; then
   gone "$old" || { echo "the old processes still run"; exit 1; }
   until_true serves 'second line'
   sh $script stop
-  [ "$(services)" -eq 0 ] || { echo "a process still runs"; exit 1; }
+  [ "$(process_count)" -eq 0 ] || { echo "a process still runs"; exit 1; }
   if sh $script status; then exit 1; fi
   echo "all well"
   exit

@@ -7,14 +7,14 @@ import namespace
 
 FOLDER = os.path.join(namespace.FILES, "collectors")
 CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
-HOST = "127.0.0.2"  # a separate address: the service binds port 514 of all others to send from it
+HOST = "127.0.0.2"  # a separate address: the service sends from port 514 of the wildcard address
 MOST_FILES = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 
 
 def configuration(*names, host=HOST, **changes):
     """Returns the joined text of the configurations, changed to keep files in /tmp and to listen only at host.
 
-    changes: other words to replace. They must exist.
+    changes: further replacements, old word to new. The old words must exist.
     """
     text = ""
     for name in names:

@@ -21,7 +21,7 @@ SYNC_FILE = "/tmp/synclog"
 SYSLOG_ON = '[Data]\nremotelog_type="SysLog server"\nremotelog_addr=%s\n'
 PORT = 11001
 SYSLOG_PORT = 514
-DEADLINE = 20.0  # seconds to wait for an event; only a failing test waits so long
+DEADLINE = 20.0  # seconds to wait for an event; only a failing test waits that long
 LONGEST = 200  # seconds for a whole test
 
 PREFIX = r"\[\d\d:\d\d:\d\d\.\d{3}\]"
@@ -91,8 +91,6 @@ def roomy_socket():
 
 
 class Receiver:
-    """A receiver of datagrams."""
-
     def receive(self, timeout=DEADLINE):
         """Returns the next datagram, or None after the timeout."""
         self.socket.settimeout(timeout)
@@ -226,7 +224,7 @@ class Service:
             return errors.read()
 
     def stop(self, number=signal.SIGINT):
-        """Ends the service as a user does. Fails if a sanitizer reported an error."""
+        """Ends the service as a user does. Fails if it wrote to standard error, as a sanitizer does."""
         if self.process.poll() is None:
             self.process.send_signal(number)
         status = self.process.wait(DEADLINE)

@@ -15,7 +15,7 @@ def lines_of(service, module):
 
 
 class LossyPath(threading.Thread):
-    """Relays datagrams between clients at `port` and a server, and loses, duplicates and delays some of them.
+    """Relays datagrams between clients of `port` and a server, and loses, duplicates and delays some of them.
 
     Each client has its own socket to the server, so the server sees one endpoint per client. In each direction
     the seed decides what happens to the n-th datagram.
@@ -28,13 +28,13 @@ class LossyPath(threading.Thread):
         super().__init__(daemon=True)
         self.server = server
         self.entrance = self.open_socket(("127.0.0.1", port))
-        self.upstream = {}  # client to its socket to the server
+        self.upstream = {}  # each client's socket to the server
         self.decide = {upwards: random.Random(f"{seed} {upwards}") for upwards in (True, False)}
         self.counts = {upwards: dict.fromkeys(("carried", "lost", "doubled", "overtaken"), 0)
                        for upwards in (True, False)}
         self.due = []  # heap of (time, number, upwards, client, datagram)
         self.number = 0
-        self.last = {}  # (upwards, client) to the highest number relayed
+        self.last = {}  # highest number relayed, by (upwards, client)
         self.wake, self.woken = socket.socketpair()
         self.start()
 

@@ -83,7 +83,7 @@ def _working_unshare():
 def prepare(files):
     """Changes the root to a tmpfs, with the machine's folders bind-mounted except /tmp and /flash.
 
-    files: a dictionary of names in FILES to the paths to copy there.
+    files: maps each name in FILES to the path of the file or folder to copy there.
     """
     root = os.environ[STAGE]
     try:

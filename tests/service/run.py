@@ -17,7 +17,7 @@ def arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--binary", required=True, help="the service")
     parser.add_argument("--tool", help="the command line tool; default: syslogctl next to the service")
-    parser.add_argument("--collectors", help="folder filled by tools/collectors.sh; without it, its tests are skipped")
+    parser.add_argument("--collectors", help="folder from tools/collectors.sh; default: skips the tests that need it")
     parser.add_argument("-k", metavar="PATTERN", action="append", help="only tests whose name contains PATTERN")
     parser.add_argument("-v", "--verbose", action="store_true")
     return parser.parse_args()

@@ -39,7 +39,7 @@ class Confirmed(ServiceTest):
         for call in calls:
             peer.call(call)
         self.log()
-        # A late handshake can put "Cookies do not match:", which has no line feed, before it.
+        # A late CONN can put "Cookies do not match:", which has no line feed, before it.
         self.assertEqual(sum(text.endswith("syslogctl.Info: confirmed") for text in service.texts()), 1)
 
     def test_after_calls_that_do_not_parse(self):

@@ -111,7 +111,7 @@ class Handler(ServiceTest):
         for name in "abc":
             numbers = [int(line.split()[1]) for line in lines if line.startswith(name)]
             self.assertEqual(list(dict.fromkeys(numbers)), list(range(500)), name)
-        self.assertLessEqual(len(lines), 1500 + 2 * 64)
+        self.assertLessEqual(len(lines), 1500 + 2 * velk_logging.ON_THE_WAY)
 
     def test_each_record_arrives_once_and_in_order_through_losses(self):
         service = self.service()

@@ -20,7 +20,7 @@ FUNCTIONS = ("malloc", "recvmmsg", "sendto", "write", "pwrite64", "open64", "mko
 CALLS = [b"LogMsg 2 `m` `text %d\n`", b"SetVar remotelog_addr 127.0.0.%d", b"SyncVar", b"SyncLog",
          b"LogMsg 3 `m` `" + b"x" * 600 + b"%d\n`", b"SetVar v%d `y`", b"WithAck c%d 1 SyncLog"]
 CALLS = [b"LogMsg 'open"] + [call.replace(b"%d", b"%d" % number) for number in range(8) for call in CALLS]
-# The supervisor's last lines if it ends after it has started a child.
+# Only these functions may end the supervisor after its line "Start child...". Its last lines then:
 LAST_WORDS = {"fork": r"Start child\.\.\.\nSyslog\.ERROR: fork\(\) failed!\nSyslog\.Info: Exiting application\.\.\.$",
               "waitpid": r"Wait for child (\d+)\.\.\.\n(.*\n)*"
                          r"Syslog\.ERROR: Waitpid returned -1 instead of \1! Exiting"}
@@ -56,7 +56,7 @@ class Faults(ServiceTest):
         peer.close()
 
     def works(self):
-        """Whether a new peer's line reaches the console and the sync file."""
+        """Whether a new peer's line reaches the console and the sync file, or the supervisor has ended."""
         line = f"after {time.monotonic()}"
         self.call(b"LogMsg 1 `test` `%s\n`" % line.encode(), b"SyncLog")
         for _ in range(50):
@@ -66,7 +66,7 @@ class Faults(ServiceTest):
         return self.ended()
 
     def run_once(self, function, at, number=0):
-        """Runs the service while call `at` of the function fails. If 0, every call fails with errno `number`."""
+        """Runs the service while call `at` of the function fails. If it is 0, every call fails with errno `number`."""
         self.clear_files()
         self.configure(SYSLOG_ON % "127.0.0.2")
         with open(FAIL_FILE, "wb") as state:
@@ -79,7 +79,7 @@ class Faults(ServiceTest):
                 os.kill(old, signal.SIGKILL)
             until(lambda: self.ended() or old not in processes(), "the end of the child")
         self.call(*CALLS)
-        until(self.works, "a line in all outlets")
+        until(self.works, "a line on the console and in the sync file")
 
     def calls_counted(self):
         with open(FAIL_FILE, "rb") as state:
@@ -120,4 +120,4 @@ class Faults(ServiceTest):
             begin = time.monotonic()
             last = self.let_fail(function)
             self.assertGreater(last, 1, function + " was never called")
-            print(f"{function}: up to {last - 1}, {time.monotonic() - begin:.1f} s")
+            print(f"{function}: fewer than {last} calls, {time.monotonic() - begin:.1f} s")

@@ -69,4 +69,3 @@ class Lines(ServiceTest):
         print(f"{self.id()}: {said.strip()}, {repeats} repeats in {killed} kills")
         self.assertGreater(killed, KILLS // 2)
         self.assertLessEqual(repeats, killed * WINDOW)
-

@@ -62,11 +62,11 @@ class Console(ServiceTest):
         text = self.read_until(reader, b"test.Info: last\n")
         peer.call(b"SyncLog")
         stored = until(lambda: b"last" in read_sync() and read_sync(), "the sync file")
-        _, child = self.own_lines(service, text)
-        self.assertEqual(child, stored[stored.rindex(b"Start child..."):].count(b"\n") - 2)
+        _, child_lines = self.own_lines(service, text)
+        self.assertEqual(child_lines, stored[stored.rindex(b"Start child..."):].count(b" Syslog."))
         text += self.read_until(reader, b"Wait for child %d...\n" % service.kill_child())
-        supervisor, _ = self.own_lines(service, text)
-        self.assertEqual(supervisor, 6)
+        supervisor_lines, _ = self.own_lines(service, text)
+        self.assertEqual(supervisor_lines, 6)
 
     def test_terminal_that_is_not_read(self):
         reader, service = self.service_at(os.openpty())

@@ -56,7 +56,7 @@ class Log(ToolTest):
 
     def test_is_confirmed_at_once_and_adds_two_lines(self):
         service = self.service()
-        peer = self.peer()  # the service is running
+        peer = self.peer()  # waits until the service runs
         times = []
         for number in range(1, 6):
             begin = time.monotonic()
@@ -155,7 +155,7 @@ class Commands(ToolTest):
         os.chown(SYNC_FILE, 12345, 12345)
 
     def forge_by_second_name(self):
-        """Makes a file of the service's user that the service must not overwrite, as it has another name."""
+        """Makes a file of the service's user that the service must not overwrite, as it has a second name."""
         os.mknod(SYNC_FILE)
         os.chmod(SYNC_FILE, 0o666)
         os.link(SYNC_FILE, "/tmp/second")
@@ -339,7 +339,7 @@ class Trouble(ToolTest):
         for command, tool in tools:
             said = tool.communicate(timeout=60)[1]
             self.assertEqual((tool.returncode, "the password is wrong" in said), (NOT_CONFIRMED, True), said)
-            # The tool cannot tell this from an older service, which runs calls without acks.
+            # The tool cannot tell a wrong password from an older service, which runs calls but sends no acks.
             self.assertEqual("1 call was sent once and is not confirmed" in said, command[0] in ("log", "set", "dump"))
         for text in ("mosk\nrest\n", "mosk\r\nrest", "mosk\r", "mosk"):
             with open("/tmp/password", "w", newline="") as password:
