@@ -87,7 +87,7 @@ class VelkHandler(logging.Handler):
         with self._changed:
             target = self._confirmed + len(self._held)
             self._changed.wait_for(lambda: self._confirmed >= target, timeout)
-            return [text for _, text in self._held][:target - self._confirmed]
+            return [text for _, text in self._held][:max(0, target - self._confirmed)]
 
     def close(self, timeout=1):
         """Drops records that are not confirmed within the timeout: reports them and returns their texts."""

@@ -92,12 +92,13 @@ class Handler(ServiceTest):
     def test_every_record_is_logged_when_the_child_is_killed(self):
         service = self.service()
         log, handler = self.logger()
+        missing = []
 
         def say(name):
             for number in range(500):
                 log.info("%s %d", name, number)
-                if number % 50 == 0:
-                    handler.flush(20)
+                if number % 5 == 0:
+                    missing.extend(handler.flush(20))
         threads = [threading.Thread(target=say, args=(name,)) for name in "abc"]
         for thread in threads:
             thread.start()
@@ -106,7 +107,7 @@ class Handler(ServiceTest):
             service.kill_child()
         for thread in threads:
             thread.join()
-        self.assertEqual((handler.flush(20), self.errors), ([], []))
+        self.assertEqual((handler.flush(20), missing, self.errors), ([], [], []))
         lines = self.lines(service)
         for name in "abc":
             numbers = [int(line.split()[1]) for line in lines if line.startswith(name)]
