@@ -90,7 +90,7 @@ class Row:
         return statistics.median(result[key] for result in self.results)
 
     def ratio(self, key, other):
-        """Median of the ratios within each round: a shared machine's speed changes by a sixth between rounds."""
+        """Returns the median of the rounds' ratios: a shared machine's speed changes by a sixth between rounds."""
         pairs = zip(self.results, other.results)
         return statistics.median(mine[key] / theirs[key] for mine, theirs in pairs)
 
@@ -164,7 +164,7 @@ log {{ source(s); destination(f); destination(n); }};
 """)
     rsyslogd, syslog_ngd = (os.path.abspath(f"build/collectors/{name}") for name in ("rsyslogd", "syslog-ng"))
     one_by_one = 'main_queue(queue.dequeueBatchSize="1")'
-    found = [
+    programs = [
         Row("floor", [f"{WORK}/floor", "3514", f"{folder}/floor.log", COLLECTOR], "raw", "3514", "`bench/floor.c`"),
         Row("floor, two threads", [f"{WORK}/floor", "3515", f"{folder}/floor2.log", COLLECTOR, "two"], "raw", "3515",
             "the same, but one thread receives and another writes"),
@@ -182,7 +182,7 @@ log {{ source(s); destination(f); destination(n); }};
                                 f"{folder}/busybox.log"], "unix", "/dev/log",
             f"BusyBox {version('busybox')}"),
     ]
-    return found
+    return programs
 
 
 def make_private(folder):
@@ -205,12 +205,12 @@ def machine():
     return f"{name}, {os.cpu_count()} processors, Linux {kernel}, {system}"
 
 
-def table(found, syscalls):
-    floor = found[0]
+def table(programs, syscalls):
+    floor = programs[0]
     heads = ["Program", "Lines/s", "Lines, floor = 1", "Lost", "CPU per line, µs", "CPU, floor = 1",
              "RSS, KiB", "PSS, KiB", "p50, µs", "p99, µs"]
     lines = [f"| {' | '.join(heads)} |", "|---" * len(heads) + "|"]
-    for row in found:
+    for row in programs:
         lost = sum(result["lost"] for result in row.results)
         lines.append(f"| {row.name} | {row.median('rate'):,.0f} | {row.ratio('rate', floor):.2f} | {lost} | "
                      f"{row.median('cpu_us'):.2f} | {row.ratio('cpu_us', floor):.2f} | "
@@ -220,8 +220,8 @@ def table(found, syscalls):
     return "\n".join(lines) + f"\n\nSystem calls per line (`strace -c -f`): {counts}.\n"
 
 
-def draw(found, folder, path):
-    data = "".join(f'"{row.name}" {row.median("rate"):.0f} {row.median("cpu_us"):.2f}\n' for row in found)
+def draw(programs, folder, path):
+    data = "".join(f'"{row.name}" {row.median("rate"):.0f} {row.median("cpu_us"):.2f}\n' for row in programs)
     script = f"""
 set terminal svg size 760,300 font "sans,11" background "white"
 set output "{path}"
@@ -238,14 +238,14 @@ plot "{folder}/chart.dat" using 0:3:xtic(1) with boxes notitle linecolor rgb "#8
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
-def report(found, syscalls, rounds, lines):
-    text = table(found, syscalls)
+def report(programs, syscalls, rounds, lines):
+    text = table(programs, syscalls)
     print(text)
     path = "docs/benchmarks.md"
     with open(path) as file:
         before, _, rest = file.read().partition("<!-- compare: begin -->\n")
         _, _, after = rest.partition("<!-- compare: end -->\n")
-    legend = "".join(f"- {row.name}: {row.what}\n" for row in found)
+    legend = "".join(f"- {row.name}: {row.what}\n" for row in programs)
     write_file(path, f"{before}<!-- compare: begin -->\nMedians of {rounds} rounds of {lines:,} lines; "
                      f"ratios are medians of the rounds' ratios.\n{machine()}.\n\n{legend}\n{text}"
                      f"<!-- compare: end -->\n{after}")
@@ -257,16 +257,16 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         make_private(folder)
         try:
-            found = rows(folder)
+            programs = rows(folder)
             for number in range(rounds):
-                for row in found:
+                for row in programs:
                     row.run(folder, lines)
                     result = row.results[-1]
                     print(f"round {number + 1}: {row.name:16} {result['rate']:9,.0f} lines/s  "
                           f"{result['cpu_us']:6.2f} µs  lost {result['lost']}", flush=True)
-            syscalls = {row.name: row.count_syscalls(folder, 20000) for row in found[:3]}
-            report(found, syscalls, rounds, lines)
-            draw(found, folder, os.path.abspath("docs/benchmarks.svg"))
+            syscalls = {row.name: row.count_syscalls(folder, 20000) for row in programs[:3]}
+            report(programs, syscalls, rounds, lines)
+            draw(programs, folder, os.path.abspath("docs/benchmarks.svg"))
         finally:
             subprocess.run(["umount", "-l", "/dev", folder], check=False)
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures how many lines a collector writes and loses if many devices send: prints the figures of docs/fleet.md.
 
-rates    lines per second from 10, 100 and 1,000 devices, with the kernel's default receive buffer and a large one
+rates    lines at four rates from 10, 100 and 1,000 devices, with the kernel's default receive buffer and a large one
 bursts   1,000 devices that each send 20 lines at the same moment, with several receive buffers
 
 Runs rsyslog and syslog-ng with the configurations in examples/collectors, in its own namespaces. Start it with
@@ -107,7 +107,7 @@ def row(*cells):
     print("| " + " | ".join(cells) + " |", flush=True)
 
 
-def share(got):
+def lost_share(got):
     if got["lost"] != got["drops"]:
         print(f"{got['lost'] - got['drops']} lines were lost outside the receive buffer", file=sys.stderr)
     percent = 100 * got["lost"] / got["sent"]
@@ -124,7 +124,7 @@ def rates(seconds):
             for devices in (10, 100, 1000):
                 got = [measure(program, devices, rate, rate * seconds, buffer) for rate in asked]
                 cpu = got[1]["cpu"] / (got[1]["sent"] - got[1]["lost"]) * 1e6
-                row(program, BUFFERS[buffer], f"{devices:,}", *map(share, got), f"{got[-1]['written']:,.0f}",
+                row(program, BUFFERS[buffer], f"{devices:,}", *map(lost_share, got), f"{got[-1]['written']:,.0f}",
                     f"{cpu:.0f}", f"{max(one['rss'] for one in got):.0f}")
 
 
@@ -138,7 +138,7 @@ def bursts():
             if program == "syslog-ng" and buffer > limit:
                 continue  # rsyslog as root may exceed the limit, syslog-ng may not
             got = measure(program, 1000, 0, 20000, buffer)
-            row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", share(got),
+            row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", lost_share(got),
                 f"{got['rss']:.0f}")
 
 

@@ -35,7 +35,7 @@ enum { kLines = 512 };
 static struct {
   pthread_mutex_t mutex;
   pthread_cond_t added;
-  unsigned first, next; /* counters, modulo kLines in lines[] */
+  unsigned first, next; /* counters; modulo kLines they index lines[] */
   struct Line lines[kLines];
 } pending = {.mutex = PTHREAD_MUTEX_INITIALIZER, .added = PTHREAD_COND_INITIALIZER};
 

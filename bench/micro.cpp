@@ -90,7 +90,7 @@ class Server : public Velk::GDQUdpSrv {
     HandleDatagram(PeerAddress(index), connect, 4);
   }
 
-  // Admits a peer: computes the nonce, a digest of time, address and port. Returns the peer's datagram.
+  // Admits a peer: computes the nonce, a digest of time, address and port. Returns the datagram of the call.
   std::vector<unsigned char> Admit(unsigned index, const std::string& call) {
     std::vector<unsigned char> packet(16 + call.size() + 1);
     for (;;) {
@@ -121,7 +121,7 @@ class Server : public Velk::GDQUdpSrv {
   }
 
   void Receive(unsigned index, std::vector<unsigned char>& packet, const unsigned char* cookie) {
-    memcpy(packet.data(), cookie, 16);
+    memcpy(packet.data(), cookie, 16);  // relaying has replaced it
     HandleDatagram(PeerAddress(index), packet.data(), static_cast<int>(packet.size() - 1));
   }
 };

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Stress tests of the running service. Prints the results; exit status 1 if a bound was exceeded.
+"""Stress tests of the running service. Prints the results; exit status 1 if a requirement is not met.
 
 restart [COUNT]   time from a killed child to the next nonce
 soak [MINUTES]    several peers, random calls, killed children: checks memory, descriptors and order
-flood [SECONDS]   two processes of a peer send as fast as they can: memory, and whether others are still admitted
+flood [SECONDS]   two processes send as one peer, as fast as they can: memory, and whether others are still admitted
 burst [TIMES]     a peer sends many lines at once, without waiting: how many are lost
 strangers [COUNT] connects from distinct addresses: memory, and the throughput of an admitted peer
 confirmed [COUNT] kills the child COUNT times during `syslogctl log`, with no other peer and with two kinds of busy
@@ -40,7 +40,7 @@ import namespace  # noqa: E402  (found by the line above)
 
 COLLECTOR = "127.0.0.2"
 LOAD_PORT = 40000  # load.c sends from it
-SO_RCVBUFFORCE, SO_TIMESTAMPNS = 33, 35  # socket(7); not in Python's socket module
+SO_TIMESTAMPNS = 35  # socket(7); not in Python's socket module
 failures = []
 
 
@@ -304,7 +304,7 @@ class BusyPeer(threading.Thread):
 
 
 class Feeder(threading.Thread):
-    """Writes lines to the tool as fast as it reads them."""
+    """Writes lines to the tool as fast as the tool reads them."""
 
     AT_ONCE = 1000
 
@@ -433,7 +433,7 @@ class Build:
         """Runs the service with this number of idle admitted peers."""
         service = harness.Service(stdout=subprocess.DEVNULL, binary=self.binary)
         peer = harness.Peer()
-        peer.send(b"CONN")  # leaves
+        peer.send(b"CONN")  # leaves: it only waited for the service to answer
         peers = [peer, *(harness.Peer() for _ in range(others))]
         yield service
         service.stop()

@@ -7,22 +7,22 @@ namespace {
 
 AppData* const data = AppData::GetInstance();
 
-std::string s_calls;
+std::string s_calls;  // the labels of the callbacks called
 
-// Appends its letter to the list of calls. Refuses the value "no".
-bool OnVar(const char*, const char* value, void* user) {
-  s_calls += static_cast<const char*>(user);
+// Notes its label. Refuses the value "no".
+bool OnVar(const char*, const char* value, void* label) {
+  s_calls += static_cast<const char*>(label);
   return std::string("no") != value;
 }
 
-void OnDlg(const char* dialog, AppData::EDlgAction action, bool flag, void* user) {
-  s_calls += static_cast<const char*>(user) + std::string(dialog) + (action == AppData::eEnter ? "<" : ">") +
+void OnDlg(const char* dialog, AppData::EDlgAction action, bool flag, void* label) {
+  s_calls += static_cast<const char*>(label) + std::string(dialog) + (action == AppData::eEnter ? "<" : ">") +
              (flag ? "1 " : "0 ");
 }
 
-void* Letter(const char* letter) {
+void* ClearAndLabel(const char* label) {
   s_calls.clear();
-  return const_cast<char*>(letter);
+  return const_cast<char*>(label);
 }
 
 TEST(AppData, FlagsChangesUntilSaved) {
@@ -30,7 +30,7 @@ TEST(AppData, FlagsChangesUntilSaved) {
   dir.Write("ini", "[Data]\nremotelog_type=SysLog server\n");
   ASSERT_NE(0, data->Load(dir.Path("ini").c_str()));
   data->SetVar("remotelog_type", "SysLog server");
-  data->SetVar("absent", "");  // absent reads as empty, so this is no change
+  data->SetVar("absent", "");  // no change: an absent variable reads as ""
   EXPECT_FALSE(data->IsVarChanged("remotelog_type") || data->IsVarChanged("absent"));
   data->SetVar("RemoteLog_Type", "none");
   EXPECT_STREQ("none", data->GetVar("remotelog_type", ""));
@@ -47,7 +47,7 @@ TEST(AppData, IgnoresNullAndEmptyNames) {
     data->SetVarChanged(name, true);
     EXPECT_STREQ("def", data->GetVar(name, "def"));
     EXPECT_FALSE(data->IsVarChanged(name));
-    data->SubscribeVarChanges(name, OnVar, Letter("a"));
+    data->SubscribeVarChanges(name, OnVar, ClearAndLabel("a"));
     EXPECT_TRUE(data->OnVarChanged(name, "no") && s_calls.empty());
     data->UnsubscribeVarChanges(name, OnVar);
   }
@@ -57,8 +57,8 @@ TEST(AppData, IgnoresNullAndEmptyNames) {
 
 TEST(AppData, AsksSubscribersInOrderAndAcceptsAVeto) {
   CapturedLog log(false);
-  data->SubscribeVarChanges("asked", OnVar, Letter("a"));
-  data->SubscribeVarChanges("asked", OnVar, Letter("b"));
+  data->SubscribeVarChanges("asked", OnVar, ClearAndLabel("a"));
+  data->SubscribeVarChanges("asked", OnVar, ClearAndLabel("b"));
   EXPECT_FALSE(data->OnVarChanged("asked", "no") || data->IsVarChanged("asked"));
   EXPECT_STREQ("def", data->GetVar("asked", "def"));
   EXPECT_EQ(Lines{"1:AppData::SubscribeVarChanges(asked): Create list!\n"}, log.Take());
@@ -73,8 +73,8 @@ TEST(AppData, AsksSubscribersInOrderAndAcceptsAVeto) {
 }
 
 TEST(AppData, AlwaysPassesTrueToSubscribersOfAnyDialog) {
-  data->SubscribeAnyDlgChanges(OnDlg, Letter("any:"));
-  data->SubscribeDlgChanges("d", OnDlg, Letter("one:"));
+  data->SubscribeAnyDlgChanges(OnDlg, ClearAndLabel("any:"));
+  data->SubscribeDlgChanges("d", OnDlg, ClearAndLabel("one:"));
   data->OnEnterDialog("d");
   data->OnExitDialog("d", false);
   data->OnExitDialog("e", false);
@@ -84,7 +84,7 @@ TEST(AppData, AlwaysPassesTrueToSubscribersOfAnyDialog) {
   EXPECT_EQ("one:d<1 any:d<1 one:d>0 any:d>1 any:e>1 ", s_calls);
 }
 
-// Ends both its own subscriptions and OnVar's, which would be asked next.
+// Ends its own two subscriptions, and that of OnVar, which would be asked next.
 bool LeaveAll(const char* name, const char*, void*) {
   s_calls += "l";
   data->UnsubscribeVarChanges(name, LeaveAll);
@@ -100,10 +100,10 @@ bool Nest(const char* name, const char* value, void* user) {
 }
 
 TEST(AppData, SurvivesSubscribersThatLeaveWhileAsked) {
-  data->SubscribeVarChanges("left", Nest, Letter("nest"));
+  data->SubscribeVarChanges("left", Nest, ClearAndLabel("nest"));
   data->SubscribeVarChanges("left", LeaveAll, nullptr);
   data->SubscribeVarChanges("left", LeaveAll, nullptr);
-  data->SubscribeVarChanges("left", OnVar, Letter("a"));
+  data->SubscribeVarChanges("left", OnVar, ClearAndLabel("a"));
   data->SubscribeVarChanges("left", Nest, nullptr);
   EXPECT_TRUE(data->OnVarChanged("left", "x") && data->OnVarChanged("left", "y"));
   EXPECT_EQ("nl", s_calls);

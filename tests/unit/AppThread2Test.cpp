@@ -6,8 +6,8 @@ namespace {
 
 struct Counts {
   std::atomic<int> starts{0};   // calls of Driver()
-  std::atomic<int> exits{0};    // calls of OnExit() on the same thread, once Driver() may return
-  std::atomic<int> deleted{0};  // calls of the destructor on the same thread
+  std::atomic<int> exits{0};    // calls of OnExit() on Driver()'s thread, when Driver() may return
+  std::atomic<int> deleted{0};  // calls of the destructor on Driver()'s thread
 };
 
 struct Worker : AppThread2 {
@@ -54,7 +54,7 @@ TEST(AppThread2, RunsAgainAfterItWasStoppedOrReturned) {
   EXPECT_TRUE(WaitFor([&] { return ends.exits == 100; }));
 }
 
-// For the sanitizers: Stop() and the end of the driver race, and the object is destroyed at once.
+// For the sanitizers: Stop() and the end of Driver() race, and the object is destroyed at once.
 TEST(AppThread2, MayBeDestroyedAfterStop) {
   Counts counts;
   for (int round = 0; round < 500; ++round) {

@@ -37,7 +37,7 @@ TEST(ArgsParser, OnlyIndexingReachesOneSlotBeyondTheLast) {
   Velk::ArgsParser parser(2);
   EXPECT_EQ(nullptr, parser.GetArgs()->GetItem(0));
   ASSERT_TRUE(parser.ParseArgs(nullptr) && parser.ParseArgs("one two"));
-  EXPECT_NE(nullptr, (*parser.GetArgs())[2]);  // even if all are used
+  EXPECT_NE(nullptr, (*parser.GetArgs())[2]);  // even if all slots are used
   // A longer text gets another buffer. No slot may still point into the old one.
   ASSERT_TRUE(parser.ParseArgs(std::string(300, 'x').c_str()));
   const Velk::IArgsList& args = *parser.GetArgs();

@@ -22,7 +22,7 @@ struct AtomicFileTest : testing::Test {
   }
 
   const TempDirectory m_dir;
-  const std::string m_longName = std::string(NAME_MAX, 'n');  // too long for a suffix
+  const std::string m_longName = std::string(NAME_MAX, 'n');  // no room for a temporary file's suffix
 };
 
 TEST_F(AtomicFileTest, ReplacesTheWholeFileOnCommitOnly) {
@@ -73,7 +73,7 @@ TEST_F(AtomicFileTest, ReplacesAnyOldFileWithItsOwn) {
   umask(before);
   EXPECT_EQ("keep", m_dir.Read("victim"));
 
-  m_dir.Write(m_longName, "longer old text");  // no room for a suffix, so it is overwritten
+  m_dir.Write(m_longName, "longer old text");  // overwritten, as it has no room for the suffix
   ASSERT_EQ(0, chmod(m_dir.Path(m_longName).c_str(), 0666));
   EXPECT_TRUE(SaveAsOwn(m_longName, "new"));
   EXPECT_EQ("new", m_dir.Read(m_longName));
@@ -102,12 +102,12 @@ TEST_F(AtomicFileTest, RemovesWhatAKilledProcessLeft) {
 TEST_F(AtomicFileTest, RefusesAllButRegularFilesWithoutBlocking) {
   m_dir.Write("victim", "keep");
   ASSERT_EQ(0, symlink("victim", m_dir.Path("link").c_str()));
-  for (const char* fifo : {"fifo", "read fifo"}) ASSERT_EQ(0, mkfifo(m_dir.Path(fifo).c_str(), 0600));
-  const int reader = open(m_dir.Path("read fifo").c_str(), O_RDONLY | O_NONBLOCK);
+  for (const char* fifo : {"fifo", "fifo with reader"}) ASSERT_EQ(0, mkfifo(m_dir.Path(fifo).c_str(), 0600));
+  const int reader = open(m_dir.Path("fifo with reader").c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_EQ(0, mkdir(m_dir.Path("dir").c_str(), 0700));
-  ASSERT_EQ(0, link(m_dir.Path("victim").c_str(), m_dir.Path(m_longName).c_str()));
+  ASSERT_EQ(0, link(m_dir.Path("victim").c_str(), m_dir.Path(m_longName).c_str()));  // not overwritten
   const long before = m_dir.CountFiles();
-  for (const std::string& name : Lines{"link", "fifo", "dir", "none/file", "read fifo", m_longName})
+  for (const std::string& name : Lines{"link", "fifo", "dir", "none/file", "fifo with reader", m_longName})
     EXPECT_FALSE(Save(name, "new")) << name;
   close(reader);
   Velk::AtomicFile file;

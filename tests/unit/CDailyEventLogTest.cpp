@@ -80,7 +80,7 @@ TEST_F(CDailyEventLogTest, StopsAtTheSpaceLimitUntilTheNextDay) {
   ASSERT_TRUE(m_log.Open(nullptr, nullptr, m_dir.path.c_str(), 1));
   m_log.LimitSpaceUsedBytes(100);
   m_log.Print("123456789\n");
-  m_log.Print(std::string(40, 'x').c_str());  // would make exactly 100
+  m_log.Print(std::string(40, 'x').c_str());  // would reach exactly 100
   m_log.Print("y");
   EXPECT_EQ(before + "\nWARNING: File size limit of 100 bytes reached! Logging stopped until next day.\n\n",
             m_dir.Read(today));
@@ -96,8 +96,7 @@ TEST_F(CDailyEventLogTest, MovesOnAtLocalMidnight) {
       {kNoon, kNoon + kDay / 2, "2024-01-02.log", "2024-01-03.log"},
       {1735685999, 1735686000, "2024-12-31.log", "2025-01-01.log"},  // the last second of the year
       {1711837800, 1711839600, "2024-03-30.log", "2024-03-31.log"},  // shortly before a day of 23 hours
-      {1729981800, 1730070000, "2024-10-27.log",
-       "2024-10-28.log"},  // shortly after the start of a day of 25 hours
+      {1729981800, 1730070000, "2024-10-27.log", "2024-10-28.log"},  // early in a day of 25 hours
   };
   for (const auto& [opened, midnight, today, tomorrow] : rows) {
     const TempDirectory dir;

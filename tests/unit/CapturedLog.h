@@ -1,4 +1,4 @@
-// Collects what is logged while it lives, instead of printing it.
+// Collects what is logged while it exists, instead of printing it.
 #pragma once
 
 #include "common/LogPrinter.h"
@@ -9,7 +9,7 @@ class CapturedLog : public IDailyLog2 {
   explicit CapturedLog(bool trace = false) { Set(this, trace); }
   ~CapturedLog() override { Set(nullptr, false); }
 
-  // Returns and forgets the lines so far, each after the number of its type: "0:text".
+  // Returns the lines so far and forgets them. Each begins with the number of its type: "0:text".
   std::vector<std::string> Take() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return std::move(m_lines);

@@ -1,4 +1,4 @@
-// The decisions of a random test, from random bytes or a fuzzer's.
+// The decisions of a random test, made from random bytes or from a fuzzer's input.
 #pragma once
 
 #include "tests/unit/Test.h"

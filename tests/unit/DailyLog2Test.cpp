@@ -19,7 +19,7 @@ std::string WithoutTimes(std::string text) {
   return text;
 }
 
-// Keeps its last notification. If messageLog is set, logs a warning to it during each.
+// Keeps what the last notification showed. During each one, logs a warning to messageLog if that is set.
 struct Watcher final : IDailyLog2::ILogErrorNotify {
   void OnLogError(IDailyLog2::ILogDataBlock** messages, unsigned count, unsigned totalBytes) override {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -75,8 +75,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
       model.push_back("# " + header.substr(0, 113) + text);
-      sizes.push_back(15 + std::min<size_t>(header.size(), 126) +
-                      text.size());  // bytes that are cut are counted too
+      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());  // bytes cut at 113 count too
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isChecked) continue;
@@ -91,7 +90,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
 TEST_F(DailyLog2Test, ReusesTheMemoryOfOldMessages) {
   DailyLog2 log(2, nullptr);
   const std::string texts[] = {std::string(600, 't'), "short", std::string(300, 't')};
-  size_t used[2];  // heap, bytes
+  size_t used[2];  // bytes of heap
   for (size_t& bytes : used) {
     for (int i = 0; i < 99; ++i) log.Log(Info, nullptr, texts[i % 3].c_str());
     bytes = mallinfo2().uordblks;
@@ -110,11 +109,11 @@ TEST_F(DailyLog2Test, NotifiesEveryWatcherOfEveryWarningAndError) {
   EXPECT_EQ("0 0", callsAfter(Info));
   EXPECT_EQ("0 0", callsAfter(Trace));
   first.messageLog = &log;
-  EXPECT_EQ("2 1", callsAfter(Warning));  // added twice; its own warnings notify no one
+  EXPECT_EQ("2 1", callsAfter(Warning));  // first was added twice; its own warnings notify no one
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
   EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));
-  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // second too often
+  for (Watcher* watcher : {&first, &second, &second}) log.RemoveErrorNotify(watcher);  // second twice
   EXPECT_EQ("5 2", callsAfter(Error));
   log.RemoveErrorNotify(&first);
   EXPECT_EQ("5 2", callsAfter(Error));

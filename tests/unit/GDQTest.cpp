@@ -19,7 +19,7 @@ struct Target : Velk::IGenericDispatchTarget {
   std::atomic<size_t> m_count{0};
 };
 
-// Stops the queue before the members that its thread uses are destroyed.
+// Stops the thread while the members that it uses still exist.
 struct Queue : Velk::GDQ {
   Queue() : GDQ(0, 0, "queue", false) {}
   ~Queue() override { Stop(); }
@@ -45,7 +45,7 @@ TEST(GDQ, StopWakesTheThreadAndKeepsWhatIsPending) {
     for (size_t round = 0; round <= kRounds; ++round) {
       ASSERT_TRUE(queue.Run());
       ASSERT_TRUE(round % 20 != 0 || WaitFor([&] { return target.m_count >= round; }));
-      queue.Stop();  // while it is at work, asleep, or about to sleep
+      queue.Stop();  // while the thread is at work, asleep, or about to sleep
       queue.Post(&target, "Pending", nullptr);
     }
   }

@@ -178,7 +178,7 @@ TEST_F(GDQUdpClientTest, SendsOnceWhenNotReliable) {
   ASSERT_TRUE(Open(client) && Deliver(0, 50));
   EXPECT_TRUE(WaitFor([&] { return service.Ran() == Calls(0, 50); }));
   service.Stop();
-  client.SendMsg("x");  // its refusal tells the client of the restart
+  client.SendMsg("x");  // ECONNREFUSED makes the client join again
   ASSERT_TRUE(service.Start() && Deliver(50, 55));
   EXPECT_TRUE(WaitFor([&] { return service.Ran().size() >= 55; }));
 }
@@ -230,7 +230,7 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithItsOwn) {
     for (unsigned line = 0; line < kEach; ++line)
       client.SendMsg((std::to_string(sender) + " " + std::to_string(line)).c_str());
   });
-  EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // only its own thread runs it
+  EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // only the client's own thread runs it
   unsigned next[kThreads] = {};
   for (const std::string& line : service.Ran()) {
     const unsigned sender = static_cast<unsigned>(line[0] - '0');
@@ -322,8 +322,8 @@ std::vector<int> DescriptorsOf(Operation operation) {
   return opened;
 }
 
-// Descriptors of the program under numbers that were the client's: connected sockets with unread input, or
-// running timers.
+// Replaces descriptors of the client with the program's own: connected sockets with unread input, or running
+// timers.
 class Strangers {
  public:
   Strangers(const std::vector<int>& numbers, bool areTimers) : m_numbers(numbers), m_areTimers(areTimers) {
@@ -340,7 +340,7 @@ class Strangers {
     for (const int fd : {m_pair[0], m_pair[1], m_timer}) close(fd);
   }
 
-  // True if none was closed, written, read or set.
+  // Whether none of the program's descriptors was closed, written, read or set.
   bool AreUntouched() const {
     char text[8];
     itimerspec left{};
@@ -418,7 +418,7 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     const auto begin = usedMs();
     usleep(500000);
     EXPECT_LT(usedMs() - begin, 100) << round;
-    EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; })) << round;  // by its thread alone
+    EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; })) << round;  // the client's thread sends
     thread.Stop();
     client.Close();
     EXPECT_TRUE(areClosed || strangers.AreUntouched()) << round;

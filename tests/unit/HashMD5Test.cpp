@@ -17,7 +17,7 @@ std::string Md5(const std::string& text, size_t pieceSize) {
 }  // namespace
 
 TEST(HashMD5, DoesNotDependOnHowTheDataIsCut) {
-  // The lengths include all where the padding needs another block.
+  // At 56 to 63 bytes, modulo 64, the padding needs another block.
   std::string all;
   for (size_t length = 0; length <= 130; ++length) {
     std::string text(length, '\0');

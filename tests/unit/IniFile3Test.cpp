@@ -92,7 +92,7 @@ TEST_F(IniFile3Test, ReadsAndWritesTypes) {
   ini.SetDb("s", "db", 0.1f);
   ini.SetString("s", "k", nullptr);
   EXPECT_EQ("[s]{k|-}{int|-2147483648}{tiny|0.000000}{bool|true}{db|-20.000000}", Dump(ini));
-  EXPECT_EQ(1.0f, ini.GetDb("s", "k", 5));  // present
+  EXPECT_EQ(1.0f, ini.GetDb("s", "k", 5));  // a null value is 0 dB
   EXPECT_EQ(5, ini.GetInt("s", "k", 5));
   EXPECT_NEAR(0.1, ini.GetDb("s", "db", 0), 1e-6);
   ini.SetDouble("s", "k", DBL_MAX);

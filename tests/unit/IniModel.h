@@ -6,7 +6,7 @@
 #include "common/IniFile3.h"
 #include "tests/unit/TempDirectory.h"
 
-// Returns the content as "[section]{key|value}...", "-" for null, from both kinds of enumeration.
+// Returns the content as "[section]{key|value}...", with "-" for null. Uses EnumSections() and EnumValues().
 inline std::string Dump(const IniFile3& ini) {
   struct Context {
     const IniFile3* ini;

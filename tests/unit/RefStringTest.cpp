@@ -9,7 +9,7 @@ TEST(RefString, AgreesWithAPlainString) {
 }
 
 TEST(RefString, CapacityIsRoundedBeyondTheLength) {
-  // Length, growth step, capacity, and capacity of the private block for 20 characters.
+  // Length, growth step, capacity; and the capacity after 20 characters are appended to a shared block.
   const std::tuple<unsigned long, unsigned long, unsigned, unsigned> rows[] = {
       {31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},
       {256, 256, 511, 255}, {0, 1, 1, 21},    {0, 0, 0, 20}};

@@ -1,12 +1,12 @@
 // Which lines are new when the log is read again.
 #include "tools/syslogctl/StoredLine.h"
 
-#include <string>
+#include "tests/unit/Test.h"
 
 namespace {
 
 // One line per letter; its time's minute is the letter's place in the alphabet.
-std::string Lines(const char* names) {
+std::string LinesOf(const char* names) {
   std::string text;
   for (const char* name = names; *name != '\0'; ++name) {
     char line[64];
@@ -21,16 +21,16 @@ TEST(SyslogctlStoredLine, NewLinesAreThoseAfterTheLastSeen) {
     std::string old, now, added;
     bool isSure;
   } const rows[] = {
-      {Lines("abc"), Lines("abc"), "", true},
-      {Lines("abc"), Lines("abcd"), Lines("d"), true},
-      {Lines("abc"), Lines("cde"), Lines("de"), true},
-      {Lines("aaa"), Lines("aaaa"), Lines("a"), true},
-      {Lines("abc"), Lines("fgh"), Lines("fgh"), false},
-      {Lines("abde"), Lines("abfg"), Lines("fg"), false},  // the supervisor's a and b are in both
-      {Lines("rst"), Lines("abuv"), Lines("uv"), false},   // the old log no longer had a and b
+      {LinesOf("abc"), LinesOf("abc"), "", true},
+      {LinesOf("abc"), LinesOf("abcd"), LinesOf("d"), true},
+      {LinesOf("abc"), LinesOf("cde"), LinesOf("de"), true},
+      {LinesOf("aaa"), LinesOf("aaaa"), LinesOf("a"), true},
+      {LinesOf("abc"), LinesOf("fgh"), LinesOf("fgh"), false},
+      {LinesOf("abde"), LinesOf("abfg"), LinesOf("fg"), false},  // the supervisor's a and b are in both
+      {LinesOf("rst"), LinesOf("abuv"), LinesOf("uv"), false},   // the old log no longer had a and b
       {"[23:59:00.000] m.Info: x\n", "[00:00:00.000] m.Info: y\n", "[00:00:00.000] m.Info: y\n", false},
-      {Lines("a") + "second\n", Lines("a") + "second\n" + "[10:01:00.000] no end", "[10:01:00.000] no end",
-       true},
+      {LinesOf("a") + "second\n", LinesOf("a") + "second\n" + "[10:01:00.000] no end",
+       "[10:01:00.000] no end", true},
   };
   for (const auto& row : rows) {
     bool isSure = !row.isSure;

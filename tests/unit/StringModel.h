@@ -20,7 +20,7 @@ class StringModel {
       Change(operation);
       CheckText();
       CheckParts();
-      // A copy taken earlier must not change too.
+      // A copy that was taken earlier must not have changed.
       ASSERT_EQ(m_copyModel, m_copy.Str());
       if (Pick(8) == 0) {
         String fresh(m_text);

@@ -1,4 +1,4 @@
-// A stub of the service, for tests of clients. It can drop calls, restart, and answer rubbish.
+// A stub of the service, for tests of clients. It can drop calls, restart, and answer with rubbish.
 #pragma once
 
 #include "common/UdpSocket3.h"
@@ -30,7 +30,7 @@ class StubService {
     Restart();
   }
 
-  // Forgets all peers and clients, but not the lines.
+  // Forgets all peers and clients, as a restart does, but not the calls that were run.
   void Restart() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_peers.clear();

@@ -138,7 +138,7 @@ TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
 }
 
 TEST(SyslogctlLines, OfOtherProgramsAreNotTakenForTheServicesOrTheKernels) {
-  const std::string most(Ctl::SyslogLine::kMaxModule - 7, 'x');
+  const std::string filler(Ctl::SyslogLine::kMaxModule - 7, 'x');
   const std::pair<std::string, std::string> rows[] = {
       {"<3>panic", "user"},
       {"<3>", "user"},
@@ -150,7 +150,7 @@ TEST(SyslogctlLines, OfOtherProgramsAreNotTakenForTheServicesOrTheKernels) {
       {"<14>Syslog.Error: x", "local[Syslog.Error]"},
       {"<14>\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0: x",
        "local[\xE2\x80\x8BSys\xC2\xADlog\xC2\xA0]"},  // invisible characters
-      {"<14>Syslog." + most + ": x", "local[Syslog." + most + "]"},
+      {"<14>Syslog." + filler + ": x", "local[Syslog." + filler + "]"},
       {"<0>Kernel: x", "local[Kernel]"},
       {"<14>syslog-ng: x", "syslog-ng"},
       {"<14>syslogd: x", "syslogd"},
@@ -177,7 +177,7 @@ TEST(SyslogctlLines, OfTheKernelAreUnderstood) {
   for (const char* bad : {"", "6", "6,", "6,1", "6,1,2,-", "x,1,2,-;a", ";a"}) EXPECT_EQ(parse(bad), "none");
 }
 
-// A report must be where the lost records would have been, and have their number.
+// A report must be where the lost records would have been, and say how many they are.
 TEST(SyslogctlRecordRing, ReportsEveryLossInItsPlace) {
   std::mt19937 random(11);
   const auto ring = std::make_unique<Ctl::RecordRing>();

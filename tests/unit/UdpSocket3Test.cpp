@@ -60,7 +60,7 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorTooLargeForAnFdSet) {
 }
 
 TEST(UdpSocket3, JoinsAndLeavesAGroup) {
-  // Other runs must not use the group: Linux delivers it while any process on the machine is a member.
+  // Each run has its own group: Linux delivers its datagrams while any process here is a member.
   const long ip = static_cast<long>(0xEF010000 + static_cast<unsigned>(getpid()) % 65536);
   UdpSocket3 receiver, sender;
   InetAddress2 group(ip, static_cast<unsigned short>(30000 + getpid() % 10000));

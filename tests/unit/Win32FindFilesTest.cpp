@@ -43,7 +43,7 @@ TEST(Win32FindFiles, StopsWhenToldAndSkipsWhatItCannotOpenOrName) {
   for (const std::string& path : {dir.Path("none"), dir.Path("x"), std::string(5000, '/')})
     EXPECT_FALSE(Win32FindFiles::EnumAll(path.c_str(), Note, &seen));
   EXPECT_TRUE(seen.entries.empty());
-  // Extra slashes make the path longer but name the same file.
+  // Extra slashes make the path longer, but it names the same directory.
   std::string directory = dir.path;
   directory.resize(Win32FindFiles::kMaxPath - 4, '/');
   EXPECT_TRUE(Win32FindFiles::EnumAll(directory.c_str(), Note, &seen));

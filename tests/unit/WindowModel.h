@@ -19,7 +19,7 @@ class WindowModel {
       ASSERT_LT(m_nowUs, end);
       Pass(kMs);
     }
-    EXPECT_EQ(m_appended, m_firstRun.size() + m_refusable);
+    EXPECT_EQ(m_appended, m_lastRun.size() + m_refusable);
     EXPECT_TRUE(m_losses != 0 || m_refusable == m_window.Refused());
   }
 
@@ -122,22 +122,22 @@ class WindowModel {
     }
   }
 
-  // Calls run for the first time in order, and run again only after the service forgot us.
+  // Each call's first run is in order. A call runs again only after the service forgot the client.
   void NoteRun(size_t call, bool isLate) {
-    size_t next = m_firstRun.empty() ? 0 : m_firstRun.rbegin()->first + 1;
+    size_t next = m_lastRun.empty() ? 0 : m_lastRun.rbegin()->first + 1;
     while (next < m_isRefusable.size() && m_isRefusable[next]) ++next;
     ASSERT_LE(call, next);
     if (call != next) {
-      ASSERT_TRUE(m_firstRun[call] != m_losses || isLate) << call;
+      ASSERT_TRUE(m_lastRun[call] != m_losses || isLate) << call;
     }
-    m_firstRun[call] = isLate ? UINT_MAX : m_losses;  // the call itself may arrive after a late copy
+    m_lastRun[call] = isLate ? UINT_MAX : m_losses;  // the call itself may arrive after a late copy
   }
 
   // Calls that are no longer held must have been run.
   void CheckHeld() {
     const size_t done = m_appended - m_window.Held();
     for (; m_checked < done; ++m_checked)
-      ASSERT_TRUE(m_isRefusable[m_checked] || m_firstRun.count(m_checked) != 0) << m_checked;
+      ASSERT_TRUE(m_isRefusable[m_checked] || m_lastRun.count(m_checked) != 0) << m_checked;
   }
 
   Choices m_choices;
@@ -147,10 +147,10 @@ class WindowModel {
   Path m_toService, m_toClient;
   uint64_t m_nowUs = kSecond;
   uint64_t m_blockedUntilUs = 0;
-  unsigned m_losses = 0;  // how often the service forgot us
+  unsigned m_losses = 0;  // how often the service forgot a client
   unsigned m_appended = 0, m_refusable = 0;
   std::vector<bool> m_isRefusable;
   std::map<std::string, unsigned> m_born;  // name to m_losses at its start
-  std::map<size_t, unsigned> m_firstRun;   // call to m_losses at its latest run
+  std::map<size_t, unsigned> m_lastRun;    // call to m_losses at its last run; UINT_MAX if of a late copy
   size_t m_checked = 0;
 };
