@@ -62,7 +62,7 @@ bool IniFile3::StorePath(const char* path) {
 
 namespace {
 
-// Returns the link to the key's node, or the link at the end of the list, where a new one belongs.
+// Returns the link to the key's node, or the link at the end of the list, where a new node belongs.
 IniFile3::ValNode** FindLink(IniFile3::SectNode* section, const char* key) {
   IniFile3::ValNode** link = &section->m_values.m_next;
   while (*link != nullptr && !IsSameName((*link)->m_key.Str(), key)) link = &(*link)->m_next;
