@@ -7,7 +7,7 @@
 
 // Keeps the variables as keys of section "Data" of one file, records which have changed since the last
 // Save(), and notifies subscribers of variables and dialogs. Not thread-safe: after start-up only one thread
-// may call. Null and empty names are never found, changed or subscribed to.
+// may call. Null and empty names are never found, flagged or subscribed to, but SetVar() stores an empty one.
 //
 // Case does not matter in the file, but does for change flags and subscriptions: setting "Name" also changes
 // the value of "name", but flags only "Name".
@@ -38,7 +38,7 @@ class AppData {
 
   // See IniFile3::Load(). Keeps the change flags. 0: failed.
   int Load(const char* path);
-  // Writes the file that was last loaded and clears all change flags, even if writing fails or no file was
+  // Writes the file that was last loaded. Clears all change flags, even if writing fails or no file was
   // loaded. Failures are not reported.
   void Save();
 
@@ -54,8 +54,8 @@ class AppData {
   bool IsVarChanged(const char* name) const { return m_changed.Get(name); }
   void SetVarChanged(const char* name, bool flag);
 
-  // A callback that subscribes twice is called twice. Unsubscribing removes all entries with that callback,
-  // regardless of user.
+  // A callback subscribed twice is called twice. Unsubscribing removes all entries with that callback; the
+  // user pointer does not matter.
   void SubscribeVarChanges(const char* name, VarCallback callback, void* user);
   void UnsubscribeVarChanges(const char* name, VarCallback callback);
   void SubscribeDlgChanges(const char* dialog, DlgCallback callback, void* user);

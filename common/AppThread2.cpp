@@ -40,8 +40,8 @@ bool AppThread2::StartThread() {
 
 bool AppThread2::Run() {
   int state = kIdle;
-  // Must be set here, not by the new thread: otherwise a Stop() before the thread's first step would return
-  // at once, and its caller could destroy the object too early.
+  // The state must change here, not in the new thread: otherwise a Stop() before the thread's first step
+  // would return at once, and its caller could destroy the object too early.
   if (!m_state.compare_exchange_strong(state, kRunning, std::memory_order_acq_rel)) return false;
   m_stopAcknowledgement.store(nullptr, std::memory_order_relaxed);
   // With autoDelete the object may be gone once the thread runs.

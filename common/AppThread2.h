@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-// The owner calls Run() and Stop(), from one thread at a time. The thread is detached: only the return of
+// The owner calls Run() and Stop(), from one thread at a time. The new thread is detached: only the return of
 // Stop(), or with autoDelete the deletion of the object, shows that it has ended.
 class AppThread2 {
  public:
@@ -28,7 +28,7 @@ class AppThread2 {
   bool Run();
 
   // Asks the driver to end and waits, without a timeout, until the thread no longer uses the object. Returns
-  // at once if the driver has ended by itself. Must not be called on the thread itself.
+  // at once if the thread was not started or has ended by itself. Must not be called on that thread.
   void Stop();
 
   // Thread entry for pthread_create(3); self is the object. If called without Run(), IsRunning() is false.

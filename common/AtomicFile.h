@@ -8,7 +8,7 @@
 namespace Velk {
 
 // Collects the new content in memory, writes it to a temporary file in the same directory and renames that
-// over the old file. Readers find either the old or the new version, also after a crash or on a full disk.
+// over the old file. Readers find either the old or the new version, even after a crash or on a full disk.
 //
 // If the directory does not allow that (not writable, name too long, file is a mount point), overwrites the
 // old file: first the bytes beyond its end, so that a full disk is noticed while the old content is intact. A
@@ -28,9 +28,9 @@ class AtomicFile {
   // is null, or out of memory.
   FILE* Open(const char* path);
 
-  // Replaces the file and waits for fsync(2), so that it is complete even after a power cut. Keeps its
-  // permissions; creates a missing file. False: not a regular file, not writable, or no space; a file that
-  // this call created remains, empty.
+  // Replaces the file. Waits for fsync(2), so that it is complete even after a power cut, but not if it
+  // overwrites. Keeps the permissions; creates a missing file. False: not a regular file, not writable, or no
+  // space; a file that this call created remains, empty.
   bool Commit();
 
   // For directories where others may create files: replaces anything of that name, except a directory, with a

@@ -28,7 +28,7 @@ thread_local int t_fd = STDOUT_FILENO;
 
 const char* s_module = "";
 std::atomic<unsigned> s_dropped{0};
-std::atomic<bool> s_isTorn{false};  // the last dropped line was partly written
+std::atomic<bool> s_isTorn{false};  // the output ends with a partly written line
 
 bool IsWritable(int timeoutMs) {
   pollfd out{STDOUT_FILENO, POLLOUT, 0};

@@ -5,13 +5,13 @@
 
 namespace Velk {
 
-// Writes whole lines to descriptor 1, each with one system call, under the lock of stdout. Any thread may
-// call. A line is lost on a permanent error (closed, device full, reader gone). SIGPIPE must be ignored.
+// Writes whole lines to descriptor 1 under the lock of stdout. Any thread may call. A line is lost on a
+// permanent error (closed, device full, reader gone). SIGPIPE must be ignored.
 class Console {
  public:
   // Writes a line, given in pieces, after flushing stdout. Lines of different threads never mix, lines of
   // different processes only if longer than PIPE_BUF. Blocks while a pipe or terminal is full. On a thread
-  // that never waits, drops the line instead, and warns of the number dropped before the next line.
+  // that never waits, drops the line instead; a warning before the next line tells how many.
   static void WriteLine(const iovec* pieces, int count);
 
   // From now on, WriteLine() neither blocks nor flushes stdout on this thread and in children that it forks.

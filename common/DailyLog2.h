@@ -69,7 +69,7 @@ class DailyLog2 : public IDailyLog2 {
   void SyncLog() override;
   // Removes the temporary files of processes that were killed during SyncLog().
   void RemoveLeftovers();
-  // A warning or error that any thread logs during a notification is stored, but watchers are not told.
+  // A warning or error logged during a notification, on any thread, is stored, but watchers are not told.
   // Watchers get a copy of the ring, which is made even if all of them have been removed.
   void AddErrorNotify(ILogErrorNotify* watcher) override;
   // May return while another thread is still in the watcher's OnLogError().
@@ -150,7 +150,7 @@ class DailyLog2 : public IDailyLog2 {
   unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
   unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
   ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
-  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each slot's line, before header truncation
+  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each slot's line, with its full header
   std::atomic<unsigned> m_notifyDepth{0};
   const Velk::SimpleString m_syncPath;
   ChunkList m_free GUARDED_BY(m_mutex);

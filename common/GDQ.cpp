@@ -55,8 +55,8 @@ void GDQ::NodeList::DeleteAll() {
   m_count = 0;
 }
 
-// Searches from the tail, so that a post takes constant time however many calls are pending: it passes only
-// timers, which peers cannot set.
+// Searches from the tail, so that a post takes constant time however many calls are pending: the search
+// passes only timers, which peers cannot set.
 void GDQ::MessageList::AddOrdered(Node* node) {
   Node* after = m_nodes.m_tail;
   while (after != nullptr && after->m_dueMs > node->m_dueMs) after = after->m_prev;
@@ -156,8 +156,8 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
     node->m_args.Append(args);
     m_messages.AddOrdered(node);
   }
-  // If an earlier post has set it, no wake-up is needed: the worker thread clears it before it locks the
-  // list, so it will find this message. Saves 3 % of the instructions a line (bench/instructions.sh).
+  // If m_signalled is already set, no wake-up is needed: the worker thread clears it before it locks the
+  // list, and so finds this message. Saves 3 % of the instructions a line (bench/instructions.sh).
   if (m_signalled.load(std::memory_order_relaxed)) return;
   const ScopedLock lock(m_wakeMutex);
   Wake();
@@ -242,8 +242,8 @@ void GDQ::Driver() {
   WakePoster();
 }
 
-// Sleeps until there is a post, or for about waitMs milliseconds, since a spurious wake-up restarts the wait.
-// It need not be exact: TakeDue() checks the clock.
+// Sleeps until there is a post, or for waitMs milliseconds of the wall clock. A spurious wake-up restarts the
+// wait. The end may be early if the clock is set, so TakeDue() checks what is due.
 void GDQ::WaitForPost(uint32_t waitMs) {
   const ScopedLock lock(m_wakeMutex);
   while (!m_signalled && Sleep(m_wakeMutex, waitMs)) continue;
@@ -262,8 +262,8 @@ struct GDQ::Delivery {
   const char* m_name = nullptr;
   const char* m_args = nullptr;
   // A periodic message is in the list again while it is dispatched. If it is cancelled then, perhaps by its
-  // own handler, the next post reuses its node. These references make that post copy on write, so the texts
-  // stay valid for the handler and the error reporter.
+  // own handler, the next post reuses its node. These references make that post take new buffers, so the
+  // texts stay valid for the handler and the error reporter.
   RefString m_heldName;
   RefString m_heldArgs;
 };

@@ -27,8 +27,8 @@ class GDQUdpBase : public GDOBase {
 
   virtual ~GDQUdpBase() = default;
 
-  // Passes all later calls from peers to listener. Listeners are called in the order of adding. listener is
-  // not owned and must stay valid while calls are received. Adding it twice has no effect.
+  // Passes all later calls from peers to listener, which is not owned and must stay valid while calls are
+  // received. Listeners are called in the order they were added. Adding one twice has no effect.
   void AddListener(IGenericDispatchObj* listener);
 
  protected:

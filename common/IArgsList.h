@@ -26,8 +26,8 @@ class IArgsList {
   virtual unsigned int GetCount() const = 0;
   // Null if index >= GetCount().
   virtual const IArg* GetItem(unsigned int index) const = 0;
-  // Null only if index > GetCount(). For GetCount(), returns an unused argument: its AsStr() is an old text
-  // or null. Use GetItem() to test whether an argument exists.
+  // Null only if index > GetCount(). If index == GetCount(), returns an unused argument: its AsStr() is an
+  // old text or null. Use GetItem() to test whether an argument exists.
   virtual const IArg* operator[](unsigned int index) const = 0;
 
  protected:

@@ -26,9 +26,9 @@ class IDailyLog2 {
    public:
     // Never called; keeps its slot in the virtual table.
     virtual void OnLogEvent() {}
-    // messages: count pointers, each to the first chunk of a stored message, oldest first. totalBytes: the
-    // sum of their formatted lengths. Valid during the call only. Runs on the thread that logged, without the
-    // log's mutex.
+    // messages: array of count pointers, each to the first chunk of a stored message, oldest first.
+    // totalBytes: the sum of their formatted lengths. The array and chunks are valid during the call only.
+    // Runs on the thread that logged, without the log's mutex.
     virtual void OnLogError(ILogDataBlock** messages, unsigned count, unsigned totalBytes) = 0;
 
    protected:
@@ -49,7 +49,7 @@ class IDailyLog2 {
   virtual void RemoveErrorNotify(ILogErrorNotify* watcher) = 0;
   // Directory of the daily files with a trailing "/"; null if none was opened.
   virtual const char* GetLogPath() = 0;
-  // Calls back with name and full path of each daily file until the callback returns false.
+  // Calls callback(name, full path, CDailyEventLog::EnumContext*) for each daily file until it returns false.
   virtual bool EnumerateLogs(bool (*callback)(const char*, const char*, void*), void* context) = 0;
   virtual ~IDailyLog2() = default;
 };

@@ -62,7 +62,7 @@ bool IniFile3::StorePath(const char* path) {
 
 namespace {
 
-// Returns the link to the key's node, or the link at the end of the list, where a new one belongs.
+// Returns the link to the key's node, or the link at the end of the list, where a new node belongs.
 IniFile3::ValNode** FindLink(IniFile3::SectNode* section, const char* key) {
   IniFile3::ValNode** link = &section->m_values.m_next;
   while (*link != nullptr && !IsSameName((*link)->m_key.Str(), key)) link = &(*link)->m_next;
@@ -119,7 +119,7 @@ const char* ParsePair(char* text) {
 }  // namespace
 
 int IniFile3::Load(const char* path) {
-  const bool isStored = path != nullptr && StorePath(path);  // first: path may be a value of this object
+  const bool isStored = path != nullptr && StorePath(path);  // path may be a value that is deleted below
   ClearSections();
   if (!isStored) m_path[0] = '\0';
   const int fd = open(m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -183,7 +183,7 @@ void WriteSections(FILE* file, const IniFile3::SectNode* first) {
   for (; first != nullptr; first = first->m_next) WriteSection(file, first);
 }
 
-// Opens a pipe or device so that neither this nor a write blocks. Null: not writable.
+// Opens a pipe or device. Neither open(2) nor later writes block. Null: not writable.
 FILE* OpenSpecial(const char* path, mode_t mode) {
   // With O_RDWR a pipe needs no reader, see fifo(7).
   const int access = S_ISFIFO(mode) ? O_RDWR : O_WRONLY;
