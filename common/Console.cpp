@@ -28,7 +28,7 @@ thread_local int t_fd = STDOUT_FILENO;
 
 const char* s_module = "";
 std::atomic<unsigned> s_dropped{0};
-std::atomic<bool> s_isTorn{false};  // the output ends with a partly written line
+std::atomic<bool> s_isTorn{false};  // the output does not end with a line feed
 
 bool IsWritable(int timeoutMs) {
   pollfd out{STDOUT_FILENO, POLLOUT, 0};
@@ -45,16 +45,17 @@ bool Lock() {
 
 // False: the line is dropped, perhaps partly written.
 bool Write(const void* text, size_t size) {
+  const auto* const bytes = static_cast<const char*>(text);
   for (size_t done = 0, tries = 0; done < size;) {
-    const ssize_t written = write(t_fd, static_cast<const char*>(text) + done, size - done);
+    const ssize_t written = write(t_fd, bytes + done, size - done);
     if (written > 0) {
       done += static_cast<size_t>(written);
+      s_isTorn.store(bytes[done - 1] != '\n', std::memory_order_relaxed);
     } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
       return true;  // a permanent error: lost, but not counted as dropped
     } else if (!t_neverWaits) {
       IsWritable(-1);
     } else if (sched_yield(); ++tries == kMaxTries) {
-      if (done != 0) s_isTorn = true;
       return false;
     }
   }
@@ -67,12 +68,11 @@ bool WriteWhatGoesFirst() {
   if (t_neverWaits && t_fd == STDOUT_FILENO && !IsWritable(0)) return false;
   const unsigned dropped = s_dropped;
   if (dropped == 0) return true;
-  char line[160] = "\n";  // ends a partly written line
+  char line[160] = "\n";  // ends an unfinished line
   snprintf(TimeStamp::Put(line + 1), 128, "[#%4ld] %.64s.Warning: Console lines dropped here: %u\n",
            ThreadId(), s_module, dropped);
   const char* const warning = line + (s_isTorn ? 0 : 1);
   if (!Write(warning, strlen(warning))) return false;
-  s_isTorn = false;
   s_dropped -= dropped;  // not = 0: another thread may have dropped more since
   return true;
 }

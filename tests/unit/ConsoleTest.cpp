@@ -78,6 +78,17 @@ TEST(Console, DropsWhileTheLocksOwnerWaitsForTheReader) {
   EXPECT_EQ(std::regex_replace(all.substr(large.size()), kWarning, "<$1>"), "<1>\nnext\n");
 }
 
+TEST(Console, WarnsOnANewLineAfterAPartlyWrittenOne) {
+  StdoutPipe out;
+  fcntl(STDOUT_FILENO, F_SETPIPE_SZ, PIPE_BUF);
+  RunNeverWaiting([&] {
+    WriteLine(std::string(2 * PIPE_BUF - 2, '#') + "\n");  // only the first half fits
+    out.Read();
+    WriteLine("next\n");
+  });
+  EXPECT_EQ(std::regex_replace(out.Read(), kWarning, "<$1>"), "\n<1>\nnext\n");
+}
+
 TEST(Console, DoesNotCountWhatAFullDeviceLoses) {
   StdoutPipe out;
   const int pipe = dup(STDOUT_FILENO), full = open("/dev/full", O_WRONLY | O_CLOEXEC);
