@@ -119,7 +119,7 @@ void PrintForwarding(const History* history, const Process& supervisor) {
   IniFile3 file;
   const bool isLogged = history != nullptr && history->HasTarget();
   if (!isLogged && IsConfigurationNew(supervisor)) {
-    printf("%-12s not known, %s has changed since the start\n", "forwards to", Velk::kConfigPath);
+    printf("%-12s not known: %s has changed since the start\n", "forwards to", Velk::kConfigPath);
     return;
   }
   SimpleString target;
