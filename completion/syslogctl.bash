@@ -7,7 +7,7 @@ _syslogctl() {
   local commands='log set remote dump watch status check ping call bridge help'
   COMPREPLY=()
 
-  # The first word that is neither an option nor an option's value.
+  # The first word that is neither an option nor its value. Bash also splits words at "=" and ":".
   for ((i = 1; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in
       -[sltnci] | --server | --password-file | --timeout | --level | --tag | --count | --interval | --socket | --udp)

@@ -23,7 +23,7 @@ complete -c syslogctl -s V -l version -d 'Print the version'
 
 complete -c syslogctl -n "not __syslogctl_in $commands" -a log -d 'Log words or lines of standard input'
 complete -c syslogctl -n "not __syslogctl_in $commands" -a set -d 'Set a configuration variable'
-complete -c syslogctl -n "not __syslogctl_in $commands" -a remote -d 'Forward the log, or stop it'
+complete -c syslogctl -n "not __syslogctl_in $commands" -a remote -d 'Forward the log, or stop forwarding'
 complete -c syslogctl -n "not __syslogctl_in $commands" -a dump -d 'Print the last lines'
 complete -c syslogctl -n "not __syslogctl_in $commands" -a watch -d 'Print the calls of all programs'
 complete -c syslogctl -n "not __syslogctl_in $commands" -a status -d 'Show whether the service serves'

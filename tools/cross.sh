@@ -34,11 +34,11 @@ service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_that_runs_out_of_memory the emulator needs more address space than the limit allows
 service test_its_longest_backlog_fits_the_start_scripts_limit the same limit
 service test_reports_missing_descriptors_and_a_full_device the shell that starts the emulator needs more descriptors
-service test_after_many_calls_that_take_long under the emulator they take longer than the tool waits
+service test_after_many_calls_that_take_long under the emulator the calls take longer than the tool waits
 END
 }
 
-# This machine's kernel runs i386 code natively, so more tests can run.
+# If this machine's kernel runs i386 programs, fewer tests fail than under the emulator.
 native_limits() {
   cat <<'END'
 service test_each_function the preloaded library that makes system calls fail is for 64-bit programs
@@ -56,7 +56,7 @@ leave_out() {  # limits on standard input
   done
 }
 
-# Sets runner: the command prefix that runs a program of the architecture here.
+# Sets runner, the command prefix that runs a program of the architecture here, and the tests to leave out.
 choose_runner() {
   local sysroot=/usr/${triplets[$1]}
   local loader=$sysroot/lib/ld-linux.so.2
@@ -87,7 +87,7 @@ unit() {
   timeout 600 "${runner[@]}" "build-cross/$1/tests/unit_tests" --gtest_brief=1 --gtest_filter="-$filter"
 }
 
-# The tests start each program by its path, so a script of that name starts the emulator.
+# The tests start each program by its path, so a script at that path starts the emulator.
 wrap() {
   local program wrapper
   rm -rf "${stage:?}"/*

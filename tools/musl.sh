@@ -12,7 +12,7 @@ trap 'rm -rf "$work"' EXIT
 cd "$work"
 mkdir -p lists/partial
 chmod -R a+rwX .
-# shellcheck disable=SC1091  # this machine's
+# shellcheck disable=SC1091  # a file of this machine
 . /etc/os-release
 echo "deb-src http://deb.debian.org/debian $VERSION_CODENAME main" >sources
 apt() { apt-get -qq -o Dir::Etc::sourcelist="$work/sources" -o Dir::Etc::sourceparts=/dev/null \

@@ -6,7 +6,7 @@ set -u
 cd "$(dirname "$0")/.." || exit 1
 tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 || exit 1
 
-# Tests that cannot run with a form: form, test, reason.
+# Each line names a form, a test that cannot pass on it, and the reason.
 limits() {
   local starved=test_restarts_a_child_that_runs_out_of_memory
   cat <<END
@@ -16,7 +16,7 @@ static $starved a static service needs less address space than the test allows
 small test_each_function a static program does not preload the library that makes system calls fail
 small test_serves_where_recvmmsg_is_refused the same library
 small $starved a static service needs less address space than the test allows
-small test_switches_forwarding_whatever_it_was_before musl waits longer for name servers than the tool for the service
+small test_switches_forwarding_whatever_it_was_before musl's resolver takes longer than the tool waits for the service
 END
 }
 

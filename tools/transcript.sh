@@ -13,7 +13,7 @@ if [ "${1:-}" != inside ]; then
   exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
 fi
 
-# The tree may be under /tmp, which an empty one hides below.
+# The tree may be under /tmp, which an empty file system hides below.
 mount --bind "$PWD" /mnt
 cd /mnt
 mount -t tmpfs tmpfs /tmp
@@ -23,7 +23,7 @@ ip link set lo up
 
 shown=0
 quiet=none
-# Prints what the service has printed since the last call, after a bar.
+# Prints the service's output since the last call, each line after a bar.
 console() {
   sleep 0.3
   tail -n "+$((shown + 1))" /tmp/console | grep -v "$quiet" | sed 's/^/                                | /' || true

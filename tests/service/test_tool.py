@@ -107,7 +107,7 @@ class Status(ToolTest):
         self.assertRegex(out, r"11001 serves, round trip \d+\.\d{3} ms\n")
         self.assertRegex(out, rf"restarts +none\nforwards to +{collector.host}, as configured\ndropped +0 datagrams")
         os.utime(CONFIG, (1 << 32, 1 << 32))
-        self.assertIn("not known, /flash/conf/kavlune.conf has changed since the start", self.run_tool("status")[0])
+        self.assertIn("not known: /flash/conf/kavlune.conf has changed since the start", self.run_tool("status")[0])
         os.utime(CONFIG, (0, 0))
         child = service.kill_child()
         self.run_tool("remote", "on", "127.0.0.9")

@@ -103,7 +103,7 @@ class Bridge {
   NetworkLog m_network;
   KernelLog m_kernel;
   RecordRing m_ring;
-  unsigned m_callsTaken = 0;  // calls of the oldest record that the client took
+  unsigned m_callsTaken = 0;  // how many calls of the oldest record the client took
   Velk::SimpleString m_module{64, 64};
   Velk::SimpleString m_text{1024, 1024};
 };
@@ -242,7 +242,7 @@ int Bridge::Run() {
 }  // namespace
 
 int RunBridge(const Options& options) {
-  // Its ring is too large for the stack.
+  // On a small device, its ring of 256 KiB may not fit on the stack.
   auto* const bridge = new Bridge(options);
   const int result = bridge->Run();
   delete bridge;

@@ -18,7 +18,7 @@ class Dump {
  public:
   Dump(const Options& options, Session& session) : m_options(options), m_session(session) {}
 
-  // Prints the stored lines, or the last of them.
+  // Prints the stored lines, or only the last m_options.count.
   int PrintStored();
   // Prints new lines until interrupted.
   int Follow();
@@ -73,10 +73,10 @@ void Dump::WriteJson(const StoredLine& line) {
 void Dump::WritePrintable(const StoredLine& line) {
   const char* text = line.begin;
   auto left = static_cast<size_t>(line.end - line.begin);
-  const char* one;
+  const char* row;
   size_t length;
-  while (TakeLine(&text, &left, &one, &length)) {
-    AppendPrintable(m_line, TextOf({one, length}));
+  while (TakeLine(&text, &left, &row, &length)) {
+    AppendPrintable(m_line, TextOf({row, length}));
     m_line.Append('\n');
   }
 }

@@ -5,8 +5,8 @@
 
 namespace Ctl {
 
-// Splits what a descriptor delivers into lines. A line longer than mostLength bytes is returned in pieces,
-// cut between UTF-8 characters, so 32 KiB are enough for any line.
+// Splits what a descriptor delivers into lines. Returns a line longer than mostLength bytes in pieces, cut
+// between UTF-8 characters, so that the buffer need not hold a whole line.
 class LineReader {
  public:
   static constexpr size_t kMostLength = 16384;

@@ -14,7 +14,7 @@
 namespace Ctl {
 namespace {
 
-// More than the window, so that input is read while lines wait for their acks. 64 KiB.
+// More than the client sends at once, so that input is read while lines wait for an answer. 64 KiB.
 constexpr unsigned kHeldLines = 256;
 
 // Shows progress on the terminal after two seconds.
@@ -55,7 +55,7 @@ class Logger {
 
   int LogWords();
   int LogInput();
-  // Interrupted: there may be more input.
+  // An interrupt came before the end of the input.
   bool IsCut() const { return m_isCut; }
 
  private:

@@ -55,7 +55,7 @@ bool LogSocket::Open(const char* path) {
 
 bool LogSocket::ClearTheWay() {
   struct stat status;
-  if (lstat(m_path, &status) != 0) return true;  // nothing there, or bind(2) will fail too
+  if (lstat(m_path, &status) != 0) return true;  // nothing there, or an error that bind(2) will report
   if (!S_ISSOCK(status.st_mode)) {
     Say("%s is not a socket: remove it, or give another path with --socket", m_path);
     return false;

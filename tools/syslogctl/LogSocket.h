@@ -16,7 +16,7 @@ class LogSocket {
   // Also removes the file, unless another program has replaced it.
   ~LogSocket();
 
-  // Replaces a socket that no process reads; never another file. False: it failed and printed why.
+  // Replaces a socket that no process reads, but no other file. False: it failed and printed why.
   bool Open(const char* path);
 
   int Descriptor() const { return m_fd; }

@@ -6,7 +6,7 @@ namespace Ctl {
 // Whether server, "host" or "host:port", is an address of this machine.
 bool IsThisMachine(const char* server);
 
-// The server's port.
+// The port in server, or else the service's own.
 unsigned short PortOf(const char* server);
 
 struct Port {

@@ -36,7 +36,7 @@ bool NetworkLog::Open(const char* where) {
     Say("invalid port '%s': give PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
     return false;
   }
-  // If the other program shares its port, bind(2) succeeds and we would take over its datagrams.
+  // If another program lets its port be shared, bind(2) succeeds and we would take its datagrams.
   if (address.GetIP() == 0 && UdpSocket3::IsHeldByOthers(address.GetPort(), 0)) {
     Say("another program uses UDP port %u (the service forwards from port 514): give an address of this "
         "machine too, or another port",

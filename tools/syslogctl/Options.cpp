@@ -97,15 +97,15 @@ bool SetServer(const char* text, Options* options) {
   return true;
 }
 
-// Reads until a line is complete or the buffer is full. A pipe or a terminal may deliver it in pieces, or
-// never. -1: see errno.
+// Reads until a line is complete, the input ends or the buffer is full. A pipe or a terminal may deliver the
+// line in pieces, or never. -1: see errno.
 ssize_t ReadFirstLine(int fd, char* buffer, size_t size, unsigned timeoutMs) {
   const unsigned long long endUs = Velk::NowUs() + 1000ULL * timeoutMs;
   pollfd input = {fd, POLLIN, 0};
   size_t held = 0;
   while (held < size && memchr(buffer, '\n', held) == nullptr) {
     const unsigned long long nowUs = Velk::NowUs();
-    // poll(2) first: read(2) reports the end of a pipe that has no writer yet.
+    // poll(2) first: if a pipe has no writer yet, read(2) reports its end.
     const int ready = poll(&input, 1, nowUs < endUs ? static_cast<int>((endUs - nowUs + 999) / 1000) : 0);
     if (ready == 0) errno = ETIMEDOUT;
     const ssize_t count = ready > 0 ? read(fd, buffer + held, size - held) : -1;

@@ -11,7 +11,7 @@ namespace Ctl {
 // Exit values, documented in syslogctl(1).
 enum ExitValue {
   kDone = 0,
-  kNotConfirmed = 1,  // late, refused or wrong password; also mistakes that check found
+  kNotConfirmed = 1,  // calls late or refused, or a wrong password; also: check found mistakes
   kUsage = 2,         // also files, sockets and outputs that cannot be used
   kNoAnswer = 3,
 };
@@ -22,7 +22,7 @@ struct Options {
   // For all commands.
   const char* server = Velk::kServiceHere;
   const char* password = Velk::kServicePassword;
-  const char* passwordFile = nullptr;  // that password was read from; null: the default
+  const char* passwordFile = nullptr;  // source of password; null: it is the default
   unsigned timeoutMs = 5000;
   bool quiet = false;
 

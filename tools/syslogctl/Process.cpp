@@ -28,7 +28,7 @@ bool ReadStat(pid_t pid, char* text, size_t size) {
   return ReadStart(path, text, size);
 }
 
-bool HasName(pid_t pid) {
+bool HasServiceName(pid_t pid) {
   char text[512];
   if (!ReadStat(pid, text, sizeof text)) return false;
   const char* const name = strchr(text, '(');
@@ -77,16 +77,16 @@ unsigned long FieldOf(const char* text, const char* name) {
 
 bool ReadProcess(pid_t pid, Process* process) {
   char text[512];
-  const char* const name = ReadStat(pid, text, sizeof text) ? strrchr(text, ')') : nullptr;
-  if (name == nullptr) return false;
+  const char* const nameEnd = ReadStat(pid, text, sizeof text) ? strrchr(text, ')') : nullptr;
+  if (nameEnd == nullptr) return false;
   int parent = 0;
   unsigned long minor = 0;
   unsigned long major = 0;
   unsigned long long ticks = 0;
-  // Starts at the state, the third field. Reads parent, page faults of ended children (two), and start time.
+  // From the end of the name: parent, minor and major page faults of ended children, start time. See proc(5).
   constexpr char kForm[] =
       ") %*c %d %*d %*d %*d %*d %*u %*u %lu %*u %lu %*u %*u %*d %*d %*d %*d %*d %*d %llu";
-  if (sscanf(name, kForm, &parent, &minor, &major, &ticks) != 4) return false;
+  if (sscanf(nameEnd, kForm, &parent, &minor, &major, &ticks) != 4) return false;
   timespec sinceBoot{};
   clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
   const auto started = static_cast<time_t>(ticks / static_cast<unsigned long long>(sysconf(_SC_CLK_TCK)));
@@ -98,11 +98,11 @@ bool FindServing(unsigned long socketInode, Process* process) {
   char target[kPathSize];
   snprintf(target, sizeof target, "socket:[%lu]", socketInode);
   pid_t pid = FindProcess([&](pid_t each) { return HasSocket(each, target); });
-  const auto isServicePair = [](pid_t each) {
-    Process one{};
-    return HasName(each) && ReadProcess(each, &one) && HasName(one.parent);
+  const auto isServiceChild = [](pid_t each) {
+    Process child{};
+    return HasServiceName(each) && ReadProcess(each, &child) && HasServiceName(child.parent);
   };
-  if (pid == 0) pid = FindProcess(isServicePair);
+  if (pid == 0) pid = FindProcess(isServiceChild);
   return pid != 0 && ReadProcess(pid, process);
 }
 

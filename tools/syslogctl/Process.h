@@ -10,7 +10,7 @@ struct Process {
   pid_t pid;
   pid_t parent;
   time_t start;
-  bool hasHadChildren;  // a child has ended
+  bool hasLostChild;  // a child has ended
 };
 
 // See proc(5). False: no such process, or it is hidden.

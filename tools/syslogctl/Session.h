@@ -31,7 +31,7 @@ inline unsigned long long NowMs() {
 Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
 
-// A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait,
+// A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait;
 // the same signal again ends the process. One session at a time, on one thread.
 class Session {
  public:
@@ -41,14 +41,14 @@ class Session {
 
   // Starts to join and returns at once. Any result but kDone, here and below: it failed and printed why.
   int Open(const Velk::GDQUdpClient::Options& how);
-  // The same, and waits for an answer until the timeout. An answer does not mean that the service runs our
+  // Open(), then waits for an answer until the timeout. An answer does not mean that the service runs our
   // calls: the password may be wrong.
   int Join(const Velk::GDQUdpClient::Options& how);
 
   // Sends or holds a call. Waits for room until the timeout.
   int Send(const CallText& call) { return Send(call.Str()); }
   int Send(const char* call);
-  // The same for a line of the log, given without a line feed. A long line becomes several calls.
+  // Likewise for a line of the log, given without a line feed. A long line becomes several calls.
   int SendLine(ELogMessageType type, const char* module, const char* text);
   // Waits until the service has run all calls, as long as there is progress. Then reports the calls that were
   // refused or may not have been run.
@@ -56,14 +56,14 @@ class Session {
   // Prints why nothing is acknowledged. Returns the exit value.
   int ExplainSilence();
 
-  // Waits for a descriptor (see revents), the client, a signal or about timeoutMs, then lets the client work.
+  // Waits up to timeoutMs, often less, for a descriptor (see revents) or the client. Lets the client work.
   void Wait(pollfd* descriptors, int count, unsigned timeoutMs);
   void Wait(unsigned timeoutMs) { Wait(nullptr, 0, timeoutMs); }
   // Lets the client work for this time, or until interrupted.
   void Pause(unsigned ms);
   static bool IsInterrupted();
 
-  // Reports once when the service goes away, stops acknowledging or returns. For commands that keep running.
+  // Reports if the service has gone away, stopped acknowledging or returned. To be called after each Wait().
   void TellChanges();
 
   Velk::GDQUdpClient& Client() { return m_client; }

@@ -79,7 +79,7 @@ int CheckHost(const Options& options, const char* host) {
   if (CanResolve(host)) return kDone;
   const bool isSameMachine = IsThisMachine(options.server);
   Say("cannot resolve '%s' on this machine%s", host,
-      isSameMachine ? ", where the service runs: forwarding is unchanged" : "; the service's machine may");
+      isSameMachine ? ", where the service runs: forwarding is unchanged" : "; the service may be able to");
   Say("look for 'Cannot connect to syslog server at UDP %s:514' in the service's log (syslogctl dump)", host);
   return isSameMachine ? kNotConfirmed : kDone;
 }

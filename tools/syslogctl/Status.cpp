@@ -109,7 +109,7 @@ void PrintMemory(pid_t child, pid_t supervisor) {
 
 // Whether the configuration file has changed since the service read it.
 bool IsConfigurationNew(const Process& supervisor) {
-  constexpr time_t kMostSeconds = 2;  // how much too early the start can read: the kernel keeps it in ticks
+  constexpr time_t kMostSeconds = 2;  // the start, in whole seconds, can be this much too early
   struct stat status;
   return supervisor.start != 0 && stat(Velk::kConfigPath, &status) == 0 &&
          status.st_mtime > supervisor.start + kMostSeconds;
@@ -119,7 +119,7 @@ void PrintForwarding(const History* history, const Process& supervisor) {
   IniFile3 file;
   const bool isLogged = history != nullptr && history->HasTarget();
   if (!isLogged && IsConfigurationNew(supervisor)) {
-    printf("%-12s not known, %s has changed since the start\n", "forwards to", Velk::kConfigPath);
+    printf("%-12s not known: %s has changed since the start\n", "forwards to", Velk::kConfigPath);
     return;
   }
   SimpleString target;
@@ -135,10 +135,10 @@ void PrintForwarding(const History* history, const Process& supervisor) {
          isSure ? "" : "; the log does not go back far enough to tell whether that changed");
 }
 
-void PrintRestarts(const History* history, bool hasHadChildren) {
+void PrintRestarts(const History* history, bool hasLostChild) {
   const bool isKnown = history != nullptr && history->IsWhole();
   printf("%-12s ", "restarts");
-  if (!hasHadChildren || (isKnown && history->Restarts() == 0)) {
+  if (!hasLostChild || (isKnown && history->Restarts() == 0)) {
     printf("none\n");
   } else if (isKnown) {
     printf("%u\n", history->Restarts());
@@ -159,7 +159,7 @@ void PrintMachine(const Options& options, const History* history) {
   if (isKnown) {
     PrintSince("running", supervisor);
     PrintSince("serving", child);
-    PrintRestarts(history, supervisor.hasHadChildren);
+    PrintRestarts(history, supervisor.hasLostChild);
   } else {
     printf("%-12s hidden: in a container, or visible to root only\n", "processes");
   }

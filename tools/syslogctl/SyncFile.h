@@ -21,7 +21,7 @@ class SyncFile {
 
   // Makes the service write the file, and reads it. kDone: it is new and not empty. Any other result: it
   // failed and printed why. waits: the wait for the service has no timeout; an interrupt ends it with kDone
-  // and no file, so ask Session::IsInterrupted().
+  // and no file, so check Session::IsInterrupted().
   int Get(const Options& options, Session& session, bool waits);
 
   const char* Begin() const { return m_bytes; }
@@ -31,7 +31,7 @@ class SyncFile {
   // Identifies a file and its last change.
   struct Version {
     dev_t device = 0;
-    ino_t inode = 0;  // 0: there is none
+    ino_t inode = 0;  // 0: no file
     timespec changed{};
 
     Version() = default;

@@ -168,7 +168,7 @@ bool TakeTag(Scan& scan, SyslogLine& line) {
   return true;
 }
 
-// Programs that write a time of RFC 3339 often put the host before the tag.
+// The host precedes the tag in datagrams from a network, and often after a time of RFC 3339.
 void TakeHostAndTag(Scan& scan, SyslogLine& line) {
   if (TakeTag(scan, line)) return;
   Scan ahead = scan;

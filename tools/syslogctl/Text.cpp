@@ -33,7 +33,7 @@ void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length) 
 
 namespace {
 
-// Bytes of the well-formed UTF-8 character at text, or 0. Looks at no more than left bytes.
+// Length in bytes of the UTF-8 character at text. 0: a NUL, or not UTF-8. Looks at no more than left bytes.
 unsigned Utf8Length(const char* text, size_t left = 4) {
   const auto byte = [text](int i) { return static_cast<unsigned char>(text[i]); };
   const unsigned first = byte(0);
@@ -41,7 +41,7 @@ unsigned Utf8Length(const char* text, size_t left = 4) {
   if (first < 0xC2 || first > 0xF4) return 0;
   const unsigned length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
   if (length > left) return 0;
-  // The second byte tells overlong forms, surrogates and characters beyond U+10FFFF.
+  // The second byte shows overlong forms, surrogates and characters beyond U+10FFFF.
   const unsigned low = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
   const unsigned high = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
   if (byte(1) < low || byte(1) > high) return 0;
@@ -70,7 +70,7 @@ void AppendWithoutControls(Velk::SimpleString& out, const char* text, size_t len
   const char* const end = text + length;
   while (text != end) {
     const unsigned bytes = Utf8Length(text, static_cast<size_t>(end - text));
-    // Not UTF-8: in most 8-bit character sets 0x80 to 0x9F are control characters too.
+    // A byte that is not UTF-8 may be ISO 8859, where 0x80 to 0x9F are control characters too.
     const bool isControl = bytes != 0 ? IsControl(text, bytes) : static_cast<unsigned char>(*text) < 0xA0;
     const char* const next = text + (bytes != 0 ? bytes : 1);
     if (*text == '\t' || !isControl) {

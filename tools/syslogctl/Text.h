@@ -7,8 +7,8 @@
 
 namespace Ctl {
 
-// Takes the first line off a text: *line and *length without its line feed, *text and *left the rest. False:
-// the text is empty.
+// Takes the first line off a text: sets *line and *length to it, without its line feed, and *text and
+// *left to the rest. False: the text is empty.
 bool TakeLine(const char** text, size_t* left, const char** line, size_t* length);
 
 // Appends text with each NUL, which would end the call, as the two characters \0.

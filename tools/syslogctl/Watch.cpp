@@ -23,11 +23,11 @@ namespace {
 struct Heard {
   const char* name;
   const char* rawArgs;
-  const Velk::IArgsList* args;  // null: unreadable, for the service too
+  const Velk::IArgsList* args;  // null: neither we nor the service can parse them
 
   unsigned Count() const { return args != nullptr ? args->GetCount() : 0; }
   const char* Text(unsigned index) const { return args->GetItem(index)->AsStr(); }
-  // Any case: a program that forwards its whole log sends "logmsg".
+  // Ignores case: a program that forwards its whole log sends "logmsg".
   bool IsLogLine() const { return strcasecmp(name, "LogMsg") == 0 && Count() == 3; }
   long long Type() const { return args->GetItem(0)->AsInt(); }
   const Level& LogLevel() const { return LevelOf(Type()); }
@@ -151,7 +151,7 @@ int RunWatch(const Options& options) {
   Velk::GDQUdpClient::Options how = Holding(kFewLines);
   how.listen = true;
   int result = session.Join(how);
-  // Only an acknowledged call proves that we are admitted, and so hear what others call.
+  // Only an acknowledged call proves that we are admitted, and so hear the calls of others.
   if (result == kDone) result = session.Send("");
   if (result == kDone) result = session.Finish();
   if (result != kDone) return result;

@@ -29,7 +29,7 @@ const Ctl::Command kCommands[] = {
      Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", "Set a configuration variable until the service restarts",
      "This has no effect by itself. To change forwarding, use remote.\n", Ctl::RunSet},
-    {"remote", "", 1, 2, "on HOST | off", "Forward the log to the syslog server HOST, or stop it",
+    {"remote", "", 1, 2, "on HOST | off", "Forward the log to the syslog server HOST, or stop forwarding",
      "Lasts until the service restarts and reads its configuration file.\n", Ctl::RunRemote},
     {"dump", "fnltJA", 0, 0, "[-f] [-n COUNT] [-l LEVEL] [-t MODULE] [--json] [--all]",
      "Print the last 500 lines (on the service's machine)",
@@ -45,8 +45,8 @@ const Ctl::Command kCommands[] = {
     {"status", "", 0, 0, "", "Show whether the service serves, since when, and more",
      "\n"
      "Start time, restarts, forwarding, dropped datagrams and memory are shown only on\n"
-     "the service's machine. The exit status is 0 if it serves; with --quiet nothing is\n"
-     "printed.\n",
+     "the service's machine. The exit status is 0 if it serves. With --quiet only errors\n"
+     "are printed.\n",
      Ctl::RunStatus},
     {"check", "", 0, 1, "[FILE]", "Find mistakes in a configuration file",
      "Without FILE, checks the service's own file. The service need not run.\n"
