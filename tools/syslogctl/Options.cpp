@@ -289,10 +289,11 @@ class Parser {
   bool m_given[CHAR_MAX + 1] = {};  // index: option letter
 };
 
-// optopt is the option's letter, or 0 for an unknown long option.
+// optopt is the option's letter, or 0 for an unknown long option. Some letters are only for long options.
 Outcome RefuseOption(int problem, const char* word) {
   const char letter[] = {'-', static_cast<char>(optopt), '\0'};
-  const char* const name = optopt == 0 || LongName(optopt) != nullptr ? word : letter;
+  const bool isLong = optopt == 0 || (LongName(optopt) != nullptr && word[0] == '-' && word[1] == '-');
+  const char* const name = isLong ? word : letter;
   if (problem == ':') {
     Refuse("option '%s' needs a value", name);
   } else {
