@@ -214,9 +214,9 @@ class Commands(ToolTest):
 class Bridge(ToolTest):
     SOCKET = "/tmp/log"
 
-    def start_bridge(self):
+    def start_bridge(self, *options):
         before = os.umask(0o077)  # must not affect the socket's mode
-        bridge = self.start_tool("bridge", "--socket", self.SOCKET)
+        bridge = self.start_tool("bridge", "--socket", self.SOCKET, *options)
         os.umask(before)
         program = until(self.connect, "the bridge")
         self.assertEqual(os.stat(self.SOCKET).st_mode & 0o777, 0o666)
@@ -287,6 +287,15 @@ class Bridge(ToolTest):
         self.assertEqual(reported, gaps)
         self.assertTrue(numbers and gaps)
 
+    def test_counts_what_it_cannot_send_in_time(self):
+        bridge, program = self.start_bridge("--timeout", "1")  # without a service
+        for _ in range(9000):
+            program.send(b"<13>t: x")
+        bridge.terminate()
+        said = bridge.communicate(timeout=60)[1].decode()
+        self.assertEqual(bridge.returncode, NOT_CONFIRMED)
+        self.assertRegex(said, r"8192 calls are not confirmed\n.*messages not sent: 808\n")
+
     def test_replaces_only_dead_sockets(self):
         service = self.service()
         bridge, _ = self.start_bridge()
@@ -323,6 +332,7 @@ class Trouble(ToolTest):
                           ["remote", "on", "x" * 80], ["call", "a b"], ["set", "", "x"],
                           ["--password-file", "/tmp/none", "dump"]):
             self.run_tool(*arguments, code=USAGE)
+        self.assertIn("unknown option '-J'", self.run_tool("dump", "-Jq", code=USAGE)[1])
 
     def test_distinguishes_a_wrong_password_from_no_answer(self):
         with open("/tmp/password", "w") as password:

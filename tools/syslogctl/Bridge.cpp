@@ -225,7 +225,12 @@ int Bridge::Finish() {
   for (HandOn(); m_ring.Front(&record) && NowMs() - begin < m_options.timeoutMs; HandOn()) {
     m_session.Wait(m_options.timeoutMs);
   }
-  return m_session.Finish();
+  const int result = m_session.Finish();
+  unsigned unsent = 0;
+  for (; m_ring.Front(&record); m_ring.Pop()) ++unsent;
+  if (unsent == 0) return result;
+  Say("messages not sent: %u", unsent);
+  return kNotConfirmed;
 }
 
 int Bridge::Run() {
