@@ -15,7 +15,7 @@ tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-t
 passed=0 failed=0 skipped=0
 failures=()
 
-# Runs a step and keeps its output in build/logs. If it fails, prints the end of it.
+# Runs a step and keeps its output in build/logs. If the step fails, prints the end of the output.
 # A step that says "left out: all" has not run, so it is not counted as passed.
 mkdir -p build/logs
 step() {

@@ -24,9 +24,9 @@ if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL 
     AND CMAKE_C_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   include(CheckIPOSupported)
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
-  # On 32-bit machines GCC then warns of the huge size that it requests itself if an array's size overflows.
+  # On 32-bit machines GCC then warns of the huge size that its own overflow check passes to operator new[].
   add_link_options(-Wno-alloc-size-larger-than)
-  # Programs that are built without it but link our libraries need this, otherwise GCC warns.
+  # Programs without link-time optimisation that link our libraries need this, otherwise GCC warns.
   add_link_options(-flto=auto)
 endif()
 

@@ -141,7 +141,7 @@ void LogPrinter::LogDebugBegin(const char* file, unsigned int line) {
 
 void LogPrinter::LogDebugEnd(const char* format, ...) {
   char message[kBufferSize];
-  // UINT_MAX fills the field of a thread number, which programs that read these lines expect.
+  // Programs that read these lines expect a field for a thread number. UINT_MAX fills it.
   int length = snprintf(message, sizeof message, "%s(%u): %u: ", m_debugFile, m_debugLine, UINT_MAX);
   if (length >= static_cast<int>(sizeof message)) length = static_cast<int>(sizeof message) - 1;
   va_list args;

@@ -11,9 +11,9 @@ namespace Velk {
 class GDQUdpBase;
 }
 
-// Formats a message once and sends it to a remote peer, a sink and standard output, in this order, as far as
-// they are set. Any thread may log. Set sink, application name and flags at start-up, before other threads
-// log. Allocates only for the remote call. Failures are not reported.
+// Formats a message once and sends it to a remote peer, a sink and standard output, in this order; each is
+// optional. Any thread may log. Set sink, application name and flags at start-up, before other threads log.
+// Allocates only for the remote call. Failures are not reported.
 class LogPrinter {
  public:
   // Longest message in bytes; the rest is cut off.
@@ -38,7 +38,7 @@ class LogPrinter {
   void LogText(ELogMessageType type, const char* module, const char* text) EXCLUDES(m_mutex);
 
   // Writes "[HH:MM:SS.mmm][# tid] module.level: text" to the console if m_consoleEnabled. Omits "module." if
-  // module is null or empty. tid is the kernel's thread id, padded to four digits.
+  // module is null or empty. tid is the kernel's thread id, right-aligned in four columns.
   void PrintToConsole(const char* level, const char* module, const char* text);
 
   // Always call both, without nesting: Begin locks the printer until End, so the thread must not call Log()

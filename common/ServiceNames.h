@@ -5,7 +5,7 @@ namespace Velk {
 
 constexpr unsigned short kServicePort = 11001;      // UDP
 constexpr char kServiceHere[] = "127.0.0.1:11001";  // the service on this machine
-constexpr char kServicePassword[] = "mosk";         // needed to be admitted
+constexpr char kServicePassword[] = "mosk";         // a peer needs it to be admitted
 constexpr char kSyncPath[] = "/tmp/synclog";        // written by "SyncLog"
 constexpr char kConfigPath[] = "/flash/conf/kavlune.conf";
 

@@ -57,7 +57,7 @@ SimpleString::SimpleString(unsigned capacity, unsigned growBy) : StringOps(nullp
 }
 
 SimpleString::SimpleString(const SimpleString& other) : StringOps(m_empty.m_text) {
-  // Append() takes the growth step from the shared block. Another thread may change it before that, but any
+  // Append() takes the growth step from the shared block. Another thread may change it in between, but any
   // step will do.
   const uint32_t growBy = __atomic_load_n(&other.Data()->m_growBy, __ATOMIC_RELAXED);
   __atomic_store_n(&m_empty.m_growBy, growBy, __ATOMIC_RELAXED);

@@ -44,8 +44,8 @@ class SimpleString : public StringOps<SimpleString> {
 
   // Keeps the buffer.
   void Empty();
-  // Sets the growth step. An empty string takes a new block for it and leaks an old one of its own, so pass
-  // the step to the constructor instead.
+  // Sets the growth step. An empty string takes a new block for it and leaks the old one unless that was the
+  // static block, so pass the step to the constructor instead.
   void SetGrowBy(unsigned n);
   // Adds n, rounded up to whole growth steps, to the capacity. Always takes a new block.
   void GrowStringBy(unsigned n);
@@ -53,11 +53,11 @@ class SimpleString : public StringOps<SimpleString> {
   SimpleString& Append(char c);
   // Appends c once; n: how many characters to make room for if the string must grow.
   SimpleString& Append2(char c, unsigned n);
-  // n: number of bytes; 0: up to the NUL. s may point into this string.
+  // n: number of bytes; 0: up to the NUL. Adds nothing if s begins with a NUL. s may point into this string.
   SimpleString& Append(const char* s, unsigned n = 0);
   SimpleString& Append(const SimpleString& s);
 
-  // Replace the text and keep the buffer. Setting a string from its own text does nothing.
+  // Replace the text and keep the buffer. Do nothing if s is the string itself or its Str().
   SimpleString& Set(char c);
   SimpleString& Set(const char* s, unsigned n = 0);
   SimpleString& Set(const SimpleString& s);
@@ -79,8 +79,8 @@ class SimpleString : public StringOps<SimpleString> {
   bool operator<(const SimpleString& s) const;
   bool operator>(const SimpleString& s) const { return s < *this; }
 
-  // Compares without regard to case, up to the length of the shorter text: 0 if one is a prefix of the other,
-  // otherwise the difference of the first two bytes that differ in upper case. Null sorts first.
+  // Compares in upper case, up to the length of the shorter text: 0 if one is a prefix of the other, else
+  // the difference of the first pair of bytes that differ. Null sorts first.
   static int cmpni(const char* a, const char* b);
 
  private:

@@ -9,7 +9,7 @@
 template <class T>
 class StrDict3 {
  public:
-  // Longest key, in bytes: the maxLen for Set0(). Get() ignores the rest of a longer key.
+  // Longest key, in bytes; pass it to Set0() as maxLen. Get() ignores the rest of a longer key.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {
@@ -121,7 +121,7 @@ class StrDict3 {
     m_root = nullptr;
   }
 
-  // Returns root, its next siblings and all their children to the allocator.
+  // Returns root, its next siblings and all their descendants to the allocator.
   void ReleaseAllNodes(Node* root) {
     // Not recursive: keys come from the network and may be long. A node's remaining siblings are appended to
     // its children.

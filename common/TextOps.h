@@ -14,7 +14,7 @@ class TextOps {
  public:
   // Longest text of a string: positions are ints.
   static constexpr unsigned kMaxLength = 0x7FFFFFFF;
-  // Most digits of a 64-bit number.
+  // Digits of the largest 64-bit number.
   static constexpr unsigned kMaxDigits = 20;
 
   // Null counts as empty.
@@ -24,12 +24,12 @@ class TextOps {
   // Returns a copy, to be freed with delete[]; null for null.
   static char* Strdup(const char* text);
 
-  // For writev(2), whose iovec is not const. Null without a length counts as empty.
+  // For writev(2): an iovec needs a pointer to non-const. Null without a length counts as empty.
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
-  // Returns the start of the UTF-8 character that contains text[at], for cutting text. If text is not UTF-8
-  // there, or the start is 0 and a cut would leave nothing, returns at. Reads text[at].
+  // Returns the start of the UTF-8 character that contains text[at], for cutting text. Returns at if there is
+  // no start in the three bytes before it, or only at 0, where a cut would leave nothing. Reads text[at].
   static size_t CharacterStart(const char* text, size_t at);
   // Whether c is a byte of a UTF-8 character, but not its first.
   static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }

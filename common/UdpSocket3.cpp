@@ -25,7 +25,7 @@ void UdpSocket3::Close() {
 }
 
 bool UdpSocket3::Bind(unsigned short port, unsigned long ip) {
-  // No interface has an address from the multicast range up. 224.0.0.0 itself is let through.
+  // No interface has a multicast address or a higher one. 224.0.0.0 itself is let through.
   constexpr unsigned long kHighestBindable = 0xE0000000;
   if (m_socket < 0 || ip > kHighestBindable) return false;
   InetAddress2 address(static_cast<long>(ip), port);
@@ -82,7 +82,7 @@ bool HasHolder(const char* table, unsigned short port, unsigned long ours) {
 }  // namespace
 
 bool UdpSocket3::IsHeldByOthers(unsigned short port, unsigned long ours) {
-  // /proc/net is missing if proc(5) is mounted with subset=pid, as systemd can do.
+  // Not /proc/net: it is missing if proc(5) is mounted with subset=pid, as systemd can do.
   return HasHolder("/proc/self/net/udp", port, ours) || HasHolder("/proc/self/net/udp6", port, ours);
 }
 
@@ -105,7 +105,7 @@ int UdpSocket3::Read(void* buf, long len, InetAddress2* from) {
 int UdpSocket3::ReadMany(mmsghdr* headers, unsigned count) {
   const int received = recvmmsg(m_socket, headers, count, MSG_WAITFORONE, nullptr);
   if (received >= 0) return received;
-  // A system call filter may refuse recvmmsg(2), with any errno, but allow this. Other errors recur here.
+  // A system call filter may refuse recvmmsg(2), with any errno, but allow recvfrom(2).
   msghdr& first = headers->msg_hdr;
   const ssize_t length = recvfrom(m_socket, first.msg_iov->iov_base, first.msg_iov->iov_len, 0,
                                   static_cast<sockaddr*>(first.msg_name), &first.msg_namelen);

@@ -1,5 +1,4 @@
-// Compares the address parser with a simple one. The stub resolver knows hosts with an even number of
-// letters.
+// Compares the address parser with a simple one. The stub resolver knows the host names of even length.
 #include <arpa/inet.h>
 #include <netdb.h>
 
@@ -12,11 +11,12 @@ constexpr uint32_t kResolved = 0x0A010203;
 constexpr unsigned long kMaxHostName = 79;
 
 // Parses the text as the address parser should. False: invalid.
-bool Parse(const std::string& text, unsigned short port, unsigned long* ip, unsigned short* ipPort) {
+bool Parse(const std::string& text, unsigned short defaultPort, unsigned long* ip, unsigned short* port) {
   const size_t length = std::min(text.find(':'), text.size());
   const std::string host = text.substr(0, length);
-  *ipPort = length == text.size() ? port : static_cast<unsigned short>(atol(text.c_str() + length + 1));
-  if (*ipPort == 0) return false;
+  const bool hasPort = length < text.size();
+  *port = hasPort ? static_cast<unsigned short>(atol(text.c_str() + length + 1)) : defaultPort;
+  if (*port == 0) return false;
   if (ModelQuad(host, ip) && *ip != 0) return true;
   if (host.empty() || host.size() > kMaxHostName) return false;
   *ip = host == "localhost" ? INADDR_LOOPBACK : kResolved;

@@ -1,6 +1,6 @@
 #include "tests/unit/ArgsModel.h"
 
-// NUL-terminated texts, all parsed by one parser, as the worker thread does.
+// Input: texts separated by NULs. One parser parses them all, as on the worker thread.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr unsigned kMaxArgs = 6;
   Velk::ArgsParser parser(kMaxArgs);

@@ -1,4 +1,4 @@
-// Records of other programs in the tool: parsed, split into calls, and shown on a terminal.
+// Gives the tool records of other programs, to parse, to split into calls, and to show on a terminal.
 #include <ctype.h>
 #include <strings.h>
 
@@ -19,7 +19,7 @@ bool HasUpperControl(const std::string& text) {  // U+0080 to U+009F
   return at != std::string::npos;
 }
 
-// Every part lies in the record, and only the text may have line feeds, which begin another line of the log.
+// Every part lies in the record, in order. Only the text may have controls: a line feed begins a new line.
 void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   ASSERT_NE('\0', line.module[0]);
   ASSERT_LT(strlen(line.module), sizeof line.module);
@@ -34,7 +34,7 @@ void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   }
 }
 
-// No module may read as the name of the service or the kernel at the head of a line.
+// No module may look like the service's or the kernel's own at the head of a line.
 void CheckIsNotReserved(const char* module) {
   for (const char* reserved : {"syslog", "kernel"}) {
     const size_t length = strlen(reserved);

@@ -4,8 +4,8 @@
 #include "tests/unit/WildcardModel.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  constexpr size_t kMostBytes = 200;  // the model's time is cubic
-  if (size > kMostBytes) return 0;
+  constexpr size_t kMaxBytes = 200;  // the model's time is cubic
+  if (size > kMaxBytes) return 0;
   const std::string all(data, data + size);
   const size_t middle = all.find('\n');
   const std::string pattern = all.substr(0, middle).c_str();

@@ -1,5 +1,5 @@
-# For Debian's cross compilers. The including file sets VELK_TRIPLET and VELK_QEMU, the suffix of the emulator that
-# runs the tests.
+# For Debian's cross compilers. The including file sets VELK_TRIPLET and VELK_QEMU, the processor in the name of
+# the emulator that runs the tests.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${VELK_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${VELK_TRIPLET}-g++)
