@@ -16,5 +16,5 @@ struct ServiceValues {
 // the only argument is "debug", in upper or lower case. Call it on the first thread, before there are others.
 //
 // Returns 1 in the supervisor if fork(2) fails, and in a child if its worker thread cannot be created.
-// Otherwise the child ends with _exit(2): 1 if the UDP server cannot be opened, 0 if it stops receiving.
+// Otherwise the child calls _exit() with 1 if the UDP server cannot be opened, with 0 if it stops receiving.
 int RunService(const ServiceValues& values, int argc, char** argv);

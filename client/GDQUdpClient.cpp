@@ -75,7 +75,7 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) < 0)
     seed = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
   if (m_password == nullptr || !m_window.Open(options.heldLines, seed) ||
-      (options.listen && !m_heard.Open(kHeardCalls)) || !m_readiness.Open() ||
+      (options.listen && !m_relayed.Open(kHeardCalls)) || !m_readiness.Open() ||
       // The network may come up later.
       (!m_socket.Open(m_server) && errno != ENETUNREACH && errno != EHOSTUNREACH)) {
     CloseAll();
@@ -98,7 +98,7 @@ void GDQUdpClient::CloseAll() {
   m_readiness.Close();
   m_socket.Close();
   m_window.Close();
-  m_heard.Close();
+  m_relayed.Close();
 }
 
 void GDQUdpClient::Close() {
@@ -187,7 +187,7 @@ void GDQUdpClient::TakeDatagram(char* packet, unsigned size) {
   packet[size] = '\0';
   const char* const text = packet + kCookieSize;
   if (m_window.TakeAnswer(text, NowUs())) return NoteAnswer();
-  if (m_options.listen) m_heard.Append(text, size - kCookieSize);
+  if (m_options.listen) m_relayed.Append(text, size - kCookieSize);
 }
 
 void GDQUdpClient::NoteAnswer() {
@@ -256,7 +256,7 @@ void GDQUdpClient::OnSilence() {
 
 // Keeps an earlier time that is still to come, which saves system calls for each call sent.
 void GDQUdpClient::Arm() {
-  const uint64_t due = m_heard.IsEmpty() && !m_isWoken ? DueUs() : 1;  // 1: at once (0 would disarm)
+  const uint64_t due = m_relayed.IsEmpty() && !m_isWoken ? DueUs() : 1;  // 1: at once (0 would disarm)
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
   ReplaceClosed(true, kSettleMs);
   m_readiness.SetTime(due);
@@ -376,9 +376,9 @@ bool GDQUdpClient::DeliverCall() {
   char text[kMaxText + 1];
   {
     const Lock lock(this);
-    if (m_heard.IsEmpty()) return false;
-    memcpy(text, m_heard.Text(m_heard.First()), m_heard.At(m_heard.First()).length + 1);
-    m_heard.RemoveFirst();
+    if (m_relayed.IsEmpty()) return false;
+    memcpy(text, m_relayed.Text(m_relayed.First()), m_relayed.At(m_relayed.First()).length + 1);
+    m_relayed.RemoveFirst();
   }
   char* name = text;
   const char* args = SplitCall(&name);

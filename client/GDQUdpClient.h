@@ -26,8 +26,8 @@ namespace Velk {
 //   client.Flush(5000);
 //
 // Holds each call until the service acknowledges it, see SendWindow. Every call is run, in order, even if
-// datagrams are lost or the service restarts or is down. A call is run twice only if the service restarts or
-// forgets us before the acknowledgement arrives, or blocks for the first 4 s, see Unanswered.
+// datagrams are lost or the service restarts or is down, but see Unanswered. A call is run twice only if the
+// service restarts or forgets us before its acknowledgement arrives, or leaves our first calls unanswered.
 //
 // Joins and rejoins by itself. For that, an event loop must call Process() whenever Descriptor() is readable,
 // or a ClientThread must run. Without either, work is done only inside SendMsg() and Flush().
@@ -81,9 +81,9 @@ class GDQUdpClient final : public GDQUdpBase {
   // Leaves the service, which stops relaying to us. Drops the calls still held: call Flush() first.
   void Close() NO_THREAD_SAFETY_ANALYSIS;
 
-  // Takes one call and sends it as soon as possible. An empty text is a ping: it goes through the service's
-  // queue and does nothing. False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no room within
-  // Options::waitMs, EBADF not open, EPERM forked child.
+  // Takes one call and sends it as soon as possible. An empty text is a ping, which does nothing; if
+  // reliable, it goes through the service's queue. False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no
+  // room within Options::waitMs, EBADF not open, EPERM forked child.
   bool SendMsg(const char* text) override;
 
   // Splits a "LogMsg" that is too long into several, as Log() does.
@@ -145,15 +145,15 @@ class GDQUdpClient final : public GDQUdpBase {
   uint64_t m_armedUs GUARDED_BY(m_mutex) = 0;  // the time set in m_readiness
   PeerSocket m_socket GUARDED_BY(m_mutex){kFirstLocalPort, m_readiness};
   SendWindow m_window GUARDED_BY(m_mutex);
-  HeldLines m_heard GUARDED_BY(m_mutex);  // relayed calls, not yet delivered
+  HeldLines m_relayed GUARDED_BY(m_mutex);  // relayed calls, not yet delivered
   State m_state GUARDED_BY(m_mutex) = State::NotJoined;
   bool m_isJoined GUARDED_BY(m_mutex) = false;    // false: waiting for a nonce
   bool m_isBlocked GUARDED_BY(m_mutex) = false;   // the socket's send buffer is full
   bool m_isWoken GUARDED_BY(m_mutex) = false;     // see Wake()
   bool m_isAnswered GUARDED_BY(m_mutex) = false;  // acknowledged at least once since Open()
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the last join
-  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // last CONN or nonce, or when the socket filled up
-  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement or keep-alive ping
+  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // last CONN, nonce, failed send or start of a join
+  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement or ping sent
   // How long to wait for a nonce. Doubles until an acknowledgement arrives.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
   unsigned m_connects GUARDED_BY(m_mutex) = 0;      // CONNs without a nonce

@@ -37,8 +37,8 @@ class LogPrinter {
   // Logs text without formatting. Log(type, module, "%s", text) takes 16 % more instructions a line.
   void LogText(ELogMessageType type, const char* module, const char* text) EXCLUDES(m_mutex);
 
-  // Writes "[HH:MM:SS.mmm][# tid] module.level: text" to the console if m_consoleEnabled. Omits "module." if
-  // module is null or empty. tid is the kernel's thread id, right-aligned in four columns.
+  // Writes "[HH:MM:SS.mmm][#tid] module.level: text" to the console if m_consoleEnabled. Omits "module." if
+  // module is null or empty. tid is the kernel's thread id, padded with blanks to four columns.
   void PrintToConsole(const char* level, const char* module, const char* text);
 
   // Always call both, without nesting: Begin locks the printer until End, so the thread must not call Log()
@@ -47,9 +47,9 @@ class LogPrinter {
   void LogDebugBegin(const char* file, unsigned int line) ACQUIRE(m_mutex);
   void LogDebugEnd(const char* format, ...) __attribute__((format(printf, 2, 3))) RELEASE(m_mutex);
 
-  // Logs "UDP remote logging enabled", then also sends every later message to queue as the call "logmsg"
-  // (type, module, message). Cannot be undone; queue is not owned and must stay valid. Messages that the
-  // queue itself logs while sending are not sent.
+  // Instance() logs "UDP remote logging enabled". Then also sends every later message to queue as the call
+  // "logmsg" (type, module, message). queue is not owned and must stay valid. Messages that the queue itself
+  // logs while sending are not sent.
   void SetLogToGDQUdp(Velk::GDQUdpBase* queue);
 
   IDailyLog2* m_sink;  // not owned, must outlive all logging; null: none

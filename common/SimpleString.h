@@ -34,7 +34,7 @@ class SimpleString : public StringOps<SimpleString> {
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.
   SimpleString(unsigned capacity, unsigned growBy);
-  // The copy inherits the growth step.
+  // The copy inherits the growth step; an empty copy only until the next copy of any string.
   SimpleString(const SimpleString& other);
   ~SimpleString();
   SimpleString& operator=(const SimpleString& other) {

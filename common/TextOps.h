@@ -12,7 +12,7 @@ namespace Velk {
 // Lengths are in bytes. Any thread may call.
 class TextOps {
  public:
-  // Longest text of a string: positions are ints.
+  // Longest string: positions are ints.
   static constexpr unsigned kMaxLength = 0x7FFFFFFF;
   // Digits of the largest 64-bit number.
   static constexpr unsigned kMaxDigits = 20;
@@ -24,7 +24,8 @@ class TextOps {
   // Returns a copy, to be freed with delete[]; null for null.
   static char* Strdup(const char* text);
 
-  // For writev(2): an iovec needs a pointer to non-const. Null without a length counts as empty.
+  // For writev(2): an iovec needs a pointer to non-const. Without length: up to the NUL; null counts
+  // as empty.
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 

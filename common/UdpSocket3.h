@@ -1,4 +1,4 @@
-// Network layer: an IPv4 UDP socket. Logs nothing; failures set errno.
+// Network layer: an IPv4 UDP socket. Logs nothing; failed system calls set errno.
 #pragma once
 
 #include "common/InetAddress2.h"
