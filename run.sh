@@ -5,7 +5,11 @@ set -eu
 cd "$(dirname "$0")"
 
 if grep -qs '^ *[0-9]*: [0-9A-F]*:2AF9 ' /proc/net/udp; then
-  echo "UDP port 11001 is in use, probably by another syslog. End that first." >&2
+  echo "UDP port 11001 is in use, probably by another syslog. See build/syslogctl status." >&2
+  exit 1
+fi
+if [ -d build ] && [ ! -w build ]; then
+  echo "build/ belongs to another user. Remove it first." >&2
   exit 1
 fi
 tools/install.sh g++ cmake ninja-build

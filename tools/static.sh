@@ -1,6 +1,6 @@
 #!/bin/bash
-# Builds three forms of the static executables: with glibc, with musl, and with a musl built for size. Tests the
-# first and the last, and prints the sizes of all on disk and in memory. Writes to build*/ only.
+# Builds three static forms: static (with glibc), musl, and small (with a musl built for size). Tests the first and the
+# last, and prints the sizes of all on disk and in memory. Builds in build*/.
 # shellcheck disable=SC2317  # step() runs the functions
 set -u
 cd "$(dirname "$0")/.." || exit 1
@@ -10,11 +10,11 @@ tools/install.sh g++ cmake ninja-build python3 libgtest-dev musl-tools iproute2 
 limits() {
   local starved=test_restarts_a_child_that_runs_out_of_memory
   cat <<END
-static test_each_function a static program does not preload the library that makes system calls fail
-static test_serves_where_recvmmsg_is_refused the same library
+static test_each_function a static program ignores LD_PRELOAD
+static test_serves_where_recvmmsg_is_refused a static program ignores LD_PRELOAD
 static $starved a static service needs less address space than the test allows
-small test_each_function a static program does not preload the library that makes system calls fail
-small test_serves_where_recvmmsg_is_refused the same library
+small test_each_function a static program ignores LD_PRELOAD
+small test_serves_where_recvmmsg_is_refused a static program ignores LD_PRELOAD
 small $starved a static service needs less address space than the test allows
 small test_switches_forwarding_whatever_it_was_before musl's resolver takes longer than the tool waits for the service
 END

@@ -105,7 +105,7 @@ class Status(ToolTest):
         service, collector = self.forwarding_service()
         out = self.run_tool("status")[0]
         self.assertRegex(out, r"11001 serves, round trip \d+\.\d{3} ms\n")
-        self.assertRegex(out, rf"restarts +none\nforwards to +{collector.host}, as configured\ndropped +0 datagrams")
+        self.assertRegex(out, rf"restarts +0\nforwards to +{collector.host}, as configured\ndropped +0 datagrams")
         os.utime(CONFIG, (1 << 32, 1 << 32))
         self.assertIn("not known: /flash/conf/kavlune.conf has changed since the start", self.run_tool("status")[0])
         os.utime(CONFIG, (0, 0))
@@ -121,7 +121,7 @@ class Status(ToolTest):
         out = self.run_tool("status")[0]
         self.assertRegex(out, rf"running +since \d{{4}}-.*, process {service.pid}\n")
         self.assertRegex(out, rf"\nserving +since .*, process {child}\n")
-        self.assertRegex(out, r"restarts +unknown.*\nforwards to .*, as configured; .*\ndropped +[1-9]\d* datagrams")
+        self.assertRegex(out, r"restarts +unknown.*\nforwards to +not known: .*; at start .*, as configured\ndropped +[1-9]\d* datagrams")
         self.assertRegex(out, r"memory +RSS \d+ \+ \d+ KiB, PSS [1-9]\d* \+ [1-9]\d* KiB\n$")
         service.kill_child()
         self.run_tool("remote", "on", "127.0.0.9")

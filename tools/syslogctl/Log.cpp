@@ -14,7 +14,7 @@
 namespace Ctl {
 namespace {
 
-// More than the client sends at once, so that input is read while lines wait for an answer. 64 KiB.
+// More than the client sends at once, so that input is read while lines wait. 64 KiB of memory.
 constexpr unsigned kHeldLines = 256;
 
 // Shows progress on the terminal after two seconds.
@@ -29,13 +29,13 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // held counts datagrams: a long line takes several.
-  void Show(unsigned long long lines, unsigned held, unsigned long long bytes) {
+  // A long line takes several calls.
+  void Show(unsigned long long lines, unsigned calls, unsigned long long bytes) {
     const time_t now = m_isShown ? time(nullptr) : 0;
     if (!m_isShown || now < m_next) return;
     m_next = now + 1;
     char text[100];
-    const int length = snprintf(text, sizeof text, "%llu lines read, %u held until confirmed", lines, held);
+    const int length = snprintf(text, sizeof text, "%llu lines read, %u calls not confirmed", lines, calls);
     if (m_total > 0) {
       snprintf(text + length, sizeof text - static_cast<size_t>(length), ", %.0f %%",
                100.0 * static_cast<double>(bytes) / static_cast<double>(m_total));

@@ -83,7 +83,7 @@ bool ReadProcess(pid_t pid, Process* process) {
   unsigned long minor = 0;
   unsigned long major = 0;
   unsigned long long ticks = 0;
-  // From the end of the name: parent, minor and major page faults of ended children, start time. See proc(5).
+  // After the name: parent, page faults of ended children (any: a child has ended), start time. See proc(5).
   constexpr char kForm[] =
       ") %*c %d %*d %*d %*d %*d %*u %*u %lu %*u %lu %*u %*u %*d %*d %*d %*d %*d %*d %llu";
   if (sscanf(nameEnd, kForm, &parent, &minor, &major, &ticks) != 4) return false;

@@ -91,8 +91,8 @@ void PrintSince(const char* what, const Process& process) {
   localtime_r(&process.start, &local);
   strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
   const long seconds = static_cast<long>(time(nullptr) - process.start);
-  printf("%-12s since %s, for %ld:%02ld:%02ld hours, process %d\n", what, text, seconds / 3600,
-         seconds / 60 % 60, seconds % 60, static_cast<int>(process.pid));
+  printf("%-12s since %s, for %ld:%02ld:%02ld, process %d\n", what, text, seconds / 3600, seconds / 60 % 60,
+         seconds % 60, static_cast<int>(process.pid));
 }
 
 void PrintMemory(pid_t child, pid_t supervisor) {
@@ -130,20 +130,17 @@ void PrintForwarding(const History* history, const Process& supervisor) {
     AppendPrintable(target, file.GetString("Data", Velk::kRemoteLogAddress, ""));
   }
   const bool isSure = isLogged || (history != nullptr && history->HasStart());
-  printf("%-12s %s%s%s\n", "forwards to", target.IsEmpty() ? "nowhere" : target.Str(),
-         isLogged ? "" : ", as configured",
-         isSure ? "" : "; the log does not go back far enough to tell whether that changed");
+  printf("%-12s %s%s%s\n", "forwards to",
+         isSure ? "" : "not known: the log does not go back far enough; at start ",
+         target.IsEmpty() ? "nowhere" : target.Str(), isLogged ? "" : ", as configured");
 }
 
 void PrintRestarts(const History* history, bool hasLostChild) {
   const bool isKnown = history != nullptr && history->IsWhole();
-  printf("%-12s ", "restarts");
-  if (!hasLostChild || (isKnown && history->Restarts() == 0)) {
-    printf("none\n");
-  } else if (isKnown) {
-    printf("%u\n", history->Restarts());
+  if (isKnown || !hasLostChild) {
+    printf("%-12s %u\n", "restarts", isKnown ? history->Restarts() : 0);
   } else {
-    printf("unknown: the log does not go back to the start\n");
+    printf("%-12s unknown: the log does not go back to the start\n", "restarts");
   }
 }
 
