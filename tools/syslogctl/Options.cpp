@@ -11,6 +11,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "common/InetAddress2.h"
 #include "common/Timer64x.h"
 #include "tools/syslogctl/Severity.h"
@@ -311,7 +313,8 @@ Outcome Parser::ParseOptions(int argc, char** argv, const char* letters) {
       fputs("syslogctl " VELK_VERSION "\n", stdout);
       return FlushAndEnd();
     }
-    if (letter == '?' || letter == ':') return RefuseOption(letter, argv[optind - 1]);
+    // If a value is missing at the end, optind is argc + 1 in musl.
+    if (letter == '?' || letter == ':') return RefuseOption(letter, argv[std::min(optind, argc) - 1]);
     if (letter == 'c') letter = 'n';  // ping(8) calls it -c
     if (letter == 'h') {
       m_isHelp = true;

@@ -90,8 +90,8 @@ void PrintSince(const char* what, const Process& process) {
   tm local{};
   localtime_r(&process.start, &local);
   strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  const long seconds = static_cast<long>(time(nullptr) - process.start);
-  printf("%-12s since %s, for %ld:%02ld:%02ld, process %d\n", what, text, seconds / 3600, seconds / 60 % 60,
+  const auto seconds = static_cast<unsigned long>(time(nullptr) - process.start);
+  printf("%-12s since %s, for %lu:%02lu:%02lu, process %d\n", what, text, seconds / 3600, seconds / 60 % 60,
          seconds % 60, static_cast<int>(process.pid));
 }
 

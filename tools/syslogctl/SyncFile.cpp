@@ -88,9 +88,9 @@ int ExplainOldFile(bool isThere) {
   if (IsDiskFull()) {
     Say("%s is %s: its file system is full", kSyncPath, state);
   } else if (isThere && lstat(kSyncPath, &status) == 0) {
-    Say("%s is %s: either the service cannot replace the file (user %u, mode %03o; check the owner, "
-        "and the permissions of /tmp), or it has another /tmp, as in a container",
-        kSyncPath, state, static_cast<unsigned>(status.st_uid), static_cast<unsigned>(status.st_mode & 0777));
+    Say("%s is %s: either the service cannot replace the file of user %u (check the permissions of /tmp), "
+        "or it has another /tmp, as in a container",
+        kSyncPath, state, static_cast<unsigned>(status.st_uid));
   } else {
     Say("%s is %s: either the service cannot create it (check the permissions of /tmp), or it has another "
         "/tmp, as in a container",
