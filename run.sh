@@ -5,7 +5,7 @@ set -eu
 cd "$(dirname "$0")"
 
 if grep -qs '^ *[0-9]*: [0-9A-F]*:2AF9 ' /proc/net/udp; then
-  echo "UDP port 11001 is in use, probably by another syslog. See build/syslogctl status." >&2
+  echo "UDP port 11001 is in use, probably by another syslog. End that first; syslogctl status shows it." >&2
   exit 1
 fi
 if [ -d build ] && [ ! -w build ]; then

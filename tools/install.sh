@@ -21,4 +21,5 @@ echo "Installing Debian packages:$missing"
 export DEBIAN_FRONTEND=noninteractive
 # shellcheck disable=SC2086  # a list of words
 apt-get install -y -qq --no-install-recommends $missing >/dev/null 2>&1 ||
-  { apt-get update -qq && apt-get install -y -qq --no-install-recommends $missing >/dev/null; }
+  { apt-get update -qq && apt-get install -y -qq --no-install-recommends $missing >/dev/null; } ||
+  { echo "Cannot install:$missing. Is there a network?" >&2; exit 1; }

@@ -32,7 +32,7 @@ strict="-Wall -Wextra -Wpedantic -Werror"
 }
 for program in c cpp c_static no_memory; do "$work/$program"; echo "  $program: ok"; done
 
-sed -n '/^```cpp$/,/^```$/{//!p}' "$here/../../README.md" >"$work/own_log.cpp"
+sed -n '/^```cpp$/,/^```$/{//!p}' "$here/../../README.md" | sed "s,/tmp/mylog,$work/mylog," >"$work/own_log.cpp"
 use() {  # NAME CMAKE-OPTION...
   folder=$work/$1
   shift
