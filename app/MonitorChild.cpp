@@ -22,7 +22,7 @@ void DieWithSupervisor(pid_t supervisor) {
   if (parent != supervisor && parent != 0) _exit(1);
 }
 
-// In shared memory: whether the current child has served a peer. Null: no shared memory.
+// In shared memory: whether the current child has received a datagram. Null: no shared memory.
 volatile bool* s_hasServed = nullptr;
 
 // False: the child was killed from outside. One that cannot serve (port taken, no memory for a thread, system

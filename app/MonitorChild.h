@@ -10,5 +10,5 @@
 // ends.
 bool MonitorChild();
 
-// Call it in the child after it has served a peer.
+// Call it in the child after it has received a datagram.
 void ReportServing();

@@ -85,7 +85,7 @@ def survive(harness, kind, prepare):
     reader, writer = os.pipe()
     exits = []
 
-    def read_console():  # from a pipe: the memory of a file in /tmp would count too
+    def read_console():  # from a pipe: /tmp is in memory, so a file there would count against the limit
         with os.fdopen(reader, encoding="latin-1") as console:
             exits.extend(line.strip() for line in console if "Child exited" in line)
     console = threading.Thread(target=read_console)

@@ -11,7 +11,7 @@
 
 namespace Ctl {
 
-// The file's content at the end of the last Get().
+// The file's content when Get() last read it.
 class SyncFile {
  public:
   SyncFile() = default;
@@ -19,9 +19,9 @@ class SyncFile {
   SyncFile& operator=(const SyncFile&) = delete;
   ~SyncFile();
 
-  // Makes the service write the file, and reads it. kDone: it is new and not empty. Any other result: it
-  // failed and printed why. waits: the wait for the service has no timeout; an interrupt ends it with kDone
-  // and no file, so check Session::IsInterrupted().
+  // Makes the service write the file, and reads it. kDone: it is new and not empty. If waits is true, the
+  // wait has no timeout, and kDone also means that an interrupt ended it: check Session::IsInterrupted(). Any
+  // other result: it failed and printed why.
   int Get(const Options& options, Session& session, bool waits);
 
   const char* Begin() const { return m_bytes; }
