@@ -1,6 +1,7 @@
 #include "common/IniFile3.h"
 
 #include <ctype.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <float.h>
 #include <limits.h>
@@ -55,7 +56,10 @@ void IniFile3::ClearSections() {
 
 bool IniFile3::StorePath(const char* path) {
   const size_t length = strlen(path);
-  if (length >= kPathSize) return false;
+  if (length >= kPathSize) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
   memmove(m_path, path, length + 1);  // path may be m_path
   return true;
 }
@@ -122,7 +126,7 @@ int IniFile3::Load(const char* path) {
   const bool isStored = path != nullptr && StorePath(path);  // path may be a value that is deleted below
   ClearSections();
   if (!isStored) m_path[0] = '\0';
-  const int fd = open(m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  const int fd = isStored ? open(m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) : -1;
   if (fd < 0) return 0;
   if (ReadFrom(fd)) return 1;
   ClearSections();

@@ -238,10 +238,6 @@ void Checker::CheckValues() {
 }
 
 bool Checker::Run() {
-  if (strlen(m_path) >= IniFile3::kPathSize) {
-    errno = ENAMETOOLONG;
-    return false;
-  }
   // Load() first: it refuses all but regular files, and fopen() would block on a pipe.
   FILE* const file = m_file.Load(m_path) != 0 ? fopen(m_path, "re") : nullptr;
   if (file == nullptr) return false;
