@@ -18,11 +18,13 @@
 #include "common/DailyLog2.h"
 #include "common/GDQ.h"
 #include "common/LogPrinter.h"
+#include "common/ServiceNames.h"
 
 namespace {
 
 // The module name of the service's own lines.
 constexpr char kName[] = "Syslog";
+constexpr unsigned kRingCapacity = 500;  // messages
 
 // Protects the process from the state that it was started in. A closed standard descriptor would be reused by
 // the next file or socket, which would then get the console's lines. A closed pipe or a file size limit would
@@ -43,8 +45,8 @@ void MakeProcessRobust() {
   Velk::Console::NeverWaitOnThisThread(kName);
 }
 
-void LoadConfiguration(const char* path) {
-  if (AppData::GetInstance()->Load(path)) return;
+void LoadConfiguration() {
+  if (AppData::GetInstance()->Load(Velk::kConfigPath)) return;
   LogPrinter::Instance()->Log(Warning, nullptr, "Was not able to load conf options!\n");
 }
 
@@ -68,10 +70,10 @@ void SelectTrace(int argc, char** argv) {
   log->m_traceEnabled = debug;
 }
 
-int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server, DailyLog2& dailyLog) {
-  if (!server.Open(values.password, values.port)) {
+int Serve(Velk::GDQUdpSrv& server, DailyLog2& dailyLog) {
+  if (!server.Open(Velk::kServicePassword, Velk::kServicePort)) {
     const char* const why = strerror(errno);
-    LogPrinter::Instance()->Log(Error, nullptr, "UDP port %u: %s\n", values.port, why);
+    LogPrinter::Instance()->Log(Error, nullptr, "UDP port %u: %s\n", Velk::kServicePort, why);
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open GDQ client!\n");
     return 1;
   }
@@ -86,7 +88,7 @@ int Serve(const ServiceValues& values, Velk::GDQUdpSrv& server, DailyLog2& daily
 // Runs the child. Once the worker thread runs, leaves with _exit(2) and destroys nothing: the worker thread
 // may be blocked on the console in a handler, so it cannot be stopped, and it still uses the queue and its
 // targets.
-int RunChild(const ServiceValues& values, DailyLog2& dailyLog) {
+int RunChild(DailyLog2& dailyLog) {
   LogPrinter::Instance()->Log(Info, nullptr, "Continuing...\n");
   ErrReporter reporter;
   Velk::GDQ queue(0, 0, "AppThread2", false);
@@ -102,17 +104,17 @@ int RunChild(const ServiceValues& values, DailyLog2& dailyLog) {
     LogPrinter::Instance()->Log(Error, nullptr, "Unable to open queue!\n");
     return 1;
   }
-  _exit(Serve(values, server, dailyLog));
+  _exit(Serve(server, dailyLog));
 }
 
 }  // namespace
 
-int RunService(const ServiceValues& values, int argc, char** argv) {
+int RunService(int argc, char** argv) {
   MakeProcessRobust();
   LogPrinter* const log = LogPrinter::Instance();
   log->m_appName.Set(kName, 0);
-  LoadConfiguration(values.configPath);
-  DailyLog2 dailyLog(values.ringCapacity, values.syncPath);
+  LoadConfiguration();
+  DailyLog2 dailyLog(kRingCapacity, Velk::kSyncPath);
   EnableConfiguredSyslog(dailyLog);
   log->m_sink = &dailyLog;
   SelectTrace(argc, argv);
@@ -120,5 +122,5 @@ int RunService(const ServiceValues& values, int argc, char** argv) {
     log->Log(Info, nullptr, "Exiting application...\n");
     return 1;
   }
-  return RunChild(values, dailyLog);
+  return RunChild(dailyLog);
 }

@@ -2,5 +2,5 @@
 #include "app/Service.h"
 
 int main(int argc, char** argv) {
-  return RunService(ServiceValues{}, argc, argv);
+  return RunService(argc, argv);
 }
