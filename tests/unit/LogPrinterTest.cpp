@@ -6,7 +6,7 @@
 
 namespace {
 
-// Also keeps the module of each line. Silences the singleton while it exists.
+// Keeps type, module and text of each line, in seen only. Silences the singleton while it exists.
 struct Sink : CapturedLog {
   void Log(ELogMessageType type, const char* module, const char* text) override {
     seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);
@@ -31,8 +31,11 @@ TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
   RemotePeer peer;
   LogPrinter printer(&sink);
   StdoutPipe out;
-  printer.SetLogToGDQUdp(&peer);
+  LogPrinter::Instance()->SetLogToGDQUdp(&peer);
   EXPECT_TRUE(peer.sent.empty()) << "the notice must not go to the peer";
+  LogPrinter::Instance()->SetLogToGDQUdp(nullptr);
+  peer.sent.clear();
+  printer.SetLogToGDQUdp(&peer);
   out.Read();
   const std::string text(3000, 'x');
   printer.Log(Info, "m", "%s", text.c_str());
