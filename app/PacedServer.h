@@ -11,8 +11,8 @@ class PacedServer final : public Velk::GDQUdpSrv {
   // The queue is not owned and must outlive the server.
   explicit PacedServer(Velk::GDQ& queue) : m_queue(queue) {}
 
-  // Maximum number of calls pending on the queue: up to 5 MB, less than a second of work. Further datagrams
-  // wait in the socket's buffer; the kernel drops those that do not fit.
+  // Receiving pauses while this many calls are pending on the queue, 7 MB at most. Further datagrams wait in
+  // the socket's buffer; the kernel drops those that do not fit.
   static constexpr uint32_t kMaxPendingCalls = 2000;
 
   void AfterBatch(bool isDrained) override;

@@ -46,7 +46,7 @@ bool RemoteMessages::SyncVar(const Velk::IArgsList*) {
 
 bool RemoteMessages::LogMsg(const Velk::IArgsList* args) {
   if (args == nullptr || args->GetCount() != 3) return false;
-  // The type is not checked: the printer and the log handle unknown ones. LogText() does not format, so a
+  // The type is not checked: the printer and its sink handle unknown ones. LogText() does not format, so a
   // peer's percent signs are plain text.
   const auto type = static_cast<ELogMessageType>(args->GetItem(0)->AsInt());
   LogPrinter::Instance()->LogText(type, args->GetItem(1)->AsStr(), args->GetItem(2)->AsStr());

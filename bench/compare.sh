@@ -2,7 +2,7 @@
 # Compares the service with a minimal floor and with other log daemons that do the same work, in one run:
 #   bench/compare.sh [ROUNDS] [LINES]
 # Needs root, for its own namespaces. Installs Debian packages, but only unpacks rsyslog and syslog-ng, which conflict,
-# into build/collectors. Builds musl in build-small. Writes docs/benchmarks.md and docs/benchmarks.svg.
+# into build/collectors. Builds musl in build-small. Updates docs/benchmarks.md and docs/benchmarks.svg.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3 busybox strace gnuplot-nox musl-tools

@@ -41,7 +41,7 @@ bool PeerSocket::TakeNonce(const char* nonce, const char* password) {
   md5.AddBinary(nonce, kCookieSize);
   md5.AddString(password);
   md5.GetDigest(cookie);
-  if (IsForUs(reinterpret_cast<char*>(cookie))) return false;
+  if (IsForUs(reinterpret_cast<char*>(cookie))) return false;  // the cookie that we have
   memcpy(m_cookie, cookie, kCookieSize);
   return m_hasCookie = true;
 }

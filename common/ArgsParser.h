@@ -5,9 +5,9 @@
 
 namespace Velk {
 
-// Argument text: arguments separated by white space (isspace(3)). One that begins with ' ` or " ends at the
-// next such quote, and the next argument may follow without white space; a tilde in it makes the next
-// character literal. In any other argument no character is special.
+// Argument text: arguments separated by white space (isspace(3)). In one that begins with ' ` or " a tilde
+// makes the next character literal; it ends at the next such quote, and the next argument may follow without
+// white space. In any other argument no character is special.
 //
 // One thread at a time. Keeps its buffers: parsing a text of up to 255 characters allocates nothing.
 class ArgsParser {
@@ -40,11 +40,11 @@ class ArgsParser {
   virtual ~ArgsParser();
 
   // Parses text; null counts as empty. Invalidates the texts of the previous parse. False: more than maxArgs
-  // arguments, a missing closing quote, or a tilde at the end of a quoted text. The arguments before the
-  // error stay available.
+  // arguments, a missing closing quote, or a tilde at the end of a quoted text. What was parsed
+  // before the error stays available.
   bool ParseArgs(const char* text);
 
-  // The arguments of the last parse. The parser owns the object and updates it only in GetArgs().
+  // The arguments of the last parse, until the next. The parser owns the list; call this after each parse.
   const Args* GetArgs();
 
  private:

@@ -24,13 +24,14 @@ class TextOps {
   // Returns a copy, to be freed with delete[]; null for null.
   static char* Strdup(const char* text);
 
-  // For writev(2): an iovec needs a pointer to non-const. Without length: up to the NUL; null counts
-  // as empty.
+  // Returns text as an iovec, whose pointer is to non-const. Without length: up to the NUL; null counts as
+  // empty.
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
-  // Returns the start of the UTF-8 character that contains text[at], for cutting text. Returns at if there is
-  // no start in the three bytes before it, or only at 0, where a cut would leave nothing. Reads text[at].
+  // Returns where to cut text: at the start of the UTF-8 character that contains text[at]. At text[at] itself
+  // if the three bytes before it contain no start, or only text[0]: then nothing would be left. Reads
+  // text[at].
   static size_t CharacterStart(const char* text, size_t at);
   // Whether c is a byte of a UTF-8 character, but not its first.
   static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }

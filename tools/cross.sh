@@ -28,7 +28,7 @@ emulator_limits() {
   cat <<'END'
 unit UdpSocket3.JoinsAndLeavesAGroup qemu-user has no IP_MULTICAST_IF
 unit UdpSocket3.SetsTheOptionsOfIp qemu-user has no IP_MULTICAST_IF
-unit InetAddress2.DoesNotResolveWithoutMemory the memory limit applies to the emulator too
+unit InetAddress2.DoesNotAbortWithoutMemory the memory limit applies to the emulator too
 service test_each_function the preloaded library that makes system calls fail is built for this machine only
 service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_that_runs_out_of_memory the emulator needs more address space than the limit allows

@@ -1,4 +1,4 @@
-/* Uses the installed libvelk, as C99 and as C++. No service runs: the line is held, and errno says why. */
+/* Uses libvelk, as C99 and as C++. No service runs: the line is held, and errno says why. */
 #ifndef _POSIX_C_SOURCE
 #define _POSIX_C_SOURCE 200809L
 #endif
@@ -19,7 +19,7 @@ static std::string text() {
 #define TEXT "x"
 #endif
 
-/* In a forked child every use of the handle must fail. */
+/* In a forked child velk_log() and velk_flush() must fail. */
 static int is_refused_in_child(velk* log) {
   int status = -1;
   const pid_t child = fork();

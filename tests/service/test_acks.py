@@ -14,7 +14,7 @@ class Acks(ServiceTest):
         (asker or self.asker).call(b"WithAck %s %d %s" % (client, number, call))
 
     def ack(self, asker=None):
-        """Returns the next ack as "CLIENT LAST NUMBER REFUSED". Fails if another datagram arrives."""
+        """Returns the next ack as "CLIENT LAST NUMBER REFUSED". Fails on any other datagram."""
         asker = asker or self.asker
         datagram = asker.receive()
         self.assertIsNotNone(datagram, "no answer")

@@ -52,7 +52,7 @@ class Calls(ServiceTest):
             "SetVar(remotelog_addr=127.0.0.2)", "SetVar(other=thing)", "ERROR: OnDispatchError(SetVar,remotelog_type)",
             "ERROR: OnDispatchError(SetVar,remotelog_type x y)", "SyncVar()")])
         self.assertIn(b"<131>Syslog.Trace: SyncVar()\n", collector.heard())
-        # A change of either variable is enough.
+        # A change of the type alone is enough.
         peer.call(b"SetVar remotelog_type none")
         peer.call(b"SyncVar")
         service.fence(peer)

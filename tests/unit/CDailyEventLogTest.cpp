@@ -31,7 +31,7 @@ bool Collect(const char* name, const char* fullPath, void* context) {
 
 }  // namespace
 
-TEST_F(CDailyEventLogTest, NamesTheFileAndListsItsOwn) {
+TEST_F(CDailyEventLogTest, NamesAndListsItsFiles) {
   // Base name, extension, file name; a file that is listed, and one that is not.
   const std::tuple<const char*, const char*, const char*, const char*, const char*> rows[] = {
       {"event", nullptr, "event2024-01-02.log", "EVENT-old.LOG", "vent2024-01-02.log"},

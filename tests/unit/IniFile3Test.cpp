@@ -47,7 +47,7 @@ TEST_F(IniFile3Test, SavesLinesAsListed) {
   ini.SetString("A", "null", nullptr);
   ini.SetString(nullptr, "first", "");
   ini.SetString("A", nullptr, "no key");
-  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // points into the value that it replaces
+  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // the same key as k: points into its old value
   EXPECT_NE(0, ini.Save(m_dir.Path("out.ini").c_str()));
   EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n",
             m_dir.Read("out.ini"));
@@ -114,16 +114,16 @@ TEST_F(IniFile3Test, LoadsRegularFilesOnlyAndSavesToOthersToo) {
   ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
   const std::string tooLong = m_dir.Path(std::string(300, 'p'));
   const std::tuple<std::string, bool> rows[] = {
-      // path, whether it can be written
+      // path, whether Save() succeeds
       {m_dir.path, false}, {fifo, true}, {"/dev/zero", true}, {m_dir.Path("none/a.ini"), false},
       {tooLong, false},    {"", false},
   };
-  for (const auto& [path, isWritable] : rows) {
+  for (const auto& [path, isSaved] : rows) {
     IniFile3 ini;
     ini.SetString("A", "k", "old");
     EXPECT_EQ(0, ini.Load(path.c_str())) << path;
     EXPECT_EQ("", Dump(ini)) << path;
-    EXPECT_EQ(isWritable, ini.Save(nullptr) != 0) << path;
+    EXPECT_EQ(isSaved, ini.Save(nullptr) != 0) << path;
   }
   IniFile3 ini;
   EXPECT_EQ(0, ini.Load(nullptr));

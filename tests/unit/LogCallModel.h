@@ -16,8 +16,8 @@ inline bool IsUtf8(const std::string& text) {
   return std::all_of(wide.begin(), wide.end(), [](wchar_t c) { return c <= 0x10FFFF; });
 }
 
-// Checks that the pieces join to the text, and that each is a valid call and cut between characters. Returns
-// their number.
+// Checks that the pieces join to the text, that each is a valid call, and that UTF-8 is cut between
+// characters. Returns the number of pieces.
 inline unsigned CheckPieces(Velk::LogCall&& call, ELogMessageType type, const char* module,
                             std::string text) {
   EXPECT_TRUE(call.IsValid());

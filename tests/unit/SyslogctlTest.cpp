@@ -100,7 +100,7 @@ TEST(SyslogctlLines, OfOtherProgramsAreUnderstood) {
       {"<11>a[12345678901234567]: b", "3|user||||a[12345678901234567]: b"},
       {"<13>Jan 12 10:00:0x a: b", "1|user||||Jan 12 10:00:0x a: b"},
       {"<13>dmesg: [  1.5] up\nand on", "1|dmesg||||[  1.5] up\nand on"},
-      // A time of RFC 3339, with and without a host.
+      // A time of RFC 3339 or nearly, with and without a host.
       {"<14>2024-01-02T10:00:00.123+01:00 box net[7]: up", "1|net|7|||up"},
       {"<14>2024-01-02T10:00:00.123456Z net[7]: a: b", "1|net|7|||a: b"},
       {"<14>2024-01-02T10:00:00,5-0330 fe80::1 net: up", "1|net||||up"},

@@ -25,6 +25,7 @@ class WindowModel {
 
  private:
   static constexpr uint64_t kMs = 1000, kSecond = 1000000;
+  static constexpr unsigned kMayRunAgain = UINT_MAX;  // ran under an old name, so its own copy may follow
   static constexpr size_t kWithName = 8 + Velk::SendWindow::kNameLength;  // "WithAck NAME"
 
   struct Path {
@@ -116,24 +117,24 @@ class WindowModel {
     for (const std::string& text : std::exchange(m_queue, {})) {
       Lines ran;
       m_toClient.Put(m_choices, m_nowUs, m_service.Take(text, &ran));
-      // A late copy under a name that the service has forgotten makes the name known again and is run.
-      const bool isLate = m_born[text.substr(0, kWithName)] != m_losses;
-      for (const std::string& call : ran) NoteRun(static_cast<size_t>(std::stoul(call.substr(5))), isLate);
+      // The service may have forgotten a name older than the last loss. A late copy then runs again.
+      const bool isOld = m_born[text.substr(0, kWithName)] != m_losses;
+      for (const std::string& call : ran) NoteRun(static_cast<size_t>(std::stoul(call.substr(5))), isOld);
     }
   }
 
   // Each call's first run is in order. A call runs again only after the service forgot the client.
-  void NoteRun(size_t call, bool isLate) {
+  void NoteRun(size_t call, bool isOld) {
     size_t next = m_lastRun.empty() ? 0 : m_lastRun.rbegin()->first + 1;
     while (next < m_isRefusable.size() && m_isRefusable[next]) ++next;
     ASSERT_LE(call, next);
     if (call != next) {
-      ASSERT_TRUE(m_lastRun[call] != m_losses || isLate) << call;
+      ASSERT_TRUE(m_lastRun[call] != m_losses || isOld) << call;
     }
-    m_lastRun[call] = isLate ? UINT_MAX : m_losses;  // the call itself may arrive after a late copy
+    m_lastRun[call] = isOld ? kMayRunAgain : m_losses;
   }
 
-  // Calls that are no longer held must have been run.
+  // Calls that are no longer held must have been run or refused.
   void CheckHeld() {
     const size_t done = m_appended - m_window.Held();
     for (; m_checked < done; ++m_checked)
@@ -151,6 +152,6 @@ class WindowModel {
   unsigned m_appended = 0, m_refusable = 0;
   std::vector<bool> m_isRefusable;
   std::map<std::string, unsigned> m_born;  // name to m_losses at its start
-  std::map<size_t, unsigned> m_lastRun;    // call to m_losses at its last run; UINT_MAX if of a late copy
+  std::map<size_t, unsigned> m_lastRun;    // call to m_losses at its last run, or kMayRunAgain
   size_t m_checked = 0;
 };

@@ -27,7 +27,7 @@ class History {
 
   // The log goes back to the start of the service.
   bool IsWhole() const { return m_isWhole; }
-  // The log goes back to the start of the child, which first forwards as configured.
+  // The log goes back to the start of the child. A new child forwards as configured.
   bool HasStart() const { return m_starts != 0; }
   unsigned Restarts() const { return m_starts != 0 ? m_starts - 1 : 0; }
   // Forwarding was changed since the start of the child.
@@ -130,8 +130,7 @@ void PrintForwarding(const History* history, const Process& supervisor) {
     AppendPrintable(target, file.GetString("Data", Velk::kRemoteLogAddress, ""));
   }
   const bool isSure = isLogged || (history != nullptr && history->HasStart());
-  printf("%-12s %s%s%s\n", "forwards to",
-         isSure ? "" : "not known: the log does not go back far enough; at start ",
+  printf("%-12s %s%s%s\n", "forwards to", isSure ? "" : "not known from the log; at start ",
          target.IsEmpty() ? "nowhere" : target.Str(), isLogged ? "" : ", as configured");
 }
 
@@ -140,7 +139,7 @@ void PrintRestarts(const History* history, bool hasLostChild) {
   if (isKnown || !hasLostChild) {
     printf("%-12s %u\n", "restarts", isKnown ? history->Restarts() : 0);
   } else {
-    printf("%-12s unknown: the log does not go back to the start\n", "restarts");
+    printf("%-12s not known from the log\n", "restarts");
   }
 }
 

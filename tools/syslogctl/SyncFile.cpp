@@ -82,7 +82,7 @@ bool IsDiskFull() {
 }
 
 // The service ran the call, but there is no new file.
-int ExplainOldFile(bool isThere) {
+int ExplainNoNewFile(bool isThere) {
   const char* const state = isThere ? "out of date" : "missing";
   struct stat status;
   if (IsDiskFull()) {
@@ -100,7 +100,7 @@ int ExplainOldFile(bool isThere) {
 }
 
 int ExplainError(int error) {
-  if (error == ENOENT) return ExplainOldFile(false);
+  if (error == ENOENT) return ExplainNoNewFile(false);
   if (error == EINVAL || error == ELOOP) {
     Say("%s is not a regular file of at most %zu MiB, so it is not the service's: remove it", kSyncPath,
         kMaxFile >> 20);
@@ -134,8 +134,8 @@ bool SyncFile::IsOfService(const Options& options) const {
 // The service acknowledges the call even if it could not write the file. A written file differs from the one
 // before in its inode or its time.
 int SyncFile::Get(const Options& options, Session& session, bool waits) {
-  // If the service can only overwrite the file, its time changes no sooner than the kernel's next clock tick,
-  // up to 10 ms later. So try again after a pause.
+  // If the service can only overwrite the file, a write less than a clock tick (up to 10 ms) after the last
+  // one leaves its time unchanged. So try again after a pause.
   constexpr int kTries = 2;
   constexpr unsigned kPauseMs = 20;
   const Version before = VersionNow();
@@ -153,7 +153,7 @@ int SyncFile::Get(const Options& options, Session& session, bool waits) {
     // An empty file: the disk was full.
     if (m_size != 0 && m_version != before) return kDone;
   }
-  return ExplainOldFile(true);
+  return ExplainNoNewFile(true);
 }
 
 }  // namespace Ctl
