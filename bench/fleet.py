@@ -23,7 +23,8 @@ import namespace  # noqa: E402
 LOGS = "/tmp/devices"
 # Each program, and the receive buffer as its configuration writes it.
 PROGRAMS = {"rsyslog": '"16m"', "syslog-ng": "(16777216)"}
-# The kernel doubles the value: 106,496 gives the default of 212,992 bytes. The others need a higher rmem_max.
+# The kernel doubles the value: 106,496 gives the default of 212,992 bytes. The others need a higher rmem_max in
+# syslog-ng; rsyslog as root may exceed it.
 BUFFERS = {106496: "usual", 1 << 20: "1 MiB", 4 << 20: "4 MiB", 16 << 20: "16 MiB"}
 IDLE = 1  # seconds without work after which the collector is done
 
@@ -84,9 +85,9 @@ def until_idle(pid):
 def measure(program, devices, rate, lines, buffer):
     """Runs a newly started collector under one load."""
     shutil.rmtree(LOGS, ignore_errors=True)
-    size = PROGRAMS[program]
-    value = size[0] + str(buffer) + size[-1]
-    collector = collectors.Collector(f"{program}-fleet", f"{program}-to-files", **{size: value})
+    old = PROGRAMS[program]
+    new = old[0] + str(buffer) + old[-1]
+    collector = collectors.Collector(f"{program}-fleet", f"{program}-to-files", **{old: new})
     pid = collector.process.pid
     wait_until_listening()
     fleet(devices, 1000, devices * 4)  # opens the files, as a long-running collector has them open
@@ -145,7 +146,7 @@ def bursts():
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("what", choices=["rates", "bursts"])
-    parser.add_argument("--seconds", type=int, default=5, help="length of each load")
+    parser.add_argument("--seconds", type=int, default=5, help="length of each load of rates")
     args = parser.parse_args()
     status = namespace.enter()
     if status is not None:

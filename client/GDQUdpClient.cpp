@@ -19,7 +19,7 @@ namespace {
 constexpr uint64_t kMs = 1000;
 constexpr unsigned kConnectMs = 30;
 constexpr unsigned kMostConnectMs = 1000;
-constexpr unsigned kReopenConnects = 4;  // CONNs from one socket: our local address may have changed
+constexpr unsigned kReopenConnects = 4;  // a new socket after as many CONNs: our address may have changed
 constexpr unsigned kUnansweredSilences = 4;
 constexpr unsigned kSilencesPerConnect = 32;  // at most this many timeouts between two CONNs
 constexpr unsigned kFallbackSilences = 7;     // about 4 s
@@ -62,10 +62,10 @@ GDQUdpClient::~GDQUdpClient() {
 bool GDQUdpClient::Open(const char* server, const char* password, const Options& options) {
   Close();
   if (server == nullptr) server = "";
-  const bool hasPort = InetAddress2::HasValidPort(server);
+  const bool isPortOk = InetAddress2::HasValidPort(server);
   errno = 0;
-  const bool hasHost = hasPort && m_server.SetAddressString(server, kDefaultPort);
-  if (!hasHost && errno != ENOMEM) errno = hasPort ? EHOSTUNREACH : EINVAL;
+  const bool hasHost = isPortOk && m_server.SetAddressString(server, kDefaultPort);
+  if (!hasHost && errno != ENOMEM) errno = isPortOk ? EHOSTUNREACH : EINVAL;
   if (!hasHost) return false;
   free(m_password);
   m_password = strdup(password != nullptr ? password : "");

@@ -13,7 +13,7 @@ constexpr unsigned kFirstWindow = 4;
 constexpr unsigned kLeastTimeoutMs = 30;
 constexpr unsigned kMostTimeoutMs = 1000;
 constexpr unsigned kMostDoublings = 6;
-constexpr unsigned kRenameSilences = 16;  // about 12 s, longer than an answer can be delayed
+constexpr unsigned kRenameSilences = 16;  // 12 to 16 s, longer than an answer can be delayed
 
 }  // namespace
 
@@ -124,7 +124,7 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
 void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   const uint64_t answered = last + 1 - m_number;
   // LAST is lower than before: a later answer has overtaken this one. If this persists, the service has
-  // forgotten us and taken a late copy of our first call for a new client's.
+  // forgotten us, then run a late copy of our first call as a new client's.
   if (answered > m_sent - m_lines.First()) {
     if (m_silences >= kRenameSilences) Rename();
     return;

@@ -26,7 +26,7 @@ constexpr char kWarningWord[] = "Warning: ";
 constexpr char kErrorWord[] = "Error: ";
 
 constexpr unsigned kStampLength = Velk::TimeStamp::kLength + 1;  // with a blank
-constexpr unsigned kMaxHeader = 126;       // a longer module name crowds out the type word
+constexpr unsigned kMaxHeader = 126;       // a module name this long leaves no type word
 constexpr unsigned kMaxText = 0x7FFFFFFF;  // so that the length of a line fits in an unsigned
 
 // Copies as much of text as fits before end. Returns the position after it. Null counts as empty.
@@ -149,9 +149,9 @@ bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   const ScopedLock lock(m_mutex);
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
-  // Some servers accept messages only from source port 514; if it is taken, use any other. If a collector on
-  // this machine has the local port, do not bind to it: our newer socket would get its datagrams. Sockets
-  // with the inode m_firstInode do not count: children inherit the supervisor's.
+  // Some servers accept messages only from source port 514. If a collector on this machine has that port, use
+  // another: our newer socket would get the collector's datagrams. Our own first socket, m_firstInode, does
+  // not count: the supervisor opened it, and children inherit it.
   if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstInode) &&
       m_syslogSocket.Bind(localPort, 0) && m_firstInode == 0)
     m_firstInode = m_syslogSocket.Inode();
@@ -204,9 +204,9 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   {
     const ScopedLock lock(m_mutex);
     LogMsg(typeWord, module, text);
-    // A warning that a watcher logs must not notify it again.
-    const bool outermost = m_notifyDepth.fetch_add(1, std::memory_order_relaxed) == 0;
-    if (outermost && m_watchers.count > 0) {
+    // Watchers may log, so nothing notifies while they run.
+    const bool isOnly = m_notifyDepth.fetch_add(1, std::memory_order_relaxed) == 0;
+    if (isOnly && m_watchers.count > 0) {
       TakeSnapshot(snapshot);
       entry = m_watchers.head;
     }

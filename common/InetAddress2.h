@@ -7,8 +7,8 @@
 char* NumToString(char* p, unsigned int n);
 
 // An IPv4 address and a UDP port, stored as a sockaddr_in, see ip(7). Addresses and ports are passed in host
-// byte order. If an address is passed as long, only its low 32 bits count, so on a 32-bit machine a high one
-// may be negative. One thread at a time.
+// byte order. Of an address passed as long only the low 32 bits count, so on a 32-bit machine it may be
+// negative. One thread at a time.
 class InetAddress2 {
  public:
   // Room for any result of IPToString(): "255.255.255.255:65535" and the NUL.
@@ -27,8 +27,8 @@ class InetAddress2 {
   unsigned long GetIP() const;
   unsigned short GetPort() const;
 
-  // Parses a dotted quad up to ":" or the end of the text. Returns 0 if it is not one. Sets *error to whether
-  // parsing failed, unless error is null.
+  // Parses a dotted quad up to ":" or the end of the text. Ignores characters other than digits and dots.
+  // Returns 0 if it is not one. Sets *error to whether parsing failed, unless error is null.
   static unsigned long StringToIP(const char* text, bool* error);
 
   // Whether text has no port, or one from 1 to 65535 with nothing after it. Stricter than SetAddressString(),

@@ -18,10 +18,10 @@ class RefString : public StringOps<RefString> {
     long m_refCount;
     uint32_t m_length;
     uint32_t m_capacity;
-    uint32_t m_growBy;  // rounding step of the capacity; 0: none
+    uint32_t m_growBy;  // step of m_capacity + 1; 0: no rounding
 
-    // Returns an empty block with one reference and room for len characters. With growBy, len + 1 is rounded
-    // up to the next larger multiple of growBy, even if it is a multiple already.
+    // Returns an empty block with one reference and room for len characters. With growBy,
+    // m_capacity + 1 is the smallest multiple of growBy that is larger than len + 1.
     static RefStringData* CreateInstance(unsigned long len, unsigned long growBy);
     // Copies the text to a new block with one reference and room for at least minLen characters, rounded by
     // m_growBy. Returns the new block's characters.

@@ -36,7 +36,7 @@ def escape(text):
 
 
 def calls(kind, module, text):
-    """Yields (call, text) for each line of the text. A line too long for a datagram becomes several calls."""
+    """Yields (call, line) for each line of the text. A line too long for a datagram becomes several calls."""
     head = b"LogMsg %d `%s` " % (kind, escape(module.encode("utf-8", "backslashreplace")))
     room = CALL_MOST - HEAD_MOST - len(head) - len("`\n`")
     if room < 100:
@@ -56,7 +56,7 @@ class VelkHandler(logging.Handler):
     """Any thread may log and none blocks: if too many records are held, handleError() is called.
 
     A thread of the handler sends, and joins the service again if it restarts. A forked child starts with nothing held.
-    host: an IPv4 address; a name would be resolved at each join. most: the largest number of lines to hold.
+    host: an IPv4 address; a name would be resolved at each join. most: the largest number of calls to hold.
     """
 
     def __init__(self, host="127.0.0.1", port=11001, password="mosk", most=2048):
@@ -101,12 +101,12 @@ class VelkHandler(logging.Handler):
             self._waker.close()
             self._woken.close()
             if lost and logging.raiseExceptions and sys.stderr:
-                print(f"{len(lost)} log lines are not confirmed, the first: {lost[0]}", file=sys.stderr)
+                print(f"{len(lost)} calls are not confirmed, the first: {lost[0]}", file=sys.stderr)
         super().close()
         return lost
 
     def _start(self):
-        self._changed = threading.Condition()  # guards the members below
+        self._changed = threading.Condition()  # guards what both threads change
         self._held = collections.deque()  # unacknowledged (call, text), oldest first
         self._confirmed = 0
         self._ending = False
@@ -131,7 +131,7 @@ class VelkHandler(logging.Handler):
         self._client = secrets.token_hex(8).encode()
         self._known = False
         self._first = 1  # number of the oldest held call
-        self._sent = 0  # number of held calls that were sent
+        self._sent = 0  # how many held calls were sent
         self._gap = 0  # number of the last call retransmitted because of a gap
         self._window = ON_THE_WAY
 
@@ -158,7 +158,7 @@ class VelkHandler(logging.Handler):
     def _send(self):
         if self._held and self._socket is None:
             self._join()
-        # The first call under a name is sent alone. Later an ack of 0 means that the service has forgotten the name.
+        # The first call under a name is sent alone: after its ack, an ack of 0 means that the service forgot the name.
         most = min(len(self._held), self._window if self._known else 1)
         while self._cookie and self._sent < most:
             head = b"WithAck %s %d " % (self._client, self._first + self._sent)
@@ -221,7 +221,7 @@ class VelkHandler(logging.Handler):
         self._confirmed += confirmed
         self._sent = max(self._sent - confirmed, 0)
         self._window = min(self._window + confirmed, ON_THE_WAY)
-        if asked > last == self._first - 1 != self._gap - 1:  # once for each missing call
+        if asked > last and last + 1 == self._first != self._gap:  # once for each missing call
             self._gap, self._sent, self._window = self._first, 0, max(self._window // 2, AFTER_LOSS)
         self._set_due(0)
         self._changed.notify_all()

@@ -1,4 +1,4 @@
-// Gives the tool records of other programs, to parse, to split into calls, and to show on a terminal.
+// Feeds other programs' records to the tool: to parse, to split into calls, and to show on a terminal.
 #include <ctype.h>
 #include <strings.h>
 
@@ -19,7 +19,7 @@ bool HasUpperControl(const std::string& text) {  // U+0080 to U+009F
   return at != std::string::npos;
 }
 
-// Every part lies in the record, in order. Only the text may have controls: a line feed begins a new line.
+// Every part lies in the record, in order. Only the text may have controls, such as line feeds.
 void CheckParts(const Ctl::SyslogLine& line, const std::string& record) {
   ASSERT_NE('\0', line.module[0]);
   ASSERT_LT(strlen(line.module), sizeof line.module);

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Builds for every processor in cmake/toolchains with Debian's cross compilers and runs all tests under qemu-user:
+# Builds for every processor in cmake/toolchains with Debian's cross compilers and runs the tests under qemu-user:
 # tools/cross.sh [ARCHITECTURE...]. Prints a table at the end. Writes to build-cross/ and, while it runs, to /var/tmp,
 # because the service tests hide /tmp.
 set -u

@@ -44,7 +44,7 @@ class Lines(ServiceTest):
     def check_while_killing_children(self, command):
         """Kills children while the command logs "line 0" to "line 49999" as module lib, type Info, with acks.
 
-        Every line must arrive, in order. Only lines that had no ack when a child died may come twice.
+        Every line must arrive, in order. At most one window of lines per killed child may come twice.
         """
         service, collector = self.forwarding_service()
         until(service.child, "a child")

@@ -22,12 +22,12 @@ class Supervision(ServiceTest):
         times = []
         for _ in range(50):
             begin = time.monotonic()
-            child = service.kill_child()
+            new = service.kill_child()
             self.peer()
             times.append(time.monotonic() - begin)
         service.wait_for(RESTART % signal.SIGKILL, 50)
         self.assertEqual(os.listdir(f"/proc/{service.pid}/fd"), descriptors)
-        self.assertEqual(set(processes()), {os.getpid(), service.pid, child})
+        self.assertEqual(set(processes()), {os.getpid(), service.pid, new})
         print(f"restart: {statistics.median(times) * 1000:.1f} ms, at most {max(times) * 1000:.1f} ms")
         self.assertLess(statistics.median(times), 1.0 if SANITIZED else 0.1)
 
@@ -141,7 +141,7 @@ class Supervision(ServiceTest):
         until(backlog_seen, "all that was pending")
         self.assertEqual(first, service.child())
 
-    def test_ignores_signals_from_its_terminal(self):
+    def test_ignores_sighup_and_sigttou(self):
         service = self.service()
         peer = self.peer()
         for number in (signal.SIGHUP, signal.SIGTTOU):

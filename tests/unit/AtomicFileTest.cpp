@@ -105,7 +105,7 @@ TEST_F(AtomicFileTest, RefusesAllButRegularFilesWithoutBlocking) {
   for (const char* fifo : {"fifo", "fifo with reader"}) ASSERT_EQ(0, mkfifo(m_dir.Path(fifo).c_str(), 0600));
   const int reader = open(m_dir.Path("fifo with reader").c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_EQ(0, mkdir(m_dir.Path("dir").c_str(), 0700));
-  ASSERT_EQ(0, link(m_dir.Path("victim").c_str(), m_dir.Path(m_longName).c_str()));  // not overwritten
+  ASSERT_EQ(0, link(m_dir.Path("victim").c_str(), m_dir.Path(m_longName).c_str()));  // has two links
   const long before = m_dir.CountFiles();
   for (const std::string& name : Lines{"link", "fifo", "dir", "none/file", "fifo with reader", m_longName})
     EXPECT_FALSE(Save(name, "new")) << name;

@@ -10,7 +10,7 @@ TEST(SimpleString, AgreesWithAPlainString) {
   StringModel<SimpleString>(Choices::Random(20240229, 200000)).Run();
 }
 
-TEST(SimpleString, EmptyStringsShareOneBlock) {
+TEST(SimpleString, SomeEmptyStringsShareOneBlock) {
   const SimpleString absent(kNull);
   EXPECT_EQ(absent.Str(), SimpleString("", 0).Str());
   EXPECT_EQ(absent.Str(), SimpleString("hello").Mid(6).Str());
@@ -54,7 +54,7 @@ TEST(SimpleString, ExactFitMovesToABlockOfTheSameCapacity) {
   text.Format("%s", "1234");
   EXPECT_EQ(4u, text.Capacity());
   EXPECT_STREQ("1234", text.Str());
-  // Even with no room requested there is room for the character.
+  // Append2() makes room for its character even if it is told 0.
   for (int i = 0; i < 100; ++i) text.Append2('x', 0);
   EXPECT_EQ(104u, text.Length());
   EXPECT_LE(104u, text.Capacity());

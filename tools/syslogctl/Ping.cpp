@@ -48,7 +48,7 @@ void Statistics::Print(const char* server, unsigned long long tookMs) const {
          Milliseconds(static_cast<double>(m_max)));
 }
 
-// Sends a call only after the previous one was answered, so it is clear which call an answer belongs to.
+// Sends no call while one is held, so it is clear which call an answer belongs to.
 class Pinger {
  public:
   Pinger(const Options& options, Session& session) : m_options(options), m_session(session) {}
@@ -59,7 +59,7 @@ class Pinger {
 
  private:
   int SendOne();
-  bool WaitUntilAnswered(unsigned long long sentUs);
+  bool WaitUntilDone(unsigned long long sentUs);
   bool IsLast() const { return m_options.count != 0 && m_statistics.Sent() >= m_options.count; }
 
   const Options& m_options;
@@ -67,8 +67,8 @@ class Pinger {
   Statistics m_statistics;
 };
 
-// False: interrupted or, with --count, no answer within the timeout.
-bool Pinger::WaitUntilAnswered(unsigned long long sentUs) {
+// Waits until the call is no longer held. False: interrupted or, with --count, not within the timeout.
+bool Pinger::WaitUntilDone(unsigned long long sentUs) {
   while (m_session.Status().held != 0) {
     const unsigned long long waitedMs = (NowUs() - sentUs) / 1000;
     if (Session::IsInterrupted() || (m_options.count != 0 && waitedMs >= m_options.timeoutMs)) return false;
@@ -83,10 +83,10 @@ int Pinger::SendOne() {
   const unsigned long long sentUs = NowUs();
   const int sent = m_session.Send("");
   if (sent != kDone) return sent;
-  const bool isAnswered = WaitUntilAnswered(sentUs);
+  const bool isDone = WaitUntilDone(sentUs);
   const unsigned long long micros = NowUs() - sentUs;
   // Unanswered: the client sent the call once without waiting for an ack, so there is nothing to measure.
-  if (isAnswered && m_session.Status().state != State::Unanswered) {
+  if (isDone && m_session.Status().state != State::Unanswered) {
     m_statistics.Add(micros);
     if (m_options.quiet) return kDone;
     printf("answer from %s: seq=%lu time=%.3f ms\n", m_options.server, m_statistics.Sent(),
