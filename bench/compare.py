@@ -12,7 +12,7 @@ import sys
 import tempfile
 import time
 
-COLLECTOR = "127.0.0.2"  # not the address from whose port 514 the service sends
+COLLECTOR = "127.0.0.2"  # the service itself sends from 127.0.0.1:514
 WINDOW = 64
 WORK = os.path.abspath("build/bench")
 PEER_PORT = 40000  # load.c sends from it
@@ -172,7 +172,7 @@ log {{ source(s); destination(f); destination(n); }};
         Row("rsyslogd, batches", [rsyslogd, "-n", "-f", rsyslog(1514), "-i", f"{folder}/rsyslog.pid"], "raw", "1514",
             f"rsyslog {version(rsyslogd, '-v')} with its defaults, which writes lines in batches"),
         Row("rsyslogd", [rsyslogd, "-n", "-f", rsyslog(1515, one_by_one), "-i", f"{folder}/rsyslog.pid"], "raw", "1515",
-            "the same, but each line is written at once"),
+            "the same, but with batches of one line"),
         Row("syslog-ng", [syslog_ngd, "-F", "--no-caps", "-f", syslog_ng, "-R", f"{folder}/ng.persist",
                           "-p", f"{folder}/ng.pid", "-c", f"{folder}/ng.ctl"], "raw", "2514",
             f"syslog-ng {version(syslog_ngd, '-V')}"),

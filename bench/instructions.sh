@@ -1,6 +1,6 @@
 #!/bin/sh
 # Counts the user-space instructions that the service spends per line, with callgrind: bench/instructions.sh
-# Needs root, as compare.sh does. Unlike a time, the figure is the same in each run, so small changes show.
+# Needs root, as compare.sh does. Unlike a time, the figure hardly varies between runs, so small changes show.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh gcc g++ cmake ninja-build python3 valgrind

@@ -31,11 +31,11 @@ bool WaitOn(pthread_cond_t* condition, Mutex& mutex, const timespec* deadline) R
 }  // namespace
 
 void GDQ::NodeList::InsertAfter(Node* after, Node* node) {
-  Node* before = after != nullptr ? after->m_next : m_head;
+  Node* next = after != nullptr ? after->m_next : m_head;
   node->m_prev = after;
-  node->m_next = before;
+  node->m_next = next;
   (after != nullptr ? after->m_next : m_head) = node;
-  (before != nullptr ? before->m_prev : m_tail) = node;
+  (next != nullptr ? next->m_prev : m_tail) = node;
   ++m_count;
 }
 
@@ -149,7 +149,7 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
     node->m_periodMs = periodMs;
     node->m_timerId = timerId;
     node->m_target = target;
-    // Empty() and Append() keep the buffers.
+    // These keep a buffer that is not shared.
     node->m_name.Empty();
     node->m_name.Append(name);
     node->m_args.Empty();
@@ -268,7 +268,8 @@ struct GDQ::Delivery {
   RefString m_heldArgs;
 };
 
-// Delivers messages until none is due, and sets waitMs to the time until the next one is.
+// Delivers messages until none is due, then sets waitMs to the time until the next one is. Stops early at a
+// message that cannot be parsed.
 void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
   Node* done = nullptr;
   bool isParsed = true;
@@ -278,8 +279,8 @@ void GDQ::DeliverDue(ArgsParser& parser, uint32_t& waitMs) {
     done = delivery.m_oneShot;
     isParsed = Deliver(delivery, parser);
   }
-  // After a message that cannot be parsed, waitMs is left unchanged on purpose: the thread sleeps again, so
-  // each wake-up handles at most one garbage call from a peer.
+  // After a message that cannot be parsed the thread sleeps, with waitMs unchanged, even if more are due.
+  // That is on purpose: each wake-up handles at most one garbage call from a peer.
   const ScopedLock lock(m_listMutex);
   if (done != nullptr) Recycle(done);
   m_isResting = true;
@@ -295,7 +296,7 @@ bool GDQ::TakeDue(Node* done, Delivery& delivery, uint32_t& waitMs) {
     waitMs = kForever;
     return false;
   }
-  const uint64_t now = node->m_dueMs != 0 ? NowMs() : 0;  // saves a system call for plain posts
+  const uint64_t now = node->m_dueMs != 0 ? NowMs() : 0;  // a plain post needs no clock
   // Due only once the clock has passed m_dueMs; otherwise it could be up to a millisecond early.
   if (node->m_dueMs != 0 && node->m_dueMs >= now) {
     waitMs = static_cast<uint32_t>(node->m_dueMs - now);

@@ -139,7 +139,7 @@ TEST_F(GDQUdpClientTest, RetransmitsOnlyUnacknowledgedCalls) {
   service.m_isBlocked = true;
   ASSERT_TRUE(SendCalls(client, 10, 20));
   client.Flush(50);
-  service.Restart();
+  service.Forget();
   service.m_isBlocked = false;
   ASSERT_TRUE(Deliver(20, 30));
   EXPECT_EQ(Calls(0, 30), service.Ran());
@@ -215,7 +215,7 @@ TEST_F(GDQUdpClientTest, HearsOnlyTheCallsOfOthers) {
   EXPECT_EQ((Lines{"Name|args ", "Alone|"}), ear.heard);
 
   // A listener notices by itself that it was forgotten, and joins again.
-  service.Restart();
+  service.Forget();
   EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().forgotten == 1; }));
   service.Call("Again");
   EXPECT_TRUE(RunUntil(client, [&] { return ear.heard.back() == "Again|"; }));

@@ -75,12 +75,12 @@ TEST_F(SendWindowTest, RetransmitsOnceForAGapThenOnlyAfterSilence) {
     SendAll(window, now);
   }
   EXPECT_EQ(1000 * kMs, window.DueUs() - now);
-  Answer(5, 3);  // the calls after the gap were only late
+  Answer(5, 3);  // to a copy of call 3, after call 5 was run
   EXPECT_EQ(0u, window.Held());
   EXPECT_EQ(SendWindow::kNever, window.DueUs());
 }
 
-TEST_F(SendWindowTest, GivesUpANameThatTheServiceForgotOrCountsDifferently) {
+TEST_F(SendWindowTest, GivesUpANameThatTheServiceForgotOrRelearnt) {
   Begin();
   Append(2);
   SendAll(window, 0);

@@ -27,11 +27,11 @@ class StubService {
     m_end = true;
     if (m_thread.joinable()) m_thread.join();
     m_socket.Close();
-    Restart();
+    Forget();
   }
 
   // Forgets all peers and clients, as a restart does, but not the calls that were run.
-  void Restart() {
+  void Forget() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_peers.clear();
     m_acks.clients.clear();

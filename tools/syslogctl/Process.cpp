@@ -13,7 +13,7 @@ constexpr size_t kPathSize = 64;
 constexpr char kServiceName[] = "syslog";
 
 // False: the file is missing, not readable, or empty.
-bool ReadStart(const char* path, char* text, size_t size) {
+bool ReadHead(const char* path, char* text, size_t size) {
   FILE* const file = fopen(path, "re");
   if (file == nullptr) return false;
   const size_t length = fread(text, 1, size - 1, file);
@@ -25,7 +25,7 @@ bool ReadStart(const char* path, char* text, size_t size) {
 bool ReadStat(pid_t pid, char* text, size_t size) {
   char path[kPathSize];
   snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
-  return ReadStart(path, text, size);
+  return ReadHead(path, text, size);
 }
 
 bool HasServiceName(pid_t pid) {
@@ -83,7 +83,7 @@ bool ReadProcess(pid_t pid, Process* process) {
   unsigned long minor = 0;
   unsigned long major = 0;
   unsigned long long ticks = 0;
-  // After the name: parent, page faults of ended children (any: a child has ended), start time. See proc(5).
+  // After the name: parent, page faults of ended children (0: none has ended), start time. See proc(5).
   constexpr char kForm[] =
       ") %*c %d %*d %*d %*d %*d %*u %*u %lu %*u %lu %*u %*u %*d %*d %*d %*d %*d %*d %llu";
   if (sscanf(nameEnd, kForm, &parent, &minor, &major, &ticks) != 4) return false;
@@ -110,9 +110,9 @@ bool ReadMemory(pid_t pid, unsigned long* pss, unsigned long* rss) {
   char path[kPathSize];
   char text[2048];
   snprintf(path, sizeof path, "/proc/%d/smaps_rollup", static_cast<int>(pid));
-  *pss = ReadStart(path, text, sizeof text) ? FieldOf(text, "\nPss:") : 0;
+  *pss = ReadHead(path, text, sizeof text) ? FieldOf(text, "\nPss:") : 0;
   snprintf(path, sizeof path, "/proc/%d/status", static_cast<int>(pid));
-  *rss = ReadStart(path, text, sizeof text) ? FieldOf(text, "\nVmRSS:") : 0;
+  *rss = ReadHead(path, text, sizeof text) ? FieldOf(text, "\nVmRSS:") : 0;
   return *rss != 0;
 }
 
