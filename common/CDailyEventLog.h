@@ -29,8 +29,8 @@ class CDailyEventLog {
   // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts
   // as empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
   // directory. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
-  // rotated. If it returns false, the log is closed; the previous names stay if the path is too long or the
-  // directory empty.
+  // rotated. If it returns false, the log is closed; the previous names stay if the path is too long or
+  // directory is "".
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.

@@ -27,8 +27,8 @@ done
 
 [ ! -e "$marker" ] || exit 0
 
-# Prints the lines from before the service began to forward. If the configuration names an address, it began even
-# earlier, and the last of these lines arrive twice.
+# Prints the lines from before `remote on`. If the configuration names an address, the service had already forwarded
+# the last of them, which then arrive twice.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }

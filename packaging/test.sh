@@ -1,6 +1,6 @@
 #!/bin/bash
-# Tests the start scripts in a file system with only BusyBox, and the recipes with make and stubs for what they
-# include. Only the former needs root. test-deb.sh tests Debian's package.
+# Tests SysV's script and BusyBox's inittab in a file system with only BusyBox, OpenWrt's and Buildroot's files with
+# stubs for what they include. Only the former needs root. test-deb.sh tests Debian's package.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh g++ cmake ninja-build busybox-static shellcheck make
@@ -10,12 +10,12 @@ shellcheck -s dash packaging/openwrt/files/velk.init
 echo "shellcheck is silent"
 
 version=$(sed -n 's/^project(velk VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
-names() { grep -qF "$1" "$2" || { echo "$2 does not say: $1"; exit 1; }; }
-names "PKG_VERSION:=$version" packaging/openwrt/Makefile
-names "VELK_VERSION = $version" packaging/buildroot/package/velk/velk.mk
-names SUMMARY "packaging/yocto/recipes-support/velk/velk_$version.bb"
-names "velk ($version-" packaging/debian/changelog
-names "velk_$version-1_" docs/image.md
+says() { grep -qF "$2" "$1" || { echo "$1 does not say: $2"; exit 1; }; }
+says packaging/openwrt/Makefile "PKG_VERSION:=$version"
+says packaging/buildroot/package/velk/velk.mk "VELK_VERSION = $version"
+says packaging/debian/changelog "velk ($version-"
+says docs/image.md "velk_$version-1_"
+ls "packaging/yocto/recipes-support/velk/velk_$version.bb" >/dev/null
 echo "all files name version $version"
 
 cmake --preset release -B build-static -DVELK_STATIC=ON -DVELK_BUILD_TESTS=OFF >/dev/null
