@@ -89,8 +89,8 @@ class Bridge {
  private:
   int Open();
   void WaitAndRead();
-  void ReadSocket();
-  void ReadNetwork();
+  bool ReadSocket();
+  bool ReadNetwork();
   void HandOn();
   bool HandOnRecord(const RecordRing::Record& record);
   bool HandOnLine(const SyslogLine& line, unsigned sender);
@@ -123,25 +123,30 @@ size_t MarkCut(char* record, size_t wholeLength) {
   return kept + static_cast<size_t>(mark);
 }
 
-void Bridge::ReadSocket() {
+// True: all was read.
+bool Bridge::ReadSocket() {
   char record[RecordRing::kMaxRecord];
   for (int i = 0; i < kReadsAtOnce; ++i) {
     const ssize_t received = recv(m_socket.Descriptor(), record, sizeof record, MSG_TRUNC);
-    if (received < 0) return;
+    if (received < 0) return true;
     const auto length = static_cast<size_t>(received);
     m_ring.Add({record, length > sizeof record ? MarkCut(record, length) : length, false});
   }
+  return false;
 }
 
-void Bridge::ReadNetwork() {
+// True: all was read.
+bool Bridge::ReadNetwork() {
   char record[RecordRing::kMaxRecord];
   unsigned sender = 0;
-  for (int i = 0; i < kReadsAtOnce && m_network.Descriptor() >= 0; ++i) {
+  if (m_network.Descriptor() < 0) return true;
+  for (int i = 0; i < kReadsAtOnce; ++i) {
     const ssize_t received = m_network.Receive(record, sizeof record, &sender);
-    if (received < 0) return;
+    if (received < 0) return true;
     const auto length = static_cast<size_t>(received);
     m_ring.Add({record, length > sizeof record ? MarkCut(record, length) : length, false, sender});
   }
+  return false;
 }
 
 void Bridge::WaitAndRead() {
@@ -216,15 +221,16 @@ void Bridge::HandOn() {
   }
 }
 
-// Delivers what programs have written so far, as long as the timeout allows.
+// Reads and delivers what programs have written, as long as the timeout allows.
 int Bridge::Finish() {
   const unsigned long long begin = NowMs();
-  ReadSocket();
-  ReadNetwork();
   RecordRing::Record record;
-  for (HandOn(); m_ring.Front(&record) && NowMs() - begin < m_options.timeoutMs; HandOn()) {
-    m_session.Wait(m_options.timeoutMs);
-  }
+  bool isAllRead = false;
+  do {
+    if (!isAllRead) isAllRead = ReadSocket() && ReadNetwork();
+    HandOn();
+    if (m_ring.Front(&record)) m_session.Wait(m_options.timeoutMs);
+  } while ((!isAllRead || m_ring.Front(&record)) && NowMs() - begin < m_options.timeoutMs);
   const int result = m_session.Finish();
   unsigned unsent = 0;
   for (; m_ring.Front(&record); m_ring.Pop()) ++unsent;
