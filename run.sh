@@ -12,7 +12,7 @@ if [ -d build ] && [ ! -w build ]; then
   echo "build/ belongs to another user. Remove it first." >&2
   exit 1
 fi
-tools/install.sh g++ cmake ninja-build make  # GCC runs make to link, and warns without it
+tools/install.sh g++ cmake ninja-build make  # GCC's link-time optimization runs make
 echo "Building into build/ (about half a minute the first time) ..."
 cmake --preset release -DVELK_BUILD_TESTS=OFF >/dev/null
 cmake --build build --target all log_c log_cpp event_loop -- --quiet

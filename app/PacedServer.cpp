@@ -4,13 +4,13 @@
 
 namespace {
 
-// A pause starts at kPausePendingCalls. It ends at kFewPendingCalls, not at 0, so that the worker thread does
-// not run dry while the receive thread wakes up.
+// A short pause starts at kPausePendingCalls. It ends at kFewPendingCalls, not at 0, so that the worker
+// thread does not run dry while the receive thread wakes up.
 constexpr uint32_t kPausePendingCalls = 40;
 constexpr uint32_t kFewPendingCalls = 6;
 
-// Shorter than a peer on loopback needs to fill the socket's buffer, so a pause loses no datagram.
-constexpr uint32_t kMaxPauseMs = 2;
+// Shorter than a peer on loopback needs to fill the socket's buffer, so a short pause loses no datagram.
+constexpr uint32_t kShortPauseMs = 2;
 
 }  // namespace
 
@@ -23,6 +23,6 @@ void PacedServer::AfterBatch(bool isDrained) {
   } else if (isDrained && pending >= kPausePendingCalls) {
     // The receive thread is ahead and would sleep before each datagram, which costs more than receiving it.
     // During the pause datagrams accumulate.
-    m_queue.WaitForFewerPosts(kFewPendingCalls, kMaxPauseMs);
+    m_queue.WaitForFewerPosts(kFewPendingCalls, kShortPauseMs);
   }
 }

@@ -30,9 +30,9 @@ class LogCall {
 
   char m_call[kMost + 1];
   char* m_headEnd = m_call;  // the quoted text goes here, after the fixed part
-  const char* m_text;
-  const char* m_textEnd;
-  bool m_isEscaped;  // m_text already contains the tildes
+  const char* m_rest;
+  const char* m_restEnd;
+  bool m_isEscaped;  // m_rest already contains the tildes
   bool m_isValid;
   bool m_isDone = false;
 };

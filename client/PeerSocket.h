@@ -27,7 +27,7 @@ class PeerSocket {
   // Opens a new socket connected to server, on the previous port if possible. If false, the socket is closed.
   bool Open(const InetAddress2& server);
   void Close();
-  int Descriptor() const { return m_socket.Get(); }  // -1: closed
+  int Descriptor() const { return m_socket.Get(); }  // -1: none
   bool IsOurs() const { return m_socket.IsOurs(); }  // see OwnDescriptor
   void Suspend() { m_socket.Suspend(); }
   // Makes the next Open() start at another port.

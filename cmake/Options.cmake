@@ -4,7 +4,7 @@ option(VELK_BUILD_TESTS "Build the tests (needs GoogleTest)" ${PROJECT_IS_TOP_LE
 option(VELK_FUZZ "Build the fuzz targets (clang only)" OFF)
 option(VELK_BUILD_BENCH "Build the microbenchmarks (needs Google Benchmark)" OFF)
 option(VELK_WERROR "Treat warnings as errors (CI does)" OFF)
-option(VELK_STATIC "Link executables statically and optimise them for size" OFF)
+option(VELK_STATIC "In releases, link executables statically and optimise them for size" OFF)
 set(VELK_SANITIZE "" CACHE STRING "Value for -fsanitize=; empty: none")
 
 set(CMAKE_CXX_STANDARD 17)
@@ -26,7 +26,7 @@ if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL 
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
   # On 32-bit machines GCC then warns of the huge size that its own overflow check passes to operator new[].
   add_link_options(-Wno-alloc-size-larger-than)
-  # Programs without link-time optimisation that link our libraries need this, otherwise GCC warns.
+  # Tests and examples link our libraries without link-time optimisation: GCC would warn.
   add_link_options(-flto=auto)
 endif()
 

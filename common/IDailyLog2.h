@@ -21,12 +21,13 @@ class IDailyLog2 {
     ~ILogDataBlock() = default;  // views are never deleted through this interface
   };
 
-  // A watcher: is notified of every warning and error after it is stored.
+  // A watcher: is notified of each warning and error after it is stored, but not of those logged, on any
+  // thread, while watchers run.
   class ILogErrorNotify {
    public:
     // Never called; keeps its slot in the virtual table.
     virtual void OnLogEvent() {}
-    // messages: array of count pointers, each to the first chunk of a stored message, oldest first.
+    // messages: count pointers to the first chunks of all stored messages, of any type, oldest first.
     // totalBytes: the sum of their formatted lengths. The array and chunks are valid during the call only.
     // Runs on the thread that logged, without the log's mutex.
     virtual void OnLogError(ILogDataBlock** messages, unsigned count, unsigned totalBytes) = 0;
@@ -35,8 +36,8 @@ class IDailyLog2 {
     ~ILogErrorNotify() = default;  // watchers are not owned
   };
 
-  // Forwards all later messages to the syslog server host (name or address), UDP port 514. Binds to localPort
-  // if it is not 0 and free. May block while resolving host. False: host does not resolve, or no socket.
+  // Forwards all later messages to the syslog server host (name or address), UDP port 514. Tries to bind to
+  // localPort unless it is 0. May block while resolving host. False: host does not resolve, or no socket.
   virtual bool EnableSyslog(const char* host, unsigned short localPort) = 0;
   virtual void DisableSyslog() = 0;
   // Stores one message. module may be null or empty; text includes its line feed. Unknown types are ignored.
@@ -49,7 +50,7 @@ class IDailyLog2 {
   virtual void RemoveErrorNotify(ILogErrorNotify* watcher) = 0;
   // Directory of the daily files with a trailing "/"; null if none was opened.
   virtual const char* GetLogPath() = 0;
-  // Calls callback(name, full path, CDailyEventLog::EnumContext*) for each daily file until it returns false.
+  // Calls callback for each daily file until it returns false. See CDailyEventLog::EnumerateLogs().
   virtual bool EnumerateLogs(bool (*callback)(const char*, const char*, void*), void* context) = 0;
   virtual ~IDailyLog2() = default;
 };

@@ -18,10 +18,10 @@
 
 namespace {
 
-constexpr char kEmptyName[] = "[]";
+constexpr char kBrackets[] = "[]";
 
 const char* StoredName(const char* section) {
-  return section != nullptr && section[0] == '\0' ? kEmptyName : section;
+  return section != nullptr && section[0] == '\0' ? kBrackets : section;
 }
 
 bool IsSameName(const char* a, const char* b) {
@@ -175,7 +175,7 @@ void WriteValue(FILE* file, const char* value) {
 
 void WriteSection(FILE* file, const IniFile3::SectNode* section) {
   const char* name = section->m_name.Str();
-  if (name != nullptr) fprintf(file, strcmp(name, kEmptyName) == 0 ? "%s\n" : "[%s]\n", name);
+  if (name != nullptr) fprintf(file, strcmp(name, kBrackets) == 0 ? "%s\n" : "[%s]\n", name);
   for (const auto* value = section->m_values.m_next; value != nullptr; value = value->m_next) {
     fprintf(file, "%s=", value->m_key.Str());
     if (value->m_value.Str() != nullptr) WriteValue(file, value->m_value.Str());

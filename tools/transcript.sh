@@ -13,7 +13,7 @@ if [ "${1:-}" != inside ]; then
   exec unshare --mount --net --pid --fork --kill-child --user --map-root-user "$0" inside
 fi
 
-# The tree may be under /tmp, which an empty file system hides below.
+# The tree may be under /tmp, which the tmpfs hides.
 mount --bind "$PWD" /mnt
 cd /mnt
 mount -t tmpfs tmpfs /tmp
@@ -22,7 +22,7 @@ mount -t proc proc /proc
 ip link set lo up
 
 shown=0
-quiet=none
+quiet='^$'  # lines that console leaves out
 # Prints the service's output since the last call, each line after a bar.
 console() {
   sleep 0.3

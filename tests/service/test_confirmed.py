@@ -1,4 +1,4 @@
-"""`syslogctl log` ends only when its lines are in the log, whatever other peers do meanwhile."""
+"""When `syslogctl log` succeeds, its lines are in the log, whatever other peers do meanwhile."""
 import fcntl
 import os
 import subprocess
@@ -33,7 +33,7 @@ class Confirmed(ServiceTest):
     def check_after(self, calls):
         """Checks that the line is in the log when the tool ends, although another peer's calls came first."""
         service, peer = self.service(), self.peer()
-        for _ in range(500):  # makes SyncLog slow
+        for _ in range(500):  # slows SyncLog calls
             peer.log(b"x" * 1000 + b"\n")
         service.fence(peer, insist=True)
         for call in calls:

@@ -11,8 +11,8 @@ struct AckModel {
     unsigned long long refused = 0;
   };
 
-  // Appends the call to ran if it is the next one, and returns the ack. Calls that begin with "Unknown" are
-  // refused.
+  // Returns the ack. Appends the call to ran if it is the next one, not empty and not refused. Calls that
+  // begin with "Unknown" are refused.
   std::string Take(const std::string& text, Lines* ran) {
     std::istringstream in(text);
     std::string word, name, call;

@@ -58,7 +58,7 @@ inline void CheckArgs(Velk::ArgsParser& parser, unsigned maxArgs, const std::str
   Velk::ArgsBuilder2 builder = keeper << "x";
   Lines written;
   for (unsigned i = 0; i < args.GetCount(); ++i) {
-    args.GetItem(i)->AsNum();
+    args.GetItem(i)->AsNum();  // for the sanitizers
     builder << args[i]->AsStr() << args[i]->AsInt();
     written.insert(written.end(), {args[i]->AsStr(), std::to_string(args[i]->AsInt())});
   }

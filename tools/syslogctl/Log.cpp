@@ -14,7 +14,7 @@
 namespace Ctl {
 namespace {
 
-// More than the client sends at once, so that input is read while lines wait. 64 KiB of memory.
+// More than the client sends at once, so that input is read while lines wait. 68 KiB of memory.
 constexpr unsigned kHeldLines = 256;
 
 // Shows progress on the terminal after two seconds.
@@ -29,7 +29,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // A long line takes several calls.
+  // A long line is several calls.
   void Show(unsigned long long lines, unsigned calls, unsigned long long bytes) {
     const time_t now = m_isShown ? time(nullptr) : 0;
     if (!m_isShown || now < m_next) return;

@@ -34,8 +34,8 @@ namespace {
 
 constexpr char kOff[] = "none";
 
-// SyncVar does nothing unless a variable has changed since the start. Setting two different values forces a
-// change.
+// SyncVar does nothing unless the type or the address has changed since the start. Setting the type to "" and
+// then to another value is always a change.
 int SendForwarding(Session& session, const char* host) {
   CallText sync;
   (sync << "SyncVar").CallObj();
@@ -70,7 +70,7 @@ bool IsHost(const char* host) {
     return false;
   }
   if (strchr(host, ':') == nullptr) return true;
-  Say("'%s' has a port: the service always forwards to port 514", host);
+  Say("'%s' has a ':': no port (it is 514) and no IPv6 address", host);
   return false;
 }
 

@@ -52,12 +52,12 @@ struct Scan {
     return p != begin;
   }
 
-  // Takes a word of up to most characters and the blank after it.
-  bool Word(size_t most, RecordPart* word) {
+  // Takes a word of up to max characters and the blank after it.
+  bool Word(size_t max, RecordPart* word) {
     Scan ahead = *this;
     while (ahead.p != end && IsGraph(*ahead.p)) ++ahead.p;
     *word = {p, static_cast<size_t>(ahead.p - p)};
-    if (word->length == 0 || word->length > most || !ahead.Skip(' ')) return false;
+    if (word->length == 0 || word->length > max || !ahead.Skip(' ')) return false;
     *this = ahead;
     return true;
   }
@@ -84,7 +84,8 @@ bool ReadsAs(const char* name, const char* reserved) {
 // name has at most kMaxModule bytes.
 void SetModule(SyslogLine& line, const RecordPart& name) {
   char clean[SyslogLine::kMaxModule + 1] = {};
-  // An APP-NAME of RFC 5424 may contain ':' and '[', with which it could forge a mark or the head of a line.
+  // An APP-NAME of RFC 5424 may contain ':' and '[', with which it could forge "local[" or the head of a
+  // line.
   for (size_t i = 0; i < name.length; ++i) clean[i] = IsTagCharacter(name.begin[i]) ? name.begin[i] : '_';
   const bool isMarked = ReadsAs(clean, kService) || ReadsAs(clean, kKernel);
   snprintf(line.module, sizeof line.module, isMarked ? "local[%s]" : "%s", clean);
