@@ -29,10 +29,11 @@ class Readiness {
   // closed.
   bool IsOurs() const;
 
-  // socket must still be the caller's. False: our descriptors are closed or no longer ours.
+  // socket must still be the caller's. False: it is not watched, as we are closed or suspended, our
+  // descriptors are no longer ours, or epoll_ctl(2) failed.
   bool Watch(int socket);
   void Unwatch(int socket);
-  // Sets the time, in microseconds of NowUs(); UINT64_MAX: never. From that time on, the descriptor is
+  // Sets the time, in microseconds of NowUs(); 0 or UINT64_MAX: never. From that time on, the descriptor is
   // readable until the next SetTime(). Call it only if IsOurs(), or after Suspend().
   void SetTime(uint64_t us);
 

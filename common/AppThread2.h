@@ -27,8 +27,9 @@ class AppThread2 {
   // fails until Stop() is called. With autoDelete the object may be gone when this returns.
   bool Run();
 
-  // Asks the driver to end and waits, without a timeout, until the thread no longer uses the object. Returns
-  // at once if the thread was not started or has ended by itself. Must not be called on that thread.
+  // Asks the driver to end and waits, without a timeout, until the thread no longer uses the object, except
+  // to delete it with autoDelete. Returns at once if the thread was not started or has ended by itself. Must
+  // not be called on that thread.
   void Stop();
 
   // Thread entry for pthread_create(3); self is the object. If called without Run(), IsRunning() is false.

@@ -1,4 +1,4 @@
-// Compares the wildcard matcher with its model. Input: pattern, line feed, text. Case matters if the text
+// Compares the wildcard matcher with its model. Input: pattern, line feed, text. caseSensitive if the text
 // begins with an upper-case letter.
 
 #include "tests/unit/WildcardModel.h"

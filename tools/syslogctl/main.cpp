@@ -28,11 +28,11 @@ const Ctl::Command kCommands[] = {
      "  -t, --tag MODULE    the line's module (default syslogctl)\n",
      Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", "Set a configuration variable until the service restarts",
-     "This has no effect by itself. To change forwarding, use remote.\n", Ctl::RunSet},
+     "The call SyncVar applies it. To change forwarding, use remote.\n", Ctl::RunSet},
     {"remote", "", 1, 2, "on HOST | off", "Forward the log to the syslog server HOST, or stop forwarding",
-     "Lasts until the service restarts and reads its configuration file.\n", Ctl::RunRemote},
+     "Lasts until the service or its child restarts: then it forwards as configured.\n", Ctl::RunRemote},
     {"dump", "fnltJA", 0, 0, "[-f] [-n COUNT] [-l LEVEL] [-t MODULE] [--json] [--all]",
-     "Print the last 500 lines (on the service's machine)",
+     "Print the last 500 lines (only on the service's machine)",
      "\n"
      "  -f, --follow        then print new lines, once a second\n"
      "  -n, --count COUNT   only the last COUNT lines\n" SHOWN_OPTIONS
