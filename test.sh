@@ -1,8 +1,8 @@
 #!/bin/bash
-# Builds everything and runs every test: unit and service tests, in the release and both sanitizer builds.
+# Builds, tests and checks the tree: unit and service tests in the release and both sanitizer builds, and more.
 # "./test.sh cross" tests other processors under an emulator, "static" the statically linked executables, "deb" the
 # Debian package in a container, "image" a whole device in a virtual machine.
-# Writes to build*/ only. As root it also installs missing Debian packages. Prints a summary at the end.
+# Writes only to build*/ and temporary folders. As root it also installs missing Debian packages. Prints a summary at the end.
 set -u
 cd "$(dirname "$0")" || exit 1
 [ "${1:-}" != cross ] || exec tools/cross.sh "${@:2}"

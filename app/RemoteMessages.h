@@ -5,7 +5,7 @@
 #include "common/IArgsList.h"
 
 // The target of all peers' calls but "WithAck". Names match without regard to case. All handlers run on the
-// worker thread: AppData has no lock. Handlers return false for a wrong number of arguments.
+// worker thread: AppData has no lock. SetVar() and LogMsg() return false for a wrong number of arguments.
 class RemoteMessages : public Velk::GDO<RemoteMessages> {
  public:
   RemoteMessages();

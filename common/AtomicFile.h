@@ -28,8 +28,8 @@ class AtomicFile {
   // is null, or out of memory.
   FILE* Open(const char* path);
 
-  // Replaces the file. Waits for fsync(2), so that it is complete even after a power cut, but not if it
-  // overwrites. Keeps the permissions; creates a missing file. False: not a regular file, not writable, or no
+  // Replaces the file. Waits for fsync(2), unless it has to overwrite: the new file is complete even after a
+  // power cut. Keeps the permissions; creates a missing file. False: not a regular file, not writable, or no
   // space; a file that this call created remains, empty.
   bool Commit();
 
@@ -38,7 +38,8 @@ class AtomicFile {
   // overwrites the old file, but only if the caller owns it. Does not wait for the disk. False with errno.
   bool CommitAsOwn();
 
-  // Removes temporary files, owned by the caller, of processes that were killed during a commit to path.
+  // Removes the caller's temporary files for path, which killed processes left. No commit to path may be
+  // running.
   static void RemoveLeftovers(const char* path);
 
  private:

@@ -99,10 +99,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CheckIsNotReserved(line.module);
   }
   Velk::SimpleString text;
-  Ctl::AppendWithoutNul(text, line.text.begin, line.text.length);
+  Ctl::AppendEscapingNul(text, line.text.begin, line.text.length);
   CheckScreen(text.Str());
   text.Empty();
-  Ctl::AppendWithoutControls(text, line.text.begin, line.text.length);
+  Ctl::AppendEscapingControls(text, line.text.begin, line.text.length);
   EXPECT_FALSE(HasControl(text.Str()) || HasUpperControl(text.Str()));
   CheckCalls(line.type, line.module, text.Str());
   unsigned long long sequence = 0;

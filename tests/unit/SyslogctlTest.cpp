@@ -72,10 +72,10 @@ TEST(SyslogctlText, IsSafeOnScreensAndInJson) {
     EXPECT_STREQ(json.Str(), inJson);
   }
   Velk::SimpleString out;
-  Ctl::AppendWithoutNul(out, "\0a\0\0b", 5);
+  Ctl::AppendEscapingNul(out, "\0a\0\0b", 5);
   EXPECT_STREQ(out.Str(), "\\0a\\0\\0b");
   out.Empty();
-  Ctl::AppendWithoutControls(out, "\0a\t\r\x1b[m\x7f ßä\xff\xc2\x9b\x9b\n\xc2\x9b", 19);
+  Ctl::AppendEscapingControls(out, "\0a\t\r\x1b[m\x7f ßä\xff\xc2\x9b\x9b\n\xc2\x9b", 19);
   EXPECT_STREQ(out.Str(), "\\0a\t\\x0d\\x1b[m\\x7f ßä\xff\\xc2\\x9b\\x9b\\x0a\xc2");
 }
 

@@ -164,7 +164,7 @@ void Bridge::WaitAndRead() {
 void AppendPart(Velk::SimpleString& out, const char* before, const RecordPart& part, const char* after) {
   if (part.length == 0) return;
   out.Append(before);
-  AppendWithoutControls(out, part.begin, part.length);
+  AppendEscapingControls(out, part.begin, part.length);
   out.Append(after);
 }
 
@@ -180,7 +180,7 @@ void Bridge::BeginLine(unsigned sender) {
 // False: the client has no room. When the record is tried again, m_callsTaken skips what the client took.
 bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
   m_module.Empty();
-  AppendWithoutControls(m_module, line.module, strlen(line.module));
+  AppendEscapingControls(m_module, line.module, strlen(line.module));
   BeginLine(sender);
   AppendPart(m_text, "[", line.pid, "] ");
   AppendPart(m_text, "", line.id, " ");
@@ -194,7 +194,7 @@ bool Bridge::HandOnLine(const SyslogLine& line, unsigned sender) {
   for (TakeLine(&rest, &left, &part, &length);; BeginLine(sender)) {
     if (length > 0 && part[length - 1] == '\r') --length;
     // Other carriage returns and cursor controls could overwrite the line's head on a terminal.
-    AppendWithoutControls(m_text, part, length);
+    AppendEscapingControls(m_text, part, length);
     Velk::LogCall call(line.type, m_module.Str(), m_text.Str());
     while (const char* const text = call.Next()) {
       if (calls++ < m_callsTaken) continue;

@@ -55,7 +55,7 @@ unsigned long Dump::CountWanted(const SyncFile& file) const {
 // The part, ended by a NUL. Valid until the next call.
 const char* Dump::TextOf(const RecordPart& part) {
   m_part.Empty();
-  AppendWithoutNul(m_part, part.begin, part.length);
+  AppendEscapingNul(m_part, part.begin, part.length);
   return m_part.Str();
 }
 

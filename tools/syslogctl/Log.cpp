@@ -72,7 +72,7 @@ class Logger {
 
 int Logger::LogLine(const char* text, size_t length) {
   m_text.Empty();
-  AppendWithoutNul(m_text, text, length);
+  AppendEscapingNul(m_text, text, length);
   ++m_lines;
   const auto level =
       m_options.level != Options::kNoLevel ? static_cast<ELogMessageType>(m_options.level) : Info;

@@ -52,7 +52,7 @@ History::History(const SyncFile& file) {
   for (const char* at = file.Begin(); TakeStored(&at, file.End(), &line);) {
     if (line.module.length != 6 || memcmp(line.module.begin, "Syslog", 6) != 0) continue;
     text.Empty();
-    AppendWithoutNul(text, line.text.begin, line.text.length);
+    AppendEscapingNul(text, line.text.begin, line.text.length);
     Read(text);
   }
 }

@@ -20,7 +20,7 @@ bool TakeLine(const char** text, size_t* left, const char** line, size_t* length
   return true;
 }
 
-void AppendWithoutNul(Velk::SimpleString& out, const char* text, size_t length) {
+void AppendEscapingNul(Velk::SimpleString& out, const char* text, size_t length) {
   while (length > 0) {
     const size_t plain = strnlen(text, length);
     if (plain > 0) out.Append(text, static_cast<unsigned>(plain));
@@ -66,7 +66,7 @@ void AppendEscaped(Velk::SimpleString& out, const char* format, char c) {
 
 }  // namespace
 
-void AppendWithoutControls(Velk::SimpleString& out, const char* text, size_t length) {
+void AppendEscapingControls(Velk::SimpleString& out, const char* text, size_t length) {
   const char* const end = text + length;
   while (text != end) {
     const unsigned bytes = Utf8Length(text, static_cast<size_t>(end - text));
