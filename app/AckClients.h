@@ -1,4 +1,4 @@
-// Application layer: the last number run for each client.
+// Application layer: the last number done for each client.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ class AckClients {
 
   struct Client {
     char name[kLongestName + 1];
-    uint64_t last;     // all numbers up to this one were run
+    uint64_t last;     // all numbers up to this one were run or refused
     uint64_t refused;  // how many of them were refused
 
     // For AckClients only.

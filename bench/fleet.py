@@ -148,7 +148,7 @@ def main():
     parser.add_argument("what", choices=["rates", "bursts"])
     parser.add_argument("--seconds", type=int, default=5, help="length of each load of rates")
     args = parser.parse_args()
-    status = namespace.enter()
+    status = namespace.rerun()
     if status is not None:
         sys.exit(status)
     build = os.path.join(REPOSITORY, "build")

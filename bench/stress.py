@@ -525,7 +525,7 @@ def main():
     parser.add_argument("amount", type=float, nargs="?")
     parser.add_argument("--old", metavar="BUILD")
     args = parser.parse_args()
-    status = namespace.enter()
+    status = namespace.rerun()
     if status is not None:
         sys.exit(status)
     build = os.path.join(REPOSITORY, "build")

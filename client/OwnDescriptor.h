@@ -20,8 +20,8 @@ class OwnDescriptor {
   bool Take(int fd);
   // Closes the descriptor if it is still ours.
   void Close();
-  // Makes Get() return -1 until Close(). While the program is closing descriptors, ours must stay open: the
-  // program could reuse the number between our check and close(2).
+  // Makes Get() return -1 until Close(), but closes nothing: while the program closes descriptors, it could
+  // reuse the number between our check and close(2).
   void Suspend() { m_isSuspended = true; }
 
   int Get() const { return m_isSuspended ? -1 : m_fd; }  // -1: none

@@ -42,7 +42,7 @@ class AppData {
   // loaded. Failures are not reported.
   void Save();
 
-  // Returns def if there is no such variable. The text is valid until the variable is set or a file is
+  // Returns def if the variable is absent or null. The text is valid until the variable is set or a file is
   // loaded.
   const char* GetVar(const char* name, const char* def) const;
   // Sets a variable, and its change flag if the value differs; unset counts as "". Calls no subscriber.

@@ -48,7 +48,7 @@ ArgsBuilder2& ArgsBuilder2::operator<<(unsigned long long value) {
 
 ArgsBuilder2& ArgsBuilder2::operator<<(const char* text) {
   text = TextOps::OrEmpty(text);
-  // No blank before a first text, unlike a number. Keep it so: peers may compare calls byte by byte.
+  // No blank if the first argument is a text. Keep it so: peers may compare calls byte by byte.
   m_args.Append(m_args.IsEmpty() ? "`" : " `");
   while (*text != '\0') {
     const auto plain = static_cast<unsigned>(strcspn(text, "~`"));

@@ -56,7 +56,7 @@ CDailyEventLog::~CDailyEventLog() {
 bool CDailyEventLog::Open(const char* baseName, const char* extension, const char* directory,
                           unsigned long daysToKeep) {
   Close();
-  // Not checked: if this fails, opening the file fails too.
+  // Not checked: opening a file there would fail too.
   if (directory != nullptr) MakeDirectories(directory);
   if (baseName != nullptr && strcmp(baseName, kStdout) == 0) {
     memcpy(m_path, kStdout, sizeof kStdout);

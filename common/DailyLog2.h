@@ -10,14 +10,13 @@
 #include "common/SimpleString.h"
 #include "common/UdpSocket3.h"
 
-// The time of a message. WriteToSyslog() ignores it: the syslog server adds the time.
+// A parameter of WriteToSyslog(). Empty, as the syslog server adds the time.
 struct _SYSTEMTIME {};
 
-// The sink of LogPrinter. Formats each message as "[HH:MM:SS.mmm] module.Type: text", then writes it to the
-// daily file and the console (if Open() enabled them), sends it to the syslog server, and stores it in the
-// ring. Any thread may call unless noted; one mutex serialises them. Without watchers, once the ring is full,
-// messages of the usual length need no allocation. Failures to write or send are not reported, except by
-// SyncLog().
+// The sink of LogPrinter. Formats each message as "[HH:MM:SS.mmm] module.Type: text" for the daily file and
+// the console (if Open() enabled them), the syslog server (without the time) and the ring. Any thread may
+// call unless noted; one mutex serialises them. Without watchers, once the ring is full, messages of the
+// usual length need no allocation. Failures to write or send are not reported, except by SyncLog().
 class DailyLog2 : public IDailyLog2 {
  public:
   // Destination port of every syslog datagram.
@@ -64,8 +63,8 @@ class DailyLog2 : public IDailyLog2 {
   bool EnableSyslog(const char* host, unsigned short localPort) override;
   void DisableSyslog() override;
   void Log(ELogMessageType type, const char* module, const char* text) override;
-  // Replaces the sync file atomically, see AtomicFile::CommitAsOwn(). A reader that has the old version open
-  // keeps it. A failure is logged.
+  // Replaces the sync file, see AtomicFile::CommitAsOwn(). Unless it has to be overwritten, readers keep the
+  // version that they have open. A failure is logged.
   void SyncLog() override;
   // Removes the temporary files of processes that were killed during SyncLog().
   void RemoveLeftovers();
@@ -150,7 +149,7 @@ class DailyLog2 : public IDailyLog2 {
   unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
   unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
   ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
-  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each slot's line, with its full header
+  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each slot's line; a cut header counts in full
   std::atomic<unsigned> m_notifyDepth{0};
   const Velk::SimpleString m_syncPath;
   ChunkList m_free GUARDED_BY(m_mutex);

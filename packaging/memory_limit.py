@@ -121,7 +121,7 @@ def main():
         return
     limit = int(sys.argv[2] if len(sys.argv) == 3 else 16) << 20
     try:
-        status = namespace.enter()
+        status = namespace.rerun()
         if status is not None:
             sys.exit(status)
         tests = os.path.dirname(namespace.__file__)

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Ensures that Debian packages are installed: tools/install.sh PACKAGE...
-# As root it installs the missing ones, otherwise it names them and fails.
+# Root with apt-get: installs the missing ones. Otherwise: names them and fails.
 set -eu
 
 missing=

@@ -52,7 +52,7 @@ def control_process(operation, *arguments):
     check(_libc.prctl(operation, *map(ctypes.c_ulong, (*arguments, 0, 0, 0, 0)[:4])), "prctl")
 
 
-def enter():
+def rerun():
     """Runs this program again in new namespaces and returns its exit status; None if we are already there."""
     if STAGE in os.environ:
         return None

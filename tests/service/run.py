@@ -54,7 +54,7 @@ def main():
     if not os.access(args.binary, os.X_OK):
         sys.exit(f"run.py: cannot run {args.binary}: build it first")
     try:
-        status = namespace.enter()
+        status = namespace.rerun()
         return run(args) if status is None else status
     except namespace.Unavailable as reason:
         print(f"left out: all tests of the running service: {reason}")

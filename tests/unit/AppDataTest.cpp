@@ -30,7 +30,7 @@ TEST(AppData, FlagsChangesUntilSaved) {
   dir.Write("ini", "[Data]\nremotelog_type=SysLog server\n");
   ASSERT_NE(0, data->Load(dir.Path("ini").c_str()));
   data->SetVar("remotelog_type", "SysLog server");
-  data->SetVar("absent", "");  // no change: an absent variable reads as ""
+  data->SetVar("absent", "");  // no flag: an absent variable counts as ""
   EXPECT_FALSE(data->IsVarChanged("remotelog_type") || data->IsVarChanged("absent"));
   data->SetVar("RemoteLog_Type", "none");
   EXPECT_STREQ("none", data->GetVar("remotelog_type", ""));
@@ -41,7 +41,7 @@ TEST(AppData, FlagsChangesUntilSaved) {
   EXPECT_EQ("[Data]\nremotelog_type=none\nabsent=\n", dir.Read("ini"));
 }
 
-TEST(AppData, IgnoresNullAndEmptyNames) {
+TEST(AppData, TakesNullsAndEmptyNames) {
   for (const char* name : {static_cast<const char*>(nullptr), ""}) {
     data->SetVar(name, "x");
     data->SetVarChanged(name, true);
@@ -96,7 +96,7 @@ bool Nest(const char* name, const char* value, void* user) {
   s_calls += "n";
   if (user == nullptr) return true;
   data->UnsubscribeVarChanges(name, Nest);
-  return data->OnVarChanged(name, value);  // subscribers leave during the outer iteration
+  return data->OnVarChanged(name, value);  // LeaveAll() runs inside the outer iteration
 }
 
 TEST(AppData, SurvivesSubscribersThatLeaveWhileAsked) {

@@ -36,7 +36,7 @@ bool FindPort(unsigned short number, Port* port) {
   bool isFound = false;
   while (!isFound && fgets(line, sizeof line, table) != nullptr) {
     unsigned local = 0;
-    // See proc(5): number, local address and port, remote ones, state, queues, timer, retransmits, user,
+    // See proc(5): slot, local address and port, remote ones, state, queues, timer, retransmits, user,
     // timeout, inode, references, pointer, drops.
     isFound = sscanf(line, " %*u: %*x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %u %*u %lu %*u %*s %lu", &local,
                      &port->user, &port->inode, &port->drops) == 4 &&

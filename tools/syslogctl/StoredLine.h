@@ -26,8 +26,8 @@ struct StoredLine {
 // Reads the line at *at and moves *at past it. False: *at is end.
 bool TakeStored(const char** at, const char* end, StoredLine* line);
 
-// Compares the log as it was read before with the log now. Returns where the new lines begin in now. *isSure:
-// now continues old; otherwise lines may be missing between the two.
+// Compares an older reading of the log with a newer one, now. Returns the first new line in now. *isSure: now
+// begins with the end of old; otherwise lines may be missing between the two.
 const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure);
 
 }  // namespace Ctl
