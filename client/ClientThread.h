@@ -22,7 +22,7 @@ class ClientThread {
   // The client is not owned, and must be open and stay open until Stop(). Does nothing if the thread is
   // already running. False with errno: the thread cannot be created.
   bool Start(GDQUdpClient* client);
-  // Ends and joins the thread. Does nothing in a forked child: fork(2) does not copy the thread.
+  // Ends and joins the thread. In a forked child, ignores the parent's thread: fork(2) does not copy it.
   void Stop();
 
  private:

@@ -29,7 +29,7 @@ bool DosMatch2(const char* text, const char* pattern, bool caseSensitive) {
   const char* tried = nullptr;      // where its first character was last found in text
   bool exactFind = caseSensitive;   // whether that search is case-sensitive
   bool exact = caseSensitive;
-  // Stops at the end of text: a star still left in the pattern does not match, since it needs a character.
+  // Stops at the end of text, so a star at the end of the pattern needs a character.
   while (*text != '\0') {
     if (*pattern == '*') {
       while (*pattern == '*' || *pattern == '?') ++pattern;

@@ -97,16 +97,16 @@ class Faults(ServiceTest):
         self.assertIn(errors, ("", "syslog: out of memory\n"))
 
     def let_fail(self, function):
-        for number in numbers():
-            with self.subTest(function, number=number):
+        for at in numbers():
+            with self.subTest(function, at=at):
                 try:
-                    self.run_once(function, number)
+                    self.run_once(function, at)
                 finally:
                     errors = self.started.errors()
                     os.truncate(self.started.errors_path, 0)  # stop() fails if there are any
                 self.check_end(function, errors)
-            if self.calls_counted() < number:
-                return number
+            if self.calls_counted() < at:
+                return at
 
     def test_serves_where_recvmmsg_is_refused(self):
         for number in (errno.ENOSYS, errno.EPERM, errno.EACCES, errno.ENOMEM):  # a seccomp filter may return any

@@ -16,7 +16,8 @@ import namespace
 from harness import SYSLOG_ON, SYSLOG_PORT, WITH_TOOL, ServiceTest, until
 
 PROGRAMS = {"rsyslog": ".._.._up", "syslog-ng": "______up"}  # program to its file name for module "../../up"
-DEVICES = [f"127.1.{i // 250}.{1 + i % 250}" for i in range(min(1000, collectors.MOST_FILES // 4))]  # two files each
+FILES_EACH = 2
+DEVICES = [f"127.1.{i // 250}.{1 + i % 250}" for i in range(min(1000, collectors.MOST_FILES // 2 // FILES_EACH))]
 FILES = "/tmp/devices"
 
 

@@ -60,7 +60,7 @@ bool HoldsInChild(Condition condition) {
 struct GDQUdpClientTest : testing::Test {
   bool Open(GDQUdpClient& opened) const { return opened.Open(service.Address().c_str(), "mosk", options); }
 
-  // Sends calls and waits for their acks.
+  // Sends calls and flushes them.
   bool Deliver(unsigned first, unsigned end) {
     return SendCalls(client, first, end) && client.Flush(kLongMs) == 0;
   }
@@ -128,7 +128,7 @@ TEST_F(GDQUdpClientTest, ReportsMissingAcksAndThenSendsOnce) {
   }
 }
 
-TEST_F(GDQUdpClientTest, TriesOtherPortsWhenARecordIsSharedWithAnotherPeer) {
+TEST_F(GDQUdpClientTest, TriesOtherPortsWhenItsCookieNeverMatches) {
   ASSERT_TRUE(Open(client) && Deliver(0, 1));
   service.m_deafPort = *service.Admitted().begin();
   ASSERT_TRUE(Open(client) && Deliver(1, 2));
@@ -214,7 +214,7 @@ TEST_F(GDQUdpClientTest, HearsOnlyTheCallsOfOthers) {
   EXPECT_TRUE(RunUntil(client, [&] { return ear.heard.size() == 2; }));
   EXPECT_EQ((Lines{"Name|args ", "Alone|"}), ear.heard);
 
-  // A listener notices by itself that it was forgotten, and joins again.
+  // The client notices by itself that it was forgotten, and joins again.
   service.Forget();
   EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().forgotten == 1; }));
   service.Call("Again");
@@ -402,11 +402,12 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     Velk::ClientThread thread;
     std::vector<int> own = DescriptorsOf([&] { return Open(client) && thread.Start(&client); });
     ASSERT_TRUE(Deliver(round, round + 1));
-    // The thread polls the first one. A poll(2) in progress goes on after its descriptor is closed.
+    // The thread polls the first one.
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
-    for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));  // the thread is at work
+    // Wakes the thread: a poll(2) in progress does not notice that its descriptor was replaced.
+    for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));
     for (const int fd : own) {
       if (areClosed) close(fd);
     }

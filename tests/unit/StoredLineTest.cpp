@@ -5,7 +5,7 @@
 
 namespace {
 
-// One line per letter; its time's minute is the letter's place in the alphabet.
+// One line per letter, which sets the minute: a is 0.
 std::string LinesOf(const char* names) {
   std::string text;
   for (const char* name = names; *name != '\0'; ++name) {
@@ -26,8 +26,8 @@ TEST(SyslogctlStoredLine, NewLinesAreThoseAfterTheLastSeen) {
       {LinesOf("abc"), LinesOf("cde"), LinesOf("de"), true},
       {LinesOf("aaa"), LinesOf("aaaa"), LinesOf("a"), true},
       {LinesOf("abc"), LinesOf("fgh"), LinesOf("fgh"), false},
-      {LinesOf("abde"), LinesOf("abfg"), LinesOf("fg"), false},  // the supervisor's a and b are in both
-      {LinesOf("rst"), LinesOf("abuv"), LinesOf("uv"), false},   // the old log no longer had a and b
+      {LinesOf("abde"), LinesOf("abfg"), LinesOf("fg"), false},  // restart: a and b are in both
+      {LinesOf("rst"), LinesOf("abuv"), LinesOf("uv"), false},   // restart: old has lost a and b
       {"[23:59:00.000] m.Info: x\n", "[00:00:00.000] m.Info: y\n", "[00:00:00.000] m.Info: y\n", false},
       {LinesOf("a") + "second\n", LinesOf("a") + "second\n" + "[10:01:00.000] no end",
        "[10:01:00.000] no end", true},

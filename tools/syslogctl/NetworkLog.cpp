@@ -33,7 +33,7 @@ bool NetworkLog::Open(const char* where) {
   constexpr int kReceiveBuffer = 512 << 10;
   InetAddress2 address(0, 0);
   if (!ReadAddress(where, &address)) {
-    Say("invalid port '%s': give PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
+    Say("cannot use '%s': give PORT or ADDRESS:PORT, with an IPv4 address of this machine", where);
     return false;
   }
   // If another program lets its port be shared, bind(2) succeeds and we would take its datagrams.
