@@ -121,7 +121,8 @@ class Status(ToolTest):
         out = self.run_tool("status")[0]
         self.assertRegex(out, rf"running +since \d{{4}}-.*, process {service.pid}\n")
         self.assertRegex(out, rf"\nserving +since .*, process {child}\n")
-        self.assertRegex(out, r"restarts +not known.*\nforwards to +not known.*; at start .*, as configured\ndropped +[1-9]\d* datagrams")
+        self.assertRegex(out, r"restarts +not known.*\nforwards to +not known.*; at start .*, as configured\n"
+                              r"dropped +[1-9]\d* datagrams")
         self.assertRegex(out, r"memory +RSS \d+ \+ \d+ KiB, PSS [1-9]\d* \+ [1-9]\d* KiB\n$")
         service.kill_child()
         self.run_tool("remote", "on", "127.0.0.9")
