@@ -86,8 +86,8 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
     // With fewer than three, NUMBER may be cut off.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
-  // After a call that cannot be parsed, the queue sleeps until the next post. There may be none: a client
-  // that waits for its acknowledgement makes no other call.
+  // After a call that cannot be parsed, the queue sleeps until the next post. For a client that waits for its
+  // acknowledgement that would be a retransmission, a timeout later.
   if (m_pending != 0) m_queue->Post(this, kWakeUp, "");
 }
 

@@ -140,7 +140,7 @@ bool GDQUdpSrv::IsValid(const InetAddress2& from, unsigned char* cookie) {
   unsigned char expected[kCookieSize];
   peer->cookie.Load(expected);
   if (memcmp(expected, cookie, kCookieSize) != 0) {
-    // No line feed: the trace lines belong to it. With trace off, the next message follows on its line.
+    // No line feed: the next message follows on this line. With trace on, that is the expected cookie.
     LogPrinter::Instance()->Log(Error, nullptr, "Cookies do not match:");
     logNonce("expected cookie", expected);
     logNonce("received cookie", cookie);

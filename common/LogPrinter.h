@@ -47,7 +47,7 @@ class LogPrinter {
   void LogDebugBegin(const char* file, unsigned int line) ACQUIRE(m_mutex);
   void LogDebugEnd(const char* format, ...) __attribute__((format(printf, 2, 3))) RELEASE(m_mutex);
 
-  // Instance() logs "UDP remote logging enabled". Then also sends every later message to queue as the call
+  // Instance() logs "UDP remote logging enabled". This printer sends all later messages to queue as the call
   // "logmsg" (type, module, message). queue is not owned and must stay valid. Messages that the queue itself
   // logs while sending are not sent.
   void SetLogToGDQUdp(Velk::GDQUdpBase* queue);

@@ -17,7 +17,7 @@ complete -c syslogctl -f
 complete -c syslogctl -s s -l server -x -a '(__fish_print_hostnames)' -d 'Where the service is'
 complete -c syslogctl -l password-file -r -F -d 'Read the password from a file'
 complete -c syslogctl -l timeout -x -d 'How long to wait, in seconds'
-complete -c syslogctl -s q -l quiet -d 'Print errors only'
+complete -c syslogctl -s q -l quiet -d 'Print only results and errors'
 complete -c syslogctl -s h -l help -d 'Print help'
 complete -c syslogctl -s V -l version -d 'Print the version'
 

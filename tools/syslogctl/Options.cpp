@@ -26,7 +26,7 @@ constexpr char kCommonOptions[] =
     "  -s, --server HOST[:PORT]   where the service is (default 127.0.0.1:11001)\n"
     "      --password-file FILE   read the password from the first line of FILE\n"
     "      --timeout SECONDS      how long to wait for the service (default 5)\n"
-    "  -q, --quiet                print errors only\n"
+    "  -q, --quiet                print only results and errors\n"
     "  -h, --help    -V, --version\n"
     "\n"
     "Exit status: 0 done, 1 not confirmed, 2 wrong usage, 3 no answer.\n";
