@@ -1,5 +1,5 @@
 # Removes the files that the latest "cmake --install" of this build folder wrote, below the environment's DESTDIR, and
-# our folders that are then empty. Run in the build folder: cmake -P cmake/Uninstall.cmake
+# the folders with "velk" in their path that are then empty. Run it with: cmake --build FOLDER --target uninstall
 if(NOT EXISTS install_manifest.txt)
   message(FATAL_ERROR "Nothing to uninstall: this folder has no install_manifest.txt")
 endif()

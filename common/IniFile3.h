@@ -74,9 +74,9 @@ class IniFile3 {
   // file atomically; a symbolic link to it stays. A pipe or device gets only what it takes without blocking,
   // which counts as success. 0: no path, path too long, or not written, see AtomicFile::Commit().
   //
-  // Some content cannot be loaded again: values with a line feed, values without a space that begin with a
-  // tab or a double quote, lines longer than kLineSize, keys that contain "=" or begin with "#", "[" or a
-  // blank, sections with "]". A null value is loaded as "".
+  // Some content cannot be loaded again: values with a line feed, unquoted values (those without a space)
+  // that begin with a tab or a double quote, lines that are too long (see above), keys that contain "=" or
+  // begin with "#", "[" or a blank, sections with "]". A null value is loaded as "".
   int Save(const char* path);
   // No effect; kept for old callers.
   void EnableDbgLog(bool on) { m_dbgLog = on; }
@@ -92,13 +92,13 @@ class IniFile3 {
   double GetDouble(const char* section, const char* key, double def) const;
   // True for values that begin with T, t, Y, y or 1.
   bool GetBool(const char* section, const char* key, bool def) const;
-  // Converts a value in decibels to a factor; a null value is 0 dB. def is a factor.
+  // Converts decibels to a factor; a null value is 0 dB, not def. def is a factor.
   float GetDb(const char* section, const char* key, float def) const;
 
   // The setters add a missing section or key.
   void SetString(const char* section, const char* key, const char* value) { AddValNode(section, key, value); }
   void SetInt(const char* section, const char* key, int value);
-  // Six decimals; a magnitude below 1e-9 becomes 0.
+  // Six decimals; no sign if the magnitude is below 1e-9.
   void SetDouble(const char* section, const char* key, double value);
   void SetBool(const char* section, const char* key, bool value);
   // Stores the factor in decibels.

@@ -1,4 +1,4 @@
-// Foundation layer: a growable string, for the logging and transport layers.
+// Foundation layer: a growable string with one owner.
 #pragma once
 
 #include <cstddef>
@@ -34,7 +34,7 @@ class SimpleString : public StringOps<SimpleString> {
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.
   SimpleString(unsigned capacity, unsigned growBy);
-  // The copy inherits the growth step; an empty copy only until the next copy of any string.
+  // The copy inherits the growth step. An empty copy loses it when any string is copied next.
   SimpleString(const SimpleString& other);
   ~SimpleString();
   SimpleString& operator=(const SimpleString& other) {

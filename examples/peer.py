@@ -20,7 +20,7 @@ def quote(text):
 
 
 def receive(peer, is_wanted):
-    """Returns the first wanted datagram within a second, or None. Skips calls relayed from other peers."""
+    """Returns the first wanted datagram, or None after one to two seconds. Skips calls relayed from other peers."""
     end = time.monotonic() + 1
     while time.monotonic() < end:
         with contextlib.suppress(TimeoutError, ConnectionRefusedError):  # refused: the service may be starting

@@ -332,7 +332,7 @@ class Trouble(ToolTest):
                           ["remote", "on", "x" * 80], ["call", "a b"], ["set", "", "x"],
                           ["--password-file", "/tmp/none", "dump"]):
             self.run_tool(*arguments, code=USAGE)
-        self.assertIn("unknown option '-J'", self.run_tool("dump", "-Jq", code=USAGE)[1])
+        self.assertIn("invalid option '-J'", self.run_tool("dump", "-Jq", code=USAGE)[1])
 
     def test_distinguishes_a_wrong_password_from_no_answer(self):
         with open("/tmp/password", "w") as password:

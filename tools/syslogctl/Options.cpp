@@ -31,10 +31,10 @@ constexpr char kCommonOptions[] =
     "\n"
     "Exit status: 0 done, 1 not confirmed, 2 wrong usage, 3 no answer.\n";
 
-// Options without a short form.
-enum LongOnly { kPasswordFile = 256, kTimeout };
+// Options without a letter.
+enum NoLetter { kPasswordFile = 256, kTimeout };
 
-// The options of all commands; Command::allowed says which ones a command takes.
+// Every command's options; Command::allowed says which ones a command takes.
 constexpr char kShortOptions[] = "+:s:qhVl:t:n:c:i:f";  // "+": stop at the first word
 const option kLongOptions[] = {
     {"server", required_argument, nullptr, 's'},
@@ -299,7 +299,7 @@ Outcome RefuseOption(int problem, const char* word) {
   if (problem == ':') {
     Refuse("option '%s' needs a value", name);
   } else {
-    Refuse("unknown option '%s'; put -- before words that begin with a dash", name);
+    Refuse("invalid option '%s'; put -- before words that begin with a dash", name);
   }
   return kEndBadly;
 }
