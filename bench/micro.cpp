@@ -132,7 +132,7 @@ void Handshake(benchmark::State& state) {
 }
 BENCHMARK(Handshake);
 
-// Adds and admits one peer while range(0) others are admitted.
+// Adds and admits peers, the first after range(0) others.
 void AdmitAmong(benchmark::State& state) {
   Velk::PeerTable table;
   unsigned next = 0;

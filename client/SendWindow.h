@@ -1,4 +1,4 @@
-// Client layer: decides what to send and when, so that each call is run once and in order.
+// Client layer: decides what to send and when, and what to send again.
 #pragma once
 
 #include <cstdint>
@@ -12,15 +12,15 @@ namespace Velk {
 // monotonic clock. One thread at a time.
 //
 // A call is sent as "WithAck CLIENT NUMBER call". The service runs the numbers in order, each once, and none
-// after a gap. It answers each datagram with "Ack CLIENT LAST ASKED REFUSED": all numbers up to LAST were
-// run, REFUSED of them were refused, and ASKED is the datagram's NUMBER. A restarted service does not know
+// after a gap. It answers each datagram with "Ack CLIENT LAST ASKED REFUSED": all numbers up to LAST are
+// done, REFUSED of them refused, and ASKED is the datagram's NUMBER. A restarted service does not know
 // CLIENT; unacknowledged calls are then retransmitted under a new name.
 class SendWindow {
  public:
   static constexpr unsigned kNameLength = 12;
   static constexpr unsigned kMaxNumber = 18;                                  // digits
   static constexpr unsigned kMaxHead = 8 + kNameLength + 1 + kMaxNumber + 1;  // "WithAck NAME NUMBER "
-  static constexpr unsigned kMostUnanswered = 64;  // a default receive buffer holds that many of any size
+  static constexpr unsigned kMostUnanswered = 64;  // a default receive buffer holds that many of the longest
   static constexpr uint64_t kNever = UINT64_MAX;
 
   // Makes room for this many calls, see HeldLines. seed: random bits for the client names. False: out of

@@ -78,8 +78,8 @@ bool IsQuote(char c) {
   return c == '\'' || c == '`' || c == '"';
 }
 
-// Length of a quoted text up to the first tilde or the closing quote, for one memcpy(3); 0 if that quote is
-// missing. A copy byte by byte takes 27 % more instructions a line.
+// Length of a quoted text up to the first tilde or the closing quote, for one memcpy(3); 0 if there is no
+// such quote. A copy byte by byte takes 27 % more instructions a line.
 size_t PlainLength(const char* text, char quote) {
   const char* const end = strchr(text, quote);
   if (end == nullptr) return 0;

@@ -29,7 +29,7 @@ class GDQUdpSrv : public GDQUdpBase {
   // No thread may be receiving or sending.
   void Close() { m_socket.Close(); }
 
-  // Serves peers. Returns only if the socket is closed.
+  // Serves peers. Returns only if no socket is open.
   void ReceiveTask();
 
   // False: the text is longer than kMaxText. An empty text sends each peer its bare cookie.

@@ -30,7 +30,7 @@ static int read_input(velk* log) {
 }
 
 int main(void) {
-  /* VELK_NOWAIT: if 2,048 lines are held, velk_log() fails instead of blocking the loop. */
+  /* VELK_NOWAIT: if no more lines can be held, velk_log() fails instead of blocking. */
   velk* log = velk_open("127.0.0.1", "mosk", VELK_NOWAIT);
   if (log == NULL) {
     perror("velk_open");

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Fuzzes each target for SECONDS, as many at once as processors: fuzz/run.sh SECONDS [TARGET...]
-# Starts from the committed seeds and the corpus of earlier runs (build-fuzz/corpus). Writes failing inputs to
+# Starts from seeds, regressions and the corpus of earlier runs (build-fuzz/corpus). Writes failing inputs to
 # build-fuzz/found; copy them to fuzz/regressions/TARGET. 0 seconds: only replays seeds and regressions.
 set -eu
 cd "$(dirname "$0")/.."

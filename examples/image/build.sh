@@ -1,7 +1,7 @@
 #!/bin/sh
 # Builds a small file system for a device: BusyBox, the static service and tool, kernel modules and scripts.
 #
-#   examples/image/build.sh [FOLDER]
+#   examples/image/build.sh [FOLDER]   (from the top of the tree)
 #
 # Writes FOLDER/image.cpio.gz, an initramfs, and FOLDER/vmlinuz, Debian's kernel for virtual machines. FOLDER is
 # build/image by default. Unpacks BusyBox and the kernel from Debian's packages without installing them.

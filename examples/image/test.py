@@ -1,4 +1,4 @@
-"""Boots an image, watches its serial line and receives its syslog datagrams: test.py FOLDER, in a namespace.
+"""Boots an image, watches its serial line, receives its syslog: test.py FOLDER, in a network namespace.
 
 The processor is emulated, which works on any machine. ACCEL=kvm in the environment is faster where there is KVM.
 """

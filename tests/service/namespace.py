@@ -1,7 +1,7 @@
 """Mount, network and process namespaces for the running service, which end with the tests.
 
 The service's paths and ports are fixed, so its tests need a machine on which /flash, /tmp and UDP ports 514
-and 11001 are free. Everything happens on a tmpfs that only this namespace sees; nothing outside changes.
+and 11001 are free. Those folders are on a tmpfs that only this namespace sees; write to no others.
 """
 import ctypes
 import fcntl
@@ -16,7 +16,7 @@ import tempfile
 MS_RDONLY, MS_REMOUNT, MS_BIND, MS_REC, MS_PRIVATE = 1, 32, 4096, 16384, 1 << 18
 MNT_DETACH = 2
 FILES = "/under-test"  # where prepare() copies its files
-STAGE = "VELK_SERVICE_TESTS_ROOT"
+ROOT = "VELK_SERVICE_TESTS_ROOT"
 
 _libc = ctypes.CDLL(None, use_errno=True)
 
@@ -40,7 +40,7 @@ def mount(source, target, kind=None, flags=0, options=None):
 def is_real_root():
     """Whether we are root outside of user namespaces, and may chown files to others."""
     with open("/proc/self/uid_map") as map:
-        return map.read().split()[:2] == ["0", "0"]
+        return map.read().split() == ["0", "0", "4294967295"]
 
 
 def unmount(target):
@@ -54,12 +54,12 @@ def control_process(operation, *arguments):
 
 def rerun():
     """Runs this program again in new namespaces and returns its exit status; None if we are already there."""
-    if STAGE in os.environ:
+    if ROOT in os.environ:
         return None
     unshare = _working_unshare()
     root = tempfile.mkdtemp(prefix="service-tests-")
     try:
-        environment = {**os.environ, STAGE: root, "PYTHONDONTWRITEBYTECODE": "1"}
+        environment = {**os.environ, ROOT: root, "PYTHONDONTWRITEBYTECODE": "1"}
         return subprocess.run([*unshare, sys.executable, *sys.argv], env=environment).returncode
     finally:
         os.rmdir(root)
@@ -81,11 +81,11 @@ def _working_unshare():
 
 
 def prepare(files):
-    """Changes the root to a tmpfs, with the machine's folders bind-mounted except /tmp and /flash.
+    """Changes the root to a tmpfs with its own /tmp, /flash, /proc and FILES; other folders are bind-mounted.
 
     files: maps each name in FILES to the path of the file or folder to copy there.
     """
-    root = os.environ[STAGE]
+    root = os.environ[ROOT]
     try:
         mount(None, "/", None, MS_REC | MS_PRIVATE)
         mount("tmpfs", root, "tmpfs")

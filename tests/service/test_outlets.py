@@ -88,7 +88,7 @@ class Console(ServiceTest):
         service.kill_child()
 
     def own_lines(self, service, text):
-        """Returns how many "Syslog" lines of the supervisor, and of other threads, are shown or counted as dropped."""
+        """Counts "Syslog" lines shown, plus any lines reported as dropped: [the supervisor's, the child's]."""
         counts = [0, 0]
         for thread, line in re.findall(rb"^\[[\d:.]+\]\[# *(\d+)\] Syslog\.(.+)$", text, re.MULTILINE):
             dropped = re.match(rb"Warning: Console lines dropped here: (\d+)$", line)
@@ -166,7 +166,7 @@ class RemoteSyslog(ServiceTest):
             target = elsewhere if host == elsewhere.host else here
             self.configure(SYSLOG_ON % host)
             service = self.service()
-            for _ in range(2):  # switched on by the supervisor, then by a child
+            for _ in range(2):  # forwarding is set up by the supervisor, then by a child
                 peer = self.peer()
                 target.heard()
                 peer.log(b"forwarded\n")
@@ -186,7 +186,7 @@ class RemoteSyslog(ServiceTest):
                 here.socket.close()
 
     def test_collector_that_starts_later(self):
-        # This one holds port 514, so the service sends from another port and its datagrams can be refused.
+        # This one holds port 514: a service that got it would receive its own datagrams, not a refusal.
         other = self.collector(host="127.0.0.9", share=False)
         self.configure(SYSLOG_ON % "127.0.0.2")
         service, peer = self.service(), self.peer()

@@ -42,7 +42,7 @@ class StartUp(ServiceTest):
                                        ("test.Trace: trace", debug)]:
                     self.assertEqual(service.count(text), expected, text)
 
-    def test_forwards_with_the_right_type_and_a_known_server(self):
+    def test_forwards_only_to_a_configured_and_known_server(self):
         collector = self.collector()
         on = SYSLOG_ON % collector.host
         using = "Syslog.Info: Using syslog server at UDP %s:514"

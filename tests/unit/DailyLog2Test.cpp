@@ -75,7 +75,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
       model.push_back("# " + header.substr(0, 113) + text);
-      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());  // bytes cut at 113 count too
+      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());  // bytes 114 to 126 count too
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isChecked) continue;
@@ -158,7 +158,7 @@ TEST_F(DailyLog2Test, WritesTheDailyFileAndTheEcho) {
 }
 
 // The service tests cover the rest of forwarding.
-TEST_F(DailyLog2Test, ForwardsToPort514WhateverTheAddressSays) {
+TEST_F(DailyLog2Test, ForwardsToPort514DespiteAnotherPort) {
   UdpSocket3 server;
   constexpr unsigned long kIp = 0x7F4D0001;  // 127.77.0.1, which no real server uses
   if (!server.Open() || !server.Bind(DailyLog2::kSyslogPort, kIp)) GTEST_SKIP() << "port not permitted";

@@ -8,7 +8,7 @@ TEST(RefString, AgreesWithAPlainString) {
   StringModel<RefString>(Choices::Random(20240229, 200000)).Run();
 }
 
-TEST(RefString, CapacityIsRoundedBeyondTheLength) {
+TEST(RefString, CapacityFollowsTheGrowthStep) {
   // Length, growth step, capacity; and the capacity after 20 characters are appended to a shared block.
   const std::tuple<unsigned long, unsigned long, unsigned, unsigned> rows[] = {
       {31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},

@@ -18,7 +18,7 @@ class Dump {
  public:
   Dump(const Options& options, Session& session) : m_options(options), m_session(session) {}
 
-  // Prints the stored lines, or only the last m_options.count.
+  // Prints the wanted lines, or only the last m_options.count.
   int PrintStored();
   // Prints new lines until interrupted.
   int Follow();
@@ -41,7 +41,7 @@ class Dump {
 };
 
 bool Dump::IsWanted(const StoredLine& line) const {
-  return (m_options.all || !line.IsHandshake()) &&
+  return (m_options.all || !line.IsOverhead()) &&
          IsShown(m_options, line.level, line.module.begin, line.module.length);
 }
 
@@ -127,7 +127,7 @@ int Dump::Follow() {
     bool isSure = false;
     const char* at = FirstNew(old.Begin(), old.End(), now.Begin(), now.End(), &isSure);
     if (!isSure)
-      Say("lines may be missing here: the service restarted, or logged more in a second than it keeps");
+      Say("lines may be missing here: the service restarted, or overwrote lines before we read them");
     StoredLine line{};
     while (TakeStored(&at, now.End(), &line)) {
       if (IsWanted(line)) Print(line);
@@ -141,7 +141,7 @@ int Dump::Follow() {
 
 int RunDump(const Options& options) {
   if (!IsThisMachine(options.server)) {
-    Say("dump reads %s on the service's machine, and %s is another machine: run it there", Velk::kSyncPath,
+    Say("dump reads %s on the service's machine; %s is not this machine: run it there", Velk::kSyncPath,
         options.server);
     return kUsage;
   }

@@ -66,7 +66,7 @@ bool TakeStored(const char** at, const char* end, StoredLine* line) {
   return true;
 }
 
-bool StoredLine::IsHandshake() const {
+bool StoredLine::IsOverhead() const {
   static const char* const kTexts[] = {"srv wrote ", "srv nonce:", "cookie:", "SyncLog()"};
   if (module.length != 6 || memcmp(module.begin, "Syslog", 6) != 0) return false;
   for (const char* const known : kTexts) {
@@ -94,8 +94,8 @@ bool IsEarlier(const StoredLine& a, const StoredLine& b) {
   return a.hasTime && b.hasTime && (TimeOf(a) - TimeOf(b) + kDay) % kDay >= kDay / 2;
 }
 
-// After a restart the log begins with the supervisor's lines. They may be older than the last line seen and
-// no longer be in old. Then only their times show that they are not new.
+// After a restart, now begins with the supervisor's lines, which old may no longer have. Then only their
+// times show that they are not new: earlier than last, or later than the line after them.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {

@@ -18,7 +18,7 @@ struct StoredLine {
 
   RecordPart Time() const { return {begin + 1, hasTime ? kTimeLength : 0}; }
   // Whether the service wrote it because a program joined or asked for the file.
-  bool IsHandshake() const;
+  bool IsOverhead() const;
 
   static constexpr size_t kTimeLength = 12;
 };
