@@ -11,7 +11,7 @@ class PacedServer final : public Velk::GDQUdpSrv {
   // The queue is not owned and must outlive the server.
   explicit PacedServer(Velk::GDQ& queue) : m_queue(queue) {}
 
-  // Receiving pauses while this many calls are pending on the queue, 7 MB at most. Further datagrams wait in
+  // Receiving pauses while this many calls, at most 7 MB, are pending on the queue. Further datagrams wait in
   // the socket's buffer; the kernel drops those that do not fit.
   static constexpr uint32_t kMaxPendingCalls = 2000;
 

@@ -32,7 +32,7 @@ class LogCall {
   char* m_headEnd = m_call;  // the quoted text goes here, after the fixed part
   const char* m_rest;
   const char* m_restEnd;
-  bool m_isEscaped;  // m_rest already contains the tildes
+  bool m_isEscaped;  // m_rest has its escape tildes
   bool m_isValid;
   bool m_isDone = false;
 };

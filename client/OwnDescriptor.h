@@ -20,7 +20,7 @@ class OwnDescriptor {
   bool Take(int fd);
   // Closes the descriptor if it is still ours.
   void Close();
-  // Makes Get() return -1 until Close(), but closes nothing: while the program closes descriptors, it could
+  // Makes Get() return -1 until Close(), but closes nothing: a program that is closing descriptors could
   // reuse the number between our check and close(2).
   void Suspend() { m_isSuspended = true; }
 

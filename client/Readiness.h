@@ -34,7 +34,7 @@ class Readiness {
   bool Watch(int socket);
   void Unwatch(int socket);
   // Sets the time, in microseconds of NowUs(); 0 or UINT64_MAX: never. From that time on, the descriptor is
-  // readable until the next SetTime(). Call it only if IsOurs(), or after Suspend().
+  // readable until the next SetTime(). Call it only if IsOurs() or suspended.
   void SetTime(uint64_t us);
 
  private:

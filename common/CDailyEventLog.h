@@ -49,7 +49,7 @@ class CDailyEventLog {
   // warning written in its place does not count.
   void LimitSpaceUsedBytes(unsigned long bytes) { m_spaceLimit = bytes; }
 
-  // Does nothing; daysToKeep has no effect.
+  // Does nothing, like Open()'s daysToKeep.
   void DeleteOldLogs(long) {}
 
   // The directory with a "/" at its end; null before the first Open(), not counting "stdout".

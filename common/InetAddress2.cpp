@@ -119,8 +119,7 @@ bool InetAddress2::SetAddressString(const char* text, unsigned short defaultPort
   if (text[hostLength] == ':') port = static_cast<unsigned short>(strtol(text + hostLength + 1, nullptr, 10));
   if (port == 0) return false;
 
-  // 0 is a host name, or 0.0.0.0, which only the resolver accepts.
-  const unsigned long ip = StringToIP(text, nullptr);
+  const unsigned long ip = StringToIP(text, nullptr);  // 0: a host name, or 0.0.0.0; the resolver takes both
   if (ip != 0) {
     SetAddress(static_cast<long>(ip), port);
     return true;

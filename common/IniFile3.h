@@ -68,13 +68,13 @@ class IniFile3 {
   void ClearAll();
   // Replaces all content with that of a regular file. 5,000 keys take 0.05 s and 0.5 MiB. Never blocks on a
   // pipe or device. 0: the path is null or too long, or the file cannot be opened or read or is not a regular
-  // file. There is no content then, but Save() still uses the path, unless it is null or too long.
+  // file. Then there is no content, but Save(nullptr) uses the path unless it is null or too long.
   int Load(const char* path);
   // Writes all content to path; null: the path last loaded or saved. Comments are lost. Replaces a regular
   // file atomically; a symbolic link to it stays. A pipe or device gets only what it takes without blocking,
   // which counts as success. 0: no path, path too long, or not written, see AtomicFile::Commit().
   //
-  // Some content cannot be loaded again: values with a line feed, unquoted values (those without a space)
+  // Some content cannot be loaded again: values with a line feed, values without a space (saved unquoted)
   // that begin with a tab or a double quote, lines that are too long (see above), keys that contain "=" or
   // begin with "#", "[" or a blank, sections with "]". A null value is loaded as "".
   int Save(const char* path);
@@ -104,7 +104,7 @@ class IniFile3 {
   // Stores the factor in decibels.
   void SetDb(const char* section, const char* key, float factor);
 
-  // Call back in file order. Stop and return false if the callback does. The callback may set values, but not
+  // Call back in file order. Return false as soon as the callback does. The callback may set values, but not
   // load or clear.
   bool EnumSections(SectionCallback callback, void* user) const;
   bool EnumValues(const char* section, ValueCallback callback, void* user) const;

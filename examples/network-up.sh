@@ -9,7 +9,7 @@ set -eu
 collector=$1
 marker=${MARKER:-/run/syslog-boot-lines-sent}  # in memory, so that a reboot removes it
 
-# Makes the service forward to the collector. Only its log says whether it could resolve the name.
+# Makes the service forward to the collector. Only the service's log says whether the name resolved.
 forwards() {
   syslogctl remote on "$collector" || return 1
   lines=$(syslogctl dump) || return 1
@@ -27,8 +27,8 @@ done
 
 [ ! -e "$marker" ] || exit 0
 
-# Prints the lines from before `remote on`. If the configuration names an address, the service had already forwarded
-# the last of them, which then arrive twice.
+# Prints the lines from before `remote on`. If the configuration has a numeric address, the service has already
+# forwarded the newest; these arrive twice.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }

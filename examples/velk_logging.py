@@ -177,7 +177,7 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another port each time: the service may take us for another peer
+        for port in PORTS[self._silences % 8:]:  # another port each time: another peer may share our record
             with contextlib.suppress(OSError):  # the port is taken
                 self._socket.bind(("", port))
                 break
@@ -209,7 +209,7 @@ class VelkHandler(logging.Handler):
                 self._answer(int(answer[1]), int(answer[2]))
 
     def _answer(self, last, asked):
-        """Handles an ack: all calls up to `last` are logged. A greater `asked` means that one in between was lost."""
+        """Handles an ack of call `asked`: all up to `last` are logged. If `asked` is greater, one between them was lost."""
         if last == 0 and self._known:
             self._rename()
             return

@@ -1,5 +1,5 @@
-// Compares the wildcard matcher with its model. Input: pattern, line feed, text. caseSensitive if the text
-// begins with an upper-case letter.
+// Compares the wildcard matcher with its model. Input: pattern, line feed, text. The match is case-sensitive
+// if the text begins with an upper-case letter.
 
 #include "tests/unit/WildcardModel.h"
 

@@ -28,7 +28,7 @@ PREFIX = r"\[\d\d:\d\d:\d\d\.\d{3}\]"
 with open(BINARY, "rb") as _binary:
     SANITIZED = re.search(rb"__(asan|tsan)_init", _binary.read()) is not None
 
-signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background jobs ignore it
+signal.signal(signal.SIGINT, signal.default_int_handler)  # otherwise ignored in a shell's background job
 
 
 def until(condition, what):

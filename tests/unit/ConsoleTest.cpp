@@ -28,7 +28,7 @@ void RunNeverWaiting(Action action) {
 const std::regex kWarning(
     R"(\[\d\d:\d\d:\d\d\.\d{3}\]\[# *\d+\] test\.Warning: Console lines dropped here: (\d+))");
 
-// Service managers use a socket, which cannot be reopened through /proc.
+// Service managers make stdout a socket, which cannot be reopened through /proc.
 TEST(Console, DropsAndCountsOnASocketToo) {
   StdoutPipe out(true);
   while (send(STDOUT_FILENO, "#", 1, MSG_DONTWAIT) == 1) continue;

@@ -13,7 +13,7 @@ class WindowModel {
   void Run() {
     ASSERT_TRUE(m_window.Open(256, 7));
     while (m_choices.AreLeft() && !::testing::Test::HasFailure()) Step();
-    m_blockedUntilUs = 0;  // no faults from now on: no choices are left
+    m_blockedUntilUs = 0;  // no choices are left, so there are no more faults
     const uint64_t end = m_nowUs + 60 * kSecond;
     while (m_window.Held() != 0 && !::testing::Test::HasFailure()) {
       ASSERT_LT(m_nowUs, end);
@@ -25,7 +25,7 @@ class WindowModel {
 
  private:
   static constexpr uint64_t kMs = 1000, kSecond = 1000000;
-  static constexpr unsigned kMayRunAgain = UINT_MAX;  // ran under an old name, so its own copy may follow
+  static constexpr unsigned kMayRunAgain = UINT_MAX;  // ran under an old name: a late copy may run too
   static constexpr size_t kWithName = 8 + Velk::SendWindow::kNameLength;  // "WithAck NAME"
 
   struct Path {
@@ -151,7 +151,7 @@ class WindowModel {
   unsigned m_losses = 0;  // how often the service forgot a client
   unsigned m_appended = 0, m_refusable = 0;
   std::vector<bool> m_isRefusable;
-  std::map<std::string, unsigned> m_born;  // name to m_losses at its start
-  std::map<size_t, unsigned> m_lastRun;    // call to m_losses at its last run, or kMayRunAgain
+  std::map<std::string, unsigned> m_born;  // by name: m_losses when first sent
+  std::map<size_t, unsigned> m_lastRun;    // by call: m_losses at its last run, or kMayRunAgain
   size_t m_checked = 0;
 };

@@ -134,8 +134,8 @@ bool SyncFile::IsOfService(const Options& options) const {
 // The service acknowledges the call even if it could not write the file. A written file differs from the one
 // before in its inode or its time.
 int SyncFile::Get(const Options& options, Session& session, bool waits) {
-  // If the service can only overwrite the file, a write less than a clock tick (up to 10 ms) after the last
-  // one leaves its time unchanged. So try again after a pause.
+  // If the service can only overwrite the file, two writes within one clock tick (up to 10 ms) leave the same
+  // time. So try again after a pause.
   constexpr int kTries = 2;
   constexpr unsigned kPauseMs = 20;
   const Version before = VersionNow();

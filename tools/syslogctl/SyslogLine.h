@@ -34,8 +34,9 @@ struct SyslogLine {
 //   RFC 3164, as C libraries and logger(1) write it: "<PRI>Mmm dd hh:mm:ss tag[pid]: text";
 //   the same with a time of RFC 3339 and an optional host: "<PRI>2024-01-02T10:00:00.5Z host tag: text";
 //   RFC 5424: "<PRI>1 TIME HOST APP PROCID MSGID DATA text".
-// In the first two, each part but the text may be missing; anything else is text. Drops times, hosts, and
-// line feeds and NULs at the end. hasHost: in RFC 3164 a host may precede the tag, as it does over a network.
+// In the first two, each part but the text may be missing. A record in no format is all text. Drops times,
+// hosts, and line feeds and NULs at the end. hasHost: in RFC 3164 a host may precede the tag, as it does over
+// a network.
 SyslogLine ParseSyslog(const char* record, size_t length, bool hasHost = false);
 
 // Parses one record of /dev/kmsg, "PRI,SEQUENCE,...;text" and a line feed. False: it is malformed.
