@@ -37,8 +37,8 @@ LogCall::LogCall(const char* name, const char* args) : m_rest(args), m_restEnd(a
   if (m_restEnd != m_rest && m_restEnd[-1] == '\n') --m_restEnd;
 }
 
-// Writes as much of m_rest as fits before end, quoted, with ending before the closing quote, and advances
-// m_rest. Returns the end of the output.
+// Writes as much of m_rest as fits before end, then the text `ending`, all in quotes, and advances m_rest.
+// Returns the end of the output.
 char* LogCall::PutQuoted(char* out, const char* end, const char* ending) {
   end -= strlen(ending) + 1;
   const char* in = m_rest;

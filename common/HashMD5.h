@@ -20,7 +20,7 @@ void MD5Update(MD5_CTX* context, const unsigned char* data, unsigned long length
 // Writes the digest's 16 bytes and wipes the context. Call MD5Init() before using it again.
 void MD5Final(unsigned char* digest, MD5_CTX* context);
 
-// The same as a class. One thread at a time. Both Get operations end the digest; call Reset() to start
+// MD5 as a class. One thread at a time. Both Get operations end the digest; call Reset() to start
 // another.
 class HashMD5 {
  public:

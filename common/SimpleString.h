@@ -8,9 +8,9 @@
 
 namespace Velk {
 
-// Byte string with one owner, the size of a pointer, always NUL-terminated. One thread at a time. Some
-// empty strings share one static block; only its growth step ever changes. Null C strings count as empty
-// unless noted. Lengths and capacities are in bytes without the NUL. The capacity grows in whole growth
+// Byte string with one owner, always NUL-terminated. An object is as large as a pointer. One thread at a
+// time. Some empty strings share one static block; only its growth step ever changes. Null C strings count as
+// empty unless noted. Lengths and capacities are in bytes without the NUL. The capacity grows in whole growth
 // steps. Running out of memory ends the process.
 class SimpleString : public StringOps<SimpleString> {
  public:
@@ -34,7 +34,7 @@ class SimpleString : public StringOps<SimpleString> {
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.
   SimpleString(unsigned capacity, unsigned growBy);
-  // The copy inherits the growth step. An empty copy loses it when any string is copied next.
+  // The copy inherits the growth step. Empty copies share one, that of the string copied last.
   SimpleString(const SimpleString& other);
   ~SimpleString();
   SimpleString& operator=(const SimpleString& other) {

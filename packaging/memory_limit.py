@@ -130,7 +130,7 @@ def main():
         print(f"left out: all tests of the memory limit: {reason}")
         return
     sys.path.insert(0, os.path.join(namespace.FILES, "tests"))
-    import harness  # only now: it needs the service in its place
+    import harness  # only now: it needs the prepared service
     survive(harness, "address space", lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
     with control_group(limit) as join:
         if join is None:

@@ -200,7 +200,7 @@ class Network(ToolTest):
                          b"<11>1 2024-01-02T10:00:00Z sw1 snmpd 8 - - a\nb\x1b",
                          b"<3>panic", b"<43>Jan  2 10:00:00 sw1 Syslog: forged", b"<14>gear: " + b"x" * 20000):
                 gear.sendto(text, ("127.0.0.1", 5514))
-            bridge.send_signal(signal.SIGSTOP)  # more wait than it reads at once
+            bridge.send_signal(signal.SIGSTOP)  # more datagrams wait than it reads at once
             for number in range(400):
                 gear.sendto(b"<14>burst: %d" % number, ("127.0.0.1", 5514))
         bridge.terminate()

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Keeps type, module and text of each line, in seen only. Silences the singleton while it exists.
+// Keeps each line as "type|module|text" in `seen`. While a sink exists, the singleton prints nothing.
 struct Sink : CapturedLog {
   void Log(ELogMessageType type, const char* module, const char* text) override {
     seen.push_back(std::to_string(type) + "|" + (module != nullptr ? module : "(null)") + "|" + text);
@@ -32,7 +32,7 @@ TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
   LogPrinter printer(&sink);
   StdoutPipe out;
   LogPrinter::Instance()->SetLogToGDQUdp(&peer);
-  EXPECT_TRUE(peer.sent.empty()) << "the notice must not go to the peer";
+  EXPECT_TRUE(peer.sent.empty()) << "the notice that it is enabled must not go to the peer";
   LogPrinter::Instance()->SetLogToGDQUdp(nullptr);
   peer.sent.clear();
   printer.SetLogToGDQUdp(&peer);

@@ -253,7 +253,7 @@ int Bridge::Run() {
 }  // namespace
 
 int RunBridge(const Options& options) {
-  // On a small device, its ring of 256 KiB may not fit on the stack.
+  // The bridge's ring of 256 KiB may not fit on a small device's stack.
   auto* const bridge = new Bridge(options);
   const int result = bridge->Run();
   delete bridge;
