@@ -82,12 +82,12 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
                               const char* args) {
   if (target == this) {
     --m_pending;
-    m_head.ParseArgs(args);  // fails where the queue failed, or at the fourth argument
+    m_head.ParseArgs(args);  // stops where the queue did, or after three arguments
     // With fewer than three, NUMBER may be cut off.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
-  // After a call that cannot be parsed, the queue sleeps until the next post. For a client that waits for its
-  // acknowledgement that would be a retransmission, a timeout later.
+  // After a call that cannot be parsed, the queue sleeps until the next post, even if calls are pending.
+  // Their clients would have to time out and retransmit.
   if (m_pending != 0) m_queue->Post(this, kWakeUp, "");
 }
 

@@ -20,7 +20,7 @@ class RemoteMessages;
 //   WithAck CLIENT NUMBER [NAME ARGUMENT...]
 //
 // The client's next number is run: NAME is dispatched as if it had come alone; without NAME there is nothing
-// to do. A lower number was run already and a higher one leaves a gap; neither is run. Each is acknowledged,
+// to do. A lower number was run already and a higher one leaves a gap; neither is run. All are acknowledged,
 // to the sender only:
 //
 //   Ack CLIENT LAST NUMBER REFUSED
@@ -45,7 +45,7 @@ class AckedCalls final : public Velk::GDOTimerBase {
   bool Dispatch(const char* name, const Velk::IArgsList* args) override;
 
   // Call it for every call that the queue cannot parse, whatever its target. Acknowledges the call if it is
-  // ours, and wakes the worker thread if more of ours are pending.
+  // ours, and keeps the worker thread awake if more of ours are pending.
   void OnParseError(const Velk::IGenericDispatchTarget* target, const char* name, const char* args);
 
  private:
@@ -58,6 +58,6 @@ class AckedCalls final : public Velk::GDOTimerBase {
   RemoteMessages& m_messages;
   Velk::GDQUdpSrv& m_server;
   AckClients m_clients;
-  Velk::ArgsParser m_head{3};          // CLIENT, NUMBER and one more, which proves that NUMBER is complete
-  std::atomic<uint32_t> m_pending{0};  // calls posted, but not yet dispatched or found faulty
+  Velk::ArgsParser m_head{3};  // CLIENT, NUMBER and a third: without it, faulty text may be cut within NUMBER
+  std::atomic<uint32_t> m_pending{0};  // posted calls, neither dispatched nor found faulty
 };

@@ -25,8 +25,7 @@ void DieWithSupervisor(pid_t supervisor) {
 // In shared memory: whether the current child has received a datagram. Null: no shared memory.
 volatile bool* s_hasServed = nullptr;
 
-// False: the child was killed from outside. A child that cannot serve (port taken, no memory for a thread,
-// system call filtered) ends at once: without pauses it would be restarted a thousand times a second.
+// False: the child was killed from outside.
 bool HasEndedByItself(int status) {
   if (WIFEXITED(status)) return true;
   const int signals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGSYS};
@@ -36,7 +35,9 @@ bool HasEndedByItself(int status) {
   return false;
 }
 
-// Pauses after a child that ended by itself without serving: 10 ms, doubling up to one second.
+// Pauses after a child that ended by itself without serving: 10 ms, doubling up to one second. A child that
+// cannot serve (port taken, no memory for a thread, system call filtered) ends at once: without pauses it
+// would be restarted a thousand times a second.
 class Pace {
  public:
   void Wait(int status) {

@@ -5,9 +5,9 @@
 
 namespace Velk {
 
-// Argument text: arguments separated by white space (isspace(3)). In one that begins with ' ` or " a tilde
-// makes the next character literal; it ends at the next such quote, and the next argument may follow without
-// white space. In any other argument no character is special.
+// Argument text: arguments separated by white space (isspace(3)). One that begins with ' ` or " is quoted: it
+// ends at the next quote of that kind, and the next argument may follow without white space. A tilde in it
+// makes the next character literal. In an unquoted argument no character is special.
 //
 // One thread at a time. Keeps its buffers: parsing a text of up to 255 characters allocates nothing.
 class ArgsParser {

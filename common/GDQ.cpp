@@ -120,8 +120,8 @@ bool GDQ::Run() {
 void GDQ::Stop() {
   {
     // Wakes a worker thread that sleeps until the next post. It could consume the signal before it sees that
-    // it must end, so m_keepSignalled keeps the signal set. Run() clears it, since the object may be gone
-    // after Stop().
+    // it must end, so m_keepSignalled keeps the signal set. Run() clears the flag: after Stop() the
+    // object may be gone.
     const ScopedLock lock(m_wakeMutex);
     m_keepSignalled = true;
     Wake();
@@ -149,7 +149,7 @@ void GDQ::Enqueue(uint64_t dueMs, uint32_t periodMs, uint32_t timerId, IGenericD
     node->m_periodMs = periodMs;
     node->m_timerId = timerId;
     node->m_target = target;
-    // These keep a buffer that is not shared.
+    // Empty() keeps a buffer that is not shared.
     node->m_name.Empty();
     node->m_name.Append(name);
     node->m_args.Empty();

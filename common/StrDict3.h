@@ -121,7 +121,7 @@ class StrDict3 {
     m_root = nullptr;
   }
 
-  // Returns root, its next siblings and all their descendants to the allocator.
+  // Releases root, its next siblings and all their descendants.
   void ReleaseAllNodes(Node* root) {
     // Not recursive: keys come from the network and may be long. A node's remaining siblings are appended to
     // its children.

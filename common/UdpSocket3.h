@@ -34,7 +34,7 @@ class UdpSocket3 {
   // be read.
   static bool IsHeldByOthers(unsigned short port, unsigned long ours);
 
-  // Keeps other programs from binding to the same port. Call it after Bind(), which lets them.
+  // Stops other programs from sharing the port, which Bind() allows. Call it after Bind().
   void ForbidSharing();
 
   // Sets the kernel's buffer for received datagrams. The kernel doubles bytes for its overhead. Without

@@ -172,7 +172,7 @@ class Commands(ToolTest):
         peer.log("ä \"\x1b[31m\n".encode() + b"\xff", kind=3, module=b"net")
         peer.call(b"setvar 'a b' c")
         peer.call(b"LogMsg 1 'open")
-        # Numbered calls look like any other. Queries and acks are not shown.
+        # Numbered calls are shown like any other; acks and empty WithAcks are not.
         peer.call(b"WithAck `me` 1 LogMsg 2 net numbered")
         peer.call(b"WITHACK me 2")
         peer.call(b"ack me 2 2 0")
@@ -349,7 +349,7 @@ class Trouble(ToolTest):
         for command, tool in tools:
             said = tool.communicate(timeout=60)[1]
             self.assertEqual((tool.returncode, "the password is wrong" in said), (NOT_CONFIRMED, True), said)
-            # The tool cannot tell a wrong password from an older service, which runs calls but sends no acks.
+            # To the tool this looks like an older service, which runs calls but sends no acks.
             self.assertEqual("1 call was sent once and is not confirmed" in said, command[0] in ("log", "set", "dump"))
         for text in ("mosk\nrest\n", "mosk\r\nrest", "mosk\r", "mosk"):
             with open("/tmp/password", "w", newline="") as password:

@@ -402,11 +402,11 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     Velk::ClientThread thread;
     std::vector<int> own = DescriptorsOf([&] { return Open(client) && thread.Start(&client); });
     ASSERT_TRUE(Deliver(round, round + 1));
-    // The thread polls the first one.
+    // The thread polls own[0].
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
-    // Wakes the thread: a poll(2) in progress does not notice that its descriptor was replaced.
+    // Wakes the thread before the close: its poll(2) does not notice the replacement.
     for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));
     for (const int fd : own) {
       if (areClosed) close(fd);

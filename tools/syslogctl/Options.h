@@ -11,7 +11,7 @@ namespace Ctl {
 // Exit values, documented in syslogctl(1).
 enum ExitValue {
   kDone = 0,
-  kNotConfirmed = 1,  // calls late or refused, or a wrong password; also: check found mistakes
+  kNotConfirmed = 1,  // calls late or refused, a wrong password, or "check" found mistakes
   kUsage = 2,         // also files, sockets and outputs that cannot be used
   kNoAnswer = 3,
 };
@@ -22,13 +22,13 @@ struct Options {
   // For all commands.
   const char* server = Velk::kServiceHere;
   const char* password = Velk::kServicePassword;
-  const char* passwordFile = nullptr;  // source of password; null: it is the default
+  const char* passwordFile = nullptr;  // source of password; null: the default above
   unsigned timeoutMs = 5000;
   bool quiet = false;
 
   static constexpr int kNoLevel = -1;
   int level = kNoLevel;             // log: an ELogMessageType; dump, watch: the lowest shown
-  const char* module = nullptr;     // log; dump, watch: the only one shown
+  const char* module = nullptr;     // log: the lines' module; dump, watch: the only one shown
   bool json = false;                // dump, watch
   bool all = false;                 // dump
   bool follow = false;              // dump

@@ -199,7 +199,7 @@ bool Session::IsInterrupted() {
 }
 
 void Session::TellChanges() {
-  constexpr unsigned kShortMs = 1000;  // quicker joins and shorter absences are not reported
+  constexpr unsigned kShortMs = 1000;  // shorter absences are not reported
   const Velk::GDQUdpClient::Status status = Status();
   const State state = status.state;
   if (state != m_state) {

@@ -17,7 +17,7 @@ struct StoredLine {
   RecordPart text;  // without the line feed at its end
 
   RecordPart Time() const { return {begin + 1, hasTime ? kTimeLength : 0}; }
-  // Whether the service wrote it because a program joined or asked for the file.
+  // Whether the service wrote it because a program joined or sent SyncLog.
   bool IsOverhead() const;
 
   static constexpr size_t kTimeLength = 12;
@@ -26,8 +26,8 @@ struct StoredLine {
 // Reads the line at *at and moves *at past it. False: *at is end.
 bool TakeStored(const char** at, const char* end, StoredLine* line);
 
-// Compares an older reading of the log with a newer one, now. Returns the first new line in now. *isSure: now
-// begins with the end of old; otherwise lines may be missing between the two.
+// old and now are two readings of the log. Returns the first new line in now. *isSure: the end of old is the
+// beginning of now; otherwise lines may be missing between the two.
 const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure);
 
 }  // namespace Ctl
