@@ -58,7 +58,7 @@ class Rest final : public IArgsList {
 }  // namespace
 
 void AckedCalls::Call(const char* name, const char* args) {
-  // Without the check of the first letter a line takes 1.5 % more instructions.
+  // Without the first-letter check a log line takes 1.5 % more instructions.
   if (name != nullptr && (*name == 'W' || *name == 'w') && strcasecmp(name, kName) == 0) return Post(args);
   m_messages.Call(name, args);
 }
@@ -82,7 +82,7 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
                               const char* args) {
   if (target == this) {
     --m_pending;
-    m_head.ParseArgs(args);  // stops where the queue did, or after three arguments
+    m_head.ParseArgs(args);  // stops at the same error, or after three arguments
     // With fewer than three, NUMBER may be cut off.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
@@ -115,8 +115,8 @@ bool AckedCalls::Run(const IArgsList* args) {
   return m_messages.Dispatch(args->GetItem(2)->AsStr(), &rest);
 }
 
-// Failures are not logged: the client retransmits and is answered again. snprintf(3) would take 31 % more
-// instructions a call.
+// Send failures are not logged: the client retransmits and is answered again. snprintf(3) would take 31 %
+// more instructions a call.
 void AckedCalls::Answer(const InetAddress2& sender, const char* clientName, const AckClients::Client* client,
                         uint64_t number) {
   char text[sizeof "Ack " + AckClients::kLongestName + size_t{3} * (1 + TextOps::kMaxDigits)];

@@ -59,13 +59,12 @@ ArgsParser::~ArgsParser() {
   delete[] m_buffer;
 }
 
-// strlen(text) + 1 bytes hold all arguments: the NUL of each takes the place of white space, the end or a
-// quote.
+// strlen(text) + 1 bytes hold all arguments: each one's NUL takes the place of white space, a quote or text's
+// own NUL.
 void ArgsParser::MakeRoomFor(const char* text) {
   const size_t needed = strlen(text) + 1;
   if (needed <= m_capacity) return;
-  // m_capacity stays as it is, so that each text longer than it replaces the buffer: that of a huge text is
-  // not kept for good.
+  // m_capacity stays as it is: each longer text replaces the buffer, so that a huge one is not kept for good.
   delete[] m_buffer;
   m_buffer = new char[(needed + m_granule - 1) / m_granule * m_granule];
   // Values that this parse does not fill must not point into the old buffer.

@@ -19,7 +19,7 @@ int UpperByte(char c) {
 
 }  // namespace
 
-// Never freed. Length and text never change; the growth step is that of the string copied last.
+// Never freed. Length and text never change; each copy of a string sets the growth step.
 SimpleString::StringData SimpleString::m_empty = {0, 0, 0, {0}};
 
 SimpleString::StringData* SimpleString::StringData::Create(unsigned capacity) {
@@ -176,8 +176,7 @@ SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
   StringData* old = Data();
   const uint32_t growBy = __atomic_load_n(&old->m_growBy, __ATOMIC_RELAXED);
   const uint32_t step = growBy != 0 ? growBy : kDefaultGrowBy;
-  // GetBuffer() passes 0 if n equals the capacity. That wraps around: the new block has the same capacity, or
-  // less than a step more.
+  // GetBuffer() may pass 0. Then extra wraps around to 0, or to less than a step.
   const uint32_t extra = step * ((shortfall - 1) / step + 1);
   const uint32_t capacity = old->m_capacity + extra;
   const bool wrapped = extra < shortfall || capacity < extra;

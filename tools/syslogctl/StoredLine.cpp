@@ -94,8 +94,8 @@ bool IsEarlier(const StoredLine& a, const StoredLine& b) {
   return a.hasTime && b.hasTime && (TimeOf(a) - TimeOf(b) + kDay) % kDay >= kDay / 2;
 }
 
-// After a restart, now begins with the supervisor's lines, which old may no longer have. Then only their
-// times show that they are not new: earlier than last, or later than the line after them.
+// After a restart the supervisor's lines come first in now, and old may lack them. Then only their times show
+// that they are not new: earlier than that of old's last line, or later than that of the next line.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {

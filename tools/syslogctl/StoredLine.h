@@ -26,8 +26,8 @@ struct StoredLine {
 // Reads the line at *at and moves *at past it. False: *at is end.
 bool TakeStored(const char** at, const char* end, StoredLine* line);
 
-// old and now are two readings of the log. Returns the first new line in now. *isSure: the end of old is the
-// beginning of now; otherwise lines may be missing between the two.
+// old and now are two readings of the log. Returns the first new line in now. *isSure: now begins with the
+// last lines of old; otherwise lines may be missing between the two.
 const char* FirstNew(const char* old, const char* oldEnd, const char* now, const char* nowEnd, bool* isSure);
 
 }  // namespace Ctl

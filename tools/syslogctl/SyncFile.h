@@ -20,7 +20,7 @@ class SyncFile {
   ~SyncFile();
 
   // Makes the service write the file, and reads it. kDone: it is new and not empty. If waits is true, the
-  // wait has no timeout, and kDone also means that an interrupt ended it: check Session::IsInterrupted(). Any
+  // wait has no timeout, and kDone can also mean an interrupt: check Session::IsInterrupted(). Any
   // other result: it failed and printed why.
   int Get(const Options& options, Session& session, bool waits);
 
