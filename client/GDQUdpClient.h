@@ -55,8 +55,8 @@ class GDQUdpClient final : public GDQUdpBase {
     NotJoined,  // no nonce received yet, or no answer to the last few CONNs
     Joined,     // nonce received, and acknowledgements are not long overdue
     // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
-    // service does not know "WithAck". If the first call has none within about 4 s, a reliable client
-    // sends each call once, without "WithAck", until an acknowledgement arrives.
+    // service does not know "WithAck". If the first call is not acknowledged within about 4 s, a reliable
+    // client sends each call once, without "WithAck", until a ping is acknowledged.
     Unanswered,
   };
 
@@ -99,7 +99,7 @@ class GDQUdpClient final : public GDQUdpBase {
   unsigned Flush(unsigned timeoutMs);
   Status GetStatus();
 
-  // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: none at present.
+  // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: no descriptor.
   int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
   // Does the work that is due and never blocks. Hands relayed calls to the listeners, in order as long as
   // only one thread calls this; of a "WithAck" call, only the call inside it. A listener may call SendMsg(),
@@ -153,7 +153,7 @@ class GDQUdpClient final : public GDQUdpBase {
   bool m_isAnswered GUARDED_BY(m_mutex) = false;  // acknowledged at least once since Open()
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the last join
   uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // last CONN, nonce, failed send or start of a join
-  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last acknowledgement or ping sent
+  uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last ping sent or acknowledgement received
   // How long to wait for a nonce. Doubles until an acknowledgement arrives.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
   unsigned m_connects GUARDED_BY(m_mutex) = 0;      // CONNs without a nonce

@@ -5,9 +5,9 @@
 #include "common/SimpleListDL.h"
 #include "common/StrDict3.h"
 
-// Keeps the variables as keys of section "Data" of one file, records which have changed since the last
-// Save(), and notifies subscribers of variables and dialogs. Not thread-safe: after start-up only one thread
-// may call. Null and empty names are never found, flagged or subscribed to, but SetVar() stores an empty one.
+// Keeps the variables as keys of section "Data" of one file, flags those changed since the last Save(), and
+// notifies subscribers of variables and dialogs. Not thread-safe: after start-up only one thread may call.
+// Null and empty names are never found, flagged or subscribed to, but SetVar() stores an empty one.
 //
 // Case does not matter in the file, but does for change flags and subscriptions: setting "Name" also changes
 // the value of "name", but flags only "Name".

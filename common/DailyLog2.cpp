@@ -150,8 +150,8 @@ bool DailyLog2::EnableSyslog(const char* host, unsigned short localPort) {
   m_syslogAddress = server;
   m_syslogEnabled = m_syslogSocket.Open();
   // Some servers accept messages only from source port 514. If a collector on this machine has that port, use
-  // another: our newer socket would get the collector's datagrams. Our own first socket, m_firstInode, does
-  // not count: the supervisor opened it, and children inherit it.
+  // another: our newer socket would get the collector's datagrams. Our own first socket, m_firstInode, is no
+  // collector: the supervisor opened it, and children inherit it.
   if (m_syslogEnabled && localPort != 0 && !UdpSocket3::IsHeldByOthers(localPort, m_firstInode) &&
       m_syslogSocket.Bind(localPort, 0) && m_firstInode == 0)
     m_firstInode = m_syslogSocket.Inode();
@@ -204,7 +204,7 @@ void DailyLog2::LogAndNotify(const char* typeWord, const char* module, const cha
   {
     const ScopedLock lock(m_mutex);
     LogMsg(typeWord, module, text);
-    // Watchers may log, so nothing notifies while they run.
+    // Watchers may log; while they run, no line notifies.
     const bool isOnly = m_notifyDepth.fetch_add(1, std::memory_order_relaxed) == 0;
     if (isOnly && m_watchers.count > 0) {
       TakeSnapshot(snapshot);

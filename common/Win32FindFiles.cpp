@@ -30,7 +30,7 @@ bool Win32FindFiles::EnumAll(const char* directory, Callback callback, void* con
   if (dir == nullptr) return false;
   char path[kMaxPath];
   memcpy(path, directory, directoryLength);
-  // Even if directory ends in a slash: the path is always directory, "/" and name.
+  // The path is always directory, "/" and name, even if directory ends in a slash.
   path[directoryLength] = '/';
   char* const nameAt = path + directoryLength + 1;
   const size_t room = kMaxPath - directoryLength - 1;

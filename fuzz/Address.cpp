@@ -1,4 +1,4 @@
-// Compares the address parser with a simple one. The stub resolver knows the host names of even length.
+// Compares the address parser with a simple one. The fake resolver knows the host names of even length.
 #include <arpa/inet.h>
 #include <netdb.h>
 

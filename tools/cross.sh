@@ -56,7 +56,7 @@ leave_out() {  # limits on standard input
   done
 }
 
-# Sets runner, the command prefix that runs a program of the architecture here, and the tests to leave out.
+# Sets runner (the command prefix that runs the architecture's programs) and the tests to leave out.
 choose_runner() {
   local sysroot=/usr/${triplets[$1]}
   local loader=$sysroot/lib/ld-linux.so.2

@@ -1,11 +1,11 @@
-# The machine's g++ with musl: from musl-tools, or with -DVELK_MUSL=FOLDER the smaller one that tools/musl.sh installed
-# there. Debian has no C++ library for musl, but the device's binaries need only g++'s headers.
+# The machine's g++ with the musl of musl-tools, or, with -DVELK_MUSL=FOLDER, the smaller musl that tools/musl.sh
+# installed in FOLDER. Debian has no C++ library for musl, but the device's binaries need only g++'s headers.
 execute_process(COMMAND gcc -print-multiarch OUTPUT_VARIABLE VELK_MULTIARCH OUTPUT_STRIP_TRAILING_WHITESPACE)
 execute_process(COMMAND g++ -dumpversion OUTPUT_VARIABLE VELK_GXX OUTPUT_STRIP_TRAILING_WHITESPACE)
 set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR ${VELK_MULTIARCH})
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VELK_MUSL)
-set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)  # C++ programs cannot be linked
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)  # CMake's test program would not link
 
 if(VELK_MUSL)
   set(VELK_MUSL_LIB ${VELK_MUSL}/lib)

@@ -47,7 +47,7 @@ TEST_F(IniFile3Test, SavesLinesAsListed) {
   ini.SetString("A", "null", nullptr);
   ini.SetString(nullptr, "first", "");
   ini.SetString("A", nullptr, "no key");
-  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // the same key as k: points into its old value
+  ini.SetString("[]", "K", ini.GetString("", "k", "") + 1);  // K is k; the new value points into the old one
   EXPECT_NE(0, ini.Save(m_dir.Path("out.ini").c_str()));
   EXPECT_EQ("first=\n[]\nk=lain\"\n[A]\nwith space=\"a \\\"b\\\\\"\nbare=C:\\\\x\nnull=\n",
             m_dir.Read("out.ini"));

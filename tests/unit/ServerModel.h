@@ -1,4 +1,4 @@
-// Compares the server with a list of peers for any sequence of datagrams.
+// Compares the server with a simple model, for any sequence of datagrams.
 #pragma once
 
 #include "tests/unit/CapturedLog.h"
@@ -54,7 +54,7 @@ class ServerModel final : public Velk::GDOBase {
   static uint32_t Key(const Endpoint& endpoint) { return endpoint.first * endpoint.second; }
 
   // Many share a bucket. Some share a key, so they are one peer: {2, 6} and {4, 3}, {0x80000000, 2} and
-  // {0, 0}, and those of n and n + 3 if n is a multiple of 4.
+  // {0, 0}, and those made from n and n + 3 if n % 4 == 0.
   Endpoint MakeEndpoint() {
     static const Endpoint kSpecial[] = {{2, 6},          {4, 3},          {1, 31},         {1, 62},
                                         {0xFFFFFFFF, 1}, {0x80000000, 2}, {0x7F000001, 9}, {0, 0}};

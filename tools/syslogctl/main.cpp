@@ -28,7 +28,7 @@ const Ctl::Command kCommands[] = {
      "  -t, --tag MODULE    the line's module (default syslogctl)\n",
      Ctl::RunLog},
     {"set", "", 2, 2, "NAME VALUE", "Set a configuration variable until the service restarts",
-     "The call SyncVar applies it. To change forwarding, use remote.\n", Ctl::RunSet},
+     "To apply it: syslogctl call SyncVar. To change forwarding, use remote.\n", Ctl::RunSet},
     {"remote", "", 1, 2, "on HOST | off", "Forward the log to the syslog server HOST, or stop forwarding",
      "Lasts until the service or its child restarts: then it forwards as configured.\n", Ctl::RunRemote},
     {"dump", "fnltJA", 0, 0, "[-f] [-n COUNT] [-l LEVEL] [-t MODULE] [--json] [--all]",
