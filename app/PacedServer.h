@@ -4,15 +4,15 @@
 #include "common/GDQ.h"
 #include "common/GDQUdpSrv.h"
 
-// Pauses the receive thread when too many calls are pending, and briefly when it is ahead of the worker
-// thread, so that it receives several datagrams at once.
+// Pauses the receive thread when too many calls are pending. If it is ahead of the worker thread, pauses it
+// briefly, to receive several datagrams at once.
 class PacedServer final : public Velk::GDQUdpSrv {
  public:
   // The queue is not owned and must outlive the server.
   explicit PacedServer(Velk::GDQ& queue) : m_queue(queue) {}
 
-  // Receiving pauses while this many calls, at most 7 MB, are pending on the queue. Further datagrams wait in
-  // the socket's buffer; the kernel drops those that do not fit.
+  // Receiving pauses while this many calls (7 MB at worst) are pending on the queue. Further datagrams wait
+  // in the socket's buffer; the kernel drops those that do not fit.
   static constexpr uint32_t kMaxPendingCalls = 2000;
 
   void AfterBatch(bool isDrained) override;

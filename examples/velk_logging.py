@@ -209,7 +209,7 @@ class VelkHandler(logging.Handler):
                 self._answer(int(answer[1]), int(answer[2]))
 
     def _answer(self, last, asked):
-        """Handles an ack of call `asked`: all up to `last` are logged. If `asked` is greater, one between them was lost."""
+        """Handles an ack of call `asked`: all up to `last` are logged. If `asked` is greater, one between was lost."""
         if last == 0 and self._known:
             self._rename()
             return

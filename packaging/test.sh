@@ -1,6 +1,6 @@
 #!/bin/bash
-# Tests SysV's script and BusyBox's inittab in a file system with only BusyBox, OpenWrt's and Buildroot's files with
-# stubs for what they include. Only the former needs root. test-deb.sh tests Debian's package.
+# Tests OpenWrt's and Buildroot's files with stubs for what they include; as root also SysV's script and BusyBox's
+# inittab, in a file system with only BusyBox. test-deb.sh tests Debian's package.
 set -eu
 cd "$(dirname "$0")/.."
 tools/install.sh g++ cmake ninja-build busybox-static shellcheck make

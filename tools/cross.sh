@@ -29,7 +29,7 @@ emulator_limits() {
 unit UdpSocket3.JoinsAndLeavesAGroup qemu-user has no IP_MULTICAST_IF
 unit UdpSocket3.SetsTheOptionsOfIp qemu-user has no IP_MULTICAST_IF
 unit InetAddress2.DoesNotAbortWithoutMemory the memory limit applies to the emulator too
-service test_each_function the preloaded library that makes system calls fail is built for this machine only
+service test_each_function the preloaded library that fails system calls is built for this machine only
 service test_serves_where_recvmmsg_is_refused the same library
 service test_restarts_a_child_that_runs_out_of_memory the emulator needs more address space than the limit allows
 service test_its_longest_backlog_fits_the_start_scripts_limit the same limit
@@ -41,7 +41,7 @@ END
 # If this machine's kernel runs i386 programs, fewer tests fail than under the emulator.
 native_limits() {
   cat <<'END'
-service test_each_function the preloaded library that makes system calls fail is for 64-bit programs
+service test_each_function the preloaded library that fails system calls is for 64-bit programs
 service test_serves_where_recvmmsg_is_refused the same library
 service test_reports_missing_descriptors_and_a_full_device the shell that starts the program needs more descriptors
 END

@@ -20,7 +20,7 @@ TEST(LogCall, CutsLongLinesBetweenCharacters) {
       text += kCharacters[choices.Below(6)];
     CheckCalls(Warning, "a~`b", text);
   }
-  // Invalid UTF-8 may be cut anywhere but must arrive whole. No empty piece may follow three full ones.
+  // Invalid UTF-8 may be cut anywhere but not lose a byte. No empty piece may follow three full ones.
   CheckCalls(Warning, "m", std::string(5000, '\x80'));
   const size_t room = LogCall::kMost - strlen("LogMsg 1 `m` `\n`");
   EXPECT_EQ(3u, CheckCalls(Info, "m", std::string(3 * room, 'x') + "\n"));

@@ -27,7 +27,7 @@ inline unsigned long long NowMs() {
   return NowUs() / 1000;
 }
 
-// Options of a client that holds this number of lines and never blocks: Session waits for room.
+// Options of a client that holds this number of lines and never blocks: Session waits instead.
 Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
 
