@@ -1,6 +1,6 @@
 #!/bin/bash
-# Builds Debian's package and a newer version, checks it with lintian, and tests it in a minimal Debian that boots in a
-# container: packaging/test-deb.sh. Needs root. Writes to build-deb/ and, while it runs, to /var/tmp.
+# Builds the Debian package and a newer version, checks the first with lintian, and tests both in a minimal Debian
+# that boots in a container. Run packaging/test-deb.sh. Needs root. Writes to build-deb/ and, while it runs, to /var/tmp.
 set -eu
 cd "$(dirname "$0")/.."
 

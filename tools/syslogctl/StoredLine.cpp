@@ -34,7 +34,7 @@ int LevelAt(const char* text, const char* end, size_t* length) {
   return Options::kNoLevel;
 }
 
-// The service cuts a longer head, and the level is lost.
+// The service cuts a longer "module.Type: ", and the type is lost.
 constexpr ptrdiff_t kMaxHead = 126;
 
 void SplitHead(const char* head, const char* end, StoredLine* line) {
@@ -94,8 +94,8 @@ bool IsEarlier(const StoredLine& a, const StoredLine& b) {
   return a.hasTime && b.hasTime && (TimeOf(a) - TimeOf(b) + kDay) % kDay >= kDay / 2;
 }
 
-// After a restart the supervisor's lines come first in now, and old may lack them. Then only their times show
-// that they are not new: earlier than that of old's last line, or later than that of the next line.
+// After a restart, `now` begins with lines of the supervisor, and `old` may lack them. They are not new,
+// which only their times show: before that of old's last line, or after that of the line that follows.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {
