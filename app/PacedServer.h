@@ -5,7 +5,7 @@
 #include "common/GDQUdpSrv.h"
 
 // Pauses the receive thread when too many calls are pending. If it is ahead of the worker thread, pauses it
-// briefly, to receive several datagrams at once.
+// briefly, so that datagrams collect and are received in one batch.
 class PacedServer final : public Velk::GDQUdpSrv {
  public:
   // The queue is not owned and must outlive the server.

@@ -3,8 +3,8 @@
  *   fleet COLLECTOR-ADDRESS DEVICES LINES-PER-SECOND LINES
  *
  * Device i has the address 127.1.(i / 250).(1 + i % 250) and sends from port 514, as the service does. The
- * modules are net, app, power and Syslog at random. LINES and LINES-PER-SECOND (0: no limit) count all
- * devices. Prints one JSON object. */
+ * modules are net, app, power and Syslog at random. LINES and LINES-PER-SECOND (0: no limit) are fleet
+ * totals. Prints one JSON object. */
 #define _GNU_SOURCE
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -43,8 +43,8 @@ bool WriteAt(int fd, const char* data, size_t size, size_t offset) {
 
 enum class Outcome { kDone, kFailed, kRefusedByDirectory };
 
-// Classifies errno after creating or renaming a file. A lack of space, descriptors or memory is a failure, so
-// that the old file is not overwritten.
+// Classifies errno after creating or renaming a file. A lack of space, descriptors or memory is kFailed: only
+// kRefusedByDirectory lets Replace() overwrite.
 Outcome OutcomeOfError() {
   switch (errno) {
     case EACCES:

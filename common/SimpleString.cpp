@@ -19,7 +19,7 @@ int UpperByte(char c) {
 
 }  // namespace
 
-// Never freed. Length and text never change; each copy of a string sets the growth step.
+// Never freed. Only the growth step changes: the copy constructor sets it.
 SimpleString::StringData SimpleString::m_empty = {0, 0, 0, {0}};
 
 SimpleString::StringData* SimpleString::StringData::Create(unsigned capacity) {

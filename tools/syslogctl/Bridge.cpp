@@ -19,7 +19,7 @@ namespace Ctl {
 namespace {
 
 constexpr unsigned kHeldLines = 8192;  // while the service is away; 2 MiB
-constexpr int kReadsAtOnce = 128;      // then the client gets its turn
+constexpr int kReadsAtOnce = 128;      // then the lines are handed on
 
 // The kernel's log: one record per read, oldest first. See the kernel's Documentation/ABI/testing/dev-kmsg.
 class KernelLog {
@@ -103,7 +103,7 @@ class Bridge {
   NetworkLog m_network;
   KernelLog m_kernel;
   RecordRing m_ring;
-  unsigned m_callsTaken = 0;  // how many calls of the oldest record the client took
+  unsigned m_callsTaken = 0;  // calls already taken from the oldest record
   Velk::SimpleString m_module{64, 64};
   Velk::SimpleString m_text{1024, 1024};
 };

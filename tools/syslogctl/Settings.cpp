@@ -34,7 +34,7 @@ namespace {
 
 constexpr char kOff[] = "none";
 
-// SyncVar does nothing unless the type or the address has changed since the start. Setting the type to "" and
+// SyncVar does nothing until a SetVar has changed the type or the address. Setting the type to "" and
 // then to another value is always a change.
 int SendForwarding(Session& session, const char* host) {
   CallText sync;
@@ -70,7 +70,7 @@ bool IsHost(const char* host) {
     return false;
   }
   if (strchr(host, ':') == nullptr) return true;
-  Say("'%s' has a ':': no port (it is 514) and no IPv6 address", host);
+  Say("'%s' has a ':': omit the port (514); IPv6 is unsupported", host);
   return false;
 }
 

@@ -27,7 +27,7 @@ struct Heard {
 
   unsigned Count() const { return args != nullptr ? args->GetCount() : 0; }
   const char* Text(unsigned index) const { return args->GetItem(index)->AsStr(); }
-  // Ignores case: a program that forwards its whole log sends "logmsg".
+  // Ignores case: a peer that forwards its log spells it "logmsg".
   bool IsLogLine() const { return strcasecmp(name, "LogMsg") == 0 && Count() == 3; }
   long long Type() const { return args->GetItem(0)->AsInt(); }
   const Level& LogLevel() const { return LevelOf(Type()); }
