@@ -38,7 +38,7 @@ class Counter : public Velk::IGenericDispatchTarget {
   std::atomic<long> m_count{0};
 };
 
-// One poster, at most 64 posts ahead of the worker thread.
+// One poster, less than 32 + 32 posts ahead of the worker thread.
 void PostAndDeliver(benchmark::State& state) {
   Counter counter;
   Velk::GDQ queue(0, 0, "bench", false);
@@ -132,7 +132,7 @@ void Handshake(benchmark::State& state) {
 }
 BENCHMARK(Handshake);
 
-// Adds and admits peers, the first after range(0) others.
+// Adds and admits peers to a table with range(0) others.
 void AdmitAmong(benchmark::State& state) {
   Velk::PeerTable table;
   unsigned next = 0;

@@ -50,11 +50,11 @@ class PeerTable {
   void Connect(const InetAddress2& from, const unsigned char* cookie);
 
   // Finds by key, the product of address and port. Null: none connected. Endpoints with the same product
-  // share a record on purpose: it keeps the address of the first and the cookie of the last.
+  // share a record on purpose, with the first one's address and the last one's cookie.
   Peer* Find(const InetAddress2& from);
 
   // Marks the peer as admitted. The first time, also finds its place in the list: with 10,000 admitted peers
-  // that takes 13 us, as long as sending three datagrams (AdmitAmong in bench/micro.cpp).
+  // that takes 13 us, like sending three datagrams (AdmitAmong in bench/micro.cpp).
   void Admit(Peer* peer);
 
   // Iterate over the admitted peers; null after the last. Ordered by key modulo 31, then by first connect.

@@ -49,7 +49,7 @@ def main(text, password="mosk"):
         peer.send(cookie + call)
         answer = receive(peer, lambda datagram: datagram.startswith(cookie + b"Ack " + client))
         if answer is not None:
-            peer.send(b"CONN")  # leaves, so that the service stops relaying calls to us
+            peer.send(b"CONN")  # CONN again ends our admission, and so the relaying
             _last, _asked, refused = answer.split()[-3:]
             return "the service refused the line" if int(refused) else 0
     return "no answer: is the service running, and is the password right?"

@@ -75,7 +75,7 @@ TEST_F(SendWindowTest, RetransmitsOnceForAGapThenOnlyAfterSilence) {
     SendAll(window, now);
   }
   EXPECT_EQ(1000 * kMs, window.DueUs() - now);
-  Answer(5, 3);  // to a copy of call 3, after call 5 was run
+  Answer(5, 3);  // answers a copy of call 3 after call 5 ran
   EXPECT_EQ(0u, window.Held());
   EXPECT_EQ(SendWindow::kNever, window.DueUs());
 }
