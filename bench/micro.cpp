@@ -38,7 +38,7 @@ class Counter : public Velk::IGenericDispatchTarget {
   std::atomic<long> m_count{0};
 };
 
-// One poster, less than 32 + 32 posts ahead of the worker thread.
+// One poster. After every 32 posts it waits until fewer than 32 are pending.
 void PostAndDeliver(benchmark::State& state) {
   Counter counter;
   Velk::GDQ queue(0, 0, "bench", false);

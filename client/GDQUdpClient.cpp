@@ -116,7 +116,7 @@ bool GDQUdpClient::IsUsable() const {
 }
 
 // If the program has closed our descriptors, opens new ones after settleMs. Call it before using them. Checks
-// only the socket unless isThorough, which takes 0.4 us for each call sent.
+// only the socket unless isThorough, which would cost each call 0.4 us.
 void GDQUdpClient::ReplaceClosed(bool isThorough, unsigned settleMs) {
   if (m_readiness.Descriptor() >= 0) {
     if (m_socket.IsOurs() && (!isThorough || m_readiness.IsOurs())) return;
@@ -145,7 +145,7 @@ void GDQUdpClient::SendConnect() {
   m_socket.SendConnect();
 }
 
-// Also called while joined: a delayed CONN may have just ended our admission.
+// Also called while joined: a late CONN of ours ends our admission.
 void GDQUdpClient::TakeNonce(const char* nonce) {
   if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
@@ -254,7 +254,7 @@ void GDQUdpClient::OnSilence() {
   StartJoin(true);
 }
 
-// Keeps an earlier time that is still to come, which saves system calls for each call sent.
+// Leaves a timer that expires earlier as it is, which saves system calls for each call sent.
 void GDQUdpClient::Arm() {
   const uint64_t due = m_relayed.IsEmpty() && !m_isWoken ? DueUs() : 1;  // 1: at once (0 would disarm)
   if (due == m_armedUs || (due > m_armedUs && m_armedUs > NowUs())) return;
@@ -295,7 +295,7 @@ bool GDQUdpClient::SendMsg(const char* text) {
   if (now >= DueUs()) Advance();
   if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
     StartJoin(true);
-    // The nonce most likely arrives at once, and Process() may not be called before the next SendMsg().
+    // The nonce most likely arrives at once. Perhaps Process() is not called before the next SendMsg().
     if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
   const uint64_t end = EndUs(m_options.waitMs);
@@ -356,7 +356,7 @@ void GDQUdpClient::Process(unsigned settleMs) {
     const Lock lock(this);
     ReplaceClosed(false, settleMs);
     m_isWoken = false;
-    // If there was no work, the readable descriptor may now be the program's own file and stay readable.
+    // If there was no work, the descriptor may now be the program's own file, and would stay readable.
     if (!Advance()) ReplaceClosed(true, settleMs);
   }
   while (DeliverCall()) continue;

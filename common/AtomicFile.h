@@ -11,8 +11,8 @@ namespace Velk {
 // over the old file. Readers find either the old or the new version, even after a crash or on a full disk.
 //
 // If the directory does not allow that (not writable, name too long, file is a mount point), overwrites the
-// old file: first the bytes beyond its end, so that a full disk is noticed while the old content is intact. A
-// power cut or device error during that can leave a mix of both versions.
+// old file. What makes it longer goes first, so that a full disk is noticed while the old content is intact.
+// A power cut or device error during that can leave a mix of both versions.
 //
 // Safe in a world-writable directory: does not follow a symbolic link in the last part of the path, does not
 // block on a pipe or device, and does not overwrite a file with several hard links. One thread at a time.
@@ -28,7 +28,7 @@ class AtomicFile {
   // is null, or out of memory.
   FILE* Open(const char* path);
 
-  // Replaces the file. Waits for fsync(2), unless it has to overwrite: the new file is complete even after a
+  // Replaces the file. Unless it has to overwrite, waits for fsync(2): the new file is complete even after a
   // power cut. Keeps the permissions; creates a missing file. False: not a regular file, not writable, or no
   // space; a file that this call created remains, empty.
   bool Commit();

@@ -63,13 +63,13 @@ class DailyLog2 : public IDailyLog2 {
   bool EnableSyslog(const char* host, unsigned short localPort) override;
   void DisableSyslog() override;
   void Log(ELogMessageType type, const char* module, const char* text) override;
-  // Replaces the sync file, see AtomicFile::CommitAsOwn(). Unless it has to be overwritten, readers keep the
-  // version that they have open. A failure is logged.
+  // Replaces the sync file, see AtomicFile::CommitAsOwn(). Unless it must be written in place, readers keep
+  // the version that they have open. A failure is logged.
   void SyncLog() override;
   // Removes the temporary files of processes that were killed during SyncLog().
   void RemoveLeftovers();
   // A warning or error logged during a notification, on any thread, is stored, but watchers are not told.
-  // Watchers get a copy of the ring, which is made even if all of them have been removed.
+  // Watchers get a copy of the ring, which is made even if every watcher has been removed.
   void AddErrorNotify(ILogErrorNotify* watcher) override;
   // May return while another thread is still in the watcher's OnLogError().
   void RemoveErrorNotify(ILogErrorNotify* watcher) override;
@@ -149,7 +149,8 @@ class DailyLog2 : public IDailyLog2 {
   unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
   unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
   ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
-  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each slot's line; a cut header counts in full
+  unsigned* const m_sizes
+      PT_GUARDED_BY(m_mutex);  // bytes of each slot's line, as if no header were truncated
   std::atomic<unsigned> m_notifyDepth{0};
   const Velk::SimpleString m_syncPath;
   ChunkList m_free GUARDED_BY(m_mutex);

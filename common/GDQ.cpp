@@ -120,8 +120,8 @@ bool GDQ::Run() {
 void GDQ::Stop() {
   {
     // Wakes a worker thread that sleeps until the next post. It could consume the signal before it sees that
-    // it must end, so m_keepSignalled keeps the signal set. Run() clears the flag: after Stop() the
-    // object may be gone.
+    // it must end, so m_keepSignalled keeps the signal set. Run() clears the flag, as the object may be gone
+    // when Stop() ends.
     const ScopedLock lock(m_wakeMutex);
     m_keepSignalled = true;
     Wake();

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Copies examples/wire.sh into docs/protocol.md and generates man/velk-protocol.7 from that. Edit only the first two.
-# "tools/protocol.sh check" changes nothing and fails if one of them is out of date. Needs mandoc and lowdown 1.0
+# "tools/protocol.sh check" changes nothing and fails if a run would change a file. Needs mandoc and lowdown 1.0
 # (Debian 12); other versions may write other macros.
 set -eu
 cd "$(dirname "$0")/.."

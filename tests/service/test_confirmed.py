@@ -33,13 +33,13 @@ class Confirmed(ServiceTest):
     def check_after(self, calls):
         """Checks that the line is in the log when the tool ends, although another peer's calls came first."""
         service, peer = self.service(), self.peer()
-        for _ in range(500):  # slows SyncLog calls
+        for _ in range(500):  # makes the file that SyncLog writes long
             peer.log(b"x" * 1000 + b"\n")
         service.fence(peer, insist=True)
         for call in calls:
             peer.call(call)
         self.log()
-        # A late CONN can put "Cookies do not match:", which has no line feed, before it.
+        # A late CONN can put "Cookies do not match:" (no line feed) before the line.
         self.assertEqual(sum(text.endswith("syslogctl.Info: confirmed") for text in service.texts()), 1)
 
     def test_after_calls_that_do_not_parse(self):

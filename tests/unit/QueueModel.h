@@ -1,5 +1,5 @@
-// Compares the queue with a sorted vector. Choices set the clock and end sleeps. They also post, set timers
-// and cancel, in handlers and instead of a sleep. The queue runs on the caller's thread.
+// Compares the queue with a sorted vector. Choices set the clock, end sleeps, post,
+// set timers and cancel, in handlers and where the queue would sleep. The queue runs on the caller's thread.
 #pragma once
 
 #include "common/GDQ.h"
@@ -56,7 +56,7 @@ class QueueModel final : Velk::IGenericDispatchQueue::IErrorReport {
   void OnParseError(Velk::IGenericDispatchTarget* target, const char* name, const char* args) override {
     EXPECT_TRUE(args == std::string(kUnclosed) || args == std::string(kTooMany)) << args;
     Deliver(target, name);
-    // The next sleep is as long as the last, unless a post has come since.
+    // After this the queue repeats its last wait, unless a post has come.
     m_waitsAgain = !m_isSignalled;
     m_isSignalled = false;
   }

@@ -26,8 +26,9 @@ TEST(SyslogctlStoredLine, NewLinesAreThoseAfterTheLastSeen) {
       {LinesOf("abc"), LinesOf("cde"), LinesOf("de"), true},
       {LinesOf("aaa"), LinesOf("aaaa"), LinesOf("a"), true},
       {LinesOf("abc"), LinesOf("fgh"), LinesOf("fgh"), false},
-      {LinesOf("abde"), LinesOf("abfg"), LinesOf("fg"), false},  // restart: a and b are in both
-      {LinesOf("rst"), LinesOf("abuv"), LinesOf("uv"), false},   // restart: old has lost a and b
+      {LinesOf("abde"), LinesOf("abfg"), LinesOf("fg"),
+       false},  // after a restart: a and b, the supervisor's, are in both
+      {LinesOf("rst"), LinesOf("abuv"), LinesOf("uv"), false},  // the same, but a and b are no longer in old
       {"[23:59:00.000] m.Info: x\n", "[00:00:00.000] m.Info: y\n", "[00:00:00.000] m.Info: y\n", false},
       {LinesOf("a") + "second\n", LinesOf("a") + "second\n" + "[10:01:00.000] no end",
        "[10:01:00.000] no end", true},

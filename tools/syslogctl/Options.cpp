@@ -31,7 +31,7 @@ constexpr char kCommonOptions[] =
     "\n"
     "Exit status: 0 done, 1 not confirmed, 2 wrong usage, 3 no answer.\n";
 
-// Options without a letter.
+// Common options that have no letter.
 enum NoLetter { kPasswordFile = 256, kTimeout };
 
 // Every command's options; Command::allowed says which ones a command takes.
