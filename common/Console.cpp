@@ -62,8 +62,7 @@ bool Write(const void* text, size_t size) {
   return true;
 }
 
-// Flushes stdout unless the thread never waits, and writes the warning about dropped lines, if any. False:
-// drop the line.
+// Flushes stdout if we may wait, and writes the warning about dropped lines, if any. False: drop the line.
 bool WriteWhatGoesFirst() {
   if (!t_neverWaits && __fpending(stdout) != 0) fflush_unlocked(stdout);
   if (t_neverWaits && t_fd == STDOUT_FILENO && !IsWritable(0)) return false;
