@@ -227,7 +227,10 @@ int Bridge::Finish() {
   RecordRing::Record record;
   bool isAllRead = false;
   do {
-    if (!isAllRead) isAllRead = ReadSocket() && ReadNetwork();
+    if (!isAllRead) {
+      const bool isSocketRead = ReadSocket();
+      isAllRead = ReadNetwork() && isSocketRead;
+    }
     HandOn();
     if (m_ring.Front(&record)) m_session.Wait(m_options.timeoutMs);
   } while ((!isAllRead || m_ring.Front(&record)) && NowMs() - begin < m_options.timeoutMs);
