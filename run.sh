@@ -19,5 +19,5 @@ cmake --build build --target all log_c log_cpp event_loop -- --quiet
 
 echo "Configuration: /flash/conf/kavlune.conf (docs/configuration.md); optional."
 echo "Listening on:  UDP port 11001."
-echo "First line:    build/syslogctl log -l warning -t net \"link down\"   (in another terminal)"
+echo "Try it:        build/syslogctl log -l warning -t net \"link down\"   (in another terminal)"
 exec build/syslog "$@"

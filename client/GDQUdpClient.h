@@ -101,8 +101,8 @@ class GDQUdpClient final : public GDQUdpBase {
 
   // For poll(2) or epoll(7): readable when Process() has work, timed work included. -1: no descriptor.
   int Descriptor() const NO_THREAD_SAFETY_ANALYSIS { return IsUsable() ? m_readiness.Descriptor() : -1; }
-  // Does the work that is due and never blocks. Hands relayed calls to the listeners, in order as long as
-  // only one thread calls this; of a "WithAck" call, only the call inside it. A listener may call SendMsg(),
+  // Does the work that is due and never blocks. Hands relayed calls, without their "WithAck", to the
+  // listeners, in order as long as only one thread calls this. A listener may call SendMsg(),
   // Call(), Log() and GetStatus(). settleMs delays the opening of new descriptors after the program has
   // closed ours; use it if another thread may still be closing descriptors.
   void Process(unsigned settleMs = 0);

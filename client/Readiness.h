@@ -29,7 +29,7 @@ class Readiness {
   // closed.
   bool IsOurs() const;
 
-  // socket must still be the caller's. False: it is not watched, as we are closed or suspended, our
+  // socket must not have been closed. False: it is not watched, as we are closed or suspended, our
   // descriptors are no longer ours, or epoll_ctl(2) failed.
   bool Watch(int socket);
   void Unwatch(int socket);

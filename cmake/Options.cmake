@@ -26,7 +26,7 @@ if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL 
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
   # On 32-bit machines GCC then warns of the huge size that its own overflow check passes to operator new[].
   add_link_options(-Wno-alloc-size-larger-than)
-  # Tests and examples lack -flto but link objects built with it: without this, GCC warns.
+  # Tests and examples compile without -flto but link LTO objects: GCC warns otherwise.
   add_link_options(-flto=auto)
 endif()
 

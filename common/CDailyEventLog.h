@@ -14,7 +14,7 @@ class CDailyEventLog {
 
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
-  // EnumerateLogs() passes a pointer to such a struct as context, not the caller's own context.
+  // The callback's context points to such a struct, not to the caller's own context.
   struct EnumContext {
     EnumCallback callback;
     void* context;  // the caller's own

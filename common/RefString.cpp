@@ -16,7 +16,7 @@ RefString::RefStringData* RefString::RefStringData::CreateInstance(unsigned long
   TextOps::CheckLength(len);
   TextOps::CheckLength(growBy);
   unsigned long size = len + 1;
-  // A multiple of growBy gets another step, so that there is room to append.
+  // Rounds up to a larger multiple, never the same size, so that there is room to append.
   if (growBy != 0) size = (size / growBy + 1) * growBy;
   TextOps::CheckLength(size);
   RefStringData* data = reinterpret_cast<RefStringData*>(new char[sizeof(RefStringData) + size]);

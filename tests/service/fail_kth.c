@@ -70,7 +70,7 @@ int open64(const char* path, int flags, ...) {
   return open(path, flags, mode);
 }
 
-// All three count as malloc. They avoid dlsym(3), which may allocate memory itself.
+// calloc and realloc count as malloc. None uses dlsym(3), which may allocate memory itself.
 #define LET_FAIL_MEMORY(name, parameters, arguments)                 \
   void* __libc_##name parameters;                                    \
   void* name parameters {                                            \

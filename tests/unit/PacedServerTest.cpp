@@ -7,7 +7,7 @@
 
 namespace {
 
-// A worker thread that is blocked until released, and the receive thread.
+// A queue whose worker thread is blocked until released. The test is its receive thread.
 struct Service : Velk::IGenericDispatchTarget {
   Service() { EXPECT_TRUE(m_queue.Run()); }
   ~Service() override { m_queue.Stop(); }

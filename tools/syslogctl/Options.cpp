@@ -291,7 +291,7 @@ class Parser {
   bool m_given[CHAR_MAX + 1] = {};  // index: option letter
 };
 
-// optopt is the option's letter, or 0 for an unknown long option. Some letters are only for long options.
+// optopt is the option's letter, or 0 for an unknown long option.
 Outcome RefuseOption(int problem, const char* word) {
   const char letter[] = {'-', static_cast<char>(optopt), '\0'};
   const bool isLong = optopt == 0 || (LongName(optopt) != nullptr && word[0] == '-' && word[1] == '-');

@@ -63,7 +63,7 @@ class Session {
   void Pause(unsigned ms);
   static bool IsInterrupted();
 
-  // Reports if the service has gone away, stopped acknowledging or returned. To be called after each Wait().
+  // Reports if the service has gone away, returned or stopped acknowledging. To be called after each Wait().
   void TellChanges();
 
   Velk::GDQUdpClient& Client() { return m_client; }

@@ -19,9 +19,9 @@ class SyncFile {
   SyncFile& operator=(const SyncFile&) = delete;
   ~SyncFile();
 
-  // Makes the service write the file, and reads it. kDone: it is new and not empty. If waits is true, the
-  // wait has no timeout, and kDone can also mean an interrupt: check Session::IsInterrupted(). Any
-  // other result: it failed and printed why.
+  // Makes the service write the file, and reads it. kDone: it is new and not empty. Any other result: it
+  // failed and printed why. If waits is true, there is no timeout, and kDone can also mean an interrupt:
+  // check Session::IsInterrupted().
   int Get(const Options& options, Session& session, bool waits);
 
   const char* Begin() const { return m_bytes; }
