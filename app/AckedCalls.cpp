@@ -83,7 +83,7 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
   if (target == this) {
     --m_pending;
     m_head.ParseArgs(args);  // stops at the same error, or after three arguments
-    // The last one may be cut off: only a third proves that the number is whole.
+    // If the call's number is the last argument parsed, it may be cut off.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
   // After a call that cannot be parsed, the queue sleeps until the next post, even if calls are pending.

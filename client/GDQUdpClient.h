@@ -151,8 +151,8 @@ class GDQUdpClient final : public GDQUdpBase {
   bool m_isBlocked GUARDED_BY(m_mutex) = false;   // the socket's send buffer is full
   bool m_isWoken GUARDED_BY(m_mutex) = false;     // see Wake()
   bool m_isAnswered GUARDED_BY(m_mutex) = false;  // acknowledged at least once since Open()
-  uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the last join
-  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // last CONN, nonce, failed send or start of a join
+  uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the latest join
+  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // latest CONN, nonce, failed send or join start
   uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last ping sent or acknowledgement received
   // How long to wait for a nonce. Doubles until an acknowledgement arrives.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;

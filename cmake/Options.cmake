@@ -26,7 +26,7 @@ if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL 
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
   # On 32-bit machines GCC then warns of the huge size that its own overflow check passes to operator new[].
   add_link_options(-Wno-alloc-size-larger-than)
-  # Tests and examples compile without -flto but link LTO objects: GCC warns otherwise.
+  # Silences GCC where tests and examples, built without -flto, link LTO objects.
   add_link_options(-flto=auto)
 endif()
 

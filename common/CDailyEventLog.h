@@ -14,7 +14,7 @@ class CDailyEventLog {
 
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
-  // The callback's context points to such a struct, not to the caller's own context.
+  // What the callback's context points to, instead of to the caller's own context.
   struct EnumContext {
     EnumCallback callback;
     void* context;  // the caller's own
@@ -29,8 +29,8 @@ class CDailyEventLog {
   // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts
   // as empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
   // directory. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
-  // rotated. If it returns false, the log is closed; the previous names stay if the path is too long or
-  // directory is "".
+  // rotated. False: the log is closed; if the path is too long or directory is "", the names of the last
+  // Open() stay.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.
@@ -52,7 +52,7 @@ class CDailyEventLog {
   // Does nothing, like Open()'s daysToKeep.
   void DeleteOldLogs(long) {}
 
-  // The directory with a "/" at its end; null before the first Open(), not counting "stdout".
+  // The directory with a "/" at its end; null before the first Open() other than of "stdout".
   const char* GetLogPath() const { return m_directory; }
 
   // Calls back for every file of this log in the directory, see EnumContext. False: the directory cannot be

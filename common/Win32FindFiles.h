@@ -11,8 +11,8 @@ class Win32FindFiles {
   // Longest full path, with the NUL. Entries with a longer one are skipped.
   static constexpr unsigned kMaxPath = 4096;
 
-  // Reports every regular file and directory, including "." and "..", in the order of readdir(3). Follows
-  // symbolic links; skips everything else. False: the directory cannot be opened, or the callback returned
+  // Reports all regular files, directories (also "." and "..") and symbolic links to these, in the order of
+  // readdir(3). False: the directory cannot be opened, or the callback returned
   // false.
   static bool EnumAll(const char* directory, Callback callback, void* context);
 

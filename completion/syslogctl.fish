@@ -38,7 +38,7 @@ complete -c syslogctl -n '__syslogctl_in log dump watch' -s t -l tag -x -d 'The 
 complete -c syslogctl -n '__syslogctl_in dump watch ping' -s n -l count -x -d 'At most this many'
 complete -c syslogctl -n '__syslogctl_in dump watch' -l json -d 'One JSON object per line'
 complete -c syslogctl -n '__syslogctl_in dump' -s f -l follow -d 'Then print new lines'
-complete -c syslogctl -n '__syslogctl_in dump' -l all -d 'Also lines about joining'
+complete -c syslogctl -n '__syslogctl_in dump' -l all -d 'Also lines logged when a program joins'
 complete -c syslogctl -n '__syslogctl_in ping' -s c -x -d 'At most this many'
 complete -c syslogctl -n '__syslogctl_in ping' -s i -l interval -x -d 'Seconds between calls'
 complete -c syslogctl -n '__syslogctl_in bridge' -l socket -r -F -d 'Instead of /dev/log'

@@ -4,7 +4,7 @@ set -o pipefail
 exec 3<>/dev/udp/127.0.0.1/11001
 receive() { timeout 1 dd bs=2k count=1 status=none <&3; }
 send() { dd bs=2k iflag=fullblock status=none >&3; }  # one datagram
-connect() { printf CONN | send; }  # also ends an earlier connect's admission
+connect() { printf CONN | send; }  # sent again, it ends the admission
 connect
 cookie=$({ receive && printf mosk; } | md5sum | sed 's/ .*//; s/../\\x&/g') || exit
 text=${1//"~"/"~~"} text=${text//'"'/'~"'} client=$RANDOM$RANDOM$RANDOM

@@ -14,7 +14,7 @@ void* malloc(size_t size) {
   return NULL;
 }
 
-/* Logs while allocation `at` fails. Returns 1 if that gave ENOMEM, 0 if it was not reached, -1 otherwise. */
+/* Logs while allocation `at` fails. Returns 1 on ENOMEM, 0 if there was no such allocation, -1 otherwise. */
 static int with_failure(int at) {
   until_failure = at;
   velk* log = velk_open("127.0.0.1:9", "password", VELK_NOWAIT);

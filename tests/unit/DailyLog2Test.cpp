@@ -75,7 +75,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
       model.push_back("# " + header.substr(0, 113) + text);
-      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());  // of the cut bytes, 13 count
+      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());  // up to 13 of the cut bytes count
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isChecked) continue;

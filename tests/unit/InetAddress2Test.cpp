@@ -24,7 +24,7 @@ TEST(InetAddress2, ReadsQuadsLikeTheModel) {
 
 TEST(InetAddress2, SetsAddressAndPortFromTextOrStaysUnchanged) {
   CapturedLog log(false);
-  const std::string longestLookup(79, 'a');  // too long for a label: fails without a DNS query
+  const std::string longestLookup(79, 'a');  // too long for a DNS label: fails without a query
   const std::tuple<std::string, unsigned short, const char*> rows[] = {
       // text, default port, result; null: refused
       {"255.255.255.255:65535", 1, "255.255.255.255:65535"},

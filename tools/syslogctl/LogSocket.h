@@ -16,7 +16,8 @@ class LogSocket {
   // Also removes the file, unless another program has replaced it.
   ~LogSocket();
 
-  // Replaces a socket that no process reads, but no other file. False: it failed and printed why.
+  // A file that is there is replaced only if it is a socket that no process reads. False: it failed and
+  // printed why.
   bool Open(const char* path);
 
   int Descriptor() const { return m_fd; }

@@ -50,7 +50,7 @@ class Session {
   int Send(const char* call);
   // Likewise for a line of the log, given without a line feed. A long line becomes several calls.
   int SendLine(ELogMessageType type, const char* module, const char* text);
-  // Waits until the service has run all calls, as long as there is progress. Then reports the calls that were
+  // Waits until the service has run all calls or makes no more progress. Then reports the calls that were
   // refused or may not have been run.
   int Finish();
   // Prints why nothing is acknowledged. Returns the exit value.
