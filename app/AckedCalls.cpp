@@ -83,7 +83,7 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
   if (target == this) {
     --m_pending;
     m_head.ParseArgs(args);  // stops at the same error, or after three arguments
-    // If the call's number is the last argument parsed, it may be cut off.
+    // The last argument parsed may be cut off. That must not be the number, the second one.
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
   // After a call that cannot be parsed, the queue sleeps until the next post, even if calls are pending.

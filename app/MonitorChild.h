@@ -2,7 +2,7 @@
 #pragma once
 
 // Forks the serving child and restarts it whenever it ends, without limit: no one would do it by hand on a
-// device. Restarts at once, unless the child exited or crashed before ReportServing(): then it first pauses
+// device. Restarts at once, unless the child ended by itself before ReportServing(): then it first pauses
 // for 10 ms, doubling up to one second. Call it once, before any thread exists.
 //
 // Returns true in each child, and false in the supervisor if fork(2) fails. Otherwise it never returns in the

@@ -44,7 +44,7 @@ class ArgsParser {
   // before the error stays available.
   bool ParseArgs(const char* text);
 
-  // The arguments of the last parse, until the next. The parser owns the list; call this after each parse.
+  // The arguments of the last parse. The parser owns the list. Call this again after another parse.
   const Args* GetArgs();
 
  private:

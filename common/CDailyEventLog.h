@@ -12,12 +12,12 @@ class CDailyEventLog {
   // Longest path of a day's file, with the NUL. Longer ones are refused.
   static constexpr unsigned kPathSize = 256;
 
+  // context points to an EnumContext. False: stop.
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
-  // What the callback's context points to, instead of to the caller's own context.
   struct EnumContext {
     EnumCallback callback;
-    void* context;  // the caller's own
+    void* context;  // as given to EnumerateLogs()
   };
 
   // Starts closed.
@@ -29,8 +29,8 @@ class CDailyEventLog {
   // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts
   // as empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
   // directory. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
-  // rotated. False: the log is closed; if the path is too long or directory is "", the names of the last
-  // Open() stay.
+  // rotated. If it returns false, the log is closed. If the path is too long or directory is "", the names of
+  // an earlier Open() stay set.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.
@@ -52,7 +52,7 @@ class CDailyEventLog {
   // Does nothing, like Open()'s daysToKeep.
   void DeleteOldLogs(long) {}
 
-  // The directory with a "/" at its end; null before the first Open() other than of "stdout".
+  // The directory with a "/" at its end; null until a log other than "stdout" was opened.
   const char* GetLogPath() const { return m_directory; }
 
   // Calls back for every file of this log in the directory, see EnumContext. False: the directory cannot be

@@ -17,8 +17,8 @@ void logNonce(const char* label, unsigned char* bytes);
 // A peer sends "CONN" and receives a 16-byte nonce. Each later datagram is the cookie (the MD5 of nonce and
 // password) followed by a call. A call goes to the listeners and to every other admitted peer.
 //
-// One thread, the receive thread, runs ReceiveTask(). Any thread may call SendMsg(), SendTo() and Call() at
-// the same time. There is no lock, see PeerTable.
+// One thread, the receive thread, runs ReceiveTask(). Any thread may send at the same time, with SendMsg(),
+// SendTo() and Call(). There is no lock, see PeerTable.
 class GDQUdpSrv : public GDQUdpBase {
  public:
   GDQUdpSrv() = default;

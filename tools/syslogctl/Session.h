@@ -56,7 +56,7 @@ class Session {
   // Prints why nothing is acknowledged. Returns the exit value.
   int ExplainSilence();
 
-  // Waits up to timeoutMs for a descriptor (see revents), less if the client has work. Lets the client work.
+  // Waits for a descriptor (see revents), up to timeoutMs or until the client has work. Lets the client work.
   void Wait(pollfd* descriptors, int count, unsigned timeoutMs);
   void Wait(unsigned timeoutMs) { Wait(nullptr, 0, timeoutMs); }
   // Lets the client work for this time, or until interrupted.
