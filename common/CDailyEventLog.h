@@ -12,12 +12,12 @@ class CDailyEventLog {
   // Longest path of a day's file, with the NUL. Longer ones are refused.
   static constexpr unsigned kPathSize = 256;
 
-  // context points to an EnumContext. False: stop.
+  // context points to an EnumContext made by the log. False: stop.
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
-  struct EnumContext {
+  struct EnumContext {  // what EnumerateLogs() was given
     EnumCallback callback;
-    void* context;  // as given to EnumerateLogs()
+    void* context;
   };
 
   // Starts closed.

@@ -10,6 +10,6 @@ cookie=$({ receive && printf mosk; } | md5sum | sed 's/ .*//; s/../\\x&/g') || e
 text=${1//"~"/"~~"} text=${text//'"'/'~"'} client=$RANDOM$RANDOM$RANDOM
 for _ in {1..8}; do
   printf '%bWithAck %s 1 LogMsg 2 net "%s\n"' "$cookie" "$client" "$text" | send
-  receive | tail -c +17 | grep -a "^Ack $client" && connect && exit  # CONN ends the admission
+  receive | tail -c +17 | grep -a "^Ack $client" && connect && exit  # a second CONN logs out
 done
 exit 1

@@ -58,7 +58,7 @@ struct DailyLog2Test : testing::Test {
 }  // namespace
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
-  constexpr size_t kShown = 113, kCounted = 126;  // bytes of a long header in the line and in its size
+  constexpr size_t kShown = 113, kCounted = 126;  // most bytes of a header: shown; counted in GetTotal()
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {

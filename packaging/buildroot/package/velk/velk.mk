@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-# Not tested in Buildroot, which Debian does not package. packaging/test.sh runs this with make and stubs for
+# Not tested in Buildroot itself. packaging/test.sh runs this with make and stubs for
 # Buildroot's macros, and the start script with BusyBox.
 VELK_VERSION = 1.0.0
 VELK_SITE = $(BR2_EXTERNAL_VELK_PATH)/../..
