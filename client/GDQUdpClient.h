@@ -42,7 +42,7 @@ class GDQUdpClient final : public GDQUdpBase {
   static constexpr unsigned short kDefaultPort = kServicePort;
   static constexpr unsigned short kFirstLocalPort = 11101;  // see PeerSocket
   static constexpr unsigned kForever = 0xFFFFFFFF;
-  static constexpr unsigned kSettleMs = 200;  // see Process()
+  static constexpr unsigned kSettleMs = 200;  // for Process()
 
   struct Options {
     bool reliable = true;        // false: each call is sent once and not acknowledged
@@ -104,7 +104,7 @@ class GDQUdpClient final : public GDQUdpBase {
   // Does the work that is due and never blocks. Hands relayed calls, without their "WithAck", to the
   // listeners, in order as long as only one thread calls this. A listener may call SendMsg(),
   // Call(), Log() and GetStatus(). settleMs delays the opening of new descriptors after the program has
-  // closed ours; use it if another thread may still be closing descriptors.
+  // closed ours; pass kSettleMs if another thread may still be closing descriptors.
   void Process(unsigned settleMs = 0);
   // Makes the descriptor readable until the next Process().
   void Wake();
@@ -154,7 +154,7 @@ class GDQUdpClient final : public GDQUdpBase {
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the latest join
   uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // latest CONN, nonce, failed send or join start
   uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last ping sent or acknowledgement received
-  // How long to wait for a nonce. Doubles until an acknowledgement arrives.
+  // How long to wait for a nonce. Doubles each time; an acknowledgement resets it.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
   unsigned m_connects GUARDED_BY(m_mutex) = 0;      // CONNs without a nonce
   unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;   // rejoins because acknowledgements timed out

@@ -29,8 +29,8 @@ class Readiness {
   // closed.
   bool IsOurs() const;
 
-  // socket must not have been closed. False: it is not watched, as we are closed or suspended, our
-  // descriptors are no longer ours, or epoll_ctl(2) failed.
+  // socket must be open and belong to the caller. False: it is not watched, as we are closed or suspended,
+  // our descriptors are no longer ours, or epoll_ctl(2) failed.
   bool Watch(int socket);
   void Unwatch(int socket);
   // Sets the time, in microseconds of NowUs(); 0 or UINT64_MAX: never. From that time on, the descriptor is

@@ -24,7 +24,7 @@
 
 using Lines = std::vector<std::string>;
 
-// Polls until condition() is true. False: it still was not after 20 seconds.
+// Polls until condition() is true. False: not within 20 seconds.
 template <class Condition>
 bool WaitFor(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

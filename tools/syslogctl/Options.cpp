@@ -107,7 +107,7 @@ ssize_t ReadFirstLine(int fd, char* buffer, size_t size, unsigned timeoutMs) {
   size_t held = 0;
   while (held < size && memchr(buffer, '\n', held) == nullptr) {
     const unsigned long long nowUs = Velk::NowUs();
-    // poll(2) first: read(2) of a pipe that has no writer yet returns 0, as at its end.
+    // poll(2) first: until a pipe has a writer, read(2) returns 0, as at its end.
     const int ready = poll(&input, 1, nowUs < endUs ? static_cast<int>((endUs - nowUs + 999) / 1000) : 0);
     if (ready == 0) errno = ETIMEDOUT;
     const ssize_t count = ready > 0 ? read(fd, buffer + held, size - held) : -1;
@@ -228,7 +228,7 @@ bool Apply(int letter, const char* value, Options* options) {
     case 'q':
       return options->quiet = true;
     case 'C':
-      return true;  // log always confirms; older scripts still pass the option
+      return true;  // "log" always confirms; older scripts still pass the option
     case 'J':
       return options->json = true;
     case 'A':
