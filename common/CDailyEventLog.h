@@ -12,7 +12,7 @@ class CDailyEventLog {
   // Longest path of a day's file, with the NUL. Longer ones are refused.
   static constexpr unsigned kPathSize = 256;
 
-  // context points to an EnumContext made by the log. False: stop.
+  // context is an EnumContext*, not the caller's. False: stop.
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
   struct EnumContext {  // what EnumerateLogs() was given
@@ -26,11 +26,13 @@ class CDailyEventLog {
   CDailyEventLog& operator=(const CDailyEventLog&) = delete;
   virtual ~CDailyEventLog();
 
-  // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. A null baseName counts
-  // as empty, a null or empty extension as ".log" (the dot is optional), a null directory as the working
-  // directory. Creates a missing directory. baseName "stdout" means standard output, which is never closed or
-  // rotated. If it returns false, the log is closed. If the path is too long or directory is "", the names of
-  // an earlier Open() stay set.
+  // Opens today's file, named directory + "/" + baseName + "YYYY-MM-DD" + extension. Creates a missing
+  // directory.
+  // - baseName: null counts as empty. "stdout" means standard output, which is never closed or rotated.
+  // - extension: null and empty count as ".log". The dot is optional.
+  // - directory: null means the working directory. An empty one fails.
+  // False: the log is closed. If it failed for an empty directory or a path that is too long, the names of an
+  // earlier Open() stay set, see OpenTodaysFile().
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.
