@@ -12,10 +12,10 @@ class CDailyEventLog {
   // Longest path of a day's file, with the NUL. Longer ones are refused.
   static constexpr unsigned kPathSize = 256;
 
-  // context is an EnumContext*, not the caller's. False: stop.
+  // context is an EnumContext*, which holds the pointer given to EnumerateLogs(). False: stop.
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
-  struct EnumContext {  // what EnumerateLogs() was given
+  struct EnumContext {
     EnumCallback callback;
     void* context;
   };
@@ -31,8 +31,7 @@ class CDailyEventLog {
   // - baseName: null counts as empty. "stdout" means standard output, which is never closed or rotated.
   // - extension: null and empty count as ".log". The dot is optional.
   // - directory: null means the working directory. An empty one fails.
-  // False: the log is closed. If it failed for an empty directory or a path that is too long, the names of an
-  // earlier Open() stay set, see OpenTodaysFile().
+  // False: the log is closed.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.

@@ -20,7 +20,7 @@
 namespace Ctl {
 namespace {
 
-// With one line per command, --help must fit a screen: 24 lines of 80 characters.
+// This and a line per command are what --help prints. It must fit a screen: 24 lines of 80 characters.
 constexpr char kCommonOptions[] =
     "\n"
     "  -s, --server HOST[:PORT]   where the service is (default 127.0.0.1:11001)\n"
