@@ -24,7 +24,7 @@ if(NOT DEFINED CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_BUILD_TYPE STREQUAL 
     AND CMAKE_C_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   include(CheckIPOSupported)
   check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION LANGUAGES C)
-  # With LTO on 32-bit machines, GCC warns of the huge size that new T[n] asks for if n is too large.
+  # With LTO on 32-bit machines, GCC warns falsely of huge allocations.
   add_link_options(-Wno-alloc-size-larger-than)
   # Silences GCC where tests and examples, built without -flto, link LTO objects.
   add_link_options(-flto=auto)

@@ -19,8 +19,8 @@ namespace {
 // LogDebugEnd() uses all of it, Log() one byte less: programs that read the lines rely on these limits.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
-// True while this thread sends to the remote peer. Lines that the queue logs meanwhile (at Trace, one per
-// datagram) must not be sent: sending would recurse without end, and the mutex is already held.
+// True while this thread sends to the remote peer. Lines that m_remoteQueue logs meanwhile (at Trace, one per
+// datagram) must not be sent: that would recurse without end, and the mutex is already held.
 thread_local bool t_sendsRemote = false;
 
 // Only errors are in capitals, so that people and grep(1) find them.

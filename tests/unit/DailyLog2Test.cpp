@@ -59,7 +59,7 @@ struct DailyLog2Test : testing::Test {
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
   constexpr size_t kShown = 113;    // a longer header is cut
-  constexpr size_t kCounted = 126;  // but up to this many bytes of it are counted
+  constexpr size_t kCounted = 126;  // but the total counts up to this many bytes of it
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {

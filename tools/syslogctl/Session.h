@@ -63,7 +63,8 @@ class Session {
   void Pause(unsigned ms);
   static bool IsInterrupted();
 
-  // Reports if the service has gone away, returned or stopped acknowledging. To be called after each Wait().
+  // Tells the user if the service has gone away, returned or stopped acknowledging. Call it after each
+  // Wait().
   void TellChanges();
 
   Velk::GDQUdpClient& Client() { return m_client; }
