@@ -26,8 +26,8 @@ namespace Velk {
 //   client.Flush(5000);
 //
 // Holds each call until the service acknowledges it, see SendWindow. Every call is run, in order, even if
-// datagrams are lost or the service restarts or is down, but see Unanswered. A call is run twice only if the
-// service restarts or forgets us before its acknowledgement arrives, or if it is sent again while Unanswered.
+// datagrams are lost or the service restarts or is down, but see Unanswered. A call is run twice only if,
+// before its acknowledgement arrives, the service restarts or forgets us, or our state becomes Unanswered.
 //
 // Joins and rejoins by itself. For that, an event loop must call Process() whenever Descriptor() is readable,
 // or a ClientThread must run. Without either, work is done only inside SendMsg() and Flush().

@@ -113,7 +113,7 @@ void WarnIfUnterminated(const Options& options) {
   const char* const text = options.words[3];
   const size_t length = strlen(text);
   if (length != 0 && text[length - 1] == '\n') return;
-  Say("no line feed ends the text, so the next line is joined to it; 'syslogctl log' adds a line feed");
+  Say("the text lacks a line feed at its end, so the next line is joined to it; 'syslogctl log' adds one");
 }
 
 }  // namespace
