@@ -83,7 +83,7 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
   if (target == this) {
     --m_pending;
     m_head.ParseArgs(args);  // stops at the same error, or after three arguments
-    const bool isNumberWhole = m_head.GetArgs()->GetCount() == 3;  // an argument follows it
+    const bool isNumberWhole = m_head.GetArgs()->GetCount() == 3;  // client, number, name
     if (isNumberWhole) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
   // After a call that cannot be parsed, the queue sleeps until the next post, even if calls are pending.

@@ -64,8 +64,7 @@ ArgsParser::~ArgsParser() {
 void ArgsParser::MakeRoomFor(const char* text) {
   const size_t needed = strlen(text) + 1;
   if (needed <= m_capacity) return;
-  // Replaces even a buffer that is large enough, and leaves m_capacity as it is: otherwise a huge buffer
-  // would be kept for good.
+  // m_capacity stays 256 whatever the size of the buffer, so that the next long text frees a huge one.
   delete[] m_buffer;
   m_buffer = new char[(needed + m_granule - 1) / m_granule * m_granule];
   // Values that this parse does not fill must not point into the old buffer.

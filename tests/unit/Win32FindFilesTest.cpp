@@ -35,7 +35,7 @@ TEST(Win32FindFiles, ReportsFilesAndDirectoriesOnly) {
   EXPECT_EQ(expected, all.entries);
 }
 
-TEST(Win32FindFiles, FailsToOpenSkipsTooLongPathsAndStopsWhenTold) {
+TEST(Win32FindFiles, FailsWithoutADirectorySkipsTooLongPathsAndStopsWhenTold) {
   const TempDirectory dir;
   for (const std::string& name : {std::string("x"), std::string(200, 'n')}) dir.Write(name, "");
   Seen seen;
