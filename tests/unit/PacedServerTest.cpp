@@ -38,7 +38,7 @@ TEST(PacedServer, BoundsPendingCalls) {
   Service service;
   service.Receive(PacedServer::kMaxPendingCalls - 8, false);
   std::thread releaser([&] {
-    usleep(20000);  // time for an unbounded receive thread to read ahead
+    usleep(20000);  // time in which too much would be received if nothing bounded it
     service.m_mayGoOn = true;
   });
   service.Receive(3 * PacedServer::kMaxPendingCalls, true);
@@ -46,7 +46,7 @@ TEST(PacedServer, BoundsPendingCalls) {
   releaser.join();
 }
 
-// While the worker thread is blocked, a burst must still be read from the kernel's buffer and relayed.
+// Counts the pauses by their sleeps. Too many would let the kernel's buffer overflow in a burst.
 TEST(PacedServer, PausesBrieflyAndOnlyWithoutPendingDatagrams) {
   const auto sleeps = [] {
     rusage usage;
