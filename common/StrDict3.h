@@ -9,7 +9,7 @@
 template <class T>
 class StrDict3 {
  public:
-  // Longest key, in bytes; pass it to Set0() as maxLen. Get() ignores the rest of a longer key.
+  // Get() compares this many bytes of a key and ignores the rest. Pass it to Set0() as maxLen.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {
