@@ -16,7 +16,7 @@ using Velk::TextOps;
 
 namespace {
 
-// LogDebugEnd() uses all of it, Log() one byte less: programs that read the lines rely on these limits.
+// LogDebugEnd() uses all bytes, Log() one less: programs that read the lines rely on these limits.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
 // True while this thread sends to the remote peer. Lines that m_remoteQueue logs meanwhile (at Trace, one per

@@ -58,7 +58,7 @@ struct DailyLog2Test : testing::Test {
 }  // namespace
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
-  constexpr size_t kMostShown = 113, kMostCounted = 126;  // bytes of a header
+  constexpr size_t kMostInLine = 113, kMostInTotal = 126;  // header bytes
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
@@ -75,8 +75,8 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
       const std::string header = (module.empty() ? "" : module + ".") + kWords[type];
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
-      model.push_back("# " + header.substr(0, kMostShown) + text);
-      sizes.push_back(15 + std::min(header.size(), kMostCounted) + text.size());
+      model.push_back("# " + header.substr(0, kMostInLine) + text);
+      sizes.push_back(15 + std::min(header.size(), kMostInTotal) + text.size());
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isChecked) continue;
