@@ -82,9 +82,9 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
                               const char* args) {
   if (target == this) {
     --m_pending;
-    m_head.ParseArgs(args);  // stops at the same error, or after three arguments
-    const bool isNumberWhole = m_head.GetArgs()->GetCount() == 3;  // client, number, name
-    if (isNumberWhole) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
+    // Reads client, number and name, or stops at the same error. Without a name, the number may be cut off.
+    m_head.ParseArgs(args);
+    if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }
   // After a call that cannot be parsed, the queue sleeps until the next post, even if calls are pending.
   // Their clients would have to time out and retransmit.

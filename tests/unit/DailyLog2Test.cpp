@@ -58,7 +58,8 @@ struct DailyLog2Test : testing::Test {
 }  // namespace
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
-  constexpr size_t kMostInLine = 113, kMostInTotal = 126;  // header bytes
+  // Of a long header, the line keeps 113 bytes and the total counts 126.
+  constexpr size_t kKept = 113, kCounted = 126;
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
@@ -75,8 +76,8 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
       const std::string header = (module.empty() ? "" : module + ".") + kWords[type];
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
-      model.push_back("# " + header.substr(0, kMostInLine) + text);
-      sizes.push_back(15 + std::min(header.size(), kMostInTotal) + text.size());
+      model.push_back("# " + header.substr(0, kKept) + text);
+      sizes.push_back(15 + std::min(header.size(), kCounted) + text.size());
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isChecked) continue;
