@@ -9,7 +9,7 @@
 template <class T>
 class StrDict3 {
  public:
-  // Get() compares this many bytes of a key and ignores the rest. Pass it to Set0() as maxLen.
+  // Bytes of a key that Get() compares; it ignores the rest. Pass kMaxKeyLength to Set0() as maxLen.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {
