@@ -55,8 +55,8 @@ class GDQUdpClient final : public GDQUdpBase {
     NotJoined,  // no nonce received yet, or no answer to the last few CONNs
     Joined,     // nonce received, and acknowledgements are not long overdue
     // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
-    // service does not know "WithAck". If the first call is not acknowledged within about 4 s, a reliable
-    // client sends each call once, without "WithAck", until a ping is acknowledged.
+    // service does not know "WithAck". If none has come since Open(), a reliable client starts
+    // after about 4 s to send each call once, without "WithAck", until one of its pings is acknowledged.
     Unanswered,
   };
 

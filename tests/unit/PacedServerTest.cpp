@@ -38,7 +38,7 @@ TEST(PacedServer, BoundsPendingCalls) {
   Service service;
   service.Receive(PacedServer::kMaxPendingCalls - 8, false);
   std::thread releaser([&] {
-    usleep(20000);  // time in which too much would be received if nothing bounded it
+    usleep(20000);  // long enough to receive too much if there is no bound
     service.m_mayGoOn = true;
   });
   service.Receive(3 * PacedServer::kMaxPendingCalls, true);
@@ -46,7 +46,7 @@ TEST(PacedServer, BoundsPendingCalls) {
   releaser.join();
 }
 
-// Counts the pauses by their sleeps. Too many would let the kernel's buffer overflow in a burst.
+// A pause is a sleep. One while datagrams are pending would let the kernel's buffer overflow.
 TEST(PacedServer, PausesBrieflyAndOnlyWithoutPendingDatagrams) {
   const auto sleeps = [] {
     rusage usage;
