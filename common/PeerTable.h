@@ -18,7 +18,7 @@ namespace Velk {
 // iteration a list of the peers that were ever admitted. To be admitted, a peer needs the password.
 class PeerTable {
  public:
-  // A Load() during a Store() may mix the old and the new cookie: the peer then ignores one datagram.
+  // A Load() during a Store() may mix both cookies: the peer then ignores the datagram sent with them.
   class Cookie {
    public:
     void Store(const unsigned char* bytes);
