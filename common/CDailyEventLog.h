@@ -31,7 +31,7 @@ class CDailyEventLog {
   // - baseName: null counts as empty. "stdout" means standard output, which is never closed or rotated.
   // - extension: null and empty count as ".log". The dot is optional.
   // - directory: null means the working directory. An empty one fails.
-  // False: the log is closed.
+  // If it returns false, the log is closed.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.
@@ -56,7 +56,7 @@ class CDailyEventLog {
   // The directory with a "/" at its end; null until a log other than "stdout" was opened.
   const char* GetLogPath() const { return m_directory; }
 
-  // Calls back for every file of this log in the directory, see EnumContext. False: the directory cannot be
+  // Calls back for every file of this log in the directory, see EnumCallback. False: the directory cannot be
   // read, or the callback returned false.
   bool EnumerateLogs(EnumCallback callback, void* context);
 

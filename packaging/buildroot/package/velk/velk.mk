@@ -4,8 +4,8 @@
 #
 ################################################################################
 
-# Not tested in Buildroot itself. packaging/test.sh runs this with make and stubs for
-# Buildroot's macros, and the start script with BusyBox.
+# Not tested in Buildroot itself. packaging/test.sh runs this with make and stubs for Buildroot's macros. It also runs
+# the start script with BusyBox.
 VELK_VERSION = 1.0.0
 VELK_SITE = $(BR2_EXTERNAL_VELK_PATH)/../..
 VELK_SITE_METHOD = local
