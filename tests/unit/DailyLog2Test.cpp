@@ -58,7 +58,7 @@ struct DailyLog2Test : testing::Test {
 }  // namespace
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
-  // Of a long header, the line keeps 113 bytes and the total counts 126.
+  // A header is cut to 113 bytes, but totalBytes counts up to 126.
   constexpr size_t kKept = 113, kCounted = 126;
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);

@@ -32,14 +32,15 @@ Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
 
 // A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait;
-// the same signal again ends the process. One session at a time, on one thread.
+// the same signal again ends the process. An int that is returned is an ExitValue; if it is not kDone, the
+// reason was printed. One session at a time, on one thread.
 class Session {
  public:
   static constexpr int kMostDescriptors = 3;
 
   explicit Session(const Options& options);
 
-  // Starts to join and returns at once. Any result but kDone, here and below: it failed and printed why.
+  // Starts to join and returns at once.
   int Open(const Velk::GDQUdpClient::Options& how);
   // Open(), then waits for an answer until the timeout. An answer does not mean that the service runs our
   // calls: the password may be wrong.
@@ -53,10 +54,10 @@ class Session {
   // Waits until the service has run all calls or makes no more progress. Then reports the calls that were
   // refused or may not have been run.
   int Finish();
-  // Prints why nothing is acknowledged. Returns the exit value.
+  // Prints why nothing is acknowledged.
   int ExplainSilence();
 
-  // Waits for a descriptor (see revents), up to timeoutMs or until the client has work. Lets the client work.
+  // Like poll(2), but also lets the client work, and may return early.
   void Wait(pollfd* descriptors, int count, unsigned timeoutMs);
   void Wait(unsigned timeoutMs) { Wait(nullptr, 0, timeoutMs); }
   // Lets the client work for this time, or until interrupted.
