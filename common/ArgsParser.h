@@ -6,8 +6,8 @@
 namespace Velk {
 
 // Argument text: arguments separated by white space (isspace(3)). One that begins with ' ` or " is quoted: it
-// ends at the next quote of that kind, and the next argument may follow without white space. A tilde in it
-// makes the next character literal. In an unquoted argument no character is special.
+// ends at the next quote of that kind, and the next argument may follow without white space. In quotes, a
+// tilde makes the next character literal. In an unquoted argument no character is special.
 //
 // One thread at a time. Keeps its buffers: parsing a text of up to 255 characters allocates nothing.
 class ArgsParser {
