@@ -9,7 +9,7 @@
 template <class T>
 class StrDict3 {
  public:
-  // Bytes of a key that Get() compares; it ignores the rest. Pass kMaxKeyLength to Set0() as maxLen.
+  // Get() compares at most this many bytes of a key. With it as maxLen, Set0() stores as many.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {

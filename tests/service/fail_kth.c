@@ -70,7 +70,7 @@ int open64(const char* path, int flags, ...) {
   return open(path, flags, mode);
 }
 
-// calloc and realloc count as malloc. None uses dlsym(3), which may allocate memory itself.
+// For malloc, calloc and realloc, which all count as malloc. No dlsym(3) here: it may allocate memory.
 #define LET_FAIL_MEMORY(name, parameters, arguments)                 \
   void* __libc_##name parameters;                                    \
   void* name parameters {                                            \

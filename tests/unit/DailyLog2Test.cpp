@@ -58,7 +58,7 @@ struct DailyLog2Test : testing::Test {
 }  // namespace
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
-  // A header is cut to 113 bytes, but totalBytes counts up to 126.
+  // Of each header, up to 113 bytes are kept, and up to 126 are counted.
   constexpr size_t kKept = 113, kCounted = 126;
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);

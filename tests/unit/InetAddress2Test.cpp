@@ -95,7 +95,7 @@ TEST(InetAddress2, DoesNotAbortWithoutMemory) {
   GTEST_SKIP() << "a sanitizer has its own allocator";
 #endif
   if (access("/etc/hosts", R_OK) != 0) GTEST_SKIP() << "there is no /etc/hosts to look up localhost in";
-  testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new process, as only its first lookup matters
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new process, without earlier lookups
   EXPECT_EXIT(LookUpInChildren(), testing::ExitedWithCode(0), "");
 }
 
