@@ -33,7 +33,7 @@ namespace Velk {
 // or a ClientThread must run. Without either, work is done only inside SendMsg() and Flush().
 //
 // Any thread may call any operation, but no other call may overlap Open() or Close(). A forked child
-// must open its own client: with its parent's, operations fail with EPERM, and Close() only frees memory and
+// must open its own client: operations on its parent's fail with EPERM, and Close() only frees memory and
 // descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors, the files that
 // reuse their numbers are not touched, new descriptors are opened, and Descriptor() changes.
 class GDQUdpClient final : public GDQUdpBase {
@@ -55,8 +55,8 @@ class GDQUdpClient final : public GDQUdpBase {
     NotJoined,  // no nonce received yet, or no answer to the last few CONNs
     Joined,     // nonce received, and acknowledgements are not long overdue
     // Nonces arrive, but no acknowledgements: the password is wrong, the worker thread is blocked, or the
-    // service does not know "WithAck". If none has come since Open(), a reliable client starts
-    // after about 4 s to send each call once, without "WithAck", until one of its pings is acknowledged.
+    // service does not know "WithAck". If our first call gets none within about 4 s, a reliable client
+    // sends each call only once, without "WithAck", until one of its pings is acknowledged.
     Unanswered,
   };
 

@@ -1,4 +1,5 @@
-// Preloaded into the service: makes all calls of a function fail, or only the k-th, counted over all processes.
+// Preloaded into the service: makes all calls of a function fail, or only the k-th, counted over all
+// processes.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>

@@ -7,7 +7,7 @@
 
 namespace {
 
-// A queue whose worker thread is blocked until released. The test is its receive thread.
+// A queue whose worker thread is blocked until released. The test acts as receive thread.
 struct Service : Velk::IGenericDispatchTarget {
   Service() { EXPECT_TRUE(m_queue.Run()); }
   ~Service() override { m_queue.Stop(); }
@@ -46,7 +46,7 @@ TEST(PacedServer, BoundsPendingCalls) {
   releaser.join();
 }
 
-// A pause is a sleep. One while datagrams are pending would let the kernel's buffer overflow.
+// A pause is a sleep. While datagrams are pending, it would let the kernel's buffer overflow.
 TEST(PacedServer, PausesBrieflyAndOnlyWithoutPendingDatagrams) {
   const auto sleeps = [] {
     rusage usage;

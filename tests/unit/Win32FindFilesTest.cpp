@@ -5,7 +5,7 @@
 namespace {
 
 struct Seen {
-  std::set<std::string> entries;  // "name" or "name/", and the path after a blank
+  std::set<std::string> entries;  // "name path", or "name/ path" for a directory
   unsigned stopAfter = 1000;
 };
 

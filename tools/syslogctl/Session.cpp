@@ -112,7 +112,7 @@ int Session::ExplainSilence() {
   return kNotConfirmed;
 }
 
-// Reports the calls that may not have been run. isCut: also that the rest was not sent.
+// Reports the calls that may not have been run. isCut: adds that the rest was not sent.
 int Session::Judge(bool isCut) {
   const Velk::GDQUdpClient::Status status = Status();
   if (status.held != 0 || status.state == State::Unanswered) ExplainSilence();
