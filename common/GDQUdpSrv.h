@@ -41,8 +41,8 @@ class GDQUdpSrv : public GDQUdpBase {
   // The peer whose call is being delivered. Valid only inside a listener's Call().
   const InetAddress2& Sender() const { return m_sender; }
 
-  // The steps of ReceiveTask(), for the receive thread only. They modify the packet, which needs room for one
-  // byte after length: relaying replaces the cookie, parsing adds NULs.
+  // The steps of ReceiveTask(), for the receive thread only. They modify the packet: relaying replaces the
+  // cookie, parsing adds NULs. It needs room for one byte after length.
   void HandleDatagram(const InetAddress2& from, unsigned char* packet, int length);
   // Records the sender as a peer that is not admitted, and sends it a nonce.
   void HandleConnect(const InetAddress2& from);

@@ -18,7 +18,8 @@ namespace Velk {
 // iteration a list of the peers that were ever admitted. To be admitted, a peer needs the password.
 class PeerTable {
  public:
-  // A Load() during a Store() may mix both cookies: the peer then ignores the datagram sent with them.
+  // A Load() during a Store() may mix the old cookie and the new: the peer then ignores the datagram sent
+  // with it.
   class Cookie {
    public:
     void Store(const unsigned char* bytes);
