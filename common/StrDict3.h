@@ -9,7 +9,7 @@
 template <class T>
 class StrDict3 {
  public:
-  // Get() compares at most this many bytes of a key. With it as maxLen, Set0() stores as many.
+  // Longest key, in bytes. Get() ignores the rest of a longer one.
   static constexpr unsigned kMaxKeyLength = 65535;
 
   struct Node {
@@ -93,8 +93,8 @@ class StrDict3 {
   StrDict3& operator=(const StrDict3&) = delete;
   virtual ~StrDict3() { Clear(); }
 
-  // Stores value under the first maxLen characters of key and replaces an older value. False: key is null
-  // or empty, or maxLen is 0.
+  // Stores value under the first maxLen characters of key (usually kMaxKeyLength) and replaces an older
+  // value. False: key is null or empty, or maxLen is 0.
   bool Set0(unsigned maxLen, const char* key, T value) {
     if (key == nullptr || key[0] == '\0' || maxLen == 0) return false;
     Node** link = &m_root;

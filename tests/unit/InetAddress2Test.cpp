@@ -89,7 +89,7 @@ namespace {
 
 }  // namespace
 
-// glibc 2.36 aborts a program whose first lookup runs out of memory.
+// Without our precaution, glibc 2.36 aborts a program whose first lookup runs out of memory.
 TEST(InetAddress2, DoesNotAbortWithoutMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer has its own allocator";
