@@ -16,7 +16,7 @@ using Velk::TextOps;
 
 namespace {
 
-// LogDebugEnd() fills the whole buffer, Log() all but one byte. Programs that read the lines rely on it.
+// Log() cuts a long line one byte earlier than LogDebugEnd(). Programs that read the lines rely on that.
 constexpr size_t kBufferSize = LogPrinter::kMaxMessage + 2;
 
 // True while this thread sends to the remote peer. Lines that m_remoteQueue logs meanwhile (at Trace, one per

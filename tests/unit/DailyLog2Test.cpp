@@ -58,8 +58,6 @@ struct DailyLog2Test : testing::Test {
 }  // namespace
 
 TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
-  // Of each header, up to 113 bytes are kept, and up to 126 are counted.
-  constexpr size_t kKept = 113, kCounted = 126;
   const char* const kWords[] = {"Trace: ", "Info: ", "Warning: ", "Error: "};
   std::mt19937 random(42);
   for (const unsigned capacity : {0u, 1u, 2u, 7u, 500u}) {
@@ -76,8 +74,9 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
       const std::string header = (module.empty() ? "" : module + ".") + kWords[type];
       log.Log(static_cast<ELogMessageType>(type), module.c_str(), text.c_str());
       log.Log(static_cast<ELogMessageType>(4), "net", "no such type\n");
-      model.push_back("# " + header.substr(0, kKept) + text);
-      sizes.push_back(15 + std::min(header.size(), kCounted) + text.size());
+      // The line has up to 113 bytes of the header, but totalBytes counts up to 126.
+      model.push_back("# " + header.substr(0, 113) + text);
+      sizes.push_back(15 + std::min<size_t>(header.size(), 126) + text.size());
       if (model.size() > capacity) model.pop_front();
       if (sizes.size() > capacity) sizes.pop_front();
       if (!isChecked) continue;

@@ -31,7 +31,7 @@ inline unsigned long long NowMs() {
 Velk::GDQUdpClient::Options Holding(unsigned lines);
 constexpr unsigned kFewLines = 16;
 
-// A client of the service that reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait;
+// A client of the service. Reports errors to the user. The first SIGINT, SIGTERM or SIGHUP ends a wait;
 // the same signal again ends the process. An int that is returned is an ExitValue; if it is not kDone, the
 // reason was printed. One session at a time, on one thread.
 class Session {
