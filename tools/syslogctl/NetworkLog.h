@@ -13,8 +13,8 @@ class NetworkLog {
   // where: "port" for all IPv4 addresses, or "address:port". False: it failed and printed why.
   bool Open(const char* where);
 
-  // Reads one datagram, cut to size, and the sender's IPv4 address in host byte order. Returns its uncut
-  // length, or -1 if no datagram waits.
+  // Reads up to size bytes of one datagram, and the sender's IPv4 address in host byte order. Returns the
+  // length of the whole datagram, or -1 if none waits.
   ssize_t Receive(char* buffer, size_t size, unsigned* sender);
 
   // -1: closed.
