@@ -81,8 +81,8 @@ class GDQUdpClient final : public GDQUdpBase {
   // Leaves the service, which stops relaying to us. Drops the calls still held: call Flush() first.
   void Close() NO_THREAD_SAFETY_ANALYSIS;
 
-  // Takes one call and sends it as soon as possible. An empty text is a ping, which does nothing; if
-  // reliable, it goes through the service's queue. False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no
+  // Takes one call and sends it as soon as possible. An empty text is a ping: it runs nothing, but if
+  // reliable, the worker thread acknowledges it. False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no
   // room within Options::waitMs, EBADF not open, EPERM forked child.
   bool SendMsg(const char* text) override;
 
@@ -152,7 +152,7 @@ class GDQUdpClient final : public GDQUdpBase {
   bool m_isWoken GUARDED_BY(m_mutex) = false;     // see Wake()
   bool m_isAnswered GUARDED_BY(m_mutex) = false;  // acknowledged at least once since Open()
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the latest join
-  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // latest CONN, nonce, failed send or join start
+  uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // latest CONN, nonce, join start or failed send
   uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last ping sent or acknowledgement received
   // How long to wait for a nonce. Doubles each time; an acknowledgement resets it.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
