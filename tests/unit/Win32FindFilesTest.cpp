@@ -47,7 +47,7 @@ TEST(Win32FindFiles, FailsWithoutADirectorySkipsTooLongPathsAndStopsWhenTold) {
   std::string directory = dir.path;
   directory.resize(Win32FindFiles::kMaxPath - 4, '/');
   EXPECT_TRUE(Win32FindFiles::EnumAll(directory.c_str(), Note, &seen));
-  EXPECT_EQ(3u, seen.entries.size());  // ".", ".." and "x"; the other path is too long
+  EXPECT_EQ(3u, seen.entries.size());  // ".", ".." and "x", but not "nnn..."
   seen = {{}, 1};
   EXPECT_FALSE(Win32FindFiles::EnumAll(dir.path.c_str(), Note, &seen));
   EXPECT_EQ(1u, seen.entries.size());
