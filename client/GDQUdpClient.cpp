@@ -71,7 +71,7 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   m_password = strdup(password != nullptr ? password : "");
   m_options = options;
   uint64_t seed = 0;
-  // Early at boot there are no random bits. Time and process id are unique enough for a name.
+  // Early at boot there are no random bits. Time and process id are unique enough for our name in "WithAck".
   if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) < 0)
     seed = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
   if (m_password == nullptr || !m_window.Open(options.heldLines, seed) ||
@@ -295,7 +295,8 @@ bool GDQUdpClient::SendMsg(const char* text) {
   if (now >= DueUs()) Advance();
   if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
     StartJoin(true);
-    // The nonce most likely arrives at once. Perhaps Process() is not called before the next SendMsg().
+    // The nonce most likely arrives at once. Without a wait, the call could stay held until the next
+    // SendMsg().
     if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
   const uint64_t end = EndUs(m_options.waitMs);

@@ -22,7 +22,7 @@ class GDQUdpBase : public GDOBase {
   // Sends "name args" with SendMsg(). A call that cannot be sent is lost.
   void Call(const char* name, const char* args) override;
 
-  // Sends one call to every peer. False: it is too long. A client has more reasons, see there.
+  // Sends one call to every peer. False: it is too long. GDQUdpClient adds more reasons.
   virtual bool SendMsg(const char* text) = 0;
 
   virtual ~GDQUdpBase() = default;

@@ -179,7 +179,7 @@ int Session::Finish() {
 }
 
 void Session::Wait(pollfd* descriptors, int count, unsigned timeoutMs) {
-  constexpr unsigned kMostMs = 200;  // a signal that comes just before poll(2) is noticed this late
+  constexpr unsigned kMostMs = 200;  // a signal just before poll(2) is noticed at most this late
   pollfd all[kMostDescriptors + 1];
   for (int i = 0; i < count; ++i) all[i] = descriptors[i];
   all[count] = {m_client.Descriptor(), POLLIN, 0};
