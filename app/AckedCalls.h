@@ -58,6 +58,6 @@ class AckedCalls final : public Velk::GDOTimerBase {
   RemoteMessages& m_messages;
   Velk::GDQUdpSrv& m_server;
   AckClients m_clients;
-  Velk::ArgsParser m_head{3};  // CLIENT, NUMBER and a third, which proves that an error did not cut NUMBER
+  Velk::ArgsParser m_head{3};          // CLIENT, NUMBER and NAME. With NAME, NUMBER was parsed to its end
   std::atomic<uint32_t> m_pending{0};  // posted calls, neither dispatched nor found faulty
 };

@@ -295,8 +295,7 @@ bool GDQUdpClient::SendMsg(const char* text) {
   if (now >= DueUs()) Advance();
   if (m_window.IsOnce() && m_isJoined && now - m_sinceUs > kTrustUs) {
     StartJoin(true);
-    // The nonce most likely arrives at once. Without a wait, the call could stay held until the next
-    // SendMsg().
+    // Most likely the nonce comes at once. Without a wait the call could stay held until the next SendMsg().
     if (m_options.waitMs != 0) WaitUnlocked(now + kConnectMs * kMs);
   }
   const uint64_t end = EndUs(m_options.waitMs);

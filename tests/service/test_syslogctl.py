@@ -54,7 +54,7 @@ class Log(ToolTest):
         expected = [b"Info: " + line for line in every.replace(b"\0", b"\\0").split(b"\n")]
         self.assertEqual(self.module_lines(service, "bytes"), expected)
 
-    def test_is_confirmed_at_once_and_connects_twice(self):
+    def test_is_confirmed_at_once_and_connects_only_to_join_and_leave(self):
         service = self.service()
         peer = self.peer()  # waits until the service runs
         times = []
@@ -143,7 +143,7 @@ class Commands(ToolTest):
         subprocess.run(["mount", "--bind", "/tmp/mounted", SYNC_FILE], check=True)
         self.addCleanup(namespace.unmount, SYNC_FILE)
         self.service()
-        for number in range(10):  # fast: the tool knows a new version only by its time
+        for number in range(10):  # in quick succession: the versions differ only in their time
             self.run_tool("log", f"now {number}")
             self.assertIn(f"syslogctl.Info: now {number}\n", self.run_tool("dump")[0])
 
