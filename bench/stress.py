@@ -6,13 +6,13 @@ soak [MINUTES]    several peers, random calls, killed children: checks memory, d
 flood [SECONDS]   two processes send as one peer, as fast as they can: memory, and whether others are still admitted
 burst [TIMES]     a peer sends many lines at once, without waiting: how many are lost
 strangers [COUNT] connects from distinct addresses: memory, and the throughput of an admitted peer
-confirmed [COUNT] kills the child COUNT times during `syslogctl log`, in three runs, two of them beside a busy peer:
+confirmed [COUNT] three runs, two of them beside a busy peer, each kill the child COUNT times during `syslogctl log`:
                   no line is lost, few are repeated, and lines flow again soon
 lossy [SEEDS]     500 lines through a network that loses, duplicates and reorders: each once, in order, and how fast
 tool [LINES]      `syslogctl log`: lines per second from a pipe, time for one line, memory
 peers [LINES]     cost of a line to the service with 0 to 100 other peers
 
---old BUILD: `tool` and `peers` also run, in turn, the executables in BUILD, whose `log` needs --confirm.
+--old BUILD: `tool` and `peers` take turns with the executables in BUILD, whose `log` gets --confirm.
 Runs in its own namespaces, with the harness of the service tests. Start it with bench/stress.sh.
 """
 import argparse
@@ -434,7 +434,7 @@ class Build:
         """Runs the service with this number of idle admitted peers."""
         service = harness.Service(stdout=subprocess.DEVNULL, binary=self.binary)
         peer = harness.Peer()
-        peer.send(b"CONN")  # it was for waiting only; CONN ends its admission
+        peer.send(b"CONN")  # this peer only waited for the service; CONN ends its admission
         peers = [peer, *(harness.Peer() for _ in range(others))]
         yield service
         service.stop()

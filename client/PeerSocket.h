@@ -33,7 +33,7 @@ class PeerSocket {
   // Makes the next Open() start at another port.
   void ChangePort() { ++m_shift; }
 
-  // Asks for a nonce. Without its cookie we are not admitted. Failures are ignored: the caller retries.
+  // Asks for a nonce. We are not admitted until we send its cookie. Failures are ignored: the caller retries.
   void SendConnect();
   // Computes the cookie from nonce and password. False: we already have that cookie.
   bool TakeNonce(const char* nonce, const char* password);

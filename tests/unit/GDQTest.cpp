@@ -88,7 +88,8 @@ TEST(GDQ, BlocksAPosterNoLongerThanAsked) {
   EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - begin);
 }
 
-// The worker thread sleeps after each unparsable call, and a waiting poster posts nothing that would wake it.
+// After an unparsable call the worker thread sleeps even if more are pending. The waiting poster must wake
+// it, as no post does.
 TEST(GDQ, GarbageDoesNotStallAWaitingPoster) {
   struct IdleQueue : Queue {
     bool Sleep(Velk::Mutex& wakeMutex, uint32_t waitMs) override REQUIRES(wakeMutex) {
