@@ -64,7 +64,7 @@ ArgsParser::~ArgsParser() {
 void ArgsParser::MakeRoomFor(const char* text) {
   const size_t needed = strlen(text) + 1;
   if (needed <= m_capacity) return;
-  // m_capacity stays 256, so that the next text over 256 bytes replaces even a huge buffer.
+  // A new buffer for each longer text: otherwise a huge one would be kept for good.
   delete[] m_buffer;
   m_buffer = new char[(needed + m_granule - 1) / m_granule * m_granule];
   // Values that this parse does not fill must not point into the old buffer.
