@@ -42,14 +42,14 @@ class LogPrinter {
   void PrintToConsole(const char* level, const char* module, const char* text);
 
   // Always call both, without nesting: Begin locks the printer until End, so the thread must not call Log()
-  // in between. End writes "file(line): 4294967295: message" to the sink as Info, or to standard error if
-  // there is no sink. It does not reach console or remote peer.
+  // in between. End writes "file(line): 4294967295: message", always with this number, to the sink as Info,
+  // or to standard error if there is no sink. It does not reach console or remote peer.
   void LogDebugBegin(const char* file, unsigned int line) ACQUIRE(m_mutex);
   void LogDebugEnd(const char* format, ...) __attribute__((format(printf, 2, 3))) RELEASE(m_mutex);
 
-  // Instance() logs "UDP remote logging enabled". This printer sends all later messages to queue as the call
-  // "logmsg" (type, module, message). queue is not owned and must stay valid. Messages that the queue itself
-  // logs while sending are not sent.
+  // Logs "UDP remote logging enabled" with Instance(). Then sends all later messages of this printer to
+  // queue, as the call "logmsg" (type, module, message). queue is not owned and must stay valid. Messages
+  // that the queue itself logs while sending are not sent.
   void SetLogToGDQUdp(Velk::GDQUdpBase* queue);
 
   IDailyLog2* m_sink;  // not owned, must outlive all logging; null: none

@@ -17,7 +17,7 @@
 // Mapped from the file that FAIL_FILE names, which the test writes and reads.
 static struct {
   unsigned at;  // which call fails, from 1; 0: every call
-  int number;   // errno if every call fails
+  int number;   // errno if at is 0
   unsigned count;
   char function[32];
 } * shared;

@@ -88,7 +88,7 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
   log.AddErrorNotify(&watcher);
   log.Log(Error, std::string(140, 'm').c_str(), "text\n");
   EXPECT_EQ("# " + std::string(113, 'm') + "text\n", WithoutTimes(watcher.shown));  // the header is cut
-  EXPECT_EQ(15u + 126 + 5, watcher.total);  // but its first 126 bytes are counted
+  EXPECT_EQ(15u + 126 + 5, watcher.total);  // but it counts as 126 bytes
 }
 
 TEST_F(DailyLog2Test, ReusesTheMemoryOfOldMessages) {
@@ -113,7 +113,7 @@ TEST_F(DailyLog2Test, NotifiesEveryWatcherOfEveryWarningAndError) {
   EXPECT_EQ("0 0", callsAfter(Info));
   EXPECT_EQ("0 0", callsAfter(Trace));
   first.messageLog = &log;
-  EXPECT_EQ("2 1", callsAfter(Warning));  // first was added twice; its own warnings notify no one
+  EXPECT_EQ("2 1", callsAfter(Warning));  // "first" was added twice; its nested warnings notify no one
   first.messageLog = nullptr;
   EXPECT_EQ("4 2", callsAfter(Error));
   EXPECT_EQ("# nested.Warning: warning\n", WithoutTimes(second.shown).substr(0, 26));

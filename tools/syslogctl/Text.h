@@ -14,7 +14,8 @@ bool TakeLine(const char** text, size_t* left, const char** line, size_t* length
 // Appends text with each NUL, which would end the call, as the two characters \0.
 void AppendEscapingNul(Velk::SimpleString& out, const char* text, size_t length);
 
-// The same, and other control characters, also U+0080 to U+009F, as \xNN. Keeps tabs.
+// Like AppendEscapingNul(), but also writes other control characters, U+0080 to U+009F included, as \xNN.
+// Keeps tabs.
 void AppendEscapingControls(Velk::SimpleString& out, const char* text, size_t length);
 
 // Appends text with control characters and bytes that are not UTF-8 as \xNN: a logged line must not control
