@@ -91,13 +91,12 @@ TEST_F(GDQUdpClientTest, HoldsCallsUntilTheServiceStartsAndLeavesItWhenClosed) {
   EXPECT_TRUE(WaitFor([&] { return service.Admitted().empty(); }));
 }
 
-// Each wrong cookie makes a line in the service's log, so there must be few.
 TEST_F(GDQUdpClientTest, ReportsMissingAcksAndThenSendsOnce) {
   options.waitMs = 0;
   ASSERT_TRUE(client.Open(service.Address().c_str(), "other", options) && client.SendMsg("x"));
   EXPECT_TRUE(RunUntil(client, [&] { return client.GetStatus().state == State::Unanswered; }));
   EXPECT_EQ(1u, client.GetStatus().held);
-  EXPECT_LE(service.m_wrongCookies, 6u);
+  EXPECT_LE(service.m_wrongCookies, 6u);  // each makes a line in a real service's log
 
   service.m_knowsAcks = false;
   ASSERT_TRUE(Open(client) && SendCalls(client, 0, 3));
@@ -230,7 +229,7 @@ TEST_F(GDQUdpClientTest, ServesManyThreadsWithItsOwn) {
     for (unsigned line = 0; line < kEach; ++line)
       client.SendMsg((std::to_string(sender) + " " + std::to_string(line)).c_str());
   });
-  EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // only the client's own thread runs it
+  EXPECT_TRUE(WaitFor([&] { return client.GetStatus().held == 0; }));  // only ClientThread calls Process()
   unsigned next[kThreads] = {};
   for (const std::string& line : service.Ran()) {
     const unsigned sender = static_cast<unsigned>(line[0] - '0');
@@ -406,7 +405,7 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
-    // Wakes the thread before the close: its poll(2) does not notice the replacement.
+    // The thread still polls the replaced file. Acknowledgements wake it, so that it sees the change first.
     for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));
     for (const int fd : own) {
       if (areClosed) close(fd);

@@ -1,5 +1,5 @@
-// Compares the queue with a sorted vector. Choices set the clock, end sleeps, post,
-// set timers and cancel, in handlers and where the queue would sleep. The queue runs on the caller's thread.
+// Compares the queue with a sorted vector. Choices decide what a handler does and what happens instead of a
+// sleep: a post, a timer, a cancel, a change of the clock. The queue runs on the caller's thread.
 #pragma once
 
 #include "common/GDQ.h"
