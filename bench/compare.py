@@ -12,7 +12,7 @@ import sys
 import tempfile
 import time
 
-COLLECTOR = "127.0.0.2"  # the service itself sends from 127.0.0.1:514
+COLLECTOR = "127.0.0.2"  # port 514 of 127.0.0.1 is taken: the service sends from it
 WINDOW = 64
 WORK = os.path.abspath("build/bench")
 PEER_PORT = 40000  # load.c sends from it

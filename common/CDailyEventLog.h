@@ -12,7 +12,7 @@ class CDailyEventLog {
   // Longest path of a day's file, with the NUL. Longer ones are refused.
   static constexpr unsigned kPathSize = 256;
 
-  // context points to an EnumContext with what EnumerateLogs() was given. False: stop.
+  // context points to an EnumContext: EnumerateLogs()'s two arguments. False: stop.
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
   struct EnumContext {
