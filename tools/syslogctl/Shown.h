@@ -17,7 +17,7 @@ struct Level {
 // type: an ELogMessageType. Any other number gives the level "nothing".
 const Level& LevelOf(long long type);
 
-// Whether -l and -t let the line through. A line without a level passes every -l.
+// Whether -l lets the type through, and -t the module. The type Options::kNoLevel passes every -l.
 bool IsShown(const Options& options, long long type, const char* module, size_t moduleLength);
 
 // Appends ,"name":"value".
