@@ -82,7 +82,7 @@ void AckedCalls::OnParseError(const Velk::IGenericDispatchTarget* target, const 
                               const char* args) {
   if (target == this) {
     --m_pending;
-    // m_head keeps only CLIENT, NUMBER and NAME. Without NAME, the error is in CLIENT or NUMBER: trust neither.
+    // m_head keeps CLIENT, NUMBER and NAME. Without NAME, the error is in CLIENT or NUMBER: trust neither.
     m_head.ParseArgs(args);
     if (m_head.GetArgs()->GetCount() == 3) RunAndAnswer(SenderOf(name), m_head.GetArgs(), false);
   }

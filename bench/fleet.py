@@ -151,7 +151,7 @@ def bursts():
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("what", choices=["rates", "bursts"])
-    parser.add_argument("--seconds", type=int, default=5, help="length of each load of rates")
+    parser.add_argument("--seconds", type=int, default=5, help="for rates: how long each load lasts")
     args = parser.parse_args()
     status = namespace.rerun()
     if status is not None:

@@ -21,7 +21,7 @@ class GDOTimerBase : public IGenericDispatchTarget, public GDOBase {
   // Without a queue the call is dropped.
   void Call(const char* name, const char* args) override;
 
-  // Cancels messages pending on the previous queue. Call it before the worker thread starts.
+  // Cancels this object's messages on the previous queue. Call it before the worker thread starts.
   void AttachQueue(IGenericDispatchQueue* queue);
 
  protected:
