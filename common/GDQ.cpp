@@ -203,7 +203,8 @@ uint32_t GDQ::WaitForFewerPosts(uint32_t limit, uint32_t waitMs) {
   return count;
 }
 
-// False: the worker thread may sleep until the next post. The caller must wake it, or both wait for ever.
+// False: the worker thread may sleep although posts are pending, see DeliverDue(). The caller must wake it,
+// or both wait for ever.
 bool GDQ::WaitUnlessResting(uint32_t limit, const timespec* deadline, uint32_t& count) {
   const ScopedLock lock(m_listMutex);
   m_posterLimit = limit;

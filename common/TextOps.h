@@ -30,8 +30,8 @@ class TextOps {
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
   // Returns where to cut text: at the start of the UTF-8 character that contains text[at]. At text[at] itself
-  // if the three bytes before it contain no start, or only text[0], which would leave nothing. Reads
-  // text[at].
+  // if none of the three bytes before it is that start, or if text[0] is: a cut there would leave nothing.
+  // Reads text[at].
   static size_t CharacterStart(const char* text, size_t at);
   // Whether c is a byte of a UTF-8 character, but not its first.
   static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }

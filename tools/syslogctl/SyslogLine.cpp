@@ -169,7 +169,8 @@ bool TakeTag(Scan& scan, SyslogLine& line) {
   return true;
 }
 
-// The host precedes the tag in datagrams from a network, and often after a time of RFC 3339.
+// A host precedes the tag in datagrams from a network. If the time is of RFC 3339, it often does in local
+// ones too.
 void TakeHostAndTag(Scan& scan, SyslogLine& line) {
   if (TakeTag(scan, line)) return;
   Scan ahead = scan;
