@@ -40,8 +40,8 @@ class ArgsParser {
   virtual ~ArgsParser();
 
   // Parses text; null counts as empty. Invalidates the texts of the previous parse. False: more than maxArgs
-  // arguments, a missing closing quote, or a tilde at the end of a quoted text. What was parsed
-  // before the error stays available.
+  // arguments, a missing closing quote, or a tilde at the end of a quoted text. The arguments up to the error
+  // stay available, the unfinished one included.
   bool ParseArgs(const char* text);
 
   // The arguments of the last parse. The parser owns the list. Call this again after another parse.
