@@ -64,7 +64,8 @@ ArgsParser::~ArgsParser() {
 void ArgsParser::MakeRoomFor(const char* text) {
   const size_t needed = strlen(text) + 1;
   if (needed <= m_capacity) return;
-  // m_capacity stays the same: each longer text gets a buffer of its own size, and so replaces a huge one.
+  // m_capacity does not grow: each text that exceeds it gets a buffer of its own size, so a huge buffer lasts
+  // only until the next such text.
   delete[] m_buffer;
   m_buffer = new char[(needed + m_granule - 1) / m_granule * m_granule];
   // Values that this parse does not fill must not point into the old buffer.

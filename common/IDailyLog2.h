@@ -21,8 +21,8 @@ class IDailyLog2 {
     ~ILogDataBlock() = default;  // views are never deleted through this interface
   };
 
-  // A watcher: is notified of each warning and error after it is stored, but not of those logged, on any
-  // thread, while watchers run.
+  // A watcher: is notified of each warning and error after it is stored, except those that any thread logs
+  // during a notification.
   class ILogErrorNotify {
    public:
     // Never called; keeps its slot in the virtual table.
