@@ -12,10 +12,10 @@ limits() {
   cat <<END
 static test_each_function a static program ignores LD_PRELOAD
 static test_serves_where_recvmmsg_is_refused a static program ignores LD_PRELOAD
-static $starved a static service needs less address space than the test allows
+static $starved a static service never reaches the test's limit of address space
 small test_each_function a static program ignores LD_PRELOAD
 small test_serves_where_recvmmsg_is_refused a static program ignores LD_PRELOAD
-small $starved a static service needs less address space than the test allows
+small $starved a static service never reaches the test's limit of address space
 small test_switches_forwarding_whatever_it_was_before musl's resolver takes longer than the tool waits for the service
 END
 }

@@ -33,7 +33,7 @@ class Confirmed(ServiceTest):
     def check_after(self, calls):
         """Checks that the line is in the log when the tool ends, although another peer's calls came first."""
         service, peer = self.service(), self.peer()
-        for _ in range(500):  # makes the file that SyncLog writes long
+        for _ in range(500):  # so that SyncLog has a long file to write
             peer.log(b"x" * 1000 + b"\n")
         service.fence(peer, insist=True)
         for call in calls:
