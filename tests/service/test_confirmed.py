@@ -39,7 +39,7 @@ class Confirmed(ServiceTest):
         for call in calls:
             peer.call(call)
         self.log()
-        # A late CONN can put "Cookies do not match:" (no line feed) before the line.
+        # "Cookies do not match:", which a late CONN causes, has no line feed and can precede the line.
         self.assertEqual(sum(text.endswith("syslogctl.Info: confirmed") for text in service.texts()), 1)
 
     def test_after_calls_that_do_not_parse(self):
