@@ -31,7 +31,7 @@ class CDailyEventLog {
   // - baseName: null counts as empty. "stdout" means standard output, which is never closed or rotated.
   // - extension: null and empty count as ".log". The dot is optional.
   // - directory: null means the working directory. An empty one fails.
-  // If it returns false, the log is closed.
+  // If it returns false, the log is closed; if it refused the names, the previous ones stay.
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep);
 
   // Closes the current file and opens the one of the current local date.
@@ -53,7 +53,7 @@ class CDailyEventLog {
   // Does nothing, like Open()'s daysToKeep.
   void DeleteOldLogs(long) {}
 
-  // The directory with a "/" at its end; null until a log other than "stdout" was opened.
+  // The directory with a "/" at its end; null until Open() accepted names other than "stdout".
   const char* GetLogPath() const { return m_directory; }
 
   // Calls back for every file of this log in the directory, see EnumCallback. False: the directory cannot be

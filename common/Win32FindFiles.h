@@ -12,8 +12,7 @@ class Win32FindFiles {
   static constexpr unsigned kMaxPath = 4096;
 
   // Reports all regular files, directories (also "." and "..") and symbolic links to these, in the order of
-  // readdir(3). False: the directory cannot be opened, or the callback returned
-  // false.
+  // readdir(3). False: the directory cannot be opened, or the callback returned false.
   static bool EnumAll(const char* directory, Callback callback, void* context);
 
   // The same for files and directories whose name matches pattern without regard to case, see DosMatch2().

@@ -86,9 +86,12 @@ TEST_F(DailyLog2Test, AgreesWithADequeAtAnyCapacity) {
   DailyLog2 log(1, m_path.c_str());
   Watcher watcher;
   log.AddErrorNotify(&watcher);
+  log.Log(Error, std::string(112, 'm').c_str(), "text\n");
+  EXPECT_EQ("# " + std::string(112, 'm') + ".text\n", WithoutTimes(watcher.shown));  // the header is cut
+  EXPECT_EQ(15u + 120 + 5, watcher.total);                                           // but it counts in full
   log.Log(Error, std::string(140, 'm').c_str(), "text\n");
-  EXPECT_EQ("# " + std::string(113, 'm') + "text\n", WithoutTimes(watcher.shown));  // the header is cut
-  EXPECT_EQ(15u + 126 + 5, watcher.total);  // but it counts as 126 bytes
+  EXPECT_EQ("# " + std::string(113, 'm') + "text\n", Synced(log));
+  EXPECT_EQ(15u + 126 + 5, watcher.total);  // here it counts as 126 bytes
 }
 
 TEST_F(DailyLog2Test, ReusesTheMemoryOfOldMessages) {

@@ -20,7 +20,8 @@
 namespace Ctl {
 namespace {
 
-// This and a line per command are what --help prints. It must fit a screen: 24 lines of 80 characters.
+// With the usage and a line per command, this is what --help prints. It must fit a screen: 24 lines of 80
+// characters.
 constexpr char kCommonOptions[] =
     "\n"
     "  -s, --server HOST[:PORT]   where the service is (default 127.0.0.1:11001)\n"

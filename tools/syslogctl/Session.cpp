@@ -100,8 +100,8 @@ int Session::ExplainSilence() {
           m_options.server);
       return kNoAnswer;
     case State::Unanswered:
-      Say("%s answers, but acknowledges no calls: wrong password (see --password-file), or the service is "
-          "blocked, for example by a full pipe on its output, or too old to acknowledge calls",
+      Say("%s answers, but acknowledges no calls: either the password is wrong (see --password-file), or the "
+          "service is blocked, for example by a full pipe on its output, or it is too old to do so",
           m_options.server);
       return kNotConfirmed;
     case State::Joined:
