@@ -81,7 +81,7 @@ class GDQUdpClient final : public GDQUdpBase {
   // Leaves the service, which stops relaying to us. Drops the calls still held: call Flush() first.
   void Close() NO_THREAD_SAFETY_ANALYSIS;
 
-  // Takes one call and sends it as soon as possible. An empty text is a ping: it runs nothing, but if sent
+  // Takes one call and sends it as soon as possible. An empty text is a ping: it runs nothing, but if sent as
   // "WithAck", the worker thread acknowledges it. False with errno: EMSGSIZE longer than kMaxCall, EAGAIN no
   // room within Options::waitMs, EBADF not open, EPERM forked child.
   bool SendMsg(const char* text) override;
@@ -154,7 +154,7 @@ class GDQUdpClient final : public GDQUdpBase {
   uint64_t m_startUs GUARDED_BY(m_mutex) = 0;     // start of the latest join
   uint64_t m_sinceUs GUARDED_BY(m_mutex) = 0;     // latest CONN, nonce, join start or failed send
   uint64_t m_heardUs GUARDED_BY(m_mutex) = 0;     // last ping sent or acknowledgement received
-  // How long to wait for a nonce. Doubles with each CONN, up to 1 s; an acknowledgement resets it.
+  // How long to wait for a nonce. Doubles, up to 1 s, each time it runs out; an acknowledgement resets it.
   unsigned m_connectMs GUARDED_BY(m_mutex) = 0;
   unsigned m_connects GUARDED_BY(m_mutex) = 0;      // CONNs without a nonce
   unsigned m_forcedJoins GUARDED_BY(m_mutex) = 0;   // rejoins because acknowledgements timed out

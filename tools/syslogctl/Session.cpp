@@ -101,7 +101,7 @@ int Session::ExplainSilence() {
       return kNoAnswer;
     case State::Unanswered:
       Say("%s answers, but acknowledges no calls: either the password is wrong (see --password-file), or the "
-          "service is blocked, for example by a full pipe on its output, or it is too old to do so",
+          "service is blocked, for example by a full pipe on its output, or it is too old to acknowledge any",
           m_options.server);
       return kNotConfirmed;
     case State::Joined:

@@ -113,7 +113,7 @@ void WarnIfUnterminated(const Options& options) {
   const char* const text = options.words[3];
   const size_t length = strlen(text);
   if (length != 0 && text[length - 1] == '\n') return;
-  Say("the text has no line feed at its end ('syslogctl log' adds it), so the next line is joined to it");
+  Say("the text has no line feed at its end, so the next line is joined to it; 'syslogctl log' needs none");
 }
 
 }  // namespace
