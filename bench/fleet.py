@@ -114,12 +114,13 @@ def lost_share(got):
     return "0" if got["lost"] == 0 else "< 0.01 %" if percent < 0.01 else f"{percent:.2f} %"
 
 
-def is_granted(program, buffer):
-    """Returns whether the program gets this receive buffer: rsyslog as root may exceed rmem_max, syslog-ng not."""
+def granted(program, buffers):
+    """Returns the receive buffers that the program gets: rsyslog as root may exceed rmem_max, syslog-ng may not."""
     if program == "rsyslog":
-        return True
+        return buffers
     with open("/proc/sys/net/core/rmem_max") as file:
-        return buffer <= int(file.read())
+        limit = int(file.read())
+    return [buffer for buffer in buffers if buffer <= limit]
 
 
 def rates(seconds):
@@ -128,9 +129,7 @@ def rates(seconds):
         f"Written/s at {asked[-1]:,}/s", f"CPU per line at {asked[1]:,}/s, µs", "Peak RSS, MiB")
     row(*["---"] * 10)
     for program in PROGRAMS:
-        for buffer in (106496, 4 << 20):
-            if not is_granted(program, buffer):
-                continue
+        for buffer in granted(program, (106496, 4 << 20)):
             for devices in (10, 100, 1000):
                 got = [measure(program, devices, rate, rate * seconds, buffer) for rate in asked]
                 cpu = got[1]["cpu"] / (got[1]["sent"] - got[1]["lost"]) * 1e6
@@ -142,12 +141,10 @@ def bursts():
     row("Collector", "Receive buffer", "Lines at once", "Sent within, ms", "Lost", "Peak RSS, MiB")
     row(*["---"] * 6)
     for program in PROGRAMS:
-        for buffer, label in BUFFERS.items():
-            if not is_granted(program, buffer):
-                continue
+        for buffer in granted(program, BUFFERS):
             got = measure(program, 1000, 0, 20000, buffer)
-            row(program, label, f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}", lost_share(got),
-                f"{got['rss']:.0f}")
+            row(program, BUFFERS[buffer], f"{got['sent']:,}", f"{got['sent'] / got['rate'] * 1000:.0f}",
+                lost_share(got), f"{got['rss']:.0f}")
 
 
 def main():
