@@ -14,14 +14,17 @@ tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-t
 
 passed=0 failed=0 skipped=0
 failures=()
+limit=1800  # seconds a step may take, several times what the longest needs
+trap 'kill $(jobs -p) 2>/dev/null; exit 130' INT TERM
 
-# Runs a step and keeps its output in build/logs. If the step fails, prints the end of the output.
+# Runs a step and keeps its output in build/logs. If the step fails or hangs, prints the end of the output.
 # A step that says "left out: all" has not run, so it is not counted as passed.
 mkdir -p build/logs
 step() {
   local name=$1 log="build/logs/${1// /-}.log" begin=$SECONDS
   shift
-  if "$@" >"$log" 2>&1; then
+  timeout -k 10 $limit bash -c '"$@"' - "$@" >"$log" 2>&1 &
+  if wait $!; then
     if ! grep -q '^left out: all ' "$log"; then
       passed=$((passed + 1))
       printf 'ok      %-28s %3ds\n' "$name" $((SECONDS - begin))
@@ -29,6 +32,7 @@ step() {
     grep '^left out:' "$log"
     skipped=$((skipped + $(grep -c '^left out:' "$log")))
   else
+    [ $? -ne 124 ] || echo "Ended after $limit s." >>"$log"
     failed=$((failed + 1))
     failures+=("$name")
     printf 'FAILED  %-28s %3ds\n' "$name" $((SECONDS - begin))
@@ -59,9 +63,13 @@ service() {
   [ "$1" != release ] || [ ! -x build/collectors/syslog-ng ] || more=(--collectors build/collectors)
   python3 tests/service/run.py --binary "$(folder "$1")/syslog" "${more[@]}"
 }
+collectors() {
+  timeout 300 tools/collectors.sh build/collectors ||
+    echo "left out: all tests with rsyslog and syslog-ng: cannot download them"
+}
+export -f build folder unit service collectors
 
-tools/collectors.sh build/collectors >/dev/null 2>&1 ||
-  echo "left out: tests with rsyslog and syslog-ng: cannot download them"
+step "collectors" collectors
 step "format" bash -c "tools/sources.sh .h .cpp .c | xargs clang-format --dry-run --Werror"
 step "layers" python3 tests/layers.py
 for preset in release asan tsan; do
