@@ -74,15 +74,15 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   // Early at boot there are no random bits. Time and process id are unique enough for our name in "WithAck".
   if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) < 0)
     seed = NowUs() << 20 ^ static_cast<uint64_t>(getpid());
+  m_process = getpid();
   if (m_password == nullptr || !m_window.Open(options.heldLines, seed) ||
       (options.listen && !m_relayed.Open(kHeardCalls)) || !m_readiness.Open() ||
       // The network may come up later.
       (!m_socket.Open(m_server) && errno != ENETUNREACH && errno != EHOSTUNREACH)) {
-    CloseAll();
+    Close();
     return false;
   }
   m_armedUs = SendWindow::kNever;
-  m_process = getpid();
   m_window.SetOnce(!options.reliable);
   m_state = State::NotJoined;
   m_isAnswered = false;
@@ -93,18 +93,14 @@ bool GDQUdpClient::Open(const char* server, const char* password, const Options&
   return true;
 }
 
-// m_readiness first: a forked child shares the epoll set and must not remove the parent's socket from it.
-void GDQUdpClient::CloseAll() {
+void GDQUdpClient::Close() {
+  if (m_process == 0) return;
+  if (m_process == getpid() && m_socket.HasCookie() && m_socket.IsOurs()) m_socket.SendConnect();
+  // m_readiness first: a forked child shares the epoll set and must not remove the parent's socket from it.
   m_readiness.Close();
   m_socket.Close();
   m_window.Close();
   m_relayed.Close();
-}
-
-void GDQUdpClient::Close() {
-  if (m_process == 0) return;
-  if (m_process == getpid() && m_socket.HasCookie() && m_socket.IsOurs()) m_socket.SendConnect();
-  CloseAll();
   m_process = 0;
 }
 
