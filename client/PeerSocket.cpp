@@ -12,7 +12,7 @@ bool PeerSocket::Open(const InetAddress2& server) {
     return reinterpret_cast<const sockaddr*>(&endpoint.Native());
   };
   Close();
-  if (!m_socket.Take(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))) return false;
+  if (!m_socket.Take(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))) return false;
   for (unsigned tries = 0; tries < kPorts; ++tries, ++m_shift) {
     const InetAddress2 local(INADDR_ANY, static_cast<unsigned short>(m_firstPort + m_shift % kPorts));
     if (bind(Descriptor(), native(local), sizeof(sockaddr_in)) == 0) break;
@@ -32,7 +32,7 @@ void PeerSocket::Close() {
 
 void PeerSocket::SendConnect() {
   m_hasCookie = false;
-  send(Descriptor(), "CONN", 4, 0);
+  send(Descriptor(), "CONN", 4, MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 bool PeerSocket::TakeNonce(const char* nonce, const char* password) {
@@ -56,7 +56,7 @@ bool PeerSocket::Send(const char* head, unsigned headLength, const char* text, u
   msghdr message{};
   message.msg_iov = pieces;
   message.msg_iovlen = 3;
-  return sendmsg(Descriptor(), &message, 0) >= 0;
+  return sendmsg(Descriptor(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
 }  // namespace Velk

@@ -9,7 +9,7 @@
 
 namespace Velk {
 
-// Never blocks. One thread at a time. Failures set errno.
+// Never blocks or raises SIGPIPE, even if a file has just replaced our socket. One thread at a time.
 class PeerSocket {
  public:
   static constexpr unsigned kCookieSize = GDQUdpBase::kCookieSize;
@@ -24,7 +24,7 @@ class PeerSocket {
   PeerSocket(const PeerSocket&) = delete;
   PeerSocket& operator=(const PeerSocket&) = delete;
 
-  // Opens a new socket connected to server, on the previous port if possible. If false, the socket is closed.
+  // Opens a new socket connected to server, on the previous port if possible. False with errno: none is open.
   bool Open(const InetAddress2& server);
   void Close();
   int Descriptor() const { return m_socket.Get(); }  // -1: none
@@ -45,7 +45,7 @@ class PeerSocket {
   // together. False: send(2) failed.
   bool Send(const char* head, unsigned headLength, const char* text, unsigned length);
   // Returns what recv(2) returns.
-  ssize_t Receive(char* datagram, unsigned size) { return recv(Descriptor(), datagram, size, 0); }
+  ssize_t Receive(char* datagram, unsigned size) { return recv(Descriptor(), datagram, size, MSG_DONTWAIT); }
 
  private:
   const unsigned short m_firstPort;
