@@ -40,7 +40,7 @@ class Readiness {
  private:
   bool IsEpollOurs() const;
 
-  OwnDescriptor m_anchor;  // an idle socket: a descriptor that watches it is our m_epoll
+  OwnDescriptor m_anchor;  // an idle socket that only our epoll watches: shows whether m_epoll is ours
   std::atomic<int> m_shown{-1};
   int m_epoll = -1;
   int m_timer = -1;

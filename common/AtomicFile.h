@@ -11,8 +11,8 @@ namespace Velk {
 // over the old file. Readers find either the old or the new version, even after a crash or on a full disk.
 //
 // If the directory does not allow that (not writable, name too long, file is a mount point), overwrites the
-// old file. What makes it longer goes first, so that a full disk is noticed while the old content is intact.
-// A power cut or device error during that can leave a mix of both versions.
+// old file. Writes the bytes beyond its old end first, so that a full disk is noticed while the old content
+// is intact. A power cut or device error while it overwrites can leave a mix of both versions.
 //
 // Safe in a world-writable directory: does not follow a symbolic link in the last part of the path, does not
 // block on a pipe or device, and does not overwrite a file with several hard links. One thread at a time.

@@ -177,7 +177,7 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another port each time: one may collide with another peer
+        for port in PORTS[self._silences % 8:]:  # another port: address times port may equal another peer's
             with contextlib.suppress(OSError):  # the port is taken
                 self._socket.bind(("", port))
                 break

@@ -6,7 +6,7 @@ namespace {
 
 struct Counts {
   std::atomic<int> starts{0};   // calls of Driver()
-  std::atomic<int> exits{0};    // calls of OnExit() on Driver()'s thread, if Driver() had a reason to return
+  std::atomic<int> exits{0};    // calls of OnExit() on Driver()'s thread, if m_returnsAtOnce or stopped
   std::atomic<int> deleted{0};  // calls of the destructor on Driver()'s thread
 };
 

@@ -6,7 +6,7 @@
 TEST(DosMatch2, MatchesAsListed) {
   const std::tuple<const char*, const char*, bool, bool> rows[] = {
       // text, pattern, match, match if case is ignored
-      {"A.LOG", "*.log", true, true},  // case counts up to one character past the first star
+      {"A.LOG", "*.log", true, true},  // case is ignored after the first star and the next character
       {"", "*", false, false},         // a star needs a character
       {"a", "*?", true, true},         // a "?" after a star needs none
       {"\xE4", "\xC4", false, false},  // only ASCII has case

@@ -8,7 +8,8 @@
 using Endpoint = std::pair<uint32_t, uint16_t>;
 using Datagrams = std::vector<std::pair<Endpoint, std::string>>;
 
-// A server that collects what it would send, after "now:" if it must not wait. The test sets its time.
+// A server that collects what it would send, with the prefix "now:" if it must not wait. The test sets its
+// time.
 class UnpluggedServer final : public Velk::GDQUdpSrv {
  public:
   Datagrams m_sent;
