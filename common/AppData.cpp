@@ -43,7 +43,7 @@ void AppData::SetVarChanged(const char* name, bool flag) {
 namespace {
 
 // Number of iterations in progress, over any list. During one, Unsubscribe() only sets the node's callback to
-// null, since the iteration may go there next. The first Unsubscribe() after it frees the node.
+// null, since the iteration may go there next. A later Unsubscribe() frees the node; ForEach() ends with one.
 unsigned s_iterations = 0;
 
 template <class T>

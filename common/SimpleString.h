@@ -34,7 +34,8 @@ class SimpleString : public StringOps<SimpleString> {
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.
   SimpleString(unsigned capacity, unsigned growBy);
-  // The copy inherits the growth step. Empty copies share the step of the string copied last.
+  // The copy inherits the growth step. Strings on the static block share the step of the last string that was
+  // copied, empty or not.
   SimpleString(const SimpleString& other);
   ~SimpleString();
   SimpleString& operator=(const SimpleString& other) {

@@ -12,7 +12,7 @@ until_true() {
   done
 }
 
-must_fail() { if "$@"; then echo "succeeded: $*"; exit 1; fi; }
+must_fail() { if "$@"; then echo "must fail: $*"; exit 1; fi; }
 main_pid() { systemctl show --property MainPID --value velk.service; }
 child() { cat "/proc/$1/task/$1/children"; }
 another_child() { [ -n "$(child "$1")" ] && [ "$(child "$1")" != "$2" ]; }
@@ -64,7 +64,7 @@ dpkg -i /upgrade.deb >/dev/null
 another_supervisor "$pid"
 logs 'third line'
 
-echo "stops, both processes at once"
+echo "stops, and leaves no process"
 systemctl stop velk.service
 must_fail pgrep -x syslog
 systemctl start velk.service

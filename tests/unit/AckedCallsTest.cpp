@@ -16,7 +16,7 @@ struct PostCounter final : Velk::IGenericDispatchQueue {
 
 }  // namespace
 
-TEST(AckedCalls, WakesTheWorkerOnlyIfCallsAreWaiting) {
+TEST(AckedCalls, ParseErrorsWakeTheWorkerOnlyIfCallsArePending) {
   PostCounter queue;
   RemoteMessages messages;
   UnpluggedServer server;

@@ -25,7 +25,7 @@ class WindowModel {
 
  private:
   static constexpr uint64_t kMs = 1000, kSecond = 1000000;
-  static constexpr unsigned kMayRunAgain = UINT_MAX;  // ran under an old name: a late copy may run too
+  static constexpr unsigned kMayRunAgain = UINT_MAX;  // ran under an old name: may run under the current too
   static constexpr size_t kWithName = 8 + Velk::SendWindow::kNameLength;  // "WithAck NAME"
 
   struct Path {
