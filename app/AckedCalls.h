@@ -58,6 +58,6 @@ class AckedCalls final : public Velk::GDOTimerBase {
   RemoteMessages& m_messages;
   Velk::GDQUdpSrv& m_server;
   AckClients m_clients;
-  Velk::ArgsParser m_head{3};          // CLIENT, NUMBER and NAME. With NAME, NUMBER was parsed to its end
+  Velk::ArgsParser m_head{3};          // what can be parsed of a faulty call's CLIENT, NUMBER and NAME
   std::atomic<uint32_t> m_pending{0};  // posted calls, neither dispatched nor found faulty
 };

@@ -158,7 +158,7 @@ class VelkHandler(logging.Handler):
     def _send(self):
         if self._held and self._socket is None:
             self._join()
-        # A client name's first call is sent alone: after its ack, an ack of 0 means that the service forgot the name.
+        # A client name's first call is sent alone: after its ack, a `last` of 0 means that the service forgot the name.
         most = min(len(self._held), self._window if self._known else 1)
         while self._cookie and self._sent < most:
             head = b"WithAck %s %d " % (self._client, self._first + self._sent)
@@ -177,7 +177,7 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another port: address times port may equal another peer's
+        for port in PORTS[self._silences % 8:]:  # another port: peers of equal address times port displace each other
             with contextlib.suppress(OSError):  # the port is taken
                 self._socket.bind(("", port))
                 break

@@ -27,7 +27,7 @@ TEST(SyslogctlStoredLine, NewLinesAreThoseAfterTheLastSeen) {
       {LinesOf("aaa"), LinesOf("aaaa"), LinesOf("a"), true},
       {LinesOf("abc"), LinesOf("fgh"), LinesOf("fgh"), false},
       {LinesOf("abde"), LinesOf("abfg"), LinesOf("fg"),
-       false},  // after a restart: a and b, the supervisor's, are in both
+       false},  // after the child's restart: the supervisor's a and b are in both
       {LinesOf("rst"), LinesOf("abuv"), LinesOf("uv"), false},  // the same, but a and b are no longer in old
       {"[23:59:00.000] m.Info: x\n", "[00:00:00.000] m.Info: y\n", "[00:00:00.000] m.Info: y\n", false},
       {LinesOf("a") + "second\n", LinesOf("a") + "second\n" + "[10:01:00.000] no end",

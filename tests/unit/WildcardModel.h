@@ -29,7 +29,8 @@ class WildcardModel {
     return b == '?' || (caseSensitive ? a == b : toupper(a) == toupper(b));
   }
 
-  // Case is ignored after a star. Caches results: otherwise the time is exponential in the number of stars.
+  // Past the first character after a star, case is ignored. Caches results: otherwise the time is exponential
+  // in the number of stars.
   bool MatchAfterStar(size_t text, size_t pattern) {
     const auto [known, isNew] = m_known.try_emplace({text, pattern}, false);
     if (isNew) known->second = Match(text, pattern, false);
