@@ -420,11 +420,12 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     Velk::ClientThread thread;
     std::vector<int> own = DescriptorsOf([&] { return Open(client) && thread.Start(&client); });
     ASSERT_TRUE(Deliver(round, round + 1));
-    usleep(20000);  // until the thread polls own[0]: a program must not close what a thread is using
+    usleep(20000);  // until the thread only polls: a program must not close what an operation uses
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
-    // The thread still polls the replaced file. Acknowledgements wake it, so that it sees the change first.
+    // The thread still polls the client's own file. Acknowledgements wake it to see the new one before
+    // close().
     for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));
     for (const int fd : own) {
       if (areClosed) close(fd);
