@@ -9,7 +9,7 @@
 
 namespace Velk {
 
-// Never blocks or raises SIGPIPE, even if a file has just replaced our socket. One thread at a time.
+// Never blocks or raises SIGPIPE, even if a file just reused our descriptor number. One thread at a time.
 class PeerSocket {
  public:
   static constexpr unsigned kCookieSize = GDQUdpBase::kCookieSize;

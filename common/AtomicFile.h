@@ -30,7 +30,7 @@ class AtomicFile {
 
   // Replaces the file. Unless it has to overwrite, waits for fsync(2): the new file is complete even after a
   // power cut. Keeps the permissions; creates a missing file. False: not a regular file, not writable, or no
-  // space; a file that this call created remains, empty.
+  // space. If there was no file, an empty one may remain.
   bool Commit();
 
   // For directories where others may create files: replaces anything of that name, except a directory, with a

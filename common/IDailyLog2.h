@@ -40,9 +40,9 @@ class IDailyLog2 {
   // localPort unless it is 0. May block while resolving host. False: host does not resolve, or no socket.
   virtual bool EnableSyslog(const char* host, unsigned short localPort) = 0;
   virtual void DisableSyslog() = 0;
-  // Stores one message. module may be null or empty; text includes its line feed. Unknown types are ignored.
+  // Stores one message. module may be null or empty; text includes its line feed. Drops unknown types.
   virtual void Log(ELogMessageType type, const char* module, const char* text) = 0;
-  // Writes the stored messages to the sync file, oldest first.
+  // Writes the stored messages, oldest first, to the sync file: one file, replaced each time.
   virtual void SyncLog() = 0;
   // The watcher must stay valid until removed. One that is added twice is notified twice.
   virtual void AddErrorNotify(ILogErrorNotify* watcher) = 0;

@@ -29,8 +29,8 @@ class TextOps {
   static iovec Piece(const char* text, size_t length) { return {const_cast<char*>(text), length}; }
   static iovec Piece(const char* text) { return Piece(OrEmpty(text), strlen(OrEmpty(text))); }
 
-  // Returns where to cut text: at the start of the UTF-8 character that contains text[at]. At text[at] itself
-  // if none of the three bytes before it is that start, or if text[0] is: a cut there would leave nothing.
+  // Returns where to cut text: at the start of the UTF-8 character that contains text[at]. Returns `at` if
+  // none of the three bytes before it is that start, or if the start is 0: a cut at 0 would leave nothing.
   // Reads text[at].
   static size_t CharacterStart(const char* text, size_t at);
   // Whether c is a byte of a UTF-8 character, but not its first.

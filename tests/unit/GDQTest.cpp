@@ -89,7 +89,7 @@ TEST(GDQ, BlocksAPosterNoLongerThanAsked) {
 }
 
 // After an unparsable call the worker thread sleeps even if more are pending. The waiting poster must wake
-// it, as no post does.
+// it, as no further post comes.
 TEST(GDQ, GarbageDoesNotStallAWaitingPoster) {
   struct IdleQueue : Queue {
     bool Sleep(Velk::Mutex& wakeMutex, uint32_t waitMs) override REQUIRES(wakeMutex) {
