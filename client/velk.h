@@ -58,9 +58,9 @@ VELK_API int velk_vlog(velk* log, int type, const char* module, const char* form
 /* Waits until every line is confirmed (with VELK_ONCE: sent), but at most timeout_ms milliseconds. Returns
  * the number of lines left, with errno: ETIMEDOUT the service needs more time, ENOTCONN it does not answer,
  * EACCES it confirms nothing: the password is wrong, or the service is blocked or too old. The library keeps
- * retransmitting the lines that it holds. A service that answers but has confirmed no line within about 4 s
- * gets each only once until it confirms something: the next velk_flush() counts such lines, later ones do
- * not. In a forked child returns 1 with EPERM. */
+ * retransmitting the lines that it holds. If a service answers but does not confirm the first line within
+ * about 4 s, each line is sent only once, until the service confirms something: the next call of velk_flush()
+ * counts such lines, later calls do not. In a forked child returns 1 with EPERM. */
 VELK_API unsigned velk_flush(velk* log, unsigned timeout_ms);
 
 /* For event loops, instead of VELK_THREAD: call velk_process() whenever velk_fd() is readable. It never

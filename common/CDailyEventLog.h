@@ -12,7 +12,8 @@ class CDailyEventLog {
   // Longest path of a day's file, with the NUL. Longer ones are refused.
   static constexpr unsigned kPathSize = 256;
 
-  // context points to an EnumContext: EnumerateLogs()'s two arguments. False: stop.
+  // context is not the caller's: it points to an EnumContext made of EnumerateLogs()'s arguments. False:
+  // stop.
   using EnumCallback = bool (*)(const char* name, const char* fullPath, void* context);
 
   struct EnumContext {

@@ -27,8 +27,8 @@ done
 
 [ ! -e "$marker" ] || exit 0
 
-# Prints the lines from before `remote on`. With a numeric address in the configuration, those since the network came
-# up arrive twice.
+# Prints the lines from before `remote on`. If the service's configuration names the collector by its numeric address,
+# those since the network came up arrive twice.
 unsent() {
   printf '%s\n' "$lines" | awk '
     { line[NR] = $0 }
