@@ -25,7 +25,8 @@ class WindowModel {
 
  private:
   static constexpr uint64_t kMs = 1000, kSecond = 1000000;
-  static constexpr unsigned kMayRunAgain = UINT_MAX;  // ran under an old name: may run under the current too
+  // For a call that ran under the client's old name: it may run under the new one too.
+  static constexpr unsigned kMayRunAgain = UINT_MAX;
   static constexpr size_t kWithName = 8 + Velk::SendWindow::kNameLength;  // "WithAck NAME"
 
   struct Path {

@@ -94,8 +94,9 @@ bool IsEarlier(const StoredLine& a, const StoredLine& b) {
   return a.hasTime && b.hasTime && (TimeOf(a) - TimeOf(b) + kDay) % kDay >= kDay / 2;
 }
 
-// After a restart, `now` begins with lines of the supervisor, among them old ones that `old` lacks. Only its
-// time shows that a line is old: earlier than that of old's last line, or later than that of the next line.
+// After a restart, `now` begins with lines of the supervisor, among them old ones that `old` lacks. Only the
+// time tells those from new ones: it is earlier than that of old's last line, or, if more than half a day old
+// and thus taken for later, the next line's time is earlier.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {
