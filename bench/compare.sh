@@ -1,5 +1,6 @@
 #!/bin/sh
-# Compares the service with the kernel alone and with other log daemons that do the same work, in one run:
+# Compares the service with the bare system calls (bench/floor.c) and with other log daemons that do the same work, in
+# one run:
 #   bench/compare.sh [ROUNDS] [LINES]
 # Needs root, for its own namespaces. Installs Debian packages, but only unpacks rsyslog and syslog-ng, which conflict,
 # into build/collectors. Builds musl in build-small. Updates docs/benchmarks.md and docs/benchmarks.svg.

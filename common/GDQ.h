@@ -14,9 +14,9 @@
 
 namespace Velk {
 
-// Delivers messages one at a time on its worker thread, in order of due time, then of posting. A delivered
-// message is kept as a spare with its two buffers, so a steady flow allocates nothing. Spares live as long
-// as the queue.
+// Delivers messages one at a time on its worker thread: plain posts first, in the order posted, then timers
+// in order of due time. A delivered message is kept as a spare with its two buffers, so a steady flow
+// allocates nothing. Spares live as long as the queue.
 //
 // Two mutexes: one guards messages and spares, the other the wake-up of the worker thread. They are never
 // held together, and neither is held during a dispatch.
@@ -31,7 +31,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // See AppThread2.
   GDQ(int, int, const char* threadName, bool autoDelete);
 
-  // Starts the worker thread. Set the error reporter and attach the targets first.
+  // Starts the worker thread. Set the error reporter and attach the targets, see GDOTimerBase, first.
   bool Run();
   // Wakes the worker thread and waits until it has ended. Must not be called from a handler. Pending messages
   // stay for the next Run().
@@ -138,7 +138,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   // A post has come since the worker thread last woke. Written with m_wakeMutex held; atomic because
   // Enqueue() reads it unlocked.
   std::atomic<bool> m_signalled{false};
-  bool m_keepSignalled GUARDED_BY(m_wakeMutex) = false;  // Stop() was called: never sleep again
+  bool m_keepSignalled GUARDED_BY(m_wakeMutex) = false;  // Stop() was called: no sleep until Run()
 
  public:
   // Set it before Run(). Not owned; null: failures are not reported.
