@@ -12,7 +12,7 @@ import sys
 import tempfile
 import time
 
-COLLECTOR = "127.0.0.2"  # its datagrams reach the collector, not the service's socket on 0.0.0.0:514
+COLLECTOR = "127.0.0.2"  # datagrams to it reach the collector, not the service's socket on 0.0.0.0:514
 WINDOW = 64
 WORK = os.path.abspath("build/bench")
 PEER_PORT = 40000  # load.c sends from it

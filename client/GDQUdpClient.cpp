@@ -242,7 +242,8 @@ void GDQUdpClient::OnSilence() {
   if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kSilencesPerConnect != 0)) return;
   if (silences >= kUnansweredSilences) m_state = State::Unanswered;
   if (++m_forcedJoins % 2 == 0) {
-    // Another peer may share our record in the service and keep replacing our cookie: try another port.
+    // A peer whose address times port equals ours shares our record in the service and may keep replacing our
+    // cookie: try another port.
     m_socket.SendConnect();
     m_socket.Close();
     m_socket.ChangePort();
@@ -352,7 +353,7 @@ void GDQUdpClient::Process(unsigned settleMs) {
     const Lock lock(this);
     ReplaceClosed(false, settleMs);
     m_isWoken = false;
-    // If there was no work, the descriptor may now be the program's own file, and would stay readable.
+    // Called without work: our number may now be the program's own file, which would stay readable.
     if (!Advance()) ReplaceClosed(true, settleMs);
   }
   while (DeliverCall()) continue;

@@ -120,8 +120,8 @@ bool GDQ::Run() {
 void GDQ::Stop() {
   {
     // Wakes a worker thread that sleeps until the next post. It could consume the signal before it sees that
-    // it must end, so m_keepSignalled keeps the signal set. Run() clears the flag, as the object may be gone
-    // when Stop() ends.
+    // it must end, so m_keepSignalled keeps the signal set. The next Run() clears the flag: Stop() cannot, as
+    // the object may be gone once the thread has ended.
     const ScopedLock lock(m_wakeMutex);
     m_keepSignalled = true;
     Wake();

@@ -42,7 +42,7 @@ bool SetOption(int socket, int level, int option, const T& value) {
 }  // namespace
 
 bool UdpSocket3::BindAddress(InetAddress2& addr) {
-  // Lets a restarted child bind while the previous child's socket still exists.
+  // Lets a child forward lines from the same port as its supervisor.
   if (!SetOption(m_socket, SOL_SOCKET, SO_REUSEADDR, 1)) return false;
   return bind(m_socket, reinterpret_cast<const sockaddr*>(&addr.Native()), sizeof(sockaddr_in)) == 0;
 }

@@ -8,8 +8,8 @@ import time
 
 
 def lines_of(service, module):
-    """Returns the module's Info lines on the service's console. After a late CONN an old cookie is wrong, and
-    "Cookies do not match:", which has no line feed, can precede a line."""
+    """Returns the module's Info lines on the service's console. "Cookies do not match:" may precede one on its line: it
+    has no line feed, and the service logs it after a late CONN."""
     texts = (text.partition(f"{module}.Info: ") for text in service.console())
     return [text for _, mark, text in texts if mark]
 

@@ -143,7 +143,7 @@ class Commands(ToolTest):
         subprocess.run(["mount", "--bind", "/tmp/mounted", SYNC_FILE], check=True)
         self.addCleanup(namespace.unmount, SYNC_FILE)
         self.service()
-        for number in range(10):  # in quick succession: the versions differ only in their time
+        for number in range(10):  # in quick succession: the same inode each time, so only the time shows a new write
             self.run_tool("log", f"now {number}")
             self.assertIn(f"syslogctl.Info: now {number}\n", self.run_tool("dump")[0])
 

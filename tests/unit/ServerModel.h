@@ -53,8 +53,9 @@ class ServerModel final : public Velk::GDOBase {
 
   static uint32_t Key(const Endpoint& endpoint) { return endpoint.first * endpoint.second; }
 
-  // Many share a bucket. Some share a key, so they are one peer: {2, 6} and {4, 3}, {0x80000000, 2} and
-  // {0, 0}, and those made from n and n + 3 if n % 4 == 0.
+  // Many keys are equal modulo 31, which decides the order of relaying. Some endpoints have the same key, so
+  // they are one peer: {2, 6} and {4, 3}, {0x80000000, 2} and {0, 0}, and those made from n and n + 3 if
+  // n % 4 == 0.
   Endpoint MakeEndpoint() {
     static const Endpoint kSpecial[] = {{2, 6},          {4, 3},          {1, 31},         {1, 62},
                                         {0xFFFFFFFF, 1}, {0x80000000, 2}, {0x7F000001, 9}, {0, 0}};

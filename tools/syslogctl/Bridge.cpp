@@ -103,7 +103,7 @@ class Bridge {
   NetworkLog m_network;
   KernelLog m_kernel;
   RecordRing m_ring;
-  unsigned m_callsTaken = 0;  // calls of the oldest record that the client has accepted
+  unsigned m_callsTaken = 0;  // how many calls of the oldest record the client has accepted
   Velk::SimpleString m_module{64, 64};
   Velk::SimpleString m_text{1024, 1024};
 };
