@@ -4,7 +4,7 @@
 set -eu
 mkdir -p "$1"
 cd "$1"
-[ ! -x usr/sbin/syslog-ng ] || exit 0
+[ ! -x syslog-ng ] || exit 0  # made last
 
 packages="rsyslog libestr0 libfastjson4 liblognorm5 syslog-ng-core libivykis0 libnet1 libwrap0 libpcre3"
 packages="$packages libglib2.0-0 libjson-c5"
