@@ -9,7 +9,8 @@
 
 namespace Velk {
 
-// Never blocks or raises SIGPIPE, even if a file just reused our descriptor number. One thread at a time.
+// Sends and receives without blocking or SIGPIPE, even if a file just reused our descriptor number. One
+// thread at a time.
 class PeerSocket {
  public:
   static constexpr unsigned kCookieSize = GDQUdpBase::kCookieSize;

@@ -51,8 +51,8 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorTooLargeForAnFdSet) {
   const rlimit raised{limit.rlim_max, limit.rlim_max};
   if (limit.rlim_max < FD_SETSIZE + 8) GTEST_SKIP() << "too few descriptors allowed";
   setrlimit(RLIMIT_NOFILE, &raised);
-  std::vector<int> fillers{dup(0)};
-  while (fillers.back() >= 0 && fillers.back() < FD_SETSIZE) fillers.push_back(dup(0));
+  std::vector<int> fillers{open("/dev/null", O_RDONLY | O_CLOEXEC)};
+  while (fillers.back() >= 0 && fillers.back() < FD_SETSIZE) fillers.push_back(dup(fillers[0]));
   UdpSocket3 socket;
   EXPECT_TRUE(socket.Open() && socket.WaitForRead(0) == -1 && socket.WaitForWrite(0) == -1);
   for (const int fd : fillers) close(fd);
