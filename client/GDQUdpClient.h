@@ -35,8 +35,8 @@ namespace Velk {
 // Any thread may call any operation, but no other call may overlap Open() or Close(). A forked child
 // must open its own client: operations on its parent's fail with EPERM, and Close() only frees memory and
 // descriptors. A cancelled thread leaves no lock held. If the program closes our descriptors while no
-// operation runs, files that reuse their numbers are not touched, new ones are opened, and Descriptor()
-// changes.
+// operation runs, files that reuse their numbers are not touched, new descriptors are opened, and
+// Descriptor() changes.
 class GDQUdpClient final : public GDQUdpBase {
  public:
   static constexpr unsigned kMaxCall = LogCall::kMost;  // longest call text in bytes
