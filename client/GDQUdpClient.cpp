@@ -141,7 +141,7 @@ void GDQUdpClient::SendConnect() {
   m_socket.SendConnect();
 }
 
-// Also called while joined: a late CONN of ours ends our admission.
+// Also called while joined: a delayed CONN of ours ends our admission, and its answer is a new nonce.
 void GDQUdpClient::TakeNonce(const char* nonce) {
   if (!m_socket.TakeNonce(nonce, m_password)) return;
   m_sinceUs = NowUs();
@@ -242,8 +242,8 @@ void GDQUdpClient::OnSilence() {
   if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kSilencesPerConnect != 0)) return;
   if (silences >= kUnansweredSilences) m_state = State::Unanswered;
   if (++m_forcedJoins % 2 == 0) {
-    // A peer whose address times port equals ours shares our record in the service and may keep replacing our
-    // cookie: try another port.
+    // The service knows a peer by the product of address and port. Another one with our product may keep
+    // replacing our cookie: try another port.
     m_socket.SendConnect();
     m_socket.Close();
     m_socket.ChangePort();
@@ -353,7 +353,7 @@ void GDQUdpClient::Process(unsigned settleMs) {
     const Lock lock(this);
     ReplaceClosed(false, settleMs);
     m_isWoken = false;
-    // Called without work: our number may now be the program's own file, which would stay readable.
+    // Called with nothing to do: the descriptor may now be a file of the program's and stay readable.
     if (!Advance()) ReplaceClosed(true, settleMs);
   }
   while (DeliverCall()) continue;
