@@ -4,8 +4,8 @@
 #include "common/GDQ.h"
 #include "common/GDQUdpSrv.h"
 
-// Pauses the receive thread when too many calls are pending. If it is ahead of the worker thread, pauses it
-// briefly, so that datagrams collect and are received in one batch.
+// Pauses the receive thread when too many calls are pending. Pauses it briefly when some are pending but no
+// datagram is, so that datagrams collect and are received in one batch.
 class PacedServer final : public Velk::GDQUdpSrv {
  public:
   // The queue is not owned and must outlive the server.

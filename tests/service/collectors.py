@@ -7,7 +7,7 @@ import namespace
 
 FOLDER = os.path.join(namespace.FILES, "collectors")
 CONFIGURATIONS = os.path.join(namespace.FILES, "examples", "collectors")
-HOST = "127.0.0.2"  # its datagrams reach the collector, not the service's socket on 0.0.0.0:514
+HOST = "127.0.0.2"  # datagrams to it reach the collector, not the service's socket on 0.0.0.0:514
 MOST_FILES = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 
 

@@ -46,7 +46,8 @@ TEST(PacedServer, BoundsPendingCalls) {
   releaser.join();
 }
 
-// A pause is a sleep. While datagrams are pending, it would let the kernel's buffer overflow.
+// Counts pauses by their sleeps. A short one while datagrams are pending would let the kernel's buffer
+// overflow.
 TEST(PacedServer, PausesBrieflyAndOnlyWithoutPendingDatagrams) {
   const auto sleeps = [] {
     rusage usage;
