@@ -9,8 +9,8 @@
 
 namespace Velk {
 
-// Sends and receives without blocking or SIGPIPE, even if a file just reused our descriptor number. One
-// thread at a time.
+// No send or receive blocks or raises SIGPIPE, even if the program has just reused our descriptor number for
+// a file of its own. One thread at a time.
 class PeerSocket {
  public:
   static constexpr unsigned kCookieSize = GDQUdpBase::kCookieSize;

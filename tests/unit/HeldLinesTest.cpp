@@ -18,7 +18,7 @@ TEST(HeldLines, AgreesWithADeque) {
         model.push_back(text);
       } else {
         ++refused;
-        // A gap at the end of the memory wastes less than the longest text.
+        // No text is split: the gap at the end of the memory is smaller than the longest text.
         ASSERT_TRUE(model.size() == 32 || held + text.size() + 1 > 32 * 256 - 1401) << held;
       }
     } else if (!model.empty()) {

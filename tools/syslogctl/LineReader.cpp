@@ -28,7 +28,7 @@ bool LineReader::Next(const char** text, size_t* length) {
 }
 
 bool LineReader::Read() {
-  // Next() leaves at most kMostLength bytes, so there is always room.
+  // Next() returns false with at most kMostLength bytes left, so there is always room.
   memmove(m_buffer, m_buffer + m_begin, m_end - m_begin);
   m_end -= m_begin;
   m_begin = 0;
