@@ -32,7 +32,7 @@ TEST(LogPrinter, CutsLongTextForEveryOutletAndAcceptsNulls) {
   LogPrinter printer(&sink);
   StdoutPipe out;
   LogPrinter::Instance()->SetLogToGDQUdp(&peer);
-  EXPECT_TRUE(peer.sent.empty()) << "the notice that it is enabled must not go to the peer";
+  EXPECT_TRUE(peer.sent.empty()) << "the notice that remote logging is enabled must not go to the peer";
   LogPrinter::Instance()->SetLogToGDQUdp(nullptr);
   peer.sent.clear();
   printer.SetLogToGDQUdp(&peer);

@@ -38,8 +38,8 @@ bool NetworkLog::Open(const char* where) {
   }
   // If another program lets its port be shared, bind(2) succeeds and we would take its datagrams.
   if (address.GetIP() == 0 && UdpSocket3::IsHeldByOthers(address.GetPort(), 0)) {
-    Say("another program uses UDP port %u (the service sends from 514): give ADDRESS:PORT with an address of "
-        "this machine, or another port",
+    Say("another program uses UDP port %u (the service uses 514 while it forwards): give ADDRESS:PORT with "
+        "an address of this machine, or another port",
         address.GetPort());
     return false;
   }
