@@ -9,10 +9,14 @@ cd "$1"
 packages="rsyslog libestr0 libfastjson4 liblognorm5 syslog-ng-core libivykis0 libnet1 libwrap0 libpcre3"
 packages="$packages libglib2.0-0 libjson-c5"
 packages="$packages syslog-ng-mod-http"
+rm -f ./*.deb  # of a run that was cut off
 # shellcheck disable=SC2086  # a list of words
 apt-get download -qq -o APT::Sandbox::User=root $packages >/dev/null ||
   { apt-get update -qq && apt-get download -qq -o APT::Sandbox::User=root $packages >/dev/null; }
-for package in *.deb; do dpkg -x "$package" . && rm "$package"; done
+for package in *.deb; do
+  dpkg -x "$package" .
+  rm "$package"
+done
 rm -rf usr/share/doc usr/share/man usr/share/locale
 
 libraries=$(cd usr/lib && echo *-linux-gnu)
