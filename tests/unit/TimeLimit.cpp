@@ -1,4 +1,4 @@
-// Ends the program if a test hangs, and names the test. Under ThreadSanitizer the handler may never run.
+// Ends the program if a test hangs, and names the test.
 
 #include <signal.h>
 
@@ -21,9 +21,12 @@ struct TimeLimit final : testing::EmptyTestEventListener {
   }
 };
 
-const auto s_previous = [] {
+const bool s_isSet = [] {
   testing::UnitTest::GetInstance()->listeners().Append(new TimeLimit);
-  return signal(SIGALRM, OnAlarm);
+#ifndef __SANITIZE_THREAD__  // it delays handlers, but not a signal's default action
+  signal(SIGALRM, OnAlarm);
+#endif
+  return true;
 }();
 
 }  // namespace
