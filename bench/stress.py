@@ -12,8 +12,8 @@ lossy [SEEDS]     500 lines through a network that loses, duplicates and reorder
 tool [LINES]      `syslogctl log`: lines per second from a pipe, time for one line, memory
 peers [LINES]     cost of a line to the service with 0 to 100 other peers
 
---old BUILD: `tool` and `peers` measure the executables in BUILD too, in turn with this build's. An old `log` waits
-for acks only with --confirm.
+--old BUILD: `tool` and `peers` measure the executables in BUILD too, in turn with this build's. An old `log` gets
+--confirm, without which it would not wait for acks.
 Runs in its own namespaces, with the harness of the service tests. Start it with bench/stress.sh.
 """
 import argparse

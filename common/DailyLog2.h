@@ -57,9 +57,9 @@ class DailyLog2 : public IDailyLog2 {
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep,
             bool echoToConsole);
 
-  // See IDailyLog2. A port in the text of host is ignored, except that "host:0" fails. Resolves host without
-  // the mutex, so other threads can log. If host does not resolve, nothing changes; if no socket can be
-  // opened, syslog is off.
+  // See IDailyLog2. A port in the text of host is ignored, but one that reads as 0 fails. Resolves host
+  // without the mutex, so other threads can log. If host does not resolve, nothing changes; if no socket can
+  // be opened, syslog is off.
   bool EnableSyslog(const char* host, unsigned short localPort) override;
   void DisableSyslog() override;
   void Log(ELogMessageType type, const char* module, const char* text) override;

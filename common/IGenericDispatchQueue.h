@@ -17,8 +17,8 @@ class IGenericDispatchQueue {
   // share an id.
   virtual void PostTimer(unsigned int timerId, unsigned long periodMs, IGenericDispatchTarget* target,
                          const char* name, const char* args) = 0;
-  // Drops the earliest pending call with this id and target, if any. A dispatch in progress goes on. Calls
-  // from Post() have id 0.
+  // Drops the pending call with this id and target that is due first, if any. A dispatch in progress goes on.
+  // Calls from Post() have id 0.
   virtual void CancelTimer(unsigned int timerId, IGenericDispatchTarget* target) = 0;
   // Drops all pending calls of the target.
   virtual void CancelAllMessages(IGenericDispatchTarget* target) = 0;

@@ -176,7 +176,7 @@ SimpleString::StringData* SimpleString::Grow(unsigned shortfall) {
   StringData* old = Data();
   const uint32_t growBy = __atomic_load_n(&old->m_growBy, __ATOMIC_RELAXED);
   const uint32_t step = growBy != 0 ? growBy : kDefaultGrowBy;
-  // GetBuffer() may pass 0. Then extra wraps around to 0, or to less than a step.
+  // GetBuffer() may pass 0. Then extra is 0 or less than a step, which does no harm.
   const uint32_t extra = step * ((shortfall - 1) / step + 1);
   const uint32_t capacity = old->m_capacity + extra;
   const bool wrapped = extra < shortfall || capacity < extra;

@@ -100,7 +100,7 @@ run 'build/syslogctl log -l warning -t net "eth0 is back"'
 run 'grep eth0 /var/log/devices.json'
 
 remark "The serving process dies. The next one serves at once, and the line waits for it." \
-  "(Forwarding is off again: variables last as long as the process.)"
+  "(Forwarding is off again: remote on lasts only as long as the process.)"
 run "kill -9 \$(pgrep -P $service); build/syslogctl log -t after 'still here'; echo \"exit status \$?\""
 
 remark "Ctrl-C."

@@ -94,9 +94,8 @@ bool IsEarlier(const StoredLine& a, const StoredLine& b) {
   return a.hasTime && b.hasTime && (TimeOf(a) - TimeOf(b) + kDay) % kDay >= kDay / 2;
 }
 
-// After a restart, `now` begins with lines of the supervisor, among them old ones that `old` lacks. Only the
-// time tells those from new ones: it is earlier than that of old's last line, or, if more than half a day old
-// and thus taken for later, the next line's time is earlier.
+// After a restart, `now` begins with lines of the supervisor, among them old ones that `old` may lack. Their
+// times show that they are old.
 const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, const char* nowEnd) {
   StoredLine last{}, line{}, previous{};
   for (const char* at = old; TakeStored(&at, oldEnd, &last);) {
@@ -108,7 +107,7 @@ const char* FirstUnseen(const char* old, const char* oldEnd, const char* now, co
     if (isSeen || IsEarlier(line, last)) {
       first = line.end;
     } else if (IsEarlier(line, previous)) {
-      first = line.begin;
+      first = line.begin;  // the lines before it only seem later: they are more than half a day old
     }
   }
   return first;
