@@ -124,7 +124,7 @@ bool SendWindow::TakeAnswer(const char* text, uint64_t nowUs) {
 void SendWindow::TakeUpTo(uint64_t last, uint64_t asked, uint64_t nowUs) {
   const uint64_t answered = last + 1 - m_number;
   // LAST fell, so answered wraps: a later answer has overtaken this one. If this persists, the service forgot
-  // us, then ran a late copy of our first call as a new client's.
+  // us, but LAST is not 0: it then ran a late copy of our first call.
   if (answered > m_sent - m_lines.First()) {
     if (m_silences >= kRenameSilences) Rename();
     return;

@@ -177,7 +177,7 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another port: peers of equal address times port displace each other
+        for port in PORTS[self._silences % 8:]:  # another port: peers with the same product address * port displace each other
             with contextlib.suppress(OSError):  # the port is taken
                 self._socket.bind(("", port))
                 break

@@ -427,8 +427,8 @@ TEST_F(GDQUdpClientTest, IdlesAfterAProgramClosedItsDescriptors) {
     if (round % 2 == 0) own.resize(1);
     const Strangers strangers(own, false);
     const bool areClosed = round < 2;
-    // The thread still polls the client's own file. Acknowledgements wake it to see the new one before
-    // close().
+    // The thread's poll(2) still holds the file that the stranger replaced. Acknowledgements end the poll, so
+    // that the thread sees the stranger before the loop below closes it.
     for (int i = 0; areClosed && i < 200; ++i) EXPECT_TRUE(client.SendMsg("x"));
     for (const int fd : own) {
       if (areClosed) close(fd);
