@@ -177,7 +177,7 @@ class VelkHandler(logging.Handler):
         self._leave()
         self._socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._socket.setblocking(False)
-        for port in PORTS[self._silences % 8:]:  # another port: peers with the same product address * port displace each other
+        for port in PORTS[self._silences % 8:]:  # another port: the service confuses peers with equal address * port
             with contextlib.suppress(OSError):  # the port is taken
                 self._socket.bind(("", port))
                 break
