@@ -118,7 +118,7 @@ class IniFile3 {
   // Finds or appends a key and sets its value, which may be the stored text itself. Null: key is null.
   ValNode* AddValNode(const char* section, const char* key, const char* value);
 
-  // Factor to decibels and back. 0 is -100 dB.
+  // Factor to decibels and back. Factor 0 gives -100 dB, which gives 0.00001.
   static double Float2Db(double x);
   static double Db2Float(double d);
 
