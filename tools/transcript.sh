@@ -51,8 +51,8 @@ finish() {
   sed 's/^/(from the background) /' /tmp/background
 }
 
-echo "The first five minutes, as tools/transcript.sh ran them on $(date +%F). Text after the bar comes from the service,"
-echo "in another terminal."
+echo "The first five minutes, as tools/transcript.sh ran them on $(date +%F)."
+echo "Text after the bar comes from the service, in another terminal."
 
 remark "The service. It needs no configuration; in a device's image it gets one."
 printf '$ build/syslog\n'
