@@ -6,7 +6,7 @@ namespace {
 
 struct Counts {
   std::atomic<int> starts{0};   // calls of Driver()
-  std::atomic<int> exits{0};    // calls of OnExit() on Driver()'s thread, if m_returnsAtOnce or stopped
+  std::atomic<int> exits{0};    // correct calls of OnExit()
   std::atomic<int> deleted{0};  // calls of the destructor on Driver()'s thread
 };
 
@@ -23,7 +23,8 @@ struct Worker : AppThread2 {
     while (!m_returnsAtOnce && IsRunning()) usleep(50);
   }
   void OnExit() override {
-    m_counts.exits += m_thread == std::this_thread::get_id() && (m_returnsAtOnce || !IsRunning());
+    const bool mayEnd = m_returnsAtOnce || !IsRunning();
+    m_counts.exits += mayEnd && m_thread == std::this_thread::get_id();
   }
 
   Counts& m_counts;

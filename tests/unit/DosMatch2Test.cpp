@@ -6,7 +6,7 @@
 TEST(DosMatch2, MatchesAsListed) {
   const std::tuple<const char*, const char*, bool, bool> rows[] = {
       // text, pattern, match, match if case is ignored
-      {"A.LOG", "*.log", true, true},  // case counts no further than the "." after the star
+      {"A.LOG", "*.log", true, true},  // past the first character after a star, case is ignored
       {"", "*", false, false},         // a star at the end needs a character
       {"a", "*?", true, true},         // a "?" after a star needs none
       {"\xE4", "\xC4", false, false},  // only ASCII has case
