@@ -10,9 +10,10 @@ namespace Velk {
 // Collects the new content in memory, writes it to a temporary file in the same directory and renames that
 // over the old file. Readers find either the old or the new version, even after a crash or on a full disk.
 //
-// If the directory does not allow that (not writable, name too long, file is a mount point), overwrites the
-// old file. Writes the bytes beyond its old end first, so that a full disk is noticed while the old content
-// is intact. A power cut or device error while it overwrites can leave a mix of both versions.
+// If the directory does not allow that (not writable, no room in the name for a suffix, file is a mount
+// point), overwrites the old file. Writes the bytes beyond its old end first, so that a full disk is noticed
+// while the old content is intact. A power cut or device error while it overwrites can leave a mix of both
+// versions.
 //
 // Safe in a world-writable directory: does not follow a symbolic link in the last part of the path, does not
 // block on a pipe or device, and does not overwrite a file with several hard links. One thread at a time.
@@ -38,8 +39,8 @@ class AtomicFile {
   // overwrites the old file, but only if the caller owns it. Does not wait for the disk. False with errno.
   bool CommitAsOwn();
 
-  // Removes the caller's temporary files for path, which killed processes left. No commit to path may be
-  // running.
+  // Removes the temporary files for path that killed processes left, if the caller's user owns them. No
+  // commit to path may be running.
   static void RemoveLeftovers(const char* path);
 
  private:

@@ -27,9 +27,9 @@ class IDailyLog2 {
    public:
     // Never called; keeps its slot in the virtual table.
     virtual void OnLogEvent() {}
-    // messages: count pointers to the first chunks of all stored messages, of any type, oldest first.
-    // totalBytes: the sum of their lengths; a header that was cut counts in full. Array and chunks are valid
-    // during the call only. Runs on the thread that logged, without the log's mutex.
+    // messages: an array of `count` pointers to the first chunks of all stored messages, of any type, oldest
+    // first. totalBytes: the length of the messages; a "module.Type: " that was cut counts in full. Array and
+    // chunks are valid during the call only. Runs on the thread that logged, without the log's mutex.
     virtual void OnLogError(ILogDataBlock** messages, unsigned count, unsigned totalBytes) = 0;
 
    protected:

@@ -7,8 +7,8 @@
 char* NumToString(char* p, unsigned int n);
 
 // An IPv4 address and a UDP port, stored as a sockaddr_in, see ip(7). Addresses and ports are passed in host
-// byte order. Of an address passed as long only the low 32 bits count, so on a 32-bit machine it may be
-// negative. One thread at a time.
+// byte order. Only the low 32 bits of a `long ip` count, so on a 32-bit machine it may be negative. One
+// thread at a time.
 class InetAddress2 {
  public:
   // Room for any result of IPToString(): "255.255.255.255:65535" and the NUL.

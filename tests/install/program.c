@@ -10,7 +10,7 @@
 
 #ifdef __cplusplus
 #include <string>
-/* Uses the program's operator new, not the library's. */
+/* Uses the program's operator new, not the one in libvelk. */
 static std::string text() {
   return std::string(100, 'x');
 }

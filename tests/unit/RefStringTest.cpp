@@ -9,17 +9,18 @@ TEST(RefString, AgreesWithAPlainString) {
 }
 
 TEST(RefString, CapacityFollowsTheGrowthStep) {
-  // Length, growth step, capacity; and the capacity after 20 characters are appended to a shared block.
+  // Room asked for, growth step, capacity of the empty string; and the capacity after 20 characters are
+  // appended while it is shared.
   const std::tuple<unsigned long, unsigned long, unsigned, unsigned> rows[] = {
       {31, 32, 63, 31},     {30, 32, 31, 31}, {10, 0, 10, 20},
       {256, 256, 511, 255}, {0, 1, 1, 21},    {0, 0, 0, 20}};
-  for (const auto& [length, growBy, capacity, capacityFor20] : rows) {
-    RefString text(length, growBy);
-    EXPECT_EQ(capacity, text.Capacity()) << length << " by " << growBy;
+  for (const auto& [room, growBy, capacity, capacityFor20] : rows) {
+    RefString text(room, growBy);
+    EXPECT_EQ(capacity, text.Capacity()) << room << " by " << growBy;
     EXPECT_TRUE(text.IsEmpty());
     const RefString other(text);
     text.Append("12345678901234567890");
-    EXPECT_EQ(capacityFor20, text.Capacity()) << length << " by " << growBy;
+    EXPECT_EQ(capacityFor20, text.Capacity()) << room << " by " << growBy;
   }
 }
 

@@ -54,7 +54,7 @@ TEST(SimpleString, ExactFitMovesToABlockOfTheSameCapacity) {
   text.Format("%s", "1234");
   EXPECT_EQ(4u, text.Capacity());
   EXPECT_STREQ("1234", text.Str());
-  // Append2() makes room for its character even if n is 0.
+  // Append2() makes room for its character even if asked for none.
   for (int i = 0; i < 100; ++i) text.Append2('x', 0);
   EXPECT_EQ(104u, text.Length());
   EXPECT_LE(104u, text.Capacity());

@@ -60,7 +60,8 @@ TEST(UdpSocket3, DoesNotSelectOnADescriptorTooLargeForAnFdSet) {
 }
 
 TEST(UdpSocket3, JoinsAndLeavesAGroup) {
-  // A group of its own for each run: Linux delivers to us while any process of the machine is a member.
+  // A group of its own for each run: after we leave, Linux still delivers to us while any process is a
+  // member.
   const long ip = static_cast<long>(0xEF010000 + static_cast<unsigned>(getpid()) % 65536);
   UdpSocket3 receiver, sender;
   InetAddress2 group(ip, static_cast<unsigned short>(30000 + getpid() % 10000));

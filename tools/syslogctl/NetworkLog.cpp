@@ -29,7 +29,7 @@ bool ReadAddress(const char* where, InetAddress2* address) {
 }  // namespace
 
 bool NetworkLog::Open(const char* where) {
-  // Room for a burst of some hundred lines, which can arrive before the process is scheduled.
+  // Room for a burst of several hundred lines, which can arrive before the process is scheduled.
   constexpr int kReceiveBuffer = 512 << 10;
   InetAddress2 address(0, 0);
   if (!ReadAddress(where, &address)) {

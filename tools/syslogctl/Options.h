@@ -38,7 +38,7 @@ struct Options {
   const char* udp = nullptr;        // bridge
   bool kmsg = false;                // bridge
 
-  // The arguments after the options; words[wordCount] is null.
+  // The command's arguments, without its name and options; words[wordCount] is null.
   char** words = nullptr;
   int wordCount = 0;
 };
