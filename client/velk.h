@@ -59,8 +59,8 @@ VELK_API int velk_vlog(velk* log, int type, const char* module, const char* form
  * the number of lines left, with errno: ETIMEDOUT the service needs more time, ENOTCONN it does not answer,
  * EACCES it confirms nothing: the password is wrong, or the service is blocked or too old. The library keeps
  * retransmitting the lines that it holds. If a service answers but does not confirm the first line within
- * about 4 s, lines are sent only once, until the service answers a test call: those sent so since the last
- * velk_flush() count as left too. In a forked child returns 1 with EPERM. */
+ * about 4 s, each line is sent only once, until the service answers a test call. The number returned includes
+ * the lines sent only once since the last velk_flush(). In a forked child returns 1 with EPERM. */
 VELK_API unsigned velk_flush(velk* log, unsigned timeout_ms);
 
 /* For event loops, instead of VELK_THREAD: call velk_process() whenever velk_fd() is readable. It never

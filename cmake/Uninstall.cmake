@@ -1,5 +1,5 @@
-# Removes the files that the latest "cmake --install" of this build folder wrote, below the environment's DESTDIR, and
-# the folders with "velk" in their path that are then empty. Run it with: cmake --build FOLDER --target uninstall
+# Removes, below the DESTDIR set now, the files that the latest "cmake --install" of this build folder wrote, and the
+# folders with "velk" in their path that are then empty. Run it with: cmake --build FOLDER --target uninstall
 if(NOT EXISTS install_manifest.txt)
   message(FATAL_ERROR "Nothing to uninstall: this folder has no install_manifest.txt")
 endif()

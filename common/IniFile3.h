@@ -113,9 +113,10 @@ class IniFile3 {
 
   // Null: not found.
   ValNode* FindNode(const char* section, const char* key) const;
-  // Finds or appends a section.
+  // Finds or appends a section; null goes first.
   SectNode* AddSectNode(const char* section);
-  // Finds or appends a key and sets its value, which may be the stored text itself. Null: key is null.
+  // Finds or appends a key and sets its value to a copy of value, which may point into the old one. Null: key
+  // is null.
   ValNode* AddValNode(const char* section, const char* key, const char* value);
 
   // Factor to decibels and back. Factor 0 gives -100 dB, which gives 0.00001.

@@ -68,7 +68,7 @@ quiet="srv wrote"
 remark "The service logged the handshake too; such lines are left out from here on."
 run 'seq 3 | sed "s/^/step /" | build/syslogctl log -t update; echo "exit status $?"'
 
-remark "From Python, with one file to copy from."
+remark "From Python. The example is one file, to copy from."
 run 'python3 examples/peer.py "hello"'
 
 remark "How long does a call take there and back?"
