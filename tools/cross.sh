@@ -115,8 +115,8 @@ step() {
   else
     outcome=FAILED
     failed=$((failed + 1))
-    echo "$1 $2 failed; the end of $log:"
-    grep -E '^(ERROR|FAIL|\[  FAILED|Assertion)|Failure|warning:|error:' "$log" | tail -n 40
+    echo "$1 $2 failed; errors and warnings in $log:"
+    grep -E '^(ERROR|FAIL|\[  FAILED|Assertion)|Failure|warning:|error:| hangs$' "$log" | tail -n 40
   fi
 }
 
