@@ -14,7 +14,7 @@ tools/install.sh g++ cmake ninja-build libgtest-dev python3 clang-format clang-t
 
 passed=0 failed=0 skipped=0
 failures=()
-limit=1800  # seconds a step may take, several times what the longest needs
+limit=900  # seconds a step may take, several times what the longest needs
 trap 'jobs -p | sed s/^/-/ | xargs -r kill -KILL --' EXIT  # if interrupted; timeout(1) makes each step a process group
 
 # Runs a step and keeps its output in build/logs. If the step fails or hangs, prints the end of the output.
@@ -36,6 +36,7 @@ step() {
     failed=$((failed + 1))
     failures+=("$name")
     printf 'FAILED  %-28s %3ds\n' "$name" $((SECONDS - begin))
+    grep -A 15 ': Failure$' "$log" | head -n 60  # of unit tests
     tail -n 60 "$log"
   fi
 }
@@ -56,7 +57,7 @@ step_with() {
 build() { cmake --preset "$1" -DVELK_WERROR="${CI:-OFF}" -DVELK_BUILD_TESTS=ON && cmake --build "$(folder "$1")"; }
 folder() { if [ "$1" = release ]; then echo build; else echo "build-$1"; fi; }
 unit() {
-  TSAN_OPTIONS=suppressions=$PWD/tests/service/tsan.txt "$(folder "$1")/tests/unit_tests" --gtest_brief=1
+  TSAN_OPTIONS=suppressions=$PWD/tests/service/tsan.txt "$(folder "$1")/tests/unit_tests"
 }
 service() {
   local more=()

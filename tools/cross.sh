@@ -84,7 +84,7 @@ build() {
 unit() {
   local filter
   filter=$(IFS=:; echo "${unit_out[*]}")
-  timeout 600 "${runner[@]}" "build-cross/$1/tests/unit_tests" --gtest_brief=1 --gtest_filter="-$filter"
+  timeout 600 "${runner[@]}" "build-cross/$1/tests/unit_tests" --gtest_filter="-$filter"
 }
 
 # The tests start each program by its path, so a script at that path starts the emulator.
@@ -115,8 +115,9 @@ step() {
   else
     outcome=FAILED
     failed=$((failed + 1))
-    echo "$1 $2 failed; errors and warnings in $log:"
-    grep -E '^(ERROR|FAIL|\[  FAILED|Assertion)|Failure|warning:|error:| hangs$' "$log" | tail -n 40
+    echo "$1 $2 failed; errors, warnings and the end of $log:"
+    grep -E '^(ERROR|FAIL|\[  FAILED|Assertion)|Failure|warning:|error:' "$log" | tail -n 40
+    tail -n 3 "$log"
   fi
 }
 
