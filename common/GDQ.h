@@ -130,7 +130,7 @@ class GDQ : public IGenericDispatchQueue, private AppThread2 {
   NodeList m_free GUARDED_BY(m_listMutex);
   MessageList m_messages GUARDED_BY(m_listMutex);
   uint32_t m_posterLimit GUARDED_BY(m_listMutex) = 0;  // limit of WaitForFewerPosts(); 0: not waiting
-  // Set if DeliverDue() stopped early: the worker may sleep with messages due.
+  // Set if DeliverDue() stopped at a message that cannot be parsed: the worker may sleep with others due.
   bool m_isResting GUARDED_BY(m_listMutex) = false;
   pthread_cond_t m_posterCondition;  // with m_listMutex: few posts are left, or the worker rests or ended
 

@@ -34,8 +34,8 @@ class SimpleString : public StringOps<SimpleString> {
   SimpleString(const char* s, unsigned n);
   // An empty string with room for capacity characters.
   SimpleString(unsigned capacity, unsigned growBy);
-  // The copy inherits the growth step. Strings on the static block share the step of the last string that was
-  // copied, empty or not.
+  // The copy inherits the growth step. Copying any string also sets the step of the static block, and so of
+  // all strings on it.
   SimpleString(const SimpleString& other);
   ~SimpleString();
   SimpleString& operator=(const SimpleString& other) {

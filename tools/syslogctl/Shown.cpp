@@ -12,7 +12,7 @@ const Level& LevelOf(long long type) {
   static const Level kLevels[] = {
       {"Trace", "trace", "\033[2m"},      {"Info", "info", ""},
       {"Warning", "warning", "\033[33m"}, {"ERROR", "error", "\033[1;31m"},
-      {"Nothing", "nothing", "\033[2m"},  // any other type; the service drops the line
+      {"Nothing", "nothing", "\033[2m"},  // any other type; the service does not log the line
   };
   return kLevels[type >= Trace && type <= Error ? type : Error + 1];
 }
