@@ -8,7 +8,8 @@ import time
 
 
 def lines_of(service, module):
-    """Returns the module's Info lines on the service's console. "Cookies do not match:" may precede one on its line: it has no line feed, and the service logs it for the call that follows a late CONN."""
+    """Returns the module's Info lines on the service's console. Text may precede one: the service logs "Cookies do not
+    match:" without a line feed, for a call whose cookie a delayed CONN made invalid."""
     texts = (text.partition(f"{module}.Info: ") for text in service.console())
     return [text for _, mark, text in texts if mark]
 
