@@ -25,7 +25,7 @@ class WindowModel {
 
  private:
   static constexpr uint64_t kMs = 1000, kSecond = 1000000;
-  // For a call that ran under the client's old name: it may run under the new one too.
+  // For a call that ran under a name older than the last loss: it may run again under a newer one.
   static constexpr unsigned kMayRunAgain = UINT_MAX;
   static constexpr size_t kWithName = 8 + Velk::SendWindow::kNameLength;  // "WithAck NAME"
 
