@@ -80,8 +80,8 @@ done
 cp packaging/busybox/check.sh "$root/check"
 
 boot() {  # PROGRAM [ARGUMENT...]: run as the first process of a namespace
-  timeout --foreground -s KILL 100 unshare --mount --net --pid --fork --kill-child chroot "$root" "$@" </dev/null >/dev/null 2>&1 ||
-    true
+  timeout --foreground -s KILL 100 unshare --mount --net --pid --fork --kill-child chroot "$root" "$@" \
+    </dev/null >/dev/null 2>&1 || true
   cat "$root/result"
   [ "$(tail -n 1 "$root/result")" = "all well" ]
   rm "$root/result"

@@ -14,9 +14,9 @@ namespace {
 constexpr int kMostArguments = 29;
 static_assert(kMostArguments + 3 == Velk::GDQ::kMaxArgs, "the service must be able to read all of them");
 
-#define SHOWN_OPTIONS                                                       \
+#define SHOWN_OPTIONS                                                         \
   "  -l, --level LEVEL   only lines of this level or worse; see 'help log'\n" \
-  "  -t, --tag MODULE    only lines of this module\n"                       \
+  "  -t, --tag MODULE    only lines of this module\n"                         \
   "      --json          one JSON object per line\n"
 
 const Ctl::Command kCommands[] = {
