@@ -242,8 +242,8 @@ void GDQUdpClient::OnSilence() {
   if (silences < 2 || ((silences & (silences - 1)) != 0 && silences % kSilencesPerConnect != 0)) return;
   if (silences >= kUnansweredSilences) m_state = State::Unanswered;
   if (++m_forcedJoins % 2 == 0) {
-    // The service knows a peer by the product of address and port. Another one with our product may keep
-    // replacing our cookie: try another port.
+    // The service knows a peer only by its address times its port. Another peer may have the same result and
+    // keep replacing our cookie: try another port.
     m_socket.SendConnect();
     m_socket.Close();
     m_socket.ChangePort();
