@@ -11,7 +11,7 @@ namespace Velk {
 class GDQUdpClient;
 
 // Calls GDQUdpClient::Process() whenever there is work, so the program needs no event loop. The client's
-// listeners run on this thread. Start() and Stop() are for one thread at a time.
+// listeners run on this thread. Call Start() and Stop() from one thread at a time.
 class ClientThread {
  public:
   ClientThread() = default;
