@@ -3,9 +3,9 @@
 
 restart [COUNT]   time from a killed child to the next nonce
 soak [MINUTES]    several peers, random calls, killed children: checks memory, descriptors and order
-flood [SECONDS]   two processes send as one peer, as fast as they can: memory, and whether others are still admitted
+flood [SECONDS]   two processes send as one peer, as fast as they can: memory, and whether others still get a nonce
 burst [TIMES]     a peer sends many lines at once, without waiting: how many are lost
-strangers [COUNT] connects from distinct addresses: memory, and the throughput of an admitted peer
+strangers [COUNT] CONNs from distinct addresses, without a cookie: memory, and the throughput of an admitted peer
 confirmed [COUNT] three runs, two of them beside a busy peer, each kill the child COUNT times during `syslogctl log`:
                   no line is lost, few are repeated, and lines flow again soon
 lossy [SEEDS]     500 lines through a network that loses, duplicates and reorders: each once, in order, and how fast
@@ -193,23 +193,23 @@ def flood(harness, seconds):
     pourers = [multiprocessing.Process(target=pour, args=(peer, seconds)) for _ in range(2)]
     for pourer in pourers:
         pourer.start()
-    most, admitted, tries = before, 0, 0
+    most, answered, tries = before, 0, 0
     while any(pourer.is_alive() for pourer in pourers):
         other = harness.Peer(connect=False)
         for _ in range(10):
             tries += 1
             if other.connect():
-                admitted += 1
+                answered += 1
                 break
         other.close()
         most = max(most, rss_kib(child))
     quiet = until_idle(child)
     print(f"flood of {seconds} s: memory from {before} to at most {most} KiB; "
-          f"{admitted} handshakes of others in {tries} tries; quiet after {quiet:.2f} s")
+          f"{answered} nonces to others in {tries} tries; quiet after {quiet:.2f} s")
     require(service.child() == child, "the child lives")
     require(most - before < 8 * 1024, "memory grows by less than 8 MiB")
     require(quiet < 1, "quiet within a second")
-    require(admitted > 0, "others are admitted meanwhile")
+    require(answered > 0, "others get nonces meanwhile")
     service.stop()
 
 
