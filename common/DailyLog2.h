@@ -57,7 +57,7 @@ class DailyLog2 : public IDailyLog2 {
   bool Open(const char* baseName, const char* extension, const char* directory, unsigned long daysToKeep,
             bool echoToConsole);
 
-  // See IDailyLog2. A port in the text of host is ignored, but one that reads as 0 fails. Resolves host
+  // See IDailyLog2. Ignores a port in host, as in "name:99", but fails if that parses as 0. Resolves host
   // without the mutex, so other threads can log. If host does not resolve, nothing changes; if no socket can
   // be opened, syslog is off.
   bool EnableSyslog(const char* host, unsigned short localPort) override;
@@ -149,7 +149,7 @@ class DailyLog2 : public IDailyLog2 {
   unsigned m_stored GUARDED_BY(m_mutex) = 0;        // 0 to m_capacity
   unsigned m_writeIndex GUARDED_BY(m_mutex) = 0;    // slot of the next message
   ChunkList* const m_slots PT_GUARDED_BY(m_mutex);  // m_capacity of them
-  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // bytes of each line; a truncated header counts in full
+  unsigned* const m_sizes PT_GUARDED_BY(m_mutex);   // line lengths; more than stored if a header was cut
   std::atomic<unsigned> m_notifyDepth{0};
   const Velk::SimpleString m_syncPath;
   ChunkList m_free GUARDED_BY(m_mutex);
